@@ -1,0 +1,70 @@
+# Tests run in a root of their own (scripts/device-root), and each case in a process of its own, so that each starts
+# with the library as just loaded and no case sees what another left behind.
+
+find_package(GTest REQUIRED)
+include(GoogleTest)
+
+set(KELO_DEVICE_ROOT ${PROJECT_SOURCE_DIR}/scripts/device-root)
+
+# Where namespaces are refused, the roots share the container's /dev and wait for each other. ctest then has to line
+# them up, or the waiting would count against their timeouts.
+execute_process(COMMAND ${KELO_DEVICE_ROOT} --which OUTPUT_VARIABLE kelo_root OUTPUT_STRIP_TRAILING_WHITESPACE)
+set(KELO_TEST_PROPERTIES SKIP_RETURN_CODE 77)
+if(kelo_root STREQUAL "container")
+  list(APPEND KELO_TEST_PROPERTIES RESOURCE_LOCK device-root)
+endif()
+
+# The launcher of a test, as a list, into the variable `out`.
+function(kelo_test_launcher out need path)
+  set(launcher ${PROJECT_SOURCE_DIR}/scripts/run-test ${KELO_SANITIZER_ENVIRONMENT} KELO_BUILD_DIR=${CMAKE_BINARY_DIR}
+               ${KELO_DEVICE_ROOT} --see ${CMAKE_BINARY_DIR})
+  foreach(dir IN LISTS path)
+    list(APPEND launcher --path ${dir})
+  endforeach()
+  if(need)
+    list(APPEND launcher --need ${need})
+  endif()
+  set(${out} ${launcher} -- PARENT_SCOPE)
+endfunction()
+
+# kelo_add_test(target [TIMEOUT seconds] [LABELS label...] [NEED net] [PATH dir...])
+# Registers every case of the GoogleTest executable `target`. PATH names folders of stand-in programs that come ahead
+# of everything else in the PATH of the test.
+function(kelo_add_test target)
+  cmake_parse_arguments(arg "" "TIMEOUT;NEED" "LABELS;PATH" ${ARGN})
+  if(arg_UNPARSED_ARGUMENTS)
+    message(FATAL_ERROR "kelo_add_test(${target}): what is ${arg_UNPARSED_ARGUMENTS}?")
+  endif()
+  if(NOT arg_TIMEOUT)
+    set(arg_TIMEOUT 60)
+  endif()
+  kelo_test_launcher(launcher "${arg_NEED}" "${arg_PATH}")
+  set_target_properties(${target} PROPERTIES CROSSCOMPILING_EMULATOR "${launcher}")
+  gtest_discover_tests(${target}
+    DISCOVERY_MODE PRE_TEST
+    DISCOVERY_TIMEOUT 60
+    PROPERTIES TIMEOUT ${arg_TIMEOUT} ${KELO_TEST_PROPERTIES})
+  if(arg_LABELS) # a list, which gtest_discover_tests would take apart: set once the cases are known
+    set(file ${CMAKE_CURRENT_BINARY_DIR}/${target}_labels.cmake)
+    file(WRITE ${file} "set_tests_properties(\${${target}_TESTS} PROPERTIES LABELS \"${arg_LABELS}\")\n")
+    set_property(DIRECTORY APPEND PROPERTY TEST_INCLUDE_FILES ${file})
+  endif()
+endfunction()
+
+# kelo_add_script_test(name [TIMEOUT seconds] [LABELS label...] [NEED net] [PATH dir...] COMMAND command [argument...])
+# A test whose exit status says how it went: 0 passed, 77 skipped. KELO_BUILD_DIR names the build folder.
+function(kelo_add_script_test name)
+  cmake_parse_arguments(arg "" "TIMEOUT;NEED" "LABELS;PATH;COMMAND" ${ARGN})
+  if(NOT arg_COMMAND)
+    message(FATAL_ERROR "kelo_add_script_test(${name}): no COMMAND")
+  endif()
+  if(NOT arg_TIMEOUT)
+    set(arg_TIMEOUT 60)
+  endif()
+  kelo_test_launcher(launcher "${arg_NEED}" "${arg_PATH}")
+  add_test(NAME ${name} COMMAND ${launcher} ${arg_COMMAND} WORKING_DIRECTORY ${CMAKE_CURRENT_BINARY_DIR})
+  set_tests_properties(${name} PROPERTIES TIMEOUT ${arg_TIMEOUT} ${KELO_TEST_PROPERTIES})
+  if(arg_LABELS)
+    set_tests_properties(${name} PROPERTIES LABELS "${arg_LABELS}")
+  endif()
+endfunction()
