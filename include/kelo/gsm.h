@@ -1,0 +1,330 @@
+/* kelo/gsm.h: the modem record, events, the status word, and the calls of the modem core.
+ *
+ * Threads. Unless a call says otherwise it may be made from any thread, from inside a callback of
+ * the library too. The exported int words are read and written by the library with atomic accesses;
+ * a host that writes one does so before the start, or accepts that the library sees the new value
+ * at its next look.
+ */
+#ifndef KELO_GSM_H
+#define KELO_GSM_H
+
+#include <kelo/at.h>
+#include <kelo/list.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+#pragma GCC visibility push(default)
+
+/* ---- The modem record ---------------------------------------------------------------------- */
+
+/* What is known of the one modem. Texts are terminated and zero-filled when cleared. The mobile
+ * task rewrites the record while it runs: a host thread takes a copy with kelo_copy_mobile, and
+ * reads g_mobile itself only while no mobile task runs. */
+struct gsm_mobile {
+    int simslot;            /* SIM slot asked for; 0 none, 1 or 2 a switch that waits for its row */
+    int flow;               /* FLOW_* last selected */
+    int custom_cfg;         /* 1 once the model's commands are in the flow lists */
+    int at_port;            /* index of the AT port, 2 to 127; 128 when none was found */
+    int baud;               /* bit/s, 115200 */
+    int flow_ctrl;          /* 0, none */
+    int data_bits;          /* 8 */
+    int stop_bits;          /* 1 */
+    char parity;            /* 'N' */
+    int fd;                 /* descriptor of the open AT port, -1 while none is open */
+    char at_dev[32];        /* path of the AT port */
+    int last_event;         /* GSM_EVENT_* of the last read that gave one */
+    int reg_seen;           /* the running command has seen the line that it asks for */
+    int at_done;            /* the running command is finished */
+    struct at_info* cur_at; /* command last taken from a list */
+    char model[16];         /* AT+CGMM */
+    char mfrs[32];          /* AT+CGMI */
+    char revision[64];      /* AT+CGMR */
+    char sn[64];            /* AT+CGSN: IMEI digits */
+    char imsi[64];          /* AT+CIMI */
+    char iccid[32];
+    int gps_on;            /* 1 while a position is wanted */
+    int gps_ready;         /* 1 while gps_loc holds a position not yet fetched */
+    char gps_loc[128];     /* columns of +QGPSLOC as the modem wrote them */
+    int version_code_new;  /* 1 while version_code was not yet fetched */
+    char version_code[64]; /* version text of the ATI answer */
+    int qmbn_code_new;     /* 1 while qmbn_code was not yet used */
+    char qmbn_code[64];    /* carrier profile to select */
+    char number[32];       /* own number, AT+CNUM */
+    char smscenter[32];    /* service centre number */
+    char act[16];          /* access technology, in the modem's words */
+    char plmn[16];         /* numeric operator, MCC and MNC */
+    char band[16];
+    int channel;
+    int reg_n;         /* <n> of the last registration line, 3GPP TS 27.007 7.2 */
+    int reg_stat;      /* <stat> of the same */
+    char lac[16];      /* location or tracking area, hexadecimal as printed */
+    int cid;           /* cell id, its low 32 bits */
+    int tech;          /* <AcT> of the last registration line */
+    int rac;           /* routing area */
+    int reg_status;    /* 0 none, 1 home, 2 searching, 3 denied, 4 unknown, 5 roaming */
+    char oper[64];     /* operator name */
+    int rssi;          /* +CSQ: 0 to 31 for -113 to -51 dBm, 99 unknown, 3GPP TS 27.007 8.5 */
+    int ber;           /* +CSQ: 0 to 7, 99 unknown */
+    int currscanmode;  /* scan mode that the modem reports */
+    int scanmode;      /* scan mode wanted */
+    char band_gsm[16]; /* band masks as reported, hexadecimal without 0x */
+    char band_lte[64];
+    char band_tds[16];
+    char apn[128];
+    char user[128];
+    char password[128];
+    int auth; /* 0 none, 1 PAP, 2 CHAP, 3 both */
+    char pincode[64];
+    int smsmode;         /* non-zero: AT_UCS2 is passed over */
+    char sms_tag[64];    /* message in flight: the caller's tag */
+    int sms_len;         /* message in flight: octets of the TPDU */
+    char sms_dest[64];   /* message in flight: destination */
+    char sms_text[1024]; /* message in flight: text, or PDU in hexadecimal */
+    int volte;
+    int is5g;         /* 0 no 5G seen in this flow, 1 NSA, 2 SA */
+    char* pending_at; /* one command for the next idle second; the library's own */
+    int mcc;          /* serving cell, as are all that follow */
+    int mnc;
+    int cqi;
+    int sinr;
+    int ul_bandwidth; /* the modem's code, see its serving cell report */
+    int dl_bandwidth;
+    int pcid;          /* physical cell id */
+    int rsrp;          /* dBm; -120 after every reset */
+    int rsrq;          /* dB */
+    int earfcn;        /* channel number */
+    int enodebid;      /* cid shifted right by 8 */
+    int cellid;        /* low 8 bits of cid */
+    int qeng_net_stem; /* 9 5G, 3 LTE, 2 UMTS, 1 other */
+};
+
+extern struct gsm_mobile g_mobile;
+
+/* Copies the whole record of one moment into *out; its pointers (cur_at, pending_at) are NULL in
+ * the copy. Returns 1, or 0 for a NULL out or while there is no record. */
+int kelo_copy_mobile(struct gsm_mobile* out);
+
+/* ---- Events -------------------------------------------------------------------------------- */
+
+#define GSM_EVENT_SIM_UP             1
+#define GSM_EVENT_SIM_DOWN           3
+#define GSM_EVENT_RESTART            4
+#define GSM_EVENT_CONFIG_ERR         5
+#define GSM_EVENT_RING               6
+#define GSM_EVENT_HANGUP             7
+#define GSM_EVENT_RINGING            8
+#define GSM_EVENT_MO_RINGING         9
+#define GSM_EVENT_ANSWER             10
+#define GSM_EVENT_HANGUP_ACK         11
+#define GSM_EVENT_RESTART_ACK        12
+#define GSM_EVENT_FACNAME            13
+#define GSM_EVENT_INFO_RECEIVED      14
+#define GSM_EVENT_PROCESSING         15
+#define GSM_EVENT_SETUP_ACK          16
+#define GSM_EVENT_HANGUP_REQ         17
+#define GSM_EVENT_NODIFY             18
+#define GSM_EVENT_PROCESS            19
+#define GSM_EVENT_KEYPAD_DIGIT       20
+#define GSM_EVENT_SMS_RECEIVED       21
+#define GSM_EVENT_SIM_FAILED         22
+#define GSM_EVENT_PIN_REQUIRED       23
+#define GSM_EVENT_PIN_ERROR          24
+#define GSM_EVENT_PUK_REQUIRED       25
+#define GSM_EVENT_SIM_NOT_INSERTED   26 /* acts as GSM_EVENT_SIM_FAILED does */
+#define GSM_EVENT_SIM_INSERTED       27
+#define GSM_EVENT_SIM_BUSY           28
+#define GSM_EVENT_SMS_SEND_OK        29
+#define GSM_EVENT_SMS_SEND_FAILED    30
+#define GSM_EVENT_USSD_RECEIVED      31
+#define GSM_EVENT_USSD_SEND_FAILED   32
+#define GSM_EVENT_NO_SIGNAL          33
+#define GSM_EVENT_POWER_RESTART      36
+#define GSM_EVENT_SMSCENTER_REQUIRED 37
+#define GSM_EVENT_SMSCENTER_OK       38
+#define GSM_EVENT_SIM_REGISTERED     40
+
+/* Concatenation numbers of a received message, 3GPP TS 23.040 9.2.3.24.1. */
+struct long_sms_info {
+    int present; /* always 1 */
+    int flag;    /* reference number */
+    int total;   /* parts of the message */
+    int now;     /* number of this part, from 1 */
+};
+
+/* The one event record. Every event overwrites it, and fields that an event does not speak of keep
+ * what they held. Written on the mobile task. */
+struct gsm_event {
+    int code;             /* GSM_EVENT_* */
+    char callingnum[128]; /* caller of the last +CLIP, at most 64 characters */
+    int mode;             /* received message: 0 PDU, 1 text, 2 undetermined */
+    char pdu[512];        /* PDU in hexadecimal; empty for a text mode report */
+    char sender[64];
+    char smsc[64]; /* service centre number */
+    char sms_time[32];
+    char time_zone[16]; /* "GMT+8", or "unknow" */
+    int length;
+    char text[1024];
+    int coding;                     /* of text: 0 ISO 8859-1, 1 and 2 UTF-8 */
+    struct long_sms_info* long_sms; /* NULL for a message in one part */
+};
+
+extern struct gsm_event gsm_event;
+
+/* ---- The status word ----------------------------------------------------------------------- */
+
+#define CELL_STATUS_READY         0x1u
+#define CELL_STATUS_RINGING       0x2u
+#define CELL_STATUS_NO_SIM        0x4u
+#define CELL_STATUS_SMSC_REQUIRED 0x8u
+#define CELL_STATUS_PIN_ERROR     0x10u
+#define CELL_STATUS_PIN_REQUIRED  0x20u
+#define CELL_STATUS_NO_SIGNAL     0x40u
+#define CELL_STATUS_USSD_FAILED   0x80u
+#define CELL_STATUS_UP            0x100u
+#define CELL_STATUS_SMS_FAILED    0x400u
+#define CELL_STATUS_DIAL_REQUIRED 0x2000u
+#define CELL_STATUS_SIM_ERROR     0x4000u
+#define CELL_STATUS_PUK_REQUIRED  0x10000u
+
+extern unsigned int gsm_dchan_status; /* CELL_STATUS_* bits */
+
+unsigned int cellular_set_status(unsigned int bits);   /* the word after the change */
+unsigned int cellular_clear_status(unsigned int bits); /* the word after the change */
+unsigned int cellular_reset_status(void);              /* CELL_STATUS_NO_SIM alone */
+unsigned int cellular_get_status(unsigned int mask);   /* the word under the mask */
+unsigned int cellular_get_cur_status(void);
+unsigned int mobile_is_ready(void); /* CELL_STATUS_READY or 0 */
+
+/* Writes the text of a status value into buf, cut to size bytes with its terminator. Returns the
+ * length of the whole text; -1 for a NULL buf or a size below 1. */
+int libgsm_get_modem_status(char* buf, int size, unsigned int status);
+
+/* Text of the registration status; NULL while there is no record. The text is static. */
+const char* libgsm_get_network_info(void);
+
+/* ---- Flags that a host polls --------------------------------------------------------------- */
+
+int cellular_at_is_ready(void); /* 1 once a start got as far as its task; never 0 again */
+int cellular_is_sms_received(void);
+int cellular_is_call_received(void);
+int cellular_is_mqtt_received(void);
+int cellular_set_sms_received(int value); /* 0; a host clears the flag with a value of 0 */
+int cellular_set_call_received(int value);
+int cellular_set_mqtt_received(int value);
+
+int get_sim_status(void); /* 1 up, 0 down, -1 failed */
+int set_sim_status(int value);
+int get_start_status(void);
+int set_start_status(int value);
+int get_5g_debug(void); /* non-zero: debug lines are written */
+int set_5g_debug(int value);
+int get_cell_pdpdeact(void);
+int set_cell_pdpdeact(int value);
+int get_net_status_flag(void);
+int set_net_status_flag(int value);
+void sim_failed_count_reset(void);
+void sim_cpin_count_reset(void);
+
+/* A reload (cellular_reload) is wanted. The library raises the flag, its host acts on it. */
+extern int cell_reload_flag;
+void cell_reload_flag_set(void);
+void cell_reload_flag_unset(void);
+
+/* A fresh start (cellular_stop, then cellular_start) is wanted. The library raises the flag, its
+ * host acts on it and takes it down. */
+void cell_start_flag_set(void);
+void cell_start_flag_unset(void);
+int cell_start_flag_get(void);
+
+/* ---- Exported words ------------------------------------------------------------------------ */
+
+extern int is_quectel;          /* module family code, set by the host before the start */
+extern int selected_card;       /* active SIM, 1 or 2 */
+extern int isLowPower;          /* low power mode, 0 to 255 */
+extern int is_pin_ready;        /* SIM unlocked and ready */
+extern int needSetApn;          /* 1: the flow sends the APN to the modem */
+extern int conn_mode_flag;      /* non-zero ends the dialer thread */
+extern int global_quagga_stop;  /* process-wide stop request */
+extern int cell_first_boot;     /* 1 until a mobile task has started */
+extern int cell_repower_lock;   /* 1 while a restart is under way */
+extern int cell_pdpdeact;       /* 1: the data context was lost; the host clears it */
+extern int cell_ccinfo_recv;    /* cell lines still expected behind a "service cell:" header */
+extern int g_NetStaFlag;        /* non-zero: swallow the next SIM up of an NR5G-SA line */
+extern int cell_network_switch; /* with scan mode 9: 0 LTE with NR, 1 NR alone */
+extern int cell_net_proto;      /* 0 "IP", 1 "IPV6", 2 "IPV4V6" */
+
+/* ---- Start and stop ------------------------------------------------------------------------ */
+
+/* Reads the profile files and sets up the first commands. Once per process; a further call changes
+ * nothing but conn_mode_flag. low_power non-zero takes the low power rows. Returns 0. */
+int cellular_gsm_init(unsigned char low_power);
+
+/* Stops stale dialers, finds and opens the AT port, starts the mobile task. Takes as long as the
+ * shell commands do. Returns 0, also when no port was found or could not be opened (no task runs
+ * then); -1 while another start, stop or reload is under way or a mobile task still runs. */
+int cellular_start(int low_power);
+
+/* Ends the mobile task and closes the port. Waits for the task, one to three seconds. Returns 0;
+ * -1 while another start, stop or reload is under way, or when called on the mobile task itself,
+ * that is from a callback. */
+int cellular_stop(void);
+
+/* Walks FLOW_RELOAD on the open port. Returns 0; -1 without a record, or while a start, stop,
+ * reload or restart is under way. */
+int cellular_reload(void);
+
+/* Stops and starts on a thread of its own. Returns 0, also when a restart is under way already. */
+int cellular_module_restart_extern(void);
+
+/* Does nothing and returns 0: the library never cuts the modem's power. */
+int mobile_power_control(void);
+
+/* Forgets the modem record: *place becomes NULL, and calls that need a record refuse until the next
+ * cellular_gsm_init. The record itself is static and stays. */
+void libgsm_mobile_free(struct gsm_mobile** place);
+
+/* Low power mode, the low 8 bits of value; to be set before cellular_gsm_init. Returns 0. */
+int libgsm_set_low_power(int value);
+int libgsm_is_low_power(void);
+
+/* 1 (low 8 bits of value): the modem has finished its own start. Returns 0. */
+int libgsm_set_init_flag(int value);
+
+/* ---- Talking to the modem ------------------------------------------------------------------ */
+
+/* Writes one command and CR LF to the AT port at once. No reply is awaited: it is read by whatever
+ * command runs. Blocks up to two seconds when the port refuses the write. Returns 0 after the write
+ * attempts; -1 without a record. */
+int libgsm_send_at(const char* text);
+
+/* Hangs up (ATH). Returns 0, or -1 for a NULL record or a closed port. */
+int libgsm_hangup(struct gsm_mobile* mobile);
+
+/* "GSM", "CDMA", "UMTS" or "LTE", by the model; "LTE" for an unknown one. The text is static. */
+const char* libgsm_get_modem_network_type(void);
+
+/* ---- What the answers said ----------------------------------------------------------------- */
+
+/* Reads one line of an operator report (+COPS) or of an access technology report (+QNWINFO, +PSRAT,
+ * +ZPAS, ^HCSQ) into the record, see at_handler. The line is cut in place. cops_handler returns an
+ * event with GSM_EVENT_SIM_UP or GSM_EVENT_SIM_DOWN, or NULL; nwinfo_handler returns NULL. NULL for
+ * a NULL argument. */
+struct gsm_event* cops_handler(struct gsm_mobile* mobile, char* line);
+struct gsm_event* nwinfo_handler(struct gsm_mobile* mobile, char* line);
+
+/* Non-zero: the Verizon carrier profile is selected and active. */
+int libgsm_get_verizon_flag(void);
+
+/* Generation of the serving cell, as g_mobile.qeng_net_stem; -1 while there is no record. */
+int libgsm_get_qeng_net_stem(void);
+
+/* The whole cell id, of which g_mobile.cid holds the low 32 bits: 28 bits in LTE, 36 in standalone
+ * 5G. -1 while there is no record. */
+long long libgsm_get_cid64(void);
+
+#pragma GCC visibility pop
+#ifdef __cplusplus
+}
+#endif
+#endif

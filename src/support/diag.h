@@ -1,0 +1,26 @@
+// Diagnostics: one call per class. Each call writes one line whole: a text without a line end of
+// its own gets one, and the line is flushed, so that a host whose standard output is a pipe sees it
+// at once and two threads never mix a line. What a thread says while it holds a lock is kept, and
+// written when it has let go of its last one.
+#pragma once
+
+#include <cstddef>
+
+namespace kelo
+{
+
+// Non-zero: lines of the debug class are written.
+extern int debug_5g;
+
+[[gnu::format(printf, 1, 2)]] void diag_plain(const char* format, ...); // standard output
+[[gnu::format(printf, 1, 2)]] void diag_debug(const char* format,
+                                              ...); // the same, while debug is on
+[[gnu::format(printf, 1, 2)]] void diag_error(const char* format, ...); // standard error
+
+bool diag_debug_on();
+
+// For lock.cpp alone: a thread enters and leaves its outermost lock.
+void diag_hold();
+void diag_let_go();
+
+} // namespace kelo

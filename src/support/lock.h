@@ -1,0 +1,42 @@
+// The locks of the library, and the order in which they nest.
+//
+// flow_lock    the flow lists, cur_at_list, the cursor of the pass
+// record_lock  g_mobile (but for its fd) and gsm_event
+// port_lock    the AT port: its fd, and the write of one whole command
+// outbox_lock  the SMS outbox; a leaf, nothing is taken under it
+//
+// They nest in this order and no other: flow_lock, record_lock, port_lock. None is held over a
+// sleep, a shell command, or a callback of the host. What is said under a lock (diag.h) is written
+// after the last one was let go.
+#pragma once
+
+#include <pthread.h>
+
+namespace kelo
+{
+
+struct lock {
+    pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER;
+};
+
+extern lock flow_lock;
+extern lock record_lock;
+extern lock port_lock;
+extern lock outbox_lock;
+
+// Holds a lock for a scope, or until released by hand.
+class lock_scope
+{
+  public:
+    explicit lock_scope(lock& which);
+    ~lock_scope() { release(); }
+    void release();
+
+    lock_scope(const lock_scope&) = delete;
+    lock_scope& operator=(const lock_scope&) = delete;
+
+  private:
+    lock* held;
+};
+
+} // namespace kelo

@@ -1,0 +1,35 @@
+// Words shared between threads.
+//
+// The exported ints stay plain ints in the C headers, so that a C host can read them; inside the
+// library every access that another thread may meet goes through these few calls.
+#pragma once
+
+#include <atomic>
+
+namespace kelo
+{
+
+template <typename Word> inline Word word_get(Word& word)
+{
+    return std::atomic_ref<Word>(word).load();
+}
+
+template <typename Word> inline void word_set(Word& word, Word value)
+{
+    std::atomic_ref<Word>(word).store(value);
+}
+
+// Takes a lock word: true for the one caller that found it 0.
+inline bool word_take(int& word)
+{
+    int free = 0;
+    return std::atomic_ref<int>(word).compare_exchange_strong(free, 1);
+}
+
+// Adds and gives the new value.
+inline int word_add(int& word, int summand)
+{
+    return std::atomic_ref<int>(word).fetch_add(summand) + summand;
+}
+
+} // namespace kelo
