@@ -1,0 +1,397 @@
+// The exchange with the modem: writing a command, reading what comes back, cutting it into lines,
+// and counting down the time that a command may take.
+
+#include "api/api.h"
+#include "at/gsm_at.h"
+#include "handlers/handlers.h"
+#include "sms/sms.h"
+#include "support/diag.h"
+#include "support/sleeps.h"
+#include "support/text.h"
+
+#include <cerrno>
+#include <cstdlib>
+#include <unistd.h>
+
+namespace kelo
+{
+
+namespace
+{
+
+// How a command is named in the debug lines.
+struct label {
+    int seq = 0;
+    int id = 0;
+};
+
+// Caller holds flow_lock.
+label label_of(const at_info* at)
+{
+    return at == nullptr ? label{} : label{at_effective_seq(at), at->id};
+}
+
+label label_of_current(gsm_mobile* rec)
+{
+    lock_scope flow_guard(flow_lock);
+    lock_scope record_guard(record_lock);
+    return label_of(rec->cur_at);
+}
+
+constexpr long port_closed = -2;
+
+long write_once(gsm_mobile* rec, const char* bytes, std::size_t length)
+{
+    lock_scope guard(port_lock);
+    if (rec->fd == -1)
+        return port_closed;
+    ssize_t written = -1;
+    do
+        written = write(rec->fd, bytes, length);
+    while (written < 0 && errno == EINTR);
+    return written < 0 ? -1 : static_cast<long>(written);
+}
+
+void set_at_done(gsm_mobile* rec)
+{
+    lock_scope guard(record_lock);
+    rec->at_done = 1;
+}
+
+} // namespace
+
+long port_write(gsm_mobile* rec, const char* bytes, std::size_t length, int attempts,
+                const char* name, const char* shown)
+{
+    long result = write_once(rec, bytes, length);
+    for (int left = attempts - 2; result == -1 && left >= 0; left--) {
+        diag_plain("%s:%d [%d/3] failed to write command('%s'), ret=%ld!\n", name, __LINE__, left,
+                   shown, result);
+        if (port_descriptor(rec) == -1)
+            return port_closed;
+        seconds_sleep(1);
+        result = write_once(rec, bytes, length);
+    }
+    if (result >= 0 && static_cast<std::size_t>(result) < length)
+        diag_plain("%s:%d short write, %ld of %zu bytes of '%s'\n", name, __LINE__, result, length,
+                   shown);
+    if (result > 0 && diag_debug_on()) {
+        const label current = label_of_current(rec);
+        diag_debug("[SEQ%d,ID%d]>>> %s\n", current.seq, current.id, shown);
+    }
+    return result;
+}
+
+int exec_at_command(gsm_mobile* rec, const char* text)
+{
+    if (rec == nullptr || port_descriptor(rec) == -1 || text == nullptr)
+        return -1;
+    const std::size_t length = std::strlen(text);
+    char* const line = static_cast<char*>(std::malloc(length + 3));
+    if (line == nullptr)
+        return -1;
+    std::memcpy(line, text, length);
+    std::memcpy(line + length, "\r\n", 3);
+    const long result = port_write(rec, line, length + 2, 3, __func__, text);
+    std::free(line);
+    if (result == port_closed)
+        return -1;
+    if (result < 0)
+        diag_plain("%s:%d unexpected error!\n", __func__, __LINE__);
+    return 0;
+}
+
+int read_at_result(gsm_mobile* rec, response& result)
+{
+    constexpr std::size_t piece = 1024;
+    const int fd = port_descriptor(rec);
+    if (fd == -1)
+        return -1;
+    std::size_t size = 2 * piece;
+    result = {static_cast<char*>(std::calloc(1, size)), 0, true};
+    if (result.text == nullptr) {
+        diag_plain("%s:%d fatal error!\n", __func__, __LINE__);
+        return -1;
+    }
+    for (;;) {
+        const ssize_t count = read(fd, result.text + result.length, piece);
+        if (count < 1)
+            return 0;
+        result.length += static_cast<std::size_t>(count);
+        if (result.length >= response_limit) {
+            result.drained = false;
+            return 0;
+        }
+        if (size > result.length + piece)
+            continue;
+        size *= 2;
+        char* const larger = static_cast<char*>(std::realloc(result.text, size));
+        if (larger == nullptr) {
+            std::free(result.text);
+            diag_plain("%s:%d fatal error!\n", __func__, __LINE__);
+            return -1;
+        }
+        result.text = larger;
+    }
+}
+
+namespace
+{
+
+// What is chosen under the lock, for use after it.
+struct choice {
+    at_info* at = nullptr;
+    bool custom = false;
+    char* custom_cmd = nullptr; // own copy: another thread may release the node's
+};
+
+choice choose_next(gsm_mobile* rec)
+{
+    lock_scope flow_guard(flow_lock);
+    choice next;
+    next.at = at_list_next(cur_at_list);
+    if (next.at == nullptr) {
+        word_set(at_flow_done, 1);
+        return next;
+    }
+    next.custom = next.at->custom_cmd != nullptr;
+    next.custom_cmd = text_duplicate(next.at->custom_cmd);
+    lock_scope record_guard(record_lock);
+    rec->cur_at = next.at;
+    return next;
+}
+
+const char* shown_text(const char* cmd)
+{
+    return cmd == nullptr ? "(nul)" : cmd;
+}
+
+constexpr int set_apn_id = 50;
+
+// The APN goes to the modem only after a change of settings or in low power mode; otherwise the
+// dialer brings it.
+bool apn_wanted()
+{
+    const int need = word_get(needSetApn);
+    const int low_power = word_get(isLowPower);
+    if (need == 0 && low_power == 0) {
+        diag_plain("[4G] skip set apn command");
+        return false;
+    }
+    diag_plain("[4G] set apn, needSetApn=%d, isLowPower=%d\n", need, low_power);
+    return true;
+}
+
+bool passed_over(at_info* at)
+{
+    const unsigned int flags = at_get_flags(at);
+    if ((flags & AT_FLAG_IGNORE) != 0) {
+        diag_plain("%s:%d ignore command '%s'!\n", "libgsm_send_atcommand", __LINE__,
+                   shown_text(at->cmd));
+        return true;
+    }
+    if ((flags & AT_FLAG_SKIP) != 0) {
+        diag_debug("%s:%d skip command '%s'!\n", "libgsm_send_atcommand", __LINE__,
+                   shown_text(at->cmd));
+        return true;
+    }
+    return at->id == set_apn_id && !apn_wanted();
+}
+
+} // namespace
+
+at_info* libgsm_send_atcommand(gsm_mobile* rec, bool& list_ended)
+{
+    const choice next = choose_next(rec);
+    list_ended = next.at == nullptr;
+    if (list_ended)
+        return nullptr;
+    if (next.custom) {
+        exec_at_command(rec, next.custom_cmd);
+        std::free(next.custom_cmd);
+        return next.at;
+    }
+    if (next.at->pre_treat != nullptr)
+        next.at->pre_treat(rec, next.at);
+    if (passed_over(next.at)) {
+        set_at_done(rec);
+        return nullptr;
+    }
+    exec_at_command(rec, next.at->cmd);
+    return next.at;
+}
+
+namespace
+{
+
+// NUL bytes are line noise, and would hide what stands behind them.
+std::size_t drop_nul_bytes(char* text, std::size_t length)
+{
+    std::size_t kept = 0;
+    for (std::size_t i = 0; i < length; i++)
+        if (text[i] != '\0')
+            text[kept++] = text[i];
+    text[kept] = '\0';
+    return kept;
+}
+
+label label_for_read(const at_info* cur)
+{
+    if (!diag_debug_on())
+        return {};
+    lock_scope guard(flow_lock);
+    return label_of(cur);
+}
+
+event* handle_sms_report(gsm_mobile* rec, const at_info* cur, char* text, char* report)
+{
+    const label running = label_for_read(cur);
+    diag_debug("[SEQ%d,ID%d]---><<< %s\n", running.seq, running.id, text);
+    // Looked for ahead of the parser, which cuts the text.
+    const bool acknowledge = text_has(text, "+CMT");
+    cellular_set_sms_received(1);
+    event* const raised = libgsm_check_sms(rec, report);
+    const int family = word_get(is_quectel);
+    if ((family == 13 || family == 15) && acknowledge)
+        libgsm_send_at("AT+CNMA");
+    return raised;
+}
+
+event* handle_line(gsm_mobile* rec, const at_info* cur, char* line)
+{
+    if (text_has(line, "+CPIN: READY")) {
+        diag_plain("[Cell]----> READY !!!!");
+        word_set(is_pin_ready, 1);
+    } else if (text_has(line, "+QMTRECV")) {
+        cellular_set_mqtt_received(1);
+    }
+    libgsm_check_gps_location(line);
+    libgsm_check_mqtt_sub(line);
+    if (cur != nullptr && cur->handler != nullptr)
+        return cur->handler(rec, line);
+    return general_handler(rec, line);
+}
+
+event* handle_lines(gsm_mobile* rec, const at_info* cur, char* text)
+{
+    const label running = label_for_read(cur);
+    event* raised = nullptr;
+    for (char* line = text; line != nullptr && *line != '\0';) {
+        char* const end = std::strchr(line, '\n');
+        char* const next = end == nullptr ? nullptr : end + 1;
+        if (end != nullptr) {
+            *end = '\0';
+            if (end > line && end[-1] == '\r')
+                end[-1] = '\0';
+        }
+        if (*line != '\0') {
+            diag_debug("[SEQ%d,ID%d]<<<(%zu) %s\n", running.seq, running.id, std::strlen(line),
+                       line);
+            event* const from_line = handle_line(rec, cur, line);
+            if (from_line != nullptr)
+                raised = from_line;
+        }
+        line = next;
+    }
+    return raised;
+}
+
+} // namespace
+
+read_outcome libgsm_check_event(gsm_mobile* rec, at_info* cur)
+{
+    read_outcome outcome;
+    response got = {};
+    if (read_at_result(rec, got) != 0)
+        return outcome;
+    outcome.drained = got.drained;
+    outcome.heard = got.length > 0;
+    drop_nul_bytes(got.text, got.length);
+    if (text_has(got.text, "+QIND: SMS DONE") || text_has(got.text, "+QIND: PB DONE"))
+        libgsm_set_init_flag(1);
+    char* report = text_find(got.text, "+CMT:");
+    if (report == nullptr)
+        report = text_find(got.text, "+CMTI:");
+    outcome.raised = report != nullptr ? handle_sms_report(rec, cur, got.text, report)
+                                       : handle_lines(rec, cur, got.text);
+    if (outcome.raised != nullptr) {
+        lock_scope guard(record_lock);
+        rec->last_event = outcome.raised->code;
+    }
+    std::free(got.text);
+    return outcome;
+}
+
+namespace
+{
+
+void send_pending(gsm_mobile* rec)
+{
+    char* pending = nullptr;
+    {
+        lock_scope guard(record_lock);
+        pending = rec->pending_at;
+        rec->pending_at = nullptr;
+    }
+    if (pending != nullptr)
+        exec_at_command(rec, pending);
+    std::free(pending);
+}
+
+void send_again(gsm_mobile* rec, at_info* cur)
+{
+    char* custom_cmd = nullptr;
+    {
+        lock_scope guard(flow_lock);
+        custom_cmd = text_duplicate(cur->custom_cmd);
+        cur->countdown = cur->timeout;
+    }
+    exec_at_command(rec, custom_cmd != nullptr ? custom_cmd : cur->cmd);
+    std::free(custom_cmd);
+}
+
+// One silent second of the running command.
+void tick_command(gsm_mobile* rec, at_info* cur)
+{
+    diag_debug("%s:%d [%p][id=%d] %d second%s remaining!\n", "libgsm_schedule_run", __LINE__,
+               static_cast<void*>(cur), cur->id, cur->countdown - 1,
+               cur->countdown == 2 ? "" : "s");
+    if (cur->countdown == 0 || --cur->countdown > 0)
+        return;
+    cur->countdown = 0;
+    diag_plain("%s:%d [%p][id=%d] %d times remaining!\n", "libgsm_schedule_run", __LINE__,
+               static_cast<void*>(cur), cur->id, cur->retries_left - 1);
+    if (cur->retries_left > 0)
+        cur->retries_left--;
+    if (cur->retries_left > 0)
+        send_again(rec, cur);
+    else
+        set_at_done(rec);
+}
+
+} // namespace
+
+int libgsm_schedule_run(gsm_mobile* rec, at_info* cur)
+{
+    if (cur == nullptr)
+        send_pending(rec);
+    else
+        tick_command(rec, cur);
+    libgsm_send_gps_location();
+    if (cur == nullptr)
+        libgsm_set_cellular_wake();
+    return 0;
+}
+
+} // namespace kelo
+
+using namespace kelo;
+
+int libgsm_send_at(const char* text)
+{
+    gsm_mobile* const rec = modem_record();
+    if (rec == nullptr)
+        return -1;
+    exec_at_command(rec, text);
+    return 0;
+}

@@ -1,0 +1,144 @@
+// The flow lists and their nodes, and the choice of the next command.
+
+#include "at/gsm_at.h"
+#include "support/diag.h"
+#include "support/text.h"
+
+#include <climits>
+#include <cstdlib>
+
+namespace kelo
+{
+
+at_list start_sim1_list = LIST_HEAD_INIT(start_sim1_list);
+at_list reload_sim1_list = LIST_HEAD_INIT(reload_sim1_list);
+at_list start_sim2_list = LIST_HEAD_INIT(start_sim2_list);
+at_list reload_sim2_list = LIST_HEAD_INIT(reload_sim2_list);
+at_list sms_text_list = LIST_HEAD_INIT(sms_text_list);
+at_list sms_pdu_list = LIST_HEAD_INIT(sms_pdu_list);
+
+at_list* cur_at_list = &start_sim1_list;
+int at_seq_cursor = 0;
+int at_flow_done = 0;
+
+namespace
+{
+
+// A node's own copy of a text; an empty one is none. False without memory.
+bool own_text(char*& field, const char* text)
+{
+    field = nullptr;
+    if (text == nullptr || *text == '\0')
+        return true;
+    field = text_duplicate(text);
+    return field != nullptr;
+}
+
+} // namespace
+
+at_info* at_info_create(int id, const char* name, const char* cmd, int timeout, int code,
+                        unsigned int flags, at_handler handler, int seq, at_pre_treat pre_treat,
+                        int retries, const char* cmd_template)
+{
+    auto* const at = static_cast<at_info*>(std::calloc(1, sizeof(at_info)));
+    if (at == nullptr || !own_text(at->name, name) || !own_text(at->cmd, cmd) ||
+        !own_text(at->cmd_template, cmd_template)) {
+        at_info_free(at);
+        diag_plain("%s:%d failed to alloc memory!\n", __func__, __LINE__);
+        return nullptr;
+    }
+    at->id = id;
+    at->timeout = timeout;
+    at->code = code;
+    at->flags = flags;
+    at->handler = handler;
+    at->seq = seq;
+    at->pre_treat = pre_treat;
+    at->retries = retries;
+    list_init(&at->node);
+    return at;
+}
+
+void at_info_free(at_info* at)
+{
+    if (at == nullptr)
+        return;
+    std::free(at->name);
+    std::free(at->cmd);
+    std::free(at->cmd_template);
+    std::free(at->custom_cmd);
+    std::free(at);
+}
+
+void at_list_append(at_list* list, at_info* at)
+{
+    list_add_tail(&at->node, list);
+}
+
+void at_list_free(at_list* list)
+{
+    lock_scope guard(flow_lock);
+    while (!list_empty(list)) {
+        at_info* const at = at_of(list->next);
+        list_del(&at->node);
+        at_info_free(at);
+    }
+}
+
+at_info* at_list_next(at_list* list)
+{
+    if (list == nullptr)
+        return nullptr;
+    at_info* chosen = nullptr;
+    list_head* node;
+    list_for_each(node, list)
+    {
+        at_info* const at = at_of(node);
+        const int seq = at_effective_seq(at);
+        if ((at->flags & AT_FLAG_SENT) != 0 || seq < at_seq_cursor)
+            continue;
+        if (chosen == nullptr || seq < at_effective_seq(chosen))
+            chosen = at; // of equal seqs the first in the list stays
+    }
+    if (chosen != nullptr) {
+        at_seq_cursor = at_effective_seq(chosen);
+        chosen->flags |= AT_FLAG_SENT;
+    }
+    return chosen;
+}
+
+int at_flow_finished()
+{
+    return word_get(at_flow_done);
+}
+
+void at_flow_skip_rest()
+{
+    lock_scope guard(flow_lock);
+    if (cur_at_list == nullptr)
+        return;
+    list_head* node;
+    list_for_each(node, cur_at_list) at_of(node)->flags |= AT_FLAG_SENT;
+}
+
+void at_set_flags(at_info* at, unsigned int flags)
+{
+    lock_scope guard(flow_lock);
+    at->flags |= flags;
+}
+
+unsigned int at_get_flags(at_info* at)
+{
+    lock_scope guard(flow_lock);
+    return at->flags;
+}
+
+void at_flag_current(gsm_mobile* rec, unsigned int flags)
+{
+    lock_scope flow_guard(flow_lock);
+    lock_scope record_guard(record_lock);
+    if (rec->cur_at != nullptr)
+        rec->cur_at->flags |= flags;
+}
+
+} // namespace kelo

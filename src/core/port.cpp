@@ -1,0 +1,239 @@
+// The AT port: finding it among the modem's USB serial devices, opening it, and setting its line.
+
+#include "core/gsm.h"
+#include "support/diag.h"
+#include "support/text.h"
+
+#include <cctype>
+#include <cstdio>
+#include <fcntl.h>
+#include <iterator>
+#include <termios.h>
+#include <unistd.h>
+
+namespace kelo
+{
+
+namespace
+{
+
+bool path_exists(const char* path)
+{
+    return access(path, F_OK) == 0;
+}
+
+bool device_exists(char (&path)[32], const char* format_usb_or_acm, int index)
+{
+    std::snprintf(path, sizeof path, "/dev/tty%s%d", format_usb_or_acm, index);
+    return path_exists(path);
+}
+
+// The path of the port with this index; an ACM device counts one higher than a USB one.
+bool find_port(char (&path)[32], int first, int& index)
+{
+    for (index = first; index < port_limit; index++)
+        if (device_exists(path, "USB", index) || device_exists(path, "ACM", index + 1))
+            return true;
+    return false;
+}
+
+constexpr int family_with_port_1 = 13;
+
+} // namespace
+
+void libgsm_search_usb_port(gsm_mobile* rec)
+{
+    char path[32] = "";
+    int index = 0;
+    const bool found = find_port(path, word_get(is_quectel) == family_with_port_1 ? 1 : 2, index);
+    if (found)
+        diag_debug("[%s:%d] %s found!!!!\n", __func__, __LINE__, path);
+    else
+        diag_plain("[%s:%d] No ttyUSB device found!!!!\n", __func__, __LINE__);
+    lock_scope guard(record_lock);
+    rec->baud = 115200;
+    rec->flow_ctrl = 0;
+    rec->data_bits = 8;
+    rec->stop_bits = 1;
+    rec->parity = 'N';
+    rec->at_port = index;
+    text_set(rec->at_dev, path);
+}
+
+int libgsm_mobile_open_usb(gsm_mobile* rec)
+{
+    char path[32];
+    {
+        lock_scope guard(record_lock);
+        text_set(path, rec->at_dev);
+    }
+    if (path[0] == '\0' || !path_exists(path)) {
+        diag_plain("%s:%d '%s': no such file or directory!\n", __func__, __LINE__, path);
+        return -1;
+    }
+    // A task that ended by itself leaves its port open; it must not be left behind.
+    libgsm_mobile_close_usb(rec);
+    const int fd = open(path, O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
+    {
+        lock_scope guard(port_lock);
+        rec->fd = fd;
+    }
+    if (fd < 0) {
+        diag_error("%s:%d failed to open dev '%s'!\n", __func__, __LINE__, path);
+        return -1;
+    }
+    libgsm_mobile_setup_serial(rec); // a line that can't be set is used as it is
+    return 0;
+}
+
+namespace
+{
+
+struct line_settings {
+    int baud;
+    int flow_ctrl;
+    int data_bits;
+    int stop_bits;
+    char parity;
+};
+
+line_settings settings_of(gsm_mobile* rec)
+{
+    lock_scope guard(record_lock);
+    return {rec->baud, rec->flow_ctrl, rec->data_bits, rec->stop_bits, rec->parity};
+}
+
+struct speed_row {
+    int baud;
+    speed_t speed;
+};
+constexpr speed_row speeds[] = {
+    {38400, B38400}, {115200, B115200}, {19200, B19200}, {9600, B9600},
+    {4800, B4800},   {2400, B2400},     {1200, B1200},   {300, B300},
+};
+
+void set_speed(termios& line, int baud)
+{
+    for (const speed_row& row : speeds) {
+        if (row.baud != baud)
+            continue;
+        cfsetispeed(&line, row.speed);
+        cfsetospeed(&line, row.speed);
+    }
+}
+
+bool set_size(termios& line, int data_bits)
+{
+    constexpr tcflag_t sizes[] = {CS5, CS6, CS7, CS8};
+    line.c_cflag &= ~static_cast<tcflag_t>(CSIZE);
+    if (data_bits < 5 || data_bits > 8)
+        return false;
+    line.c_cflag |= sizes[data_bits - 5];
+    return true;
+}
+
+bool set_parity(termios& line, char parity)
+{
+    switch (std::toupper(static_cast<unsigned char>(parity))) {
+    case 'E':
+        line.c_cflag |= PARENB;
+        line.c_cflag &= ~static_cast<tcflag_t>(PARODD);
+        line.c_iflag |= INPCK;
+        return true;
+    case 'N':
+        line.c_cflag &= ~static_cast<tcflag_t>(PARENB);
+        line.c_iflag &= ~static_cast<tcflag_t>(INPCK);
+        return true;
+    case 'O':
+        line.c_cflag |= PARENB | PARODD;
+        line.c_iflag |= INPCK;
+        return true;
+    case 'S': // space parity, sent as no parity
+        line.c_cflag &= ~static_cast<tcflag_t>(PARENB | CSTOPB);
+        return true;
+    default:
+        return false;
+    }
+}
+
+bool set_stop_bits(termios& line, int stop_bits)
+{
+    if (stop_bits == 1)
+        line.c_cflag &= ~static_cast<tcflag_t>(CSTOPB);
+    else if (stop_bits == 2)
+        line.c_cflag |= CSTOPB;
+    else
+        return false;
+    return true;
+}
+
+void set_raw(termios& line)
+{
+    line.c_lflag &= ~static_cast<tcflag_t>(ICANON | ECHO | ECHOE | ECHOK | ECHONL);
+    line.c_oflag &= ~static_cast<tcflag_t>(OPOST | ONLCR | OCRNL);
+    line.c_iflag &= ~static_cast<tcflag_t>(INLCR | IGNCR | ICRNL);
+    line.c_cc[VTIME] = 0;
+    line.c_cc[VMIN] = 1;
+}
+
+} // namespace
+
+int libgsm_mobile_setup_serial(gsm_mobile* rec)
+{
+    const line_settings wanted = settings_of(rec);
+    const int fd = port_descriptor(rec);
+    termios line = {};
+    if (tcgetattr(fd, &line) != 0) {
+        diag_plain("[%s:%d] SetupSerial Failed\n", __func__, __LINE__);
+        return -1;
+    }
+    set_speed(line, wanted.baud);
+    line.c_cflag |= CLOCAL | CREAD;
+    if (wanted.flow_ctrl == 0)
+        line.c_cflag &= ~static_cast<tcflag_t>(CRTSCTS);
+    if (!set_size(line, wanted.data_bits)) {
+        diag_plain("[%s:%d] Unsupported data size %d\n", __func__, __LINE__, wanted.data_bits);
+        return -1;
+    }
+    if (!set_parity(line, wanted.parity)) {
+        diag_plain("[%s:%d] Unsupported parity\n", __func__, __LINE__);
+        return -1;
+    }
+    if (!set_stop_bits(line, wanted.stop_bits)) {
+        diag_plain("[%s:%d] Unsupported stop bits\n", __func__, __LINE__);
+        return -1;
+    }
+    set_raw(line);
+    tcflush(fd, TCIOFLUSH);
+    if (tcsetattr(fd, TCSANOW, &line) != 0) {
+        diag_plain("[%s:%d] Configure USB2UART Failed!\n", __func__, __LINE__);
+        return -1;
+    }
+    return 0;
+}
+
+void libgsm_mobile_close_usb(gsm_mobile* rec)
+{
+    lock_scope guard(port_lock);
+    if (rec->fd < 0)
+        return;
+    close(rec->fd);
+    rec->fd = -1;
+}
+
+int port_descriptor(gsm_mobile* rec)
+{
+    lock_scope guard(port_lock);
+    return rec->fd;
+}
+
+int mobile_device_exist()
+{
+    char path[32];
+    for (int index = 0; index < port_limit; index++)
+        if (device_exists(path, "USB", index) || device_exists(path, "ACM", index))
+            return 1;
+    return 0;
+}
+
+} // namespace kelo
