@@ -1,0 +1,185 @@
+// SIM and PIN: 3GPP TS 27.007, 8.3 (+CPIN), 7.4 (+CLCK), 7.5 (+CPWD); +QSIMSTAT and +QPINC are
+// Quectel's.
+#include "core.h"
+
+namespace kelo_emulator
+{
+
+int Core::sim_error() const
+{
+    if (session.cfun == 0)
+        return sim.state == SimState::absent ? 10 : 13;
+    switch (sim.state) {
+    case SimState::ready:
+        return 0;
+    case SimState::pin:
+        return 11;
+    case SimState::puk:
+        return 12;
+    case SimState::absent:
+        return 10;
+    case SimState::busy:
+        return 14;
+    case SimState::failure:
+        break;
+    }
+    return 13;
+}
+
+void Core::relock_sim()
+{
+    if (sim.state == SimState::absent || sim.state == SimState::failure)
+        return;
+    sim.state = sim.pin_tries == 0 ? SimState::puk : sim.locked ? SimState::pin : SimState::ready;
+}
+
+void Core::sim_up()
+{
+    if (sim.state == SimState::ready)
+        report_sequence("sim_ready");
+    else if (sim.state == SimState::pin || sim.state == SimState::puk)
+        report_sequence("sim_locked");
+}
+
+namespace
+{
+
+using Captures = std::vector<std::string>;
+
+void cpin_read(Core& core, const Captures&, Reply& reply)
+{
+    const int error = core.sim_error();
+    if (error == 0)
+        reply.lines = {"+CPIN: READY"};
+    else if (error == 11)
+        reply.lines = {"+CPIN: SIM PIN"};
+    else if (error == 12)
+        reply.lines = {"+CPIN: SIM PUK"};
+    else if (core.session.cfun == 0 && error == 13)
+        reply.lines = {"+CPIN: NOT READY"};
+    else
+        cme(reply, error);
+}
+
+void unlocked(Core& core, Reply& reply)
+{
+    core.sim.state = SimState::ready;
+    core.sim.pin_tries = 3;
+    core.sim.puk_tries = 10;
+    reply.wait_ms = core.get_number("pin_ms", 100);
+    reply.then = [&core] {
+        core.report_sequence("sim_unlocked");
+        core.update_registration();
+    };
+}
+
+// One try of the PIN. False, with the error in the reply, when it was wrong.
+bool pin_right(Core& core, const std::string& pin, Reply& reply)
+{
+    if (pin == core.sim.pin) {
+        core.sim.pin_tries = 3;
+        return true;
+    }
+    if (core.sim.pin_tries > 0 && --core.sim.pin_tries == 0)
+        core.sim.state = SimState::puk;
+    cme(reply, 16);
+    return false;
+}
+
+void cpin_set(Core& core, const Captures& captures, Reply& reply)
+{
+    const std::vector<std::string> codes = arguments(captures[0]);
+    const int error = core.sim_error();
+    if (error == 11 && codes.size() == 1) {
+        if (pin_right(core, codes[0], reply))
+            unlocked(core, reply);
+    } else if (error == 12) {
+        if (codes.size() == 2 && codes[0] == core.sim.puk) {
+            core.sim.pin = codes[1];
+            unlocked(core, reply);
+        } else {
+            if (--core.sim.puk_tries == 0)
+                core.sim.state = SimState::failure; // blocked for good
+            cme(reply, 16);
+        }
+    } else {
+        cme(reply, error && error != 11 ? error : 3);
+    }
+}
+
+void clck(Core& core, const Captures& captures, Reply& reply)
+{
+    const std::vector<std::string> values = arguments(captures[0]);
+    const int error = core.sim_error();
+    if (values.size() < 2 || values[0] != "SC") {
+        cme(reply, values.size() < 2 ? 50 : 4);
+    } else if (error && error != 11) {
+        cme(reply, error);
+    } else if (values[1] == "2") {
+        reply.lines = {std::string("+CLCK: ") + (core.sim.locked ? "1" : "0")};
+    } else if (values.size() < 3 || (values[1] != "0" && values[1] != "1")) {
+        cme(reply, 50);
+    } else if (pin_right(core, values[2], reply)) {
+        core.sim.locked = values[1] == "1";
+    }
+}
+
+void cpwd(Core& core, const Captures& captures, Reply& reply)
+{
+    const std::vector<std::string> values = arguments(captures[0]);
+    if (values.size() != 3 || values[0] != "SC")
+        cme(reply, 50);
+    else if (const int error = core.sim_error())
+        cme(reply, error);
+    else if (pin_right(core, values[1], reply))
+        core.sim.pin = values[2];
+}
+
+void qpinc(Core& core, const Captures&, Reply& reply)
+{
+    if (core.sim.state == SimState::absent)
+        cme(reply, 10);
+    else
+        reply.lines = {"+QPINC: \"SC\"," + std::to_string(core.sim.pin_tries) + "," +
+                       std::to_string(core.sim.puk_tries)};
+}
+
+void simstat_read(Core& core, const Captures&, Reply& reply)
+{
+    reply.lines = {std::string("+QSIMSTAT: ") + (core.session.simstat ? "1," : "0,") +
+                   (core.sim.state == SimState::absent ? "0" : "1")};
+}
+
+void simstat_set(Core& core, const Captures& captures, Reply& reply)
+{
+    if (captures[0] != "0" && captures[0] != "1")
+        cme(reply, 50);
+    else
+        core.session.simstat = captures[0] == "1";
+}
+
+void qinistat(Core& core, const Captures&, Reply& reply)
+{
+    // 1 CPIN ready, 2 SMS done, 4 phone book done
+    reply.lines = {std::string("+QINISTAT: ") + (core.sim_error() ? "0" : "7")};
+}
+
+constexpr Builtin table[] = {
+    {"sim", "AT+CPIN?", cpin_read},
+    {"sim", "AT+CPIN=*", cpin_set},
+    {"sim", "AT+CLCK=*", clck},
+    {"sim", "AT+CPWD=*", cpwd},
+    {"quectel-sim", "AT+QPINC*", qpinc},
+    {"quectel-sim", "AT+QSIMSTAT?", simstat_read},
+    {"quectel-sim", "AT+QSIMSTAT=*", simstat_set},
+    {"quectel-sim", "AT+QINISTAT", qinistat},
+};
+
+} // namespace
+
+Builtins sim_builtins()
+{
+    return {table, std::size(table)};
+}
+
+} // namespace kelo_emulator

@@ -1,0 +1,447 @@
+// Messages: 3GPP TS 27.005 (commands and reports), 23.040 (the PDU of a delivered message).
+#include "core.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace kelo_emulator
+{
+
+namespace
+{
+
+constexpr int store_size = 255;
+constexpr std::size_t max_sent = 10000;
+
+constexpr const char* status_names[] = {"REC UNREAD", "REC READ", "STO UNSENT", "STO SENT"};
+
+std::string octet(unsigned value)
+{
+    char digits[4];
+    snprintf(digits, sizeof digits, "%02X", value & 0xFFu);
+    return digits;
+}
+
+// Octets of a PDU behind its service centre field; -1 when the text is none.
+int tpdu_length(const std::string& hex)
+{
+    if (!is_hex(hex))
+        return -1;
+    const int centre = static_cast<int>(std::stoul(hex.substr(0, 2), nullptr, 16));
+    const int length = static_cast<int>(hex.size() / 2) - 1 - centre;
+    return length > 0 ? length : -1;
+}
+
+std::string swapped_digits(std::string digits)
+{
+    if (digits.size() % 2)
+        digits += 'F';
+    for (std::size_t i = 0; i + 1 < digits.size(); i += 2)
+        std::swap(digits[i], digits[i + 1]);
+    return digits;
+}
+
+std::string address(const std::string& number, bool length_in_octets)
+{
+    const bool international = !number.empty() && number[0] == '+';
+    const std::string digits = number.substr(international ? 1 : 0);
+    const std::size_t length = length_in_octets ? (digits.size() + 1) / 2 + 1 : digits.size();
+    return octet(static_cast<unsigned>(length)) + (international ? "91" : "81") +
+           swapped_digits(digits);
+}
+
+// "24/05/17,09:30:12+08" in semi-octets; the sign of the zone is bit 3 of its octet.
+std::string stamp_octets(const std::string& stamp)
+{
+    std::string digits;
+    for (const char c : stamp)
+        if (c >= '0' && c <= '9')
+            digits += c;
+    digits.resize(14, '0');
+    std::string octets = swapped_digits(digits);
+    if (stamp.find('-') != std::string::npos)
+        octets[13] = "89ABCDEF"[(octets[13] - '0') & 7];
+    return octets;
+}
+
+// Letters that have the same code in ASCII and in the GSM alphabet.
+bool plain_gsm(const std::string& words)
+{
+    return std::all_of(words.begin(), words.end(), [](unsigned char c) {
+        return c == '\n' || (c >= ' ' && c < 127 && !strchr("$@[\\]^_`{|}~", c));
+    });
+}
+
+std::string pack_septets(const std::string& words)
+{
+    std::string hex;
+    unsigned held = 0, bits = 0;
+    for (const unsigned char c : words) {
+        held |= static_cast<unsigned>(c) << bits;
+        bits += 7;
+        for (; bits >= 8; bits -= 8, held >>= 8)
+            hex += octet(held);
+    }
+    return bits ? hex + octet(held) : hex;
+}
+
+// An SMS-DELIVER of one part (23.040, 9.2.2.1). Empty: too long.
+std::string deliver_of_text(const std::string& centre, const std::string& sender,
+                            const std::string& stamp, const std::string& words)
+{
+    const bool gsm = plain_gsm(words);
+    const std::string ucs2 = gsm ? "" : ucs2_hex(words);
+    const std::size_t length = gsm ? words.size() : ucs2.size() / 2;
+    if (length > (gsm ? 160u : 140u))
+        return "";
+    return address(centre, true) + "04" + address(sender, false) + "00" + (gsm ? "00" : "08") +
+           stamp_octets(stamp) + octet(static_cast<unsigned>(length)) +
+           (gsm ? pack_septets(words) : ucs2);
+}
+
+} // namespace
+
+void Core::keep_message(StoredMessage message)
+{
+    message.index = 0; // the lowest free place
+    while (std::any_of(store.begin(), store.end(),
+                       [&](const StoredMessage& other) { return other.index == message.index; }))
+        ++message.index;
+    message.status = 0;
+    store.push_back(message);
+    if (session.cnmi_mt == 1)
+        report("+CMTI: \"" + get("sms_storage", "ME") + "\"," + std::to_string(message.index));
+}
+
+std::string Core::deliver_pdu(const std::string& hex)
+{
+    const int length = tpdu_length(hex);
+    if (length < 0)
+        return "not a PDU: '" + hex + "'";
+    if (session.cnmi_mt == 2 || session.cnmi_mt == 3) {
+        if (session.text_mode)
+            return "the host has set text mode and direct delivery; use `sms text`";
+        report("+CMT: ," + std::to_string(length) + "\n" + hex);
+        return "";
+    }
+    if (store.size() >= static_cast<std::size_t>(store_size))
+        return "the message store is full";
+    keep_message({0, 0, hex, "", "", ""});
+    return "";
+}
+
+std::string Core::deliver_text(const std::string& sender, const std::string& words)
+{
+    const std::string stamp = get("stamp", "24/05/17,09:30:12+08");
+    const std::string pdu = deliver_of_text(get("smsc", "+491710760000"), sender, stamp, words);
+    if (pdu.empty())
+        return "the text is too long for one message";
+    if ((session.cnmi_mt == 2 || session.cnmi_mt == 3) && session.text_mode) {
+        const bool ucs2 = session.charset == "UCS2";
+        report("+CMT: \"" + (ucs2 ? ucs2_hex(sender) : sender) + "\",,\"" + stamp + "\"\n" +
+               (ucs2 ? ucs2_hex(words) : words));
+        return "";
+    }
+    if (session.cnmi_mt == 2 || session.cnmi_mt == 3)
+        return deliver_pdu(pdu);
+    if (store.size() >= static_cast<std::size_t>(store_size))
+        return "the message store is full";
+    keep_message({0, 0, pdu, sender, stamp, words});
+    return "";
+}
+
+void Core::send_report(const std::string& hex)
+{
+    if (session.cnmi_ds == 1)
+        report("+CDS: " + std::to_string(tpdu_length(hex)) + "\n" + hex);
+}
+
+// The body behind the prompt is complete, or was given up with ESC.
+void Core::message_ready(const std::string& body, bool given_up)
+{
+    Reply reply;
+    if (given_up) {
+        put_final(reply);
+        return;
+    }
+    const bool pdu = !session.text_mode;
+    SentMessage sent{Clock::now(), pdu, session.target, body, -1};
+    const int length = pdu ? tpdu_length(trim(body)) : 0;
+    if (pdu && length != parse_number(session.target, 255))
+        cms(reply, 304);
+    else if (faults.cms_error >= 0)
+        cms(reply, faults.cms_error);
+    else if (!service())
+        cms(reply, 331);
+    if (reply.final_result == "OK") {
+        sent.reference = reference;
+        reply.lines = {"+CMGS: " + std::to_string(reference)};
+        reference = (reference + 1) % 256;
+    }
+    if (sent_messages.size() < max_sent)
+        sent_messages.push_back(sent);
+    if (faults.cms_silent) {
+        finish();
+        return;
+    }
+    after(get_number("cmgs_ms", 300), [this, reply] { deliver("AT+CMGS", {reply}); });
+}
+
+namespace
+{
+
+using Captures = std::vector<std::string>;
+
+// True when the SIM lets messages through; else the error is in the reply.
+bool sim_there(const Core& core, Reply& reply)
+{
+    const int error = core.sim_error();
+    if (error) // 27.005, 3.2.5: 310 no SIM ... 314 SIM busy
+        cms(reply, 300 + error);
+    return error == 0;
+}
+
+void cmgf_read(Core& core, const Captures&, Reply& reply)
+{
+    reply.lines = {core.session.text_mode ? "+CMGF: 1" : "+CMGF: 0"};
+}
+
+void cmgf_test(Core&, const Captures&, Reply& reply)
+{
+    reply.lines = {"+CMGF: (0,1)"};
+}
+
+void cmgf_set(Core& core, const Captures& captures, Reply& reply)
+{
+    const long mode = parse_number(captures[0], 1);
+    if (mode < 0)
+        cms(reply, 302);
+    else
+        core.session.text_mode = mode == 1;
+}
+
+void cnmi_read(Core& core, const Captures&, Reply& reply)
+{
+    reply.lines = {"+CNMI: 2," + std::to_string(core.session.cnmi_mt) + ",0," +
+                   std::to_string(core.session.cnmi_ds) + ",0"};
+}
+
+void cnmi_test(Core&, const Captures&, Reply& reply)
+{
+    reply.lines = {"+CNMI: (0,1,2),(0,1,2,3),(0,2),(0,1,2),(0,1)"};
+}
+
+void cnmi_set(Core& core, const Captures& captures, Reply& reply)
+{
+    const std::vector<std::string> values = arguments(captures[0]);
+    const long mt = values.size() > 1 ? parse_number(values[1], 3) : core.session.cnmi_mt;
+    const long ds = values.size() > 3 ? parse_number(values[3], 2) : core.session.cnmi_ds;
+    if (parse_number(values[0], 2) < 0 || mt < 0 || ds < 0) {
+        cms(reply, 302);
+        return;
+    }
+    core.session.cnmi_mt = static_cast<int>(mt);
+    core.session.cnmi_ds = static_cast<int>(ds);
+}
+
+void csms_read(Core& core, const Captures&, Reply& reply)
+{
+    reply.lines = {"+CSMS: " + std::to_string(core.session.csms) + ",1,1,1"};
+}
+
+void csms_test(Core&, const Captures&, Reply& reply)
+{
+    reply.lines = {"+CSMS: (0,1)"};
+}
+
+void csms_set(Core& core, const Captures& captures, Reply& reply)
+{
+    const long service = parse_number(captures[0], 1);
+    if (service < 0) {
+        cms(reply, 303);
+        return;
+    }
+    core.session.csms = static_cast<int>(service);
+    reply.lines = {"+CSMS: 1,1,1"};
+}
+
+void cnma(Core& core, const Captures&, Reply& reply)
+{
+    if (core.session.csms == 0)
+        cms(reply, 340);
+}
+
+void csca_read(Core& core, const Captures&, Reply& reply)
+{
+    if (sim_there(core, reply)) {
+        const std::string centre = core.get("smsc", "+491710760000");
+        reply.lines = {"+CSCA: \"" + (core.session.charset == "UCS2" ? ucs2_hex(centre) : centre) +
+                       "\",145"};
+    }
+}
+
+void csca_set(Core& core, const Captures& captures, Reply& reply)
+{
+    if (sim_there(core, reply))
+        core.dialogue.variables["smsc"] = arguments(captures[0])[0];
+}
+
+void cpms_read(Core& core, const Captures&, Reply& reply)
+{
+    if (!sim_there(core, reply))
+        return;
+    const std::string one = "\"" + core.get("sms_storage", "ME") + "\"," +
+                            std::to_string(core.store.size()) + "," + std::to_string(store_size);
+    reply.lines = {"+CPMS: " + one + "," + one + "," + one};
+}
+
+void cpms_test(Core&, const Captures&, Reply& reply)
+{
+    const std::string one = "(\"SM\",\"ME\",\"MT\")";
+    reply.lines = {"+CPMS: " + one + "," + one + "," + one};
+}
+
+void cpms_set(Core& core, const Captures& captures, Reply& reply)
+{
+    if (!sim_there(core, reply))
+        return;
+    const std::string wanted = arguments(captures[0])[0];
+    if (wanted != "SM" && wanted != "ME" && wanted != "MT") {
+        cms(reply, 302);
+        return;
+    }
+    core.dialogue.variables["sms_storage"] = wanted;
+    const std::string one = std::to_string(core.store.size()) + "," + std::to_string(store_size);
+    reply.lines = {"+CPMS: " + one + "," + one + "," + one};
+}
+
+void cmgs(Core& core, const Captures& captures, Reply& reply)
+{
+    if (!sim_there(core, reply))
+        return;
+    const std::string target = arguments(captures[0])[0];
+    if (target.empty() || (!core.session.text_mode && parse_number(target, 255) < 0)) {
+        reply.final_result = "ERROR";
+        return;
+    }
+    core.session.target = target;
+    reply.input = Reply::Input::message;
+    reply.final_result.clear();
+    reply.wait_ms = core.get_number("prompt_ms", 10);
+}
+
+// Head of a stored message behind "+CMGR: " or "+CMGL: <index>,".
+std::string message_head(const Core& core, const StoredMessage& message)
+{
+    if (!core.session.text_mode)
+        return std::to_string(message.status) + ",," + std::to_string(tpdu_length(message.pdu));
+    const std::string sender =
+        core.session.charset == "UCS2" ? ucs2_hex(message.sender) : message.sender;
+    return "\"" + std::string(status_names[message.status]) + "\",\"" + sender + "\",,\"" +
+           message.stamp + "\"";
+}
+
+std::string message_body(const Core& core, const StoredMessage& message)
+{
+    if (!core.session.text_mode)
+        return message.pdu;
+    return core.session.charset == "UCS2" ? ucs2_hex(message.text) : message.text;
+}
+
+// What came as a PDU is not decoded here, so text mode cannot show it.
+bool can_show(const Core& core, const StoredMessage& message)
+{
+    return !core.session.text_mode || !message.sender.empty();
+}
+
+void cmgl(Core& core, const Captures& captures, Reply& reply)
+{
+    if (!sim_there(core, reply))
+        return;
+    const std::string wanted = unquote(captures[0]);
+    for (StoredMessage& message : core.store) {
+        const bool listed = wanted == "4" || wanted == "ALL" ||
+                            wanted == std::to_string(message.status) ||
+                            wanted == status_names[message.status];
+        if (!listed || !can_show(core, message))
+            continue;
+        reply.lines.push_back("+CMGL: " + std::to_string(message.index) + "," +
+                              message_head(core, message));
+        reply.lines.push_back(message_body(core, message));
+        if (message.status == 0)
+            message.status = 1;
+    }
+}
+
+void cmgl_test(Core&, const Captures&, Reply& reply)
+{
+    reply.lines = {"+CMGL: (0-4)"};
+}
+
+void cmgr(Core& core, const Captures& captures, Reply& reply)
+{
+    if (!sim_there(core, reply))
+        return;
+    const long index = parse_number(captures[0], store_size);
+    for (StoredMessage& message : core.store) {
+        if (message.index != index)
+            continue;
+        if (!can_show(core, message)) {
+            cms(reply, 302);
+            return;
+        }
+        reply.lines = {"+CMGR: " + message_head(core, message), message_body(core, message)};
+        if (message.status == 0)
+            message.status = 1;
+        return;
+    }
+    if (index < 0 || index >= store_size)
+        cms(reply, 321);
+}
+
+void cmgd(Core& core, const Captures& captures, Reply& reply)
+{
+    if (!sim_there(core, reply))
+        return;
+    const std::vector<std::string> values = arguments(captures[0]);
+    const long index = parse_number(values[0], store_size - 1);
+    const long flag = values.size() > 1 ? parse_number(values[1], 4) : 0;
+    if (index < 0 || flag < 0) {
+        cms(reply, 321);
+        return;
+    }
+    const auto gone = [&](const StoredMessage& message) {
+        return flag == 4 || (flag == 0 ? message.index == index : message.status == 1);
+    };
+    core.store.erase(std::remove_if(core.store.begin(), core.store.end(), gone), core.store.end());
+}
+
+void cmgd_test(Core& core, const Captures&, Reply& reply)
+{
+    std::string indexes;
+    for (const StoredMessage& message : core.store)
+        indexes += (indexes.empty() ? "" : ",") + std::to_string(message.index);
+    reply.lines = {"+CMGD: (" + indexes + "),(0-4)"};
+}
+
+void accept(Core&, const Captures&, Reply&) {}
+
+constexpr Builtin table[] = {
+    {"sms", "AT+CMGF?", cmgf_read}, {"sms", "AT+CMGF=?", cmgf_test}, {"sms", "AT+CMGF=*", cmgf_set},
+    {"sms", "AT+CNMI?", cnmi_read}, {"sms", "AT+CNMI=?", cnmi_test}, {"sms", "AT+CNMI=*", cnmi_set},
+    {"sms", "AT+CSMS?", csms_read}, {"sms", "AT+CSMS=?", csms_test}, {"sms", "AT+CSMS=*", csms_set},
+    {"sms", "AT+CNMA*", cnma},      {"sms", "AT+CSCA?", csca_read},  {"sms", "AT+CSCA=*", csca_set},
+    {"sms", "AT+CPMS?", cpms_read}, {"sms", "AT+CPMS=?", cpms_test}, {"sms", "AT+CPMS=*", cpms_set},
+    {"sms", "AT+CMGS=*", cmgs},     {"sms", "AT+CMGL=?", cmgl_test}, {"sms", "AT+CMGL=*", cmgl},
+    {"sms", "AT+CMGR=*", cmgr},     {"sms", "AT+CMGD=?", cmgd_test}, {"sms", "AT+CMGD=*", cmgd},
+    {"sms", "AT+CSMP=*", accept},   {"sms", "AT+CSDH=*", accept},    {"sms", "AT+CMMS=*", accept},
+};
+
+} // namespace
+
+Builtins sms_builtins()
+{
+    return {table, std::size(table)};
+}
+
+} // namespace kelo_emulator

@@ -1,0 +1,238 @@
+// The inside of the modem, shared by modem.cpp (thread, port, log, public calls), session.cpp
+// (command lines, answers, faults), the built-in behaviours and the orders.
+//
+// Everything here is touched under Core::mutex; all but the plain readers run on the emulator's
+// thread, orders included, so that the port is opened, used and closed by one thread alone.
+#pragma once
+
+#include "dialogue.h"
+#include "modem.h"
+#include "pty.h"
+
+#include <condition_variable>
+#include <deque>
+#include <mutex>
+#include <thread>
+
+namespace kelo_emulator
+{
+
+// What one command of a line draws.
+struct Reply {
+    enum class Input { none, message, file };
+    std::vector<std::string> lines;
+    std::string final_result = "OK"; // empty: none comes
+    int wait_ms = 0;
+    std::vector<Report> reports; // behind the final result
+    std::function<void()> then;  // behind the final result, ahead of the reports
+    Input input = Input::none;   // `> ` or CONNECT comes in place of the final result
+};
+
+enum class SimState { ready, pin, puk, absent, busy, failure };
+
+struct Sim {
+    SimState state = SimState::ready;
+    bool locked = false; // asks for its PIN after each power-up
+    std::string pin = "1234", puk = "12345678";
+    int pin_tries = 3, puk_tries = 10;
+};
+
+enum Domain { creg, cgreg, cereg, c5greg, domain_count };
+
+constexpr int mqtt_clients = 6;
+
+struct StoredMessage {
+    int index;
+    int status; // 0 unread, 1 read, 2 unsent, 3 sent
+    std::string pdu;
+    std::string sender, stamp, text; // empty sender: came as PDU
+};
+
+struct Call {
+    bool active = false, answered = false;
+    std::string number; // empty: withheld
+    unsigned serial = 0;
+};
+
+// Settings of a session: a restart of the module brings them back to what stands here.
+struct Session {
+    bool echo = true;
+    int cmee = 1;
+    int cfun = 1;
+    int reg_n[domain_count] = {0, 0, 0, 0};
+    int cops_format = 0;
+    std::string charset = "GSM";
+    bool text_mode = false;
+    int cnmi_mt = 1, cnmi_ds = 0;
+    int csms = 0;
+    bool clip = false, crc = false, simstat = false, unsolicited_csq = false;
+    bool context = false;
+    int mqtt[mqtt_clients] = {};
+    bool gps = false;
+    Call call;
+
+    Reply::Input input = Reply::Input::none;
+    std::string line; // being received
+    bool line_too_long = false;
+    bool after_cr = false;
+    std::string body;   // message or file being received
+    std::string target; // argument of the AT+CMGS in progress, name of the file
+    std::size_t file_size = 0;
+    unsigned upload = 0;             // counts up
+    bool running = false;            // a command has not had its final result yet
+    std::deque<std::string> waiting; // lines that came meanwhile
+};
+
+// Orders to misbehave. They outlast a restart of the module.
+struct Faults {
+    bool silent = false;
+    std::vector<std::string> silent_patterns;
+    int late_ms = 0;
+    std::string late_pattern = "*";
+    std::size_t split_bytes = 0;
+    int split_ms = 0;
+    std::string partial_pattern;
+    long partial_bytes = -1; // -1: half
+    std::string reset_pattern;
+    bool swallow = false;
+    bool endless = false;
+    std::string endless_text;
+    int cms_error = -1; // next AT+CMGS fails with it
+    bool cms_silent = false;
+    int mqtt_open = 0, mqtt_result = 0, mqtt_refusal = 0; // of +QMTOPEN, +QMTCONN
+    bool mqtt_no_topic = false;
+};
+
+struct Core {
+    Options options;
+    std::string dialogues_dir;
+    Dialogue dialogue;
+
+    mutable std::mutex mutex;
+    mutable std::condition_variable changed; // log grew, job done, thread ended
+    std::thread thread;
+    bool running = false, stop_wanted = false;
+    int wake[2] = {-1, -1};
+    struct Job {
+        std::function<void()> work;
+        bool done = false;
+    };
+    std::deque<Job*> jobs;
+    bool run_on_thread(const std::function<void()>& work); // false: not running
+    void wake_up() const;
+
+    // --- modem.cpp: port, timers, log
+    Pty pty;
+    std::string output; // not yet written
+    Clock::time_point next_write{};
+    std::multimap<Clock::time_point, std::function<void()>> timers;
+    std::deque<LogEntry> entries;
+    std::vector<LogEntry> untraced;
+    std::deque<std::string> host_lines, modem_lines;
+    std::string modem_partial;
+    std::uint64_t endless_written = 0;
+    std::size_t endless_at = 0;
+    void loop();
+    void after(int ms, std::function<void()> work);
+    void put(const std::string& bytes); // queue for writing; dropped when the port is gone or full
+    void pump();
+    void write_endless();
+    void note(From from, const std::string& bytes);
+    void note_host_line(const std::string& line);
+    void note_modem_bytes(const std::string& bytes);
+    void read_port();
+    std::string node_on();
+    void node_off();
+
+    // --- session.cpp: what is said
+    Session session;
+    Faults faults;
+    unsigned restarts = 0;
+    void receive(const std::string& bytes);
+    void receive_command_byte(char c);
+    void receive_body_byte(char c);
+    void submit(const std::string& line);
+    void execute(const std::string& line);
+    Reply run(const std::string& command);
+    void deliver(const std::string& line, const std::vector<Reply>& replies);
+    void finish();                      // the final result is out: next waiting line
+    void put_final(const Reply& reply); // final result, what follows it, finish
+    void report(const std::string& text);
+    void report_sequence(const std::string& variable); // texts separated by `|`
+    void reset(int away_ms);
+    void boot();
+    void fresh_session();
+    std::string render(const std::string& final_result) const;
+
+    // --- variables
+    std::string get(const std::string& name, const std::string& fallback = "") const;
+    int get_number(const std::string& name, int fallback) const;
+    std::string text(const std::string& pattern) const;
+
+    // --- builtins_*.cpp
+    Sim sim;
+    void relock_sim();
+    int sim_error() const; // CME number of the state, 0 when ready
+    bool service() const;  // registered, home or roaming
+    void sim_up();         // the reports of a SIM that gets power
+
+    int reg_target[domain_count] = {1, 1, 1, 1};
+    int reg_seen[domain_count] = {1, 1, 1, 1}; // as last reported
+    std::string columns_seen[domain_count];
+    bool detached = false; // AT+COPS=2
+    int reg_stat(int domain) const;
+    std::string reg_columns(int domain, int n, int stat) const;
+    void update_registration();
+    std::string cell = "LTE";
+
+    std::vector<StoredMessage> store;
+    std::vector<SentMessage> sent_messages;
+    int reference = 0;
+    void message_ready(const std::string& body, bool given_up);
+    void send_report(const std::string& hex); // +CDS
+    std::string deliver_pdu(const std::string& hex);
+    std::string deliver_text(const std::string& sender, const std::string& words);
+    void keep_message(StoredMessage message);
+
+    bool gps_fix = true;
+    std::map<std::string, std::string> files;
+    void file_ready();
+
+    void ring(const std::string& number);
+    void hang_up(bool by_peer);
+    void ring_again(unsigned serial);
+};
+
+// A built-in behaviour: a command pattern of a group that a dialogue file names with `use`.
+struct Builtin {
+    const char* use; // null: every module has it
+    const char* pattern;
+    void (*run)(Core& core, const std::vector<std::string>& captures, Reply& reply);
+};
+
+struct Builtins {
+    const Builtin* first;
+    std::size_t count;
+};
+
+Builtins basic_builtins();   // echo, error form, radio        builtins_basic.cpp
+Builtins sim_builtins();     // SIM and PIN                    builtins_sim.cpp
+Builtins network_builtins(); // registration, operator, cell   builtins_network.cpp
+Builtins sms_builtins();     // messages                       builtins_sms.cpp
+Builtins misc_builtins();    // calls, files                   builtins_misc.cpp
+Builtins data_builtins();    // MQTT, GPS                      builtins_data.cpp
+std::set<std::string> builtin_uses();
+const std::vector<Builtins>& all_builtins();
+
+// Orders, orders.cpp. Runs on the emulator's thread.
+std::string run_order(Core& core, const std::string& text, std::string& answer);
+
+// Small helpers of the built-ins.
+void cme(Reply& reply, int number);
+void cms(Reply& reply, int number);
+bool is_hex(const std::string& text);
+std::string unquote(const std::string& text);                // one pair of quotes off
+std::vector<std::string> arguments(const std::string& text); // at commas outside quotes, unquoted
+std::string ucs2_hex(const std::string& text);
+
+} // namespace kelo_emulator

@@ -1,0 +1,71 @@
+// The dialogue file of one model: what the module answers to which command.
+//
+//   # comment                         whole lines only
+//   include quectel-lte.inc           the lines of another file of the same folder stand here
+//   use sim network sms               built-in behaviours that this module has (builtins.h)
+//   var imsi = 262011234567890        variable with its default; a later `var` replaces it
+//
+//   >> AT+QCFG="nwscanmode",*         a command; `*` stands for any run of characters
+//   needs sim                         answers a SIM error unless the SIM is ready; `needs card` is
+//                                     content with a locked one
+//   set nwscanmode = ${1}             ${1} ... ${9}: what the first ... ninth `*` stood for
+//   wait 300                          the answer comes after so many milliseconds
+//   << +QCFG: "x",${nwscanmode}       a line of the answer
+//   << OK                             the final result: OK, ERROR, NO CARRIER, +CME ERROR: <n> or
+//                                     +CMS ERROR: <n>; errors are put as AT+CMEE asks for
+//   report +QUSIM: 1                  an unsolicited line behind the final result
+//   report after 500 +QUSIM: 1        the same, 500 ms later than the one before it
+//
+// A rule ends with the next `>>`. In place of a final result `silent` says that none comes. Rules
+// are tried in the order of the file, the first match answers, and rules stand ahead of built-ins.
+#pragma once
+
+#include <cstddef>
+#include <map>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace kelo_emulator
+{
+
+struct Assignment {
+    std::string name, value;
+};
+
+struct Report {
+    int after_ms;
+    std::string text;
+};
+
+struct Rule {
+    std::string pattern;
+    std::vector<Assignment> assignments;
+    std::string needs; // "", "card" or "sim"
+    int wait_ms = 0;
+    std::vector<std::string> lines;
+    std::string final_result; // empty: silent
+    std::vector<Report> reports;
+};
+
+struct Dialogue {
+    std::set<std::string> uses;
+    std::map<std::string, std::string> variables;
+    std::vector<Rule> rules;
+};
+
+// Reads `folder`/`file`. Empty text, or "EC25.dlg:12: what is wrong with the line".
+std::string load_dialogue(const std::string& folder, const std::string& file,
+                          const std::set<std::string>& known_uses, Dialogue& out);
+
+// Puts values for ${name} and ${1}. Unknown names become empty.
+std::string expand(const std::string& text, const std::map<std::string, std::string>& variables,
+                   const std::vector<std::string>& captures = {});
+
+// A whole decimal number from 0 to `limit`; -1 when it is anything else.
+long parse_number(const std::string& text, long limit);
+
+std::string trim(const std::string& text);
+std::vector<std::string> split(const std::string& text, char separator);
+
+} // namespace kelo_emulator

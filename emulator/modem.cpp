@@ -1,0 +1,419 @@
+// The emulator's thread, the port, the log, and the public calls.
+#include "core.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <poll.h>
+#include <unistd.h>
+
+#ifndef KELO_DIALOGUES_DIR
+#define KELO_DIALOGUES_DIR "dialogues"
+#endif
+
+namespace kelo_emulator
+{
+
+namespace
+{
+
+constexpr std::size_t max_entries = 50000;
+constexpr std::size_t max_output = 256 * 1024; // what a module with full buffers would drop
+constexpr std::size_t max_partial = 4096;
+
+template <class T> void push_bounded(std::deque<T>& queue, T value)
+{
+    queue.push_back(std::move(value));
+    if (queue.size() > max_entries)
+        queue.pop_front();
+}
+
+std::size_t count_matches(const std::deque<std::string>& lines, const std::string& pattern)
+{
+    return static_cast<std::size_t>(
+        std::count_if(lines.begin(), lines.end(),
+                      [&](const std::string& line) { return pattern_matches(pattern, line); }));
+}
+
+} // namespace
+
+// --- the thread ------------------------------------------------------------------------------
+
+void Core::loop()
+{
+    std::unique_lock lock(mutex);
+    while (!stop_wanted) {
+        while (!jobs.empty()) {
+            Job* job = jobs.front();
+            jobs.pop_front();
+            job->work();
+            job->done = true;
+            changed.notify_all();
+        }
+        while (!timers.empty() && timers.begin()->first <= Clock::now()) {
+            auto work = std::move(timers.begin()->second);
+            timers.erase(timers.begin());
+            work();
+        }
+        pump();
+        if (faults.endless && output.empty())
+            write_endless();
+
+        std::vector<LogEntry> fresh;
+        fresh.swap(untraced);
+        if (!fresh.empty() && options.trace) {
+            lock.unlock();
+            for (const LogEntry& entry : fresh)
+                options.trace(entry);
+            lock.lock();
+            continue; // time has passed, orders may have come
+        }
+
+        struct pollfd polled[2] = {{wake[0], POLLIN, 0}, {pty.master(), POLLIN, 0}};
+        Clock::time_point next = timers.empty() ? Clock::time_point::max() : timers.begin()->first;
+        if (!output.empty() && next_write > Clock::now())
+            next = std::min(next, next_write); // pacing of split writes
+        else if (pty.is_open() && (!output.empty() || faults.endless))
+            polled[1].events |= POLLOUT;
+        int timeout = -1;
+        if (next != Clock::time_point::max()) {
+            const auto left = std::chrono::ceil<milliseconds>(next - Clock::now()).count();
+            timeout = static_cast<int>(std::clamp<long long>(left, 0, 60000));
+        }
+        lock.unlock();
+        poll(polled, 2, timeout);
+        lock.lock();
+        if (polled[0].revents) {
+            char rest[64];
+            while (read(wake[0], rest, sizeof rest) > 0) {
+            }
+        }
+        if (polled[1].revents & POLLIN)
+            read_port();
+    }
+    timers.clear();
+    node_off();
+    running = false;
+    jobs.clear(); // their owners see that nothing runs any more
+    changed.notify_all();
+}
+
+bool Core::run_on_thread(const std::function<void()>& work)
+{
+    std::unique_lock lock(mutex);
+    if (!running || stop_wanted)
+        return false;
+    if (std::this_thread::get_id() == thread.get_id()) { // called from the trace
+        work();
+        return true;
+    }
+    Job job{work};
+    jobs.push_back(&job);
+    wake_up();
+    changed.wait(lock, [&] { return job.done || !running; });
+    return job.done;
+}
+
+void Core::wake_up() const
+{
+    const char byte = 0;
+    if (write(wake[1], &byte, 1) < 0) {
+        // Full: the thread has yet to read earlier ones, and wakes up all the same.
+    }
+}
+
+void Core::after(int ms, std::function<void()> work)
+{
+    timers.emplace(Clock::now() + milliseconds(ms), std::move(work));
+}
+
+// --- the port --------------------------------------------------------------------------------
+
+void Core::put(const std::string& bytes)
+{
+    if (pty.is_open() && output.size() + bytes.size() <= max_output)
+        output += bytes;
+}
+
+void Core::pump()
+{
+    while (pty.is_open() && !output.empty() && Clock::now() >= next_write) {
+        const std::size_t piece =
+            faults.split_bytes ? std::min(faults.split_bytes, output.size()) : output.size();
+        const ssize_t written = write(pty.master(), output.data(), piece);
+        if (written <= 0)
+            return; // full, or hung up just now: polled for
+        note(From::modem, output.substr(0, static_cast<std::size_t>(written)));
+        note_modem_bytes(output.substr(0, static_cast<std::size_t>(written)));
+        output.erase(0, static_cast<std::size_t>(written));
+        if (faults.split_bytes)
+            next_write = Clock::now() + milliseconds(faults.split_ms);
+    }
+}
+
+// As much as the port takes, then back to the loop, so that a fast reader cannot hold the thread.
+void Core::write_endless()
+{
+    std::string block;
+    while (block.size() < 4096)
+        block += faults.endless_text;
+    const std::size_t period = faults.endless_text.size();
+    block.erase(0, endless_at % period); // a text goes on where the last write cut it
+    const ssize_t written = pty.is_open() ? write(pty.master(), block.data(), block.size()) : -1;
+    if (written <= 0)
+        return;
+    endless_at = (endless_at + static_cast<std::size_t>(written)) % period;
+    endless_written += static_cast<std::uint64_t>(written);
+}
+
+void Core::read_port()
+{
+    char bytes[4096];
+    if (!pty.is_open())
+        return;
+    const ssize_t length = read(pty.master(), bytes, sizeof bytes);
+    pty.allow_next_open();
+    if (length > 0)
+        receive(std::string(bytes, static_cast<std::size_t>(length)));
+}
+
+std::string Core::node_on()
+{
+    return pty.is_open() ? "" : pty.open(options.port);
+}
+
+void Core::node_off()
+{
+    pty.close();
+    output.clear();
+    next_write = {};
+    modem_partial.clear();
+    session.line.clear();
+}
+
+// --- the log ---------------------------------------------------------------------------------
+
+void Core::note(From from, const std::string& bytes)
+{
+    LogEntry entry{Clock::now(), from, bytes};
+    if (options.trace)
+        untraced.push_back(entry);
+    push_bounded(entries, std::move(entry));
+    changed.notify_all();
+}
+
+void Core::note_host_line(const std::string& line)
+{
+    if (!line.empty())
+        push_bounded(host_lines, line);
+}
+
+void Core::note_modem_bytes(const std::string& bytes)
+{
+    for (const char c : bytes) {
+        if (c == '\n' || modem_partial.size() >= max_partial) {
+            while (!modem_partial.empty() && modem_partial.back() == '\r')
+                modem_partial.pop_back();
+            if (!modem_partial.empty())
+                push_bounded(modem_lines, modem_partial);
+            modem_partial.clear();
+        }
+        if (c != '\n')
+            modem_partial += c;
+    }
+    if (modem_partial == "> ") { // the prompt has no line end, but is waited for
+        push_bounded(modem_lines, modem_partial);
+        modem_partial.clear();
+    }
+}
+
+// --- variables -------------------------------------------------------------------------------
+
+std::string Core::get(const std::string& name, const std::string& fallback) const
+{
+    const auto found = dialogue.variables.find(name);
+    return found == dialogue.variables.end() ? fallback : found->second;
+}
+
+int Core::get_number(const std::string& name, int fallback) const
+{
+    const long value = parse_number(get(name), 1000000);
+    return value < 0 ? fallback : static_cast<int>(value);
+}
+
+std::string Core::text(const std::string& pattern) const
+{
+    return expand(pattern, dialogue.variables);
+}
+
+// --- public calls ----------------------------------------------------------------------------
+
+Modem::Modem() : core_(std::make_unique<Core>()) {}
+
+Modem::~Modem()
+{
+    stop();
+}
+
+std::string Modem::start(const Options& options)
+{
+    if (running())
+        return "already running";
+    stop();
+    if (options.model.empty() || options.model.find('/') != std::string::npos)
+        return "no model '" + options.model + "'";
+    auto core = std::make_unique<Core>();
+    core->options = options;
+    std::string folder = options.dialogues_dir;
+    if (folder.empty() && getenv("KELO_DIALOGUES"))
+        folder = getenv("KELO_DIALOGUES");
+    if (folder.empty())
+        folder = KELO_DIALOGUES_DIR;
+    std::string error =
+        load_dialogue(folder, options.model + ".dlg", builtin_uses(), core->dialogue);
+    if (!error.empty())
+        return error;
+    for (const auto& [name, value] : options.variables)
+        core->dialogue.variables[name] = value;
+    core->sim.pin = core->get("pin", core->sim.pin);
+    core->sim.puk = core->get("puk", core->sim.puk);
+    core->cell = core->get("cell", core->cell);
+    core->reference = core->get_number("message_reference", 0);
+    core->fresh_session();
+    error = core->node_on();
+    if (!error.empty())
+        return error;
+    if (pipe2(core->wake, O_CLOEXEC | O_NONBLOCK) != 0)
+        return std::string("no pipe: ") + strerror(errno);
+    core->running = true;
+    if (options.boot_reports)
+        core->boot();
+    Core* raw = core.get();
+    core_ = std::move(core);
+    core_->thread = std::thread([raw] { raw->loop(); });
+    return "";
+}
+
+void Modem::stop()
+{
+    {
+        const std::lock_guard lock(core_->mutex);
+        core_->stop_wanted = true;
+        if (core_->wake[1] >= 0)
+            core_->wake_up();
+    }
+    if (core_->thread.joinable())
+        core_->thread.join();
+    for (int& end : core_->wake) {
+        if (end >= 0)
+            close(end);
+        end = -1;
+    }
+}
+
+bool Modem::running() const
+{
+    const std::lock_guard lock(core_->mutex);
+    return core_->running && !core_->stop_wanted;
+}
+
+std::string Modem::order(const std::string& text, std::string* answer)
+{
+    std::string error, words;
+    if (!core_->run_on_thread([&] { error = run_order(*core_, text, words); }))
+        return "the modem is not running";
+    if (answer)
+        *answer = words;
+    return error;
+}
+
+void Modem::report(const std::string& line)
+{
+    core_->run_on_thread([&] { core_->report(line); });
+}
+
+void Modem::raw(const std::string& bytes)
+{
+    core_->run_on_thread([&] { core_->put(bytes); });
+}
+
+void Modem::set(const std::string& name, const std::string& value)
+{
+    const std::lock_guard lock(core_->mutex);
+    core_->dialogue.variables[name] = value;
+}
+
+std::string Modem::get(const std::string& name) const
+{
+    const std::lock_guard lock(core_->mutex);
+    return core_->get(name);
+}
+
+std::vector<LogEntry> Modem::log() const
+{
+    const std::lock_guard lock(core_->mutex);
+    return {core_->entries.begin(), core_->entries.end()};
+}
+
+std::vector<std::string> Modem::commands() const
+{
+    const std::lock_guard lock(core_->mutex);
+    return {core_->host_lines.begin(), core_->host_lines.end()};
+}
+
+std::vector<std::string> Modem::sent() const
+{
+    const std::lock_guard lock(core_->mutex);
+    return {core_->modem_lines.begin(), core_->modem_lines.end()};
+}
+
+std::size_t Modem::count(const std::string& pattern) const
+{
+    const std::lock_guard lock(core_->mutex);
+    return count_matches(core_->host_lines, pattern);
+}
+
+std::size_t Modem::count_sent(const std::string& pattern) const
+{
+    const std::lock_guard lock(core_->mutex);
+    return count_matches(core_->modem_lines, pattern);
+}
+
+bool Modem::wait_for(const std::string& pattern, milliseconds timeout, std::size_t times) const
+{
+    std::unique_lock lock(core_->mutex);
+    return core_->changed.wait_for(
+        lock, timeout, [&] { return count_matches(core_->host_lines, pattern) >= times; });
+}
+
+bool Modem::wait_sent(const std::string& pattern, milliseconds timeout, std::size_t times) const
+{
+    std::unique_lock lock(core_->mutex);
+    return core_->changed.wait_for(
+        lock, timeout, [&] { return count_matches(core_->modem_lines, pattern) >= times; });
+}
+
+void Modem::clear_log()
+{
+    const std::lock_guard lock(core_->mutex);
+    core_->entries.clear();
+    core_->host_lines.clear();
+    core_->modem_lines.clear();
+    core_->modem_partial.clear();
+}
+
+std::vector<SentMessage> Modem::sent_messages() const
+{
+    const std::lock_guard lock(core_->mutex);
+    return core_->sent_messages;
+}
+
+std::uint64_t Modem::endless_bytes() const
+{
+    const std::lock_guard lock(core_->mutex);
+    return core_->endless_written;
+}
+
+} // namespace kelo_emulator

@@ -1,0 +1,514 @@
+// The one table of orders, for the tool's standard input and for Modem::order.
+#include "core.h"
+
+#include <cctype>
+
+namespace kelo_emulator
+{
+
+namespace
+{
+
+using Words = std::vector<std::string>;
+
+// What an order gets: its words behind the name, and all of them as they were written.
+struct Call {
+    Core& core;
+    const Words& words;
+    const std::string& rest;
+    std::string& answer;
+
+    const std::string& word(std::size_t i) const
+    {
+        static const std::string none;
+        return i < words.size() ? words[i] : none;
+    }
+    // The text from word `i` on, its blanks kept.
+    std::string from(std::size_t i) const
+    {
+        std::size_t at = 0;
+        for (; i > 0 && at != std::string::npos; --i) {
+            at = rest.find(' ', at);
+            at = at == std::string::npos ? at : rest.find_first_not_of(' ', at);
+        }
+        return at == std::string::npos ? "" : rest.substr(at);
+    }
+};
+
+constexpr const char* bad = "?"; // answered with the usage of the order
+
+struct Order {
+    const char* name;
+    const char* usage;
+    const char* help;
+    std::string (*run)(const Call& call);
+};
+
+constexpr long max_ms = 3600000;
+
+bool ms_word(const Call& call, std::size_t i, long fallback, long& ms)
+{
+    ms = call.word(i).empty() ? fallback : parse_number(call.word(i), max_ms);
+    return ms >= 0;
+}
+
+std::string unhex(const std::string& hex)
+{
+    std::string bytes;
+    for (std::size_t i = 0; i + 1 < hex.size(); i += 2)
+        bytes += static_cast<char>(std::stoi(hex.substr(i, 2), nullptr, 16));
+    return bytes;
+}
+
+// "\r", "\n", "\t", "\xHH" and "\\" of an order line as bytes; everything else stands for itself.
+std::string unescape(const std::string& text)
+{
+    std::string bytes;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        if (text[i] != '\\' || i + 1 == text.size()) {
+            bytes += text[i];
+            continue;
+        }
+        const char kind = text[++i];
+        if (kind == 'x' && i + 2 < text.size() && is_hex(text.substr(i + 1, 2))) {
+            bytes += unhex(text.substr(i + 1, 2));
+            i += 2;
+        } else {
+            bytes += kind == 'r' ? '\r' : kind == 'n' ? '\n' : kind == 't' ? '\t' : kind;
+        }
+    }
+    return bytes;
+}
+
+// --- lines ---
+
+std::string order_report(const Call& call)
+{
+    if (call.rest.empty())
+        return bad;
+    call.core.report(unescape(call.rest));
+    return "";
+}
+
+std::string order_raw(const Call& call)
+{
+    if (call.rest.empty())
+        return bad;
+    call.core.put(unescape(call.rest));
+    return "";
+}
+
+std::string order_set(const Call& call)
+{
+    if (call.words.empty())
+        return bad;
+    call.core.dialogue.variables[call.word(0)] = call.from(1);
+    return "";
+}
+
+// --- misbehaviour ---
+
+std::string order_silence(const Call& call)
+{
+    Faults& faults = call.core.faults;
+    if (call.rest == "on") {
+        faults.silent = true;
+    } else if (call.rest == "off") {
+        faults.silent = false;
+        faults.silent_patterns.clear();
+    } else if (!call.rest.empty()) {
+        faults.silent_patterns.push_back(call.rest);
+    } else {
+        return bad;
+    }
+    return "";
+}
+
+std::string order_late(const Call& call)
+{
+    long ms = 0;
+    if (call.words.empty() || (call.word(0) != "off" && !ms_word(call, 0, 0, ms)))
+        return bad;
+    call.core.faults.late_ms = static_cast<int>(ms);
+    call.core.faults.late_pattern = call.words.size() > 1 ? call.from(1) : "*";
+    return "";
+}
+
+std::string order_split(const Call& call)
+{
+    long bytes = 0, ms = 0;
+    if (call.word(0) != "off") {
+        bytes = parse_number(call.word(0), 4096);
+        if (bytes < 1 || !ms_word(call, 1, 20, ms))
+            return bad;
+    }
+    call.core.faults.split_bytes = static_cast<std::size_t>(bytes);
+    call.core.faults.split_ms = static_cast<int>(ms);
+    return "";
+}
+
+std::string order_garbage(const Call& call)
+{
+    const long count = call.words.empty() ? 64 : parse_number(call.word(0), 65536);
+    if (count < 1)
+        return bad;
+    std::string bytes;
+    static unsigned seed = 1; // the same bytes in each run, so that a failure can be seen again
+    for (long i = 0; i < count; ++i) {
+        seed = seed * 1103515245u + 12345u;
+        bytes += static_cast<char>(seed >> 16);
+    }
+    call.core.put(bytes);
+    return "";
+}
+
+std::string order_partial(const Call& call)
+{
+    Faults& faults = call.core.faults;
+    if (call.word(0) == "off") {
+        faults.partial_pattern.clear();
+        return "";
+    }
+    const long bytes = call.word(0) == "half" ? -1 : parse_number(call.word(0), 65536);
+    if (call.words.size() < 2 || (bytes < 0 && call.word(0) != "half"))
+        return bad;
+    faults.partial_bytes = bytes;
+    faults.partial_pattern = call.from(1);
+    return "";
+}
+
+std::string order_reset(const Call& call)
+{
+    long ms = 0;
+    if (call.word(0) == "on") {
+        if (call.words.size() < 2)
+            return bad;
+        call.core.faults.reset_pattern = call.from(1);
+        return "";
+    }
+    if (!ms_word(call, 0, call.core.get_number("reset_ms", 1000), ms))
+        return bad;
+    call.core.reset(static_cast<int>(ms));
+    return "";
+}
+
+std::string order_node(const Call& call)
+{
+    long ms = 0;
+    if (call.rest == "off") {
+        call.core.node_off();
+        return "";
+    }
+    if (call.word(0) == "on" && call.words.size() < 3) {
+        if (call.words.size() == 2 && call.core.pty.is_open())
+            return "the node is there; `node off` first";
+        if (call.words.size() == 2) // a module that is enumerated anew can get another number
+            call.core.options.port = call.word(1);
+        return call.core.node_on();
+    }
+    if (call.word(0) != "bounce" || !ms_word(call, 1, 1000, ms))
+        return bad;
+    call.core.node_off();
+    call.core.after(static_cast<int>(ms), [&core = call.core] { core.node_on(); });
+    return "";
+}
+
+std::string order_endless(const Call& call)
+{
+    Faults& faults = call.core.faults;
+    if (call.word(0) == "off") {
+        faults.endless = false;
+        return "";
+    }
+    if (call.word(0) != "on")
+        return bad;
+    const std::string text = unescape(call.from(1));
+    faults.endless_text = text.empty() ? "$GPGSV,4,1,13,02,32,118,22*7F\r\n" : text;
+    faults.endless = true;
+    call.core.endless_at = 0;
+    return "";
+}
+
+std::string order_overlap(const Call& call)
+{
+    if (call.rest != "queue" && call.rest != "swallow")
+        return bad;
+    call.core.faults.swallow = call.rest == "swallow";
+    return "";
+}
+
+// --- SIM, network ---
+
+std::string pull_sim(Core& core)
+{
+    if (core.sim.state == SimState::absent)
+        return "there is no SIM";
+    core.sim.state = SimState::absent;
+    if (core.session.simstat)
+        core.report(core.get("sim_removed_report", "+QSIMSTAT: 1,0"));
+    core.report_sequence("sim_pulled");
+    core.update_registration();
+    return "";
+}
+
+std::string put_sim(Core& core)
+{
+    if (core.sim.state != SimState::absent)
+        return "there is a SIM already";
+    core.sim.state = SimState::ready;
+    core.relock_sim();
+    if (core.session.simstat)
+        core.report(core.get("sim_inserted_report", "+QSIMSTAT: 1,1"));
+    core.sim_up();
+    core.update_registration();
+    return "";
+}
+
+std::string order_sim(const Call& call)
+{
+    Core& core = call.core;
+    Sim& sim = core.sim;
+    const std::string& what = call.word(0);
+    long ms = 0;
+    if (what == "pull")
+        return pull_sim(core);
+    if (what == "put")
+        return put_sim(core);
+    if (what == "ready") {
+        sim.state = SimState::ready;
+        sim.locked = false;
+        sim.pin_tries = 3;
+    } else if (what == "pin") {
+        sim.state = SimState::pin;
+        sim.locked = true;
+        sim.pin_tries = 3;
+        if (!call.word(1).empty())
+            sim.pin = call.word(1);
+    } else if (what == "puk") {
+        sim.state = SimState::puk;
+        sim.locked = true;
+        sim.pin_tries = 0;
+        if (!call.word(1).empty())
+            sim.puk = call.word(1);
+    } else if (what == "absent") {
+        sim.state = SimState::absent;
+    } else if (what == "failure") {
+        sim.state = SimState::failure;
+    } else if (what == "busy" && ms_word(call, 1, 5000, ms)) {
+        sim.state = SimState::busy;
+        core.after(static_cast<int>(ms), [&core] {
+            if (core.sim.state == SimState::busy) {
+                core.relock_sim();
+                core.update_registration();
+            }
+        });
+    } else {
+        return bad;
+    }
+    core.update_registration();
+    return "";
+}
+
+std::string order_reg(const Call& call)
+{
+    static const std::map<std::string, int> stats = {
+        {"off", 0},     {"home", 1},    {"searching", 2}, {"denied", 3},
+        {"unknown", 4}, {"roaming", 5}, {"emergency", 8},
+    };
+    static const std::map<std::string, int> names = {
+        {"creg", creg}, {"cgreg", cgreg}, {"cereg", cereg}, {"c5greg", c5greg}};
+    const auto stat = stats.find(call.word(0));
+    const long number = parse_number(call.word(0), 10);
+    const auto domain = names.find(call.word(1));
+    if ((stat == stats.end() && number < 0) || (call.words.size() > 1 && domain == names.end()))
+        return bad;
+    for (int i = 0; i < domain_count; ++i)
+        if (call.words.size() < 2 || domain->second == i)
+            call.core.reg_target[i] = stat == stats.end() ? static_cast<int>(number) : stat->second;
+    call.core.update_registration();
+    return "";
+}
+
+std::string order_cell(const Call& call)
+{
+    for (const char* kind : {"GSM", "WCDMA", "LTE", "NR5G-SA", "NR5G-NSA"})
+        if (call.rest == kind) {
+            call.core.cell = kind;
+            call.core.update_registration();
+            return "";
+        }
+    return bad;
+}
+
+std::string order_csq(const Call& call)
+{
+    const long rssi = parse_number(call.word(0), 199);
+    const long ber = call.words.size() > 1 ? parse_number(call.word(1), 99) : 99;
+    if (rssi < 0 || ber < 0)
+        return bad;
+    Core& core = call.core;
+    core.dialogue.variables["rssi"] = std::to_string(rssi);
+    core.dialogue.variables["ber"] = std::to_string(ber);
+    if (core.session.unsolicited_csq)
+        core.report("+QIND: \"csq\"," + std::to_string(rssi) + "," + std::to_string(ber));
+    return "";
+}
+
+// --- messages, calls ---
+
+std::string order_call(const Call& call)
+{
+    if (call.rest == "off") {
+        call.core.hang_up(true);
+        return "";
+    }
+    if (call.words.size() != 1)
+        return bad;
+    call.core.ring(call.rest == "withheld" ? "" : call.rest);
+    return "";
+}
+
+std::string order_sms(const Call& call)
+{
+    const std::string& what = call.word(0);
+    if (what == "pdu" && call.words.size() == 2)
+        return call.core.deliver_pdu(call.word(1));
+    if (what == "text" && call.words.size() > 2)
+        return call.core.deliver_text(call.word(1), unescape(call.from(2)));
+    if (what == "status" && call.words.size() == 2 && is_hex(call.word(1))) {
+        call.core.send_report(call.word(1));
+        return "";
+    }
+    return bad;
+}
+
+std::string order_cmgs(const Call& call)
+{
+    Faults& faults = call.core.faults;
+    const long error = call.word(0) == "error" ? parse_number(call.word(1), 9999) : -1;
+    if (call.rest != "ok" && call.rest != "silent" && error < 0)
+        return bad;
+    faults.cms_error = static_cast<int>(error);
+    faults.cms_silent = call.rest == "silent";
+    return "";
+}
+
+// --- MQTT, GPS ---
+
+std::string order_mqtt(const Call& call)
+{
+    Faults& faults = call.core.faults;
+    const std::string& what = call.word(0);
+    const long number = parse_number(call.word(1), 255);
+    if (call.rest == "ok") {
+        faults.mqtt_open = faults.mqtt_result = faults.mqtt_refusal = 0;
+        faults.mqtt_no_topic = false;
+    } else if (what == "open" && (number >= 0 || call.word(1) == "-1")) {
+        faults.mqtt_open = static_cast<int>(number);
+    } else if (what == "fail" && number > 0) {
+        faults.mqtt_result = static_cast<int>(number);
+    } else if (what == "refuse" && number > 0) {
+        faults.mqtt_refusal = static_cast<int>(number);
+    } else if (call.rest == "no-topic") {
+        faults.mqtt_no_topic = true;
+    } else if (what == "message" && call.words.size() > 2) {
+        call.core.report("+QMTRECV: 0,0,\"" + call.word(1) + "\",\"" + unescape(call.from(2)) +
+                         "\"");
+    } else if (what == "lost" && number > 0) {
+        call.core.session.mqtt[0] = 0;
+        call.core.report("+QMTSTAT: 0," + std::to_string(number));
+    } else {
+        return bad;
+    }
+    return "";
+}
+
+std::string order_gps(const Call& call)
+{
+    if (call.rest != "fix" && call.rest != "nofix")
+        return bad;
+    call.core.gps_fix = call.rest == "fix";
+    return "";
+}
+
+std::string order_state(const Call& call)
+{
+    static const char* const sims[] = {"ready", "pin", "puk", "absent", "busy", "failure"};
+    const Core& core = call.core;
+    call.answer = std::string("node ") + (core.pty.is_open() ? "on" : "off") + ", radio " +
+                  std::to_string(core.session.cfun) + ", sim " +
+                  sims[static_cast<int>(core.sim.state)] + " (" +
+                  std::to_string(core.sim.pin_tries) + " tries), cell " + core.cell +
+                  ", registration " + std::to_string(core.reg_stat(creg)) + ", stored messages " +
+                  std::to_string(core.store.size()) + "\n";
+    return "";
+}
+
+std::string order_help(const Call& call);
+
+constexpr Order table[] = {
+    {"report", "report TEXT", "an unsolicited line; \\n begins a further one", order_report},
+    {"raw", "raw TEXT", "bytes as they are; \\r \\n \\t \\\\ \\xHH", order_raw},
+    {"set", "set NAME VALUE", "change a variable of the dialogue", order_set},
+    {"silence", "silence on|off|PATTERN", "no answer at all, or none to commands that match",
+     order_silence},
+    {"late", "late MS [PATTERN]|off", "answers come MS later", order_late},
+    {"split", "split BYTES [MS]|off", "write in pieces, MS between them (20)", order_split},
+    {"garbage", "garbage [COUNT]", "random bytes, once (64)", order_garbage},
+    {"partial", "partial BYTES|half PATTERN|off", "the answer breaks off there", order_partial},
+    {"reset", "reset [MS]|on PATTERN", "restart, now or on a command; node gone for MS",
+     order_reset},
+    {"node", "node off|on [PATH]|bounce [MS]",
+     "the port goes and comes back, at another path if given; the module stays up", order_node},
+    {"endless", "endless on [TEXT]|off", "output without end, as fast as the port takes it",
+     order_endless},
+    {"overlap", "overlap queue|swallow", "a command written while another one runs", order_overlap},
+    {"sim", "sim ready|pin [CODE]|puk [CODE]|absent|failure|busy [MS]|pull|put",
+     "state of the SIM; pull and put bring their reports", order_sim},
+    {"reg", "reg off|home|searching|denied|unknown|roaming|emergency|N [creg|cgreg|cereg|c5greg]",
+     "registration, all domains or one", order_reg},
+    {"cell", "cell GSM|WCDMA|LTE|NR5G-SA|NR5G-NSA", "technology of the serving cell", order_cell},
+    {"csq", "csq RSSI [BER]", "signal quality as AT+CSQ prints it", order_csq},
+    {"call", "call NUMBER|withheld|off", "rings until answered, hung up or off", order_call},
+    {"sms", "sms pdu HEX|text NUMBER TEXT|status HEX", "a message or status report comes in",
+     order_sms},
+    {"cmgs", "cmgs ok|error N|silent", "result of the messages that the host sends", order_cmgs},
+    {"mqtt", "mqtt ok|open R|fail R|refuse C|no-topic|message TOPIC TEXT|lost N",
+     "results of +QMTOPEN, +QMTCONN, +QMTSUB; a message; +QMTSTAT of client 0", order_mqtt},
+    {"gps", "gps fix|nofix", "whether AT+QGPSLOC has a position", order_gps},
+    {"state", "state", "print the state", order_state},
+    {"help", "help", "print this table", order_help},
+};
+
+std::string order_help(const Call& call)
+{
+    for (const Order& order : table)
+        call.answer += std::string(order.usage) + "\n        " + order.help + "\n";
+    return "";
+}
+
+} // namespace
+
+std::string run_order(Core& core, const std::string& text, std::string& answer)
+{
+    const std::size_t first = text.find_first_not_of(" \t");
+    if (first == std::string::npos)
+        return "";
+    const std::size_t end = text.find(' ', first);
+    const std::string name = text.substr(first, end == std::string::npos ? end : end - first);
+    const std::size_t start = end == std::string::npos ? end : text.find_first_not_of(' ', end);
+    const std::string rest = start == std::string::npos ? "" : text.substr(start);
+    Words words;
+    for (const std::string& word : split(rest, ' '))
+        if (!word.empty())
+            words.push_back(word);
+    for (const Order& order : table) {
+        if (name != order.name)
+            continue;
+        const std::string error = order.run({core, words, rest, answer});
+        return error == bad ? std::string("usage: ") + order.usage : error;
+    }
+    return "no order '" + name + "'; `help` lists them";
+}
+
+} // namespace kelo_emulator
