@@ -1,0 +1,214 @@
+#include "custom_file.h"
+
+#include <cerrno>
+#include <charconv>
+#include <cstring>
+#include <fstream>
+#include <optional>
+#include <set>
+
+namespace kelo_host
+{
+
+namespace
+{
+
+struct NumberField {
+    const char* name;
+    int CustomItem::*target;
+    int low, high;
+};
+
+// A flow counts every position up to its highest one, so positions stay small.
+constexpr NumberField number_fields[] = {
+    {"sim", &CustomItem::sim, 1, 2},   {"flow", &CustomItem::flow, FLOW_START, FLOW_RELOAD},
+    {"id", &CustomItem::id, 1, 9999},  {"timeout", &CustomItem::timeout, 1, 600},
+    {"seq", &CustomItem::seq, 1, 999},
+};
+constexpr size_t longest_cmd = 512;
+
+bool is_blank(char c)
+{
+    return c == ' ' || c == '\t';
+}
+
+struct Field {
+    std::string name;
+    std::optional<std::string> value; // none: a bare word
+    bool quoted = false;
+};
+
+// Takes the next field off `rest`; nothing at the end of the line or at a comment.
+// A fault leaves its text in `error`.
+std::optional<Field> next_field(std::string_view& rest, std::string& error)
+{
+    while (!rest.empty() && is_blank(rest.front()))
+        rest.remove_prefix(1);
+    if (rest.empty() || rest.front() == '#')
+        return std::nullopt;
+
+    const size_t name_end = std::min(rest.find_first_of("= \t#"), rest.size());
+    Field field{std::string(rest.substr(0, name_end)), std::nullopt, false};
+    rest.remove_prefix(name_end);
+    if (rest.empty() || rest.front() != '=')
+        return field;
+    rest.remove_prefix(1);
+
+    if (!rest.empty() && (rest.front() == '"' || rest.front() == '\'')) {
+        const char quote = rest.front();
+        const size_t end = rest.find(quote, 1);
+        if (end == std::string_view::npos) {
+            error = "the text of " + field.name + " has no closing " + quote;
+            return std::nullopt;
+        }
+        field.value = std::string(rest.substr(1, end - 1));
+        field.quoted = true;
+        rest.remove_prefix(end + 1);
+        if (!rest.empty() && !is_blank(rest.front()) && rest.front() != '#') {
+            error = "a blank is missing behind the text of " + field.name +
+                    " (a text that holds \" goes into '...')";
+            return std::nullopt;
+        }
+        return field;
+    }
+    const size_t end = std::min(rest.find_first_of(" \t#"), rest.size());
+    field.value = std::string(rest.substr(0, end));
+    rest.remove_prefix(end);
+    return field;
+}
+
+std::string set_number(CustomItem& item, const NumberField& known, const Field& field)
+{
+    int number = 0;
+    const std::string& text = field.value.value_or("");
+    const auto [end, fault] = std::from_chars(text.data(), text.data() + text.size(), number);
+    if (fault != std::errc() || end != text.data() + text.size() || text.empty() ||
+        number < known.low || number > known.high)
+        return field.name + " takes a number from " + std::to_string(known.low) + " to " +
+               std::to_string(known.high) + (text.empty() ? "" : ", not '" + text + "'");
+    item.*known.target = number;
+    return "";
+}
+
+std::string set_cmd(CustomItem& item, const Field& field)
+{
+    if (!field.quoted)
+        return "cmd takes a text in quotes, as cmd=\"AT+CMEE=2\"";
+    if (field.value->empty())
+        return "cmd is empty";
+    if (field.value->size() > longest_cmd)
+        return "cmd is longer than " + std::to_string(longest_cmd) + " characters";
+    for (const char c : *field.value)
+        if (c < 0x20 || c > 0x7e)
+            return "cmd holds a character that no AT command may hold";
+    item.cmd = *field.value;
+    return "";
+}
+
+std::string set_field(CustomItem& item, const Field& field)
+{
+    if (field.name.empty())
+        return "a name is missing ahead of '='";
+    for (const NumberField& known : number_fields)
+        if (field.name == known.name)
+            return set_number(item, known, field);
+    if (field.name == "cmd")
+        return set_cmd(item, field);
+    if (field.name == "ignore") {
+        if (field.value && *field.value != "1")
+            return "ignore stands alone, or is 1";
+        item.ignore = true;
+        return "";
+    }
+    return "unknown field '" + field.name +
+           "': there are sim, flow, id, ignore, timeout, seq and cmd";
+}
+
+std::string whole_item_fault(const CustomItem& item)
+{
+    for (const char* name : {"sim", "flow", "id"})
+        for (const NumberField& known : number_fields)
+            if (std::strcmp(known.name, name) == 0 && item.*known.target == 0)
+                return std::string(name) + " is missing";
+    if (!item.ignore && !item.timeout && !item.seq && item.cmd.empty())
+        return "the item changes nothing: give ignore, timeout, seq or cmd";
+    if (item.ignore && !item.cmd.empty())
+        return "ignore and cmd exclude each other: a given text is always sent";
+    return "";
+}
+
+// The item of one line, none for an empty one or a fault.
+std::optional<CustomItem> parse_line(std::string_view line, std::string& error)
+{
+    CustomItem item;
+    std::set<std::string> seen;
+    while (auto field = next_field(line, error)) {
+        if (!seen.insert(field->name).second)
+            error = field->name + " stands twice";
+        else
+            error = set_field(item, *field);
+        if (!error.empty())
+            return std::nullopt;
+    }
+    if (seen.empty() || !error.empty())
+        return std::nullopt;
+    error = whole_item_fault(item);
+    return error.empty() ? std::optional(item) : std::nullopt;
+}
+
+} // namespace
+
+CustomFile parse_custom(std::istream& in, const std::string& name)
+{
+    CustomFile file;
+    std::string line;
+    for (int number = 1; std::getline(in, line); number++) {
+        if (!line.empty() && line.back() == '\r') // written on another system
+            line.pop_back();
+        std::string error;
+        auto item = parse_line(line, error);
+        if (item) {
+            for (const CustomItem& other : file.items)
+                if (other.sim == item->sim && other.flow == item->flow && other.id == item->id)
+                    error = "this command of this SIM and flow was changed in line " +
+                            std::to_string(other.line) + " already";
+        }
+        if (!error.empty()) {
+            file.errors.push_back(name + ":" + std::to_string(number) + ": " + error);
+        } else if (item) {
+            item->line = number;
+            file.items.push_back(std::move(*item));
+        }
+    }
+    if (in.bad())
+        file.errors.push_back(name + ": cannot be read to its end");
+    return file;
+}
+
+CustomFile read_custom_file(const std::string& path)
+{
+    std::ifstream in(path);
+    if (!in)
+        return {{}, {path + ": " + std::strerror(errno)}};
+    return parse_custom(in, path);
+}
+
+void install_custom(const std::vector<CustomItem>& items)
+{
+    // The library reads them at every change of flow until the process ends.
+    static std::deque<std::string> texts;
+    static std::deque<at_config_item> records;
+    for (const CustomItem& item : items) {
+        at_config_item& record = records.emplace_back();
+        record.sim = item.sim;
+        record.flow = item.flow;
+        record.id = item.id;
+        record.ignore = item.ignore;
+        record.timeout = item.timeout;
+        record.seq = item.seq;
+        record.cmd = item.cmd.empty() ? nullptr : texts.emplace_back(item.cmd).data();
+        list_add_tail(&record.node, &cell_at_config_h);
+    }
+}
+
+} // namespace kelo_host

@@ -1,0 +1,247 @@
+#include "status.h"
+
+#include <kelo/kelo.h>
+
+#include <cstdio>
+
+namespace kelo_host
+{
+
+namespace
+{
+
+// The library writes its exported words on threads of its own.
+int word(const int& exported)
+{
+    return __atomic_load_n(&exported, __ATOMIC_RELAXED);
+}
+
+// Length of the well-formed UTF-8 sequence at the start, 0 for none.
+size_t utf8_length(std::string_view text)
+{
+    const auto byte = [&](size_t at) { return static_cast<unsigned char>(text[at]); };
+    const unsigned char first = byte(0);
+    const size_t length = first < 0x80   ? 1
+                          : first < 0xc2 ? 0
+                          : first < 0xe0 ? 2
+                          : first < 0xf0 ? 3
+                          : first < 0xf5 ? 4
+                                         : 0;
+    if (length == 0 || text.size() < length)
+        return 0;
+    for (size_t at = 1; at < length; at++)
+        if ((byte(at) & 0xc0) != 0x80)
+            return 0;
+    if ((first == 0xe0 && byte(1) < 0xa0) || (first == 0xed && byte(1) > 0x9f) ||
+        (first == 0xf0 && byte(1) < 0x90) || (first == 0xf4 && byte(1) > 0x8f))
+        return 0; // overlong, surrogate, beyond the last code point
+    return length;
+}
+
+Json text_or_null(std::string_view text)
+{
+    return text.empty() ? Json(nullptr) : Json(printable(text));
+}
+
+// <AcT>, 3GPP TS 27.007 10.1.20.
+const char* technology_of(int act)
+{
+    switch (act) {
+    case 0:
+        return "GSM";
+    case 2:
+        return "UTRAN";
+    case 3:
+        return "EDGE";
+    case 4:
+        return "HSDPA";
+    case 5:
+        return "HSUPA";
+    case 6:
+        return "HSPA";
+    case 7:
+        return "LTE";
+    default:
+        return nullptr;
+    }
+}
+
+// A registration line that names the area names the technology too; 0 may also be a reset field.
+Json technology(const gsm_mobile& mobile)
+{
+    if (mobile.act[0])
+        return printable(mobile.act);
+    const char* name = mobile.lac[0] ? technology_of(mobile.tech) : nullptr;
+    return name ? Json(name) : Json(nullptr);
+}
+
+const char* sim_text()
+{
+    const int status = get_sim_status();
+    if (status < 0)
+        return "failed";
+    if (word(is_pin_ready))
+        return status ? "ready, registered" : "ready";
+    return status ? "up" : "not ready";
+}
+
+// The serving cell's figures stand at their reset values until a report fills them.
+void add_cell(Json& status, const gsm_mobile& mobile, bool registered)
+{
+    status["area"] = text_or_null(mobile.lac);
+    char cell[16] = "";
+    if (registered && mobile.cid != 0)
+        std::snprintf(cell, sizeof cell, "%X", static_cast<unsigned>(mobile.cid));
+    status["cell"] = text_or_null(cell);
+    status["band"] = text_or_null(mobile.band);
+    status["channel"] = mobile.channel ? Json(mobile.channel) : Json(nullptr);
+
+    const bool measured = mobile.qeng_net_stem != 0 && mobile.rsrp != -120;
+    const auto figure = [&](int value) { return measured ? Json(value) : Json(nullptr); };
+    status["pcid"] = figure(mobile.pcid);
+    status["rsrp_dbm"] = figure(mobile.rsrp);
+    status["rsrq_db"] = figure(mobile.rsrq);
+    status["sinr"] = figure(mobile.sinr);
+}
+
+// Text of one value for people.
+std::string show(const Json& value)
+{
+    if (value.is_null())
+        return "-";
+    if (value.is_string())
+        return value.get<std::string>();
+    return value.dump();
+}
+
+std::string bars(const Json& dbm)
+{
+    constexpr int full = 5;
+    int lit = 0;
+    if (!dbm.is_null())
+        for (const int limit : {-112, -95, -85, -75, -65})
+            lit += dbm.get<int>() >= limit;
+    return "[" + std::string(static_cast<size_t>(lit), '#') +
+           std::string(static_cast<size_t>(full - lit), '.') + "]";
+}
+
+std::string fit(const std::string& text, size_t width)
+{
+    size_t at = 0;
+    for (size_t count = 0; at < text.size() && count < width; count++)
+        at += std::max<size_t>(utf8_length(std::string_view(text).substr(at)), 1);
+    return text.substr(0, at);
+}
+
+} // namespace
+
+std::string printable(std::string_view text)
+{
+    std::string clean;
+    while (!text.empty()) {
+        const size_t length = utf8_length(text);
+        const auto first = static_cast<unsigned char>(text[0]);
+        const bool is_control = length == 1
+                                    ? first < 0x20 || first == 0x7f
+                                    : first == 0xc2 && static_cast<unsigned char>(text[1]) < 0xa0;
+        if (length == 0 || is_control)
+            clean += '?';
+        else
+            clean += text.substr(0, length);
+        text.remove_prefix(std::max<size_t>(length, 1));
+    }
+    return clean;
+}
+
+Json signal_dbm(int rssi)
+{
+    if (rssi >= 1 && rssi <= 31)
+        return -113 + 2 * rssi;
+    if (rssi >= 100 && rssi <= 191)
+        return rssi - 216;
+    return nullptr; // 0 too: it is what stands there before the first report
+}
+
+Json read_status(const Received& received)
+{
+    gsm_mobile mobile{};
+    const bool has_record = kelo_copy_mobile(&mobile) != 0;
+    const bool registered = mobile.reg_status == 1 || mobile.reg_status == 5;
+    char text[64] = "";
+    libgsm_get_modem_status(text, sizeof text, cellular_get_cur_status());
+    const char* registration = has_record ? libgsm_get_network_info() : nullptr;
+
+    Json status;
+    status["status"] = printable(text);
+    status["registration"] = text_or_null(registration ? registration : "");
+    status["operator"] = text_or_null(mobile.oper);
+    status["plmn"] = text_or_null(mobile.plmn);
+    status["technology"] = technology(mobile);
+    status["5g"] = mobile.is5g == 2 ? Json("SA") : mobile.is5g == 1 ? Json("NSA") : Json(nullptr);
+    add_cell(status, mobile, registered);
+    status["signal_dbm"] = signal_dbm(mobile.rssi);
+    status["sim"] = sim_text();
+    status["sim_card"] = word(selected_card);
+    status["imsi"] = text_or_null(mobile.imsi);
+    status["iccid"] = text_or_null(mobile.iccid);
+    status["number"] = text_or_null(mobile.number);
+    status["manufacturer"] = text_or_null(mobile.mfrs);
+    status["model"] = text_or_null(mobile.model);
+    status["revision"] = text_or_null(mobile.revision);
+    status["serial"] = text_or_null(mobile.sn);
+    status["port"] = mobile.fd >= 0 && has_record ? text_or_null(mobile.at_dev) : Json(nullptr);
+    status["sms_received"] = received.sms;
+    status["calls_received"] = received.calls;
+    status["mqtt_received"] = received.mqtt;
+    return status;
+}
+
+std::vector<std::string> changes(const Json& before, const Json& now)
+{
+    std::vector<std::string> lines;
+    for (const auto& [name, value] : now.items()) {
+        const Json old = before.is_object() ? before.value(name, Json()) : Json();
+        if (old != value)
+            lines.push_back(name + ": " + show(old) + " -> " + show(value));
+    }
+    return lines;
+}
+
+std::vector<std::string> screen(const Json& status, long seconds, size_t width)
+{
+    const auto s = [&](const char* name) { return show(status.at(name)); };
+    char up[32];
+    std::snprintf(up, sizeof up, "%02ld:%02ld:%02ld", seconds / 3600, seconds / 60 % 60,
+                  seconds % 60);
+
+    const std::string fifth = status.at("5g").is_null() ? "" : "  5G " + s("5g");
+    const std::string dbm =
+        status.at("signal_dbm").is_null() ? "unknown" : s("signal_dbm") + " dBm";
+    std::vector<std::string> lines = {
+        "kelo-host " + std::string(up) + "   " + s("status"),
+        std::string(std::min<size_t>(width, 78), '-'),
+        "Registration  " + s("registration"),
+        "Operator      " + s("operator") + "  (" + s("plmn") + ")",
+        "Technology    " + s("technology") + fifth + "  band " + s("band") + "  channel " +
+            s("channel"),
+        "Cell          " + s("cell") + "  area " + s("area") + "  pcid " + s("pcid") + "  RSRP " +
+            s("rsrp_dbm") + " dBm  RSRQ " + s("rsrq_db") + " dB  SINR " + s("sinr"),
+        "Signal        " + bars(status.at("signal_dbm")) + " " + dbm,
+        "SIM " + s("sim_card") + "         " + s("sim") + "  number " + s("number"),
+        "ICCID, IMSI   " + s("iccid") + "  " + s("imsi"),
+        "Modem         " + s("manufacturer") + " " + s("model") + "  " + s("revision"),
+        "Serial, port  " + s("serial") + "  " + s("port"),
+        "Received      SMS " + s("sms_received") + "  calls " + s("calls_received") + "  MQTT " +
+            s("mqtt_received"),
+    };
+    for (std::string& line : lines)
+        line = fit(line, width);
+    return lines;
+}
+
+std::string to_text(const Json& status)
+{
+    return status.dump(-1, ' ', false, Json::error_handler_t::replace);
+}
+
+} // namespace kelo_host

@@ -1,0 +1,39 @@
+// What is known of the modem at one moment, as JSON, as a screen, and as lines of changes.
+#pragma once
+
+#include <nlohmann/json.hpp>
+
+#include <string>
+#include <vector>
+
+namespace kelo_host
+{
+
+using Json = nlohmann::ordered_json;
+
+// Reports seen (and cleared) since the start.
+struct Received {
+    int sms = 0, calls = 0, mqtt = 0;
+};
+
+// One object of named values; null for what is not known. Its texts are safe to print: no control
+// characters, whatever the modem sent.
+Json read_status(const Received& received);
+
+// What differs between two of them, as "name: old -> new".
+std::vector<std::string> changes(const Json& before, const Json& now);
+
+// The screen, one string a line, none longer than `width` characters.
+std::vector<std::string> screen(const Json& status, long seconds, size_t width);
+
+// As `text`, with what could act on a terminal, or is no UTF-8, replaced by '?'.
+std::string printable(std::string_view text);
+
+// Of the +CSQ figure, 3GPP TS 27.007 8.5, and of the wider range of TD-SCDMA modules; null:
+// unknown.
+Json signal_dbm(int rssi);
+
+// Text of one JSON object.
+std::string to_text(const Json& status);
+
+} // namespace kelo_host
