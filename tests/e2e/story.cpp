@@ -1,0 +1,272 @@
+#include "story.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <dirent.h>
+#include <fcntl.h>
+#include <fstream>
+#include <malloc.h>
+#include <poll.h>
+#include <sstream>
+#include <unistd.h>
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+extern "C" std::size_t __sanitizer_get_current_allocated_bytes(); // gcc has no header for it
+#endif
+
+namespace kelo_story
+{
+
+bool eventually(const std::function<bool()>& test, milliseconds limit)
+{
+    const Clock::time_point end = Clock::now() + limit;
+    while (!test()) {
+        if (Clock::now() >= end)
+            return test();
+        usleep(5000);
+    }
+    return true;
+}
+
+milliseconds since(Clock::time_point start)
+{
+    return std::chrono::duration_cast<milliseconds>(Clock::now() - start);
+}
+
+std::size_t heap_bytes()
+{
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    return __sanitizer_get_current_allocated_bytes();
+#else
+    const struct mallinfo2 info = mallinfo2();
+    return info.uordblks + info.hblkhd;
+#endif
+}
+
+namespace
+{
+
+std::int64_t clock_us(clockid_t id)
+{
+    timespec time = {};
+    return clock_gettime(id, &time) == 0 ? time.tv_sec * 1000000LL + time.tv_nsec / 1000 : -1;
+}
+
+} // namespace
+
+std::int64_t process_cpu_us()
+{
+    return clock_us(CLOCK_PROCESS_CPUTIME_ID);
+}
+
+std::int64_t thread_cpu_us(const char* name)
+{
+    DIR* const folder = opendir("/proc/self/task");
+    std::int64_t result = -1;
+    while (const dirent* const entry = readdir(folder)) {
+        std::string found;
+        std::getline(std::ifstream(std::string("/proc/self/task/") + entry->d_name + "/comm"),
+                     found);
+        // Linux: the CPU clock of a thread is made of its number.
+        if (found == name)
+            result = clock_us(static_cast<clockid_t>(~std::atoi(entry->d_name) * 8 | 6));
+    }
+    closedir(folder);
+    return result;
+}
+
+BarePort::BarePort(const std::string& path)
+    : path_(path), master_(posix_openpt(O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC))
+{
+    char name[64] = "";
+    EXPECT_EQ(grantpt(master_) | unlockpt(master_) | ptsname_r(master_, name, sizeof name), 0);
+    EXPECT_EQ(symlink(name, path.c_str()), 0);
+    heard_.reserve(1 << 20); // so that what is heard does not show in the heap
+    thread_ = std::thread([this] { run(); });
+}
+
+BarePort::~BarePort()
+{
+    hang_up();
+    unlink(path_.c_str());
+}
+
+void BarePort::hang_up()
+{
+    stop_ = true;
+    if (thread_.joinable())
+        thread_.join();
+    if (master_ >= 0)
+        close(master_);
+    master_ = -1;
+}
+
+void BarePort::talk(const std::string& block, milliseconds pause)
+{
+    const std::lock_guard lock(mutex_);
+    block_ = block;
+    pause_ = pause;
+}
+
+void BarePort::run()
+{
+    std::string block;
+    block.reserve(1 << 17);
+    while (!stop_) {
+        milliseconds pause;
+        {
+            const std::lock_guard lock(mutex_);
+            block = block_;
+            pause = pause_;
+        }
+        for (std::size_t done = 0; !stop_;) {
+            char bytes[4096];
+            const ssize_t got = read(master_, bytes, sizeof bytes);
+            if (got > 0) {
+                const std::lock_guard lock(mutex_);
+                heard_.append(bytes, static_cast<std::size_t>(got));
+            }
+            if (done == block.size())
+                break;
+            const ssize_t put = write(master_, block.data() + done, block.size() - done);
+            done += put > 0 ? static_cast<std::size_t>(put) : 0;
+            if (put <= 0)
+                usleep(2000); // full, or nobody at the other end yet
+        }
+        std::this_thread::sleep_for(std::max(pause, milliseconds(block.empty() ? 5 : 0)));
+    }
+}
+
+std::string BarePort::heard()
+{
+    const std::lock_guard lock(mutex_);
+    return heard_;
+}
+
+bool BarePort::hears(const std::string& text, milliseconds limit)
+{
+    return eventually([&] { return heard().find(text) != std::string::npos; }, limit);
+}
+
+void Story::SetUp()
+{
+    char path[] = "/tmp/kelo-story-XXXXXX";
+    const int file = mkstemp(path);
+    ASSERT_GE(file, 0);
+    output_path_ = path;
+    std::fflush(nullptr);
+    stdout_ = dup(1);
+    stderr_ = dup(2);
+    dup2(file, 1);
+    dup2(file, 2);
+    close(file);
+}
+
+void Story::TearDown()
+{
+    // A restart that a report asked for may still be on its way.
+    EXPECT_TRUE(eventually([] { return word(cell_repower_lock) == 0 && cellular_stop() == 0; },
+                           within(10s)));
+    modem.stop();
+    std::fflush(nullptr);
+    dup2(stdout_, 1);
+    dup2(stderr_, 2);
+    if (HasFailure()) {
+        std::fwrite(said().data(), 1, said().size(), stdout);
+        for (const std::string& command : modem.commands())
+            std::printf("on the wire: %s\n", command.c_str());
+    }
+    unlink(output_path_.c_str());
+}
+
+void Story::plug(const std::string& model, const std::map<std::string, std::string>& variables)
+{
+    kelo_emulator::Options options;
+    options.model = model;
+    options.port = port;
+    options.variables = variables;
+    ASSERT_EQ(modem.start(options), "");
+}
+
+void Story::change(int id, int timeout, int ignore, const char* cmd, int seq)
+{
+    changes_.push_back(std::make_unique<at_config_item>(
+        at_config_item{1, FLOW_START, id, ignore, timeout, seq, const_cast<char*>(cmd), {}}));
+    list_add_tail(&changes_.back()->node, &cell_at_config_h);
+}
+
+void Story::start()
+{
+    if (std::getenv("KELO_STORY_DEBUG") != nullptr)
+        set_5g_debug(1);
+    ASSERT_EQ(cellular_gsm_init(static_cast<unsigned char>(libgsm_is_low_power())), 0);
+    ASSERT_EQ(cellular_start(libgsm_is_low_power()), 0);
+}
+
+milliseconds Story::stop()
+{
+    return time_of([] { EXPECT_EQ(cellular_stop(), 0); });
+}
+
+void Story::start_and_come_to_rest()
+{
+    constexpr int mqtt_query = 106; // the last command of an unknown module; ends by its time alone
+    change(mqtt_query, 1);
+    plug_unknown();
+    start();
+    ASSERT_TRUE(says("[id=106] -1 times remaining!", within(8s)));
+    usleep(sanitized ? 500000 : 200000); // the task finds no further command
+}
+
+bool Story::wire(const std::string& pattern, milliseconds limit, std::size_t times)
+{
+    return modem.wait_for(pattern, within(limit), times);
+}
+
+gsm_mobile Story::record() const
+{
+    gsm_mobile copy = {};
+    EXPECT_EQ(kelo_copy_mobile(&copy), 1);
+    return copy;
+}
+
+std::string Story::said() const
+{
+    std::ostringstream text;
+    text << std::ifstream(output_path_).rdbuf();
+    return text.str();
+}
+
+bool Story::says(const std::string& text, milliseconds limit) const
+{
+    return eventually([&] { return said().find(text) != std::string::npos; }, limit);
+}
+
+std::size_t Story::count_said(const std::string& text) const
+{
+    const std::string all = said();
+    std::size_t count = 0;
+    for (std::size_t at = all.find(text); at != std::string::npos; at = all.find(text, at + 1))
+        count++;
+    return count;
+}
+
+std::vector<std::pair<Clock::time_point, std::string>> Story::command_times() const
+{
+    std::vector<std::pair<Clock::time_point, std::string>> times;
+    for (const kelo_emulator::LogEntry& entry : modem.log())
+        if (entry.from == kelo_emulator::From::host && entry.bytes.size() > 1)
+            times.emplace_back(entry.time, entry.bytes.substr(0, entry.bytes.size() - 1));
+    return times;
+}
+
+milliseconds Story::gap_behind(const std::string& command) const
+{
+    const auto times = command_times();
+    for (std::size_t i = 0; i + 1 < times.size(); i++)
+        if (times[i].second == command)
+            return std::chrono::duration_cast<milliseconds>(times[i + 1].first - times[i].first);
+    ADD_FAILURE() << "nothing behind " << command;
+    return {};
+}
+
+} // namespace kelo_story

@@ -1,0 +1,124 @@
+// What the stories share: a modem, the library in this process, what both said, and waiting.
+//
+// Each case runs in a process of its own, so a story starts with the library as just loaded.
+#pragma once
+
+#include "emulator/modem.h"
+
+#include <atomic>
+#include <condition_variable>
+#include <functional>
+#include <gtest/gtest.h>
+#include <kelo/kelo.h>
+#include <kelo/mqtt.h>
+#include <kelo/settings.h>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace kelo_story
+{
+
+using namespace std::chrono_literals;
+using kelo_emulator::Clock;
+using kelo_emulator::milliseconds;
+using Lines = std::vector<std::string>;
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+inline constexpr bool sanitized = true;
+#else
+inline constexpr bool sanitized = false;
+#endif
+
+// An upper limit of time. The library keeps the written one on an idle machine; a sanitizer's run
+// time and a dozen stories at once on two cores get more.
+constexpr milliseconds within(milliseconds limit)
+{
+    return sanitized ? 3 * limit + 1s : limit + limit / 2;
+}
+
+bool eventually(const std::function<bool()>& test, milliseconds limit);
+milliseconds since(Clock::time_point start);
+
+// An exported word, as another thread may write it at any time.
+template <class Word> Word word(Word& exported)
+{
+    return std::atomic_ref<Word>(exported).load();
+}
+
+std::size_t heap_bytes();                     // in use, of the whole process
+std::int64_t process_cpu_us();                // of all threads
+std::int64_t thread_cpu_us(const char* name); // -1: no thread of that name
+
+// How long the thread that makes this call needs for `work`.
+template <class Work> milliseconds time_of(const Work& work)
+{
+    const Clock::time_point start = Clock::now();
+    work();
+    return since(start);
+}
+
+// A port without a modem behind it: the test reads and writes its far end.
+class BarePort
+{
+  public:
+    explicit BarePort(const std::string& path);
+    ~BarePort();
+    BarePort(const BarePort&) = delete;
+    BarePort& operator=(const BarePort&) = delete;
+
+    void hang_up(); // the far end closes, the path stays
+    // Writes `block` again and again, `pause` between two, as fast as the port takes it.
+    void talk(const std::string& block, milliseconds pause = 0ms);
+    bool hears(const std::string& text, milliseconds limit); // from the library
+    std::string heard();
+
+  private:
+    void run();
+    std::string path_;
+    int master_ = -1;
+    std::mutex mutex_;
+    std::string block_, heard_;
+    milliseconds pause_ = 0ms;
+    std::atomic<bool> stop_ = false;
+    std::thread thread_;
+};
+
+class Story : public testing::Test
+{
+  protected:
+    static constexpr const char* port = "/dev/ttyUSB2";
+    kelo_emulator::Modem modem;
+
+    void SetUp() override;
+    void TearDown() override;
+
+    void plug(const std::string& model, const std::map<std::string, std::string>& variables = {});
+    // A module that no table knows: its start flow is the first four commands alone.
+    void plug_unknown() { plug("EC25", {{"model", "Quectel_M35"}, {"revision", "M35FAR01A01"}}); }
+    void order(const std::string& text) { ASSERT_EQ(modem.order(text), "") << text; }
+
+    // A change of one command of the start flow of SIM 1; to be made ahead of the start.
+    void change(int id, int timeout, int ignore = 0, const char* cmd = nullptr, int seq = 0);
+    void start();                  // cellular_gsm_init and cellular_start
+    milliseconds stop();           // cellular_stop, which has to succeed
+    void start_and_come_to_rest(); // an unknown module, until nothing runs
+    bool wire(const std::string& pattern, milliseconds limit, std::size_t times = 1);
+
+    gsm_mobile record() const;
+    std::string said() const; // standard output and error stream since the start of the story
+    bool says(const std::string& text, milliseconds limit) const;
+    std::size_t count_said(const std::string& text) const;
+
+    // Times of the commands on the wire.
+    std::vector<std::pair<Clock::time_point, std::string>> command_times() const;
+    milliseconds gap_behind(const std::string& command) const; // to the next command
+
+  private:
+    std::string output_path_;
+    int stdout_ = -1, stderr_ = -1;
+    std::vector<std::unique_ptr<at_config_item>> changes_;
+};
+
+} // namespace kelo_story

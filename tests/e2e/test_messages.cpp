@@ -1,0 +1,139 @@
+// What other threads hand in: commands, and messages for the outbox.
+#include "story.h"
+
+using namespace kelo_story;
+
+using Senders = Story;
+
+// Catches: commands of several threads that mix on the wire, or are lost.
+TEST_F(Senders, SendersDoNotMix)
+{
+    constexpr int threads = 4, lines = 50;
+    plug("EC25");
+    start();
+    std::vector<std::thread> senders;
+    for (int sender = 0; sender < threads; sender++)
+        senders.emplace_back([sender] {
+            for (int line = 0; line < lines; line++) {
+                const std::string text = "AT+FROM" + std::to_string(sender) + "=" +
+                                         std::to_string(line) + ",\"" + std::string(40, 'a') + "\"";
+                EXPECT_EQ(libgsm_send_at(text.c_str()), 0);
+                usleep(2000);
+            }
+        });
+    for (std::thread& sender : senders)
+        sender.join();
+    EXPECT_TRUE(wire("AT+FROM*", 10s, threads * lines));
+    int next[threads] = {};
+    for (const std::string& command : modem.commands()) {
+        int sender = -1, line = -1, end = 0;
+        if (std::sscanf(command.c_str(),
+                        "AT+FROM%d=%d,\"aaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaa\"%n", &sender,
+                        &line, &end) == 2 &&
+            sender >= 0 && sender < threads) {
+            EXPECT_EQ(end, static_cast<int>(command.size()));
+            EXPECT_EQ(line, next[sender]++) << command;
+        } else {
+            EXPECT_EQ(command.find("FROM"), std::string::npos) << command;
+        }
+    }
+    EXPECT_EQ(modem.count("AT+CGMM"), 1u); // the flow's own commands stay whole, too
+}
+
+namespace
+{
+
+struct Mailing {
+    const char* name;
+    int smsmode;
+    const char* cmgs_ms; // how long the network takes for each message
+};
+
+std::ostream& operator<<(std::ostream& stream, const Mailing& one)
+{
+    return stream << one.name;
+}
+
+class Outbox : public Story, public testing::WithParamInterface<Mailing>
+{
+  protected:
+    // An EC25 that is ready but for its registration.
+    void start_unregistered(const std::string& cmgs_ms)
+    {
+        is_quectel = 10; // a family whose registration reports are read at any time
+        change(29, 0, 1);
+        change(32, 0, 1); // neither AT+CGREG? nor AT+COPS?
+        plug("EC25", {{"cmgs_ms", cmgs_ms}});
+        start();
+        ASSERT_TRUE(says("ignore command 'AT+COPS?'!\n", within(40s)));
+        modem.clear_log();
+    }
+    void register_modem() { modem.report("+CEREG: 1,\"5A1C\",\"7C4B10D\",7"); }
+};
+
+constexpr const char* pdus[] = {"0011000D91945111325476F80000AA07D4721B0E92C500",
+                                "0011000D91945111325476F80000AA02C834"};
+
+} // namespace
+
+// Catches: a message that goes out unregistered, is lost, is replaced by the next one, or passes
+// it.
+TEST_P(Outbox, WaitsForRegistrationAndKeepsOrder)
+{
+    libgsm_set_smsmode(GetParam().smsmode);
+    start_unregistered(GetParam().cmgs_ms);
+    EXPECT_EQ(sms_outbox_enq(0, "first", "+4915112345678", 22, pdus[0]), 0);
+    EXPECT_EQ(sms_outbox_enq(0, "second", "+4915112345678", 17, pdus[1]), 0);
+    EXPECT_EQ(sms_outbox_enq(1, "third", "+4915112345678", 11, "Door 3 open"), 0);
+    EXPECT_EQ(sms_outbox_enq(0, "forged", "1\"\r\nATD1;", 17, pdus[1]), -1);
+    usleep(2200000);
+    EXPECT_EQ(modem.commands(), Lines{});
+
+    register_modem();
+    ASSERT_TRUE(eventually([&] { return modem.sent_messages().size() == 3; }, within(25s)));
+    usleep(1500000);
+    Lines expected;
+    for (const char* length : {"22", "17"}) {
+        expected.push_back("AT+CMGF=0");
+        if (GetParam().smsmode == 0)
+            expected.push_back("AT+CSCS=\"UCS2\"");
+        expected.push_back(std::string("AT+CMGS=") + length);
+    }
+    expected.insert(expected.end(), {"AT+CMGF=1", "AT+CSCS=\"GSM\"", "AT+CMGS=\"+4915112345678\""});
+    EXPECT_EQ(modem.commands(), expected);
+    const auto messages = modem.sent_messages();
+    ASSERT_EQ(messages.size(), 3u);
+    for (int i = 0; i < 2; i++) {
+        EXPECT_TRUE(messages[i].pdu);
+        EXPECT_EQ(messages[i].body, pdus[i]);
+    }
+    EXPECT_FALSE(messages[2].pdu);
+    EXPECT_EQ(messages[2].target, "+4915112345678");
+    EXPECT_EQ(messages[2].body, "Door 3 open");
+    EXPECT_EQ(cellular_get_status(CELL_STATUS_SMS_FAILED), 0u);
+    EXPECT_EQ(sms_outbox_deq(), nullptr);
+}
+
+INSTANTIATE_TEST_SUITE_P(Mailings, Outbox,
+                         testing::Values(Mailing{"Plain", 0, "20"}, Mailing{"WithoutUcs2", 1, "20"},
+                                         Mailing{"SlowNetwork", 0, "2500"}),
+                         [](const auto& one) { return std::string(one.param.name); });
+
+// Catches: a refused message that looks sent, and a bit that the next success does not clear.
+TEST_F(Outbox, RefusedByTheNetwork)
+{
+    start_unregistered("20");
+    register_modem();
+    ASSERT_TRUE(eventually([] { return mobile_is_ready() != 0; }, within(3s)));
+    order("cmgs error 38");
+    sms_outbox_enq(0, "refused", "+4915112345678", 22, pdus[0]);
+    EXPECT_TRUE(
+        eventually([] { return cellular_get_status(CELL_STATUS_SMS_FAILED) != 0; }, within(8s)));
+    char text[64];
+    libgsm_get_modem_status(text, sizeof text, CELL_STATUS_SMS_FAILED);
+    EXPECT_STREQ(text, "SMS Send Failed");
+    order("cmgs ok");
+    sms_outbox_enq(0, "again", "+4915112345678", 22, pdus[0]);
+    EXPECT_TRUE(
+        eventually([] { return cellular_get_status(CELL_STATUS_SMS_FAILED) == 0; }, within(8s)));
+}

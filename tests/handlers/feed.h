@@ -1,0 +1,80 @@
+// Feeds lines to handlers and compares what comes of them with tables. Every case runs in a process
+// of its own, on a library as just loaded.
+#pragma once
+
+#include "at/gsm_at.h"
+#include "handlers/handlers.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <initializer_list>
+#include <memory>
+#include <sstream>
+#include <string>
+#include <utility>
+
+namespace kelo
+{
+
+// The code of the event that the line raises, 0 for none. The line stands in memory of just its
+// size, so that a sanitizer sees a read behind it.
+inline int feed(at_handler handler, const std::string& line)
+{
+    const auto copy = std::make_unique<char[]>(line.size() + 1);
+    std::memcpy(copy.get(), line.c_str(), line.size() + 1);
+    const event* const raised = handler(&g_mobile, copy.get());
+    EXPECT_TRUE(raised == nullptr || raised == &gsm_event);
+    return raised == nullptr ? 0 : raised->code;
+}
+
+inline void set_texts(std::initializer_list<std::pair<char*, const char*>> fields)
+{
+    for (const auto& [field, text] : fields)
+        std::strcpy(field, text);
+}
+
+inline std::string told(const auto&... parts)
+{
+    std::ostringstream text;
+    (text << ... << parts);
+    return text.str();
+}
+
+// One command and its answer. Lines end at '|'.
+struct story {
+    at_handler handler;
+    const char* lines;
+    int code;           // the last event that the lines raise, 0 for none
+    int done;           // at_done behind them
+    std::string record; // what the record then holds, in the words of the table
+    int family = 0;
+};
+
+inline int feed_all(at_handler handler, const char* lines)
+{
+    int code = 0;
+    std::istringstream all(lines);
+    for (std::string line; std::getline(all, line, '|');) {
+        const int raised = feed(handler, line);
+        code = raised != 0 ? raised : code;
+    }
+    return code;
+}
+
+template <std::size_t size>
+void run(const story (&stories)[size], void (*reset)(), std::string (*record)())
+{
+    for (const story& s : stories) {
+        SCOPED_TRACE(s.lines);
+        is_quectel = s.family;
+        g_mobile.reg_seen = 0;
+        g_mobile.at_done = 0;
+        reset();
+        EXPECT_EQ(feed_all(s.handler, s.lines), s.code);
+        EXPECT_EQ(g_mobile.at_done, s.done);
+        EXPECT_EQ(record(), s.record);
+    }
+}
+
+} // namespace kelo

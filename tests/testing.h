@@ -1,0 +1,156 @@
+// What the tests of the library's rooms share: a port whose far end the test holds, the text that
+// was written to a stream, and handlers that note what they were given.
+#pragma once
+
+#include "at/gsm_at.h"
+#include "core/gsm.h"
+#include "support/text.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <fstream>
+#include <functional>
+#include <iterator>
+#include <poll.h>
+#include <string>
+#include <sys/mman.h>
+#include <thread>
+#include <unistd.h>
+#include <vector>
+
+namespace kelo::test
+{
+
+// Takes what is written to a descriptor while it lives. It does not flush stdio: a line that the
+// library left in a buffer is not seen. Replayed where it belongs when the case has failed.
+class captured
+{
+  public:
+    explicit captured(int fd = STDOUT_FILENO)
+        : target(fd), saved(dup(fd)), file(memfd_create("captured", MFD_CLOEXEC))
+    {
+        std::fflush(nullptr);
+        dup2(file, target);
+    }
+    ~captured()
+    {
+        std::fflush(nullptr);
+        dup2(saved, target);
+        const std::string all = text();
+        if (::testing::Test::HasFailure() && write(target, all.data(), all.size()) < 0)
+            std::abort();
+        close(saved);
+        close(file);
+    }
+    std::string text() const
+    {
+        std::ifstream whole("/proc/self/fd/" + std::to_string(file));
+        return {std::istreambuf_iterator<char>(whole), {}};
+    }
+    bool has(std::string_view needle) const { return text().find(needle) != std::string::npos; }
+    captured(const captured&) = delete;
+    captured& operator=(const captured&) = delete;
+
+  private:
+    int target;
+    int saved;
+    int file;
+};
+
+// The AT port of g_mobile: the library has the pseudo-terminal at /dev/ttyUSB2, the test plays the
+// modem.
+class modem_port
+{
+  public:
+    explicit modem_port(bool open_it = true) : master(posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC))
+    {
+        grantpt(master);
+        unlockpt(master);
+        unlink(node);
+        if (symlink(ptsname(master), node) != 0)
+            std::abort();
+        libgsm_search_usb_port(&g_mobile);
+        if (open_it && libgsm_mobile_open_usb(&g_mobile) != 0)
+            std::abort();
+    }
+    ~modem_port()
+    {
+        unlink(node);
+        libgsm_mobile_close_usb(&g_mobile);
+        close(master);
+    }
+    void say(std::string_view bytes)
+    {
+        while (!bytes.empty()) {
+            const ssize_t count = write(master, bytes.data(), bytes.size());
+            if (count <= 0)
+                std::abort();
+            bytes.remove_prefix(static_cast<std::size_t>(count));
+        }
+    }
+    // What the library wrote, up to `quiet_ms` of silence.
+    std::string heard(int quiet_ms = 100)
+    {
+        std::string all;
+        pollfd ready = {master, POLLIN, 0};
+        char piece[4096];
+        while (poll(&ready, 1, quiet_ms) > 0 && (ready.revents & POLLIN) != 0) {
+            const ssize_t count = read(master, piece, sizeof piece);
+            if (count <= 0)
+                break;
+            all.append(piece, static_cast<std::size_t>(count));
+        }
+        return all;
+    }
+    modem_port(const modem_port&) = delete;
+    modem_port& operator=(const modem_port&) = delete;
+
+  private:
+    static constexpr const char* node = "/dev/ttyUSB2";
+    int master;
+};
+
+// Lines that note_line was given, in order.
+inline std::vector<std::string> lines;
+
+// A handler that ends its command on OK, and raises the event whose code follows "event ".
+inline event* note_line(gsm_mobile* rec, char* line)
+{
+    lines.push_back(line);
+    lock_scope guard(record_lock);
+    if (std::strcmp(line, "OK") == 0)
+        rec->at_done = 1;
+    return text_begins(line, "event ") ? raise_event(std::atoi(line + 6)) : nullptr;
+}
+
+// A node at the tail of `list`, with that handler.
+inline at_info* add_node(at_list& list, int id, int seq, const char* cmd, int timeout = 3,
+                         int retries = 0, at_pre_treat pre_treat = nullptr)
+{
+    at_info* const at = at_info_create(id, nullptr, cmd, timeout, 0, 0, note_line, seq, pre_treat,
+                                       retries, nullptr);
+    lock_scope guard(flow_lock);
+    at_list_append(&list, at);
+    return at;
+}
+
+inline bool wait_until(const std::function<bool()>& done, int limit_ms = 20000)
+{
+    for (int waited = 0; !done() && waited < limit_ms; waited++)
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    return done();
+}
+
+inline int count_of(const std::string& text, std::string_view needle)
+{
+    int count = 0;
+    for (std::size_t at = 0; (at = text.find(needle, at)) != std::string::npos; at++)
+        count++;
+    return count;
+}
+
+} // namespace kelo::test
