@@ -1,14 +1,70 @@
-// The data link and the way back up: restart, radio reset, SIM selection.
+// The data link and the way back up: dialer, probes, restart, radio reset, SIM selection.
 //
-// Threads: restarts run on a thread of their own, since cellular_stop waits for the mobile task and
-// the mobile task may be the one that asked.
-// Words that leave: cell_reload_flag, cell_repower_lock, and the start flag.
+// Threads: the dialer thread lives here. Restarts run on a thread of their own, since cellular_stop
+// waits for the mobile task and the mobile task may be the one that asked.
+// Words that leave: cell_network_up, cell_reload_flag, cell_repower_lock, and the start flag.
 #pragma once
 
 #include "core/gsm.h"
+#include <kelo/link.h>
+
+#include <cstddef>
 
 namespace kelo
 {
+
+// ---- The dialer (dialer.cpp)
+
+// What the dialer does to the world outside; the tests put their own in its place.
+struct dialer_tools {
+    int (*interface_present)(const char* interface);
+    int (*link_ping)(const char* interface, const char* target, int wait);
+    int (*run)(const char* line);
+    int (*send_at)(const char* text);
+    int (*reset_radio)();
+    int (*restart)();
+    void (*sleep)(int seconds);
+};
+extern const dialer_tools real_dialer_tools;
+
+// What one pass keeps for the next. All thresholds count passes.
+struct dialer_state {
+    const dialer_tools* tools = &real_dialer_tools;
+    int qeng_ticks = 25;    // link-up passes since the last serving cell query
+    int ping_ticks = 0;     // link-up passes since the last supervision
+    int ping_wait = 5;      // seconds that the next supervision ping may take
+    int ping_fails = 0;     // failed pings in a row
+    int dial_countdown = 0; // passes without interface until the next dial
+    int dial_attempts = 0;  // dials since the link last came up
+    int sim_wait_ticks = 0; // passes without SIM or modem
+};
+
+// One pass. Gives the microseconds to sleep ahead of the next, or -1 to end the thread.
+long dialer_pass(dialer_state& state);
+
+void dialer_run(dialer_state& state);
+void* dialer_thread(void* argument);
+
+// Writes the dial command of the working settings and says it. 0; -1, a message and an empty buffer
+// when a value can't be given to the dialer or the line does not fit.
+int dialer_command_build(char* buffer, std::size_t size);
+
+// ---- The probes (probes.cpp)
+
+// What the first summary line of ping says.
+struct ping_summary {
+    int transmitted = 1;
+    int received = 0;
+};
+ping_summary ping_summary_read(char* line);
+
+int link_ping(const char* interface, const char* target, int wait); // 1 up, 0 down
+int interface_present(const char* interface);                       // 1 listed, that is up
+
+// ---- Recovery
+
+// recovery.cpp: switches the radio off and on, three seconds. 0, or -1 without a record.
+int libgsm_reset_base_station();
 
 // restart.cpp
 extern int cell_start_flag;
@@ -19,9 +75,11 @@ void cell_restart_flag_reset();
 int cell_restart_flag_get();
 void* restart_cellular_thread(void* argument);
 
-// sim_select.cpp
+// ---- SIM selection (sim_select.cpp)
 int select_scanmode(int sim);
 const char* cellular_get_pincode();
 const char* cellular_get_smscenter();
+int gpio_select_simcard(int sim);
+void copy_sim_settings(); // of the active SIM, into the modem record
 
 } // namespace kelo

@@ -5,6 +5,7 @@
 namespace kelo
 {
 
+lock settings_lock;
 lock flow_lock;
 lock record_lock;
 lock port_lock;

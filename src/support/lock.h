@@ -1,13 +1,17 @@
 // The locks of the library, and the order in which they nest.
 //
-// flow_lock    the flow lists, cur_at_list, the cursor of the pass
-// record_lock  g_mobile (but for its fd) and gsm_event
-// port_lock    the AT port: its fd, and the write of one whole command
-// outbox_lock  the SMS outbox; a leaf, nothing is taken under it
+// settings_lock  what the host configures: the working copy, the SIM slots and their texts
+// flow_lock      the flow lists, cur_at_list, the cursor of the pass
+// record_lock    g_mobile (but for its fd) and gsm_event
+// port_lock      the AT port: its fd, and the write of one whole command
+// outbox_lock    the SMS outbox; a leaf, nothing is taken under it
 //
-// They nest in this order and no other: flow_lock, record_lock, port_lock. None is held over a
-// sleep, a shell command, or a callback of the host. What is said under a lock (diag.h) is written
-// after the last one was let go.
+// They nest in this order and no other: settings_lock, flow_lock, record_lock, port_lock. None is
+// held over a sleep, a shell command, or a callback of the host. What is said under a lock (diag.h)
+// is written after the last one was let go.
+//
+// The MQTT update has two of its own, in api/mqtt.cpp: attempt_mutex, the outermost of all and the
+// one exception, held over the sleeps of an attempt, and config_lock, a leaf.
 #pragma once
 
 #include <pthread.h>
@@ -19,6 +23,7 @@ struct lock {
     pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER;
 };
 
+extern lock settings_lock;
 extern lock flow_lock;
 extern lock record_lock;
 extern lock port_lock;

@@ -4,8 +4,12 @@
 #include "support/sleeps.h"
 #include <kelo/host.h>
 
+#include <algorithm>
+#include <cerrno>
 #include <csignal>
 #include <cstring>
+#include <fcntl.h>
+#include <poll.h>
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -24,30 +28,64 @@ namespace
 // start or a stop from ever coming back.
 constexpr int time_limit_ms = 30000;
 
-// The child starts with the signals of a fresh process, whatever the host has done to its own.
-bool prepare(posix_spawnattr_t& attributes)
+// No report that is read here comes near it; a tool that never stops talking ends here.
+constexpr std::size_t output_limit = 65536;
+
+// How long a line may go on once nobody reads it.
+constexpr int grace_ms = 1000;
+
+// The child starts with the signals of a fresh process, whatever the host has done to its own. With
+// a group of its own it can be killed with all that it has started.
+bool prepare(posix_spawnattr_t& attributes, bool own_group)
 {
     sigset_t none;
     sigset_t all;
     sigemptyset(&none);
     sigfillset(&all);
+    const int flags =
+        POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF | (own_group ? POSIX_SPAWN_SETPGROUP : 0);
     return posix_spawnattr_setsigmask(&attributes, &none) == 0 &&
            posix_spawnattr_setsigdefault(&attributes, &all) == 0 &&
-           posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF) ==
-               0;
+           posix_spawnattr_setpgroup(&attributes, 0) == 0 &&
+           posix_spawnattr_setflags(&attributes, static_cast<short>(flags)) == 0;
 }
 
-// Waits for the child. A host that reaps every child itself, or ignores SIGCHLD, takes the status
-// away: then the line is over and its status unknown.
-int await_end(pid_t child)
+// Starts the shell on a line; -1, and said so, when that fails. With `output` it leads a group of
+// its own and writes there; with -1 it stays in the host's group and writes where the host does.
+pid_t start(const char* line, int output)
+{
+    posix_spawnattr_t attributes;
+    posix_spawn_file_actions_t actions;
+    if (posix_spawnattr_init(&attributes) != 0)
+        return -1;
+    posix_spawn_file_actions_init(&actions);
+    char shell[] = "sh";
+    char option[] = "-c";
+    char* const arguments[] = {shell, option, const_cast<char*>(line), nullptr};
+    pid_t child = -1;
+    int error = ENOMEM;
+    if (prepare(attributes, output >= 0) &&
+        (output < 0 || posix_spawn_file_actions_adddup2(&actions, output, STDOUT_FILENO) == 0))
+        error = posix_spawn(&child, "/bin/sh", &actions, &attributes, arguments, environ);
+    posix_spawn_file_actions_destroy(&actions);
+    posix_spawnattr_destroy(&attributes);
+    if (error == 0)
+        return child;
+    diag_plain("%s:%d failed to run '%s': %s\n", "shell", __LINE__, line, std::strerror(error));
+    return -1;
+}
+
+// Waits for the child, and kills `victim` (the child, or the negative number of its group) when
+// time is over. A host that reaps every child itself, or ignores SIGCHLD, takes the status away:
+// then the line is over and its status unknown.
+int await_end(pid_t child, pid_t victim, std::int64_t deadline)
 {
     int status = 0;
     pid_t ended = 0;
-    const std::int64_t deadline = monotonic_ms() + time_limit_ms;
     long pause_us = 500;
     while ((ended = waitpid(child, &status, WNOHANG)) == 0) {
         if (monotonic_ms() > deadline) {
-            kill(child, SIGKILL);
+            kill(victim, SIGKILL);
             waitpid(child, &status, 0);
             return -1;
         }
@@ -58,27 +96,116 @@ int await_end(pid_t child)
     return ended == child && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
+// Cuts what comes into lines; a line is cut to the room that it has, and the rest of it passed
+// over.
+struct line_cutter {
+    const char* needle;
+    char* text;
+    std::size_t size;
+    std::size_t length;
+
+    // True once the line that `text` holds is the one looked for.
+    bool take(char byte)
+    {
+        if (byte != '\n') {
+            if (byte != '\0' && length + 1 < size)
+                text[length++] = byte;
+            return false;
+        }
+        return end();
+    }
+    bool end()
+    {
+        text[length] = '\0';
+        length = 0;
+        return std::strstr(text, needle) != nullptr;
+    }
+};
+
+bool read_until(int fd, line_cutter& cutter, std::int64_t deadline)
+{
+    std::size_t total = 0;
+    while (total < output_limit) {
+        const std::int64_t left = deadline - monotonic_ms();
+        pollfd ready = {fd, POLLIN, 0};
+        const int came = left > 0 ? poll(&ready, 1, static_cast<int>(left)) : 0;
+        if (came < 0 && errno == EINTR)
+            continue;
+        if (came <= 0)
+            return false;
+        char piece[512];
+        const ssize_t count = read(fd, piece, sizeof piece);
+        if (count < 0 && errno == EINTR)
+            continue;
+        if (count <= 0)
+            return count == 0 && cutter.end(); // the last line needs no line feed
+        for (ssize_t i = 0; i < count; i++) {
+            if (cutter.take(piece[i]))
+                return true;
+        }
+        total += static_cast<std::size_t>(count);
+    }
+    return false;
+}
+
+bool is_plain(char c)
+{
+    return std::strchr("@%_+=:,./-", c) != nullptr || (c >= '0' && c <= '9') ||
+           (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z');
+}
+
 } // namespace
 
 int shell_run(const char* line)
 {
-    posix_spawnattr_t attributes;
-    if (posix_spawnattr_init(&attributes) != 0)
-        return -1;
-    char shell[] = "sh";
-    char option[] = "-c";
-    char* const arguments[] = {shell, option, const_cast<char*>(line), nullptr};
-    pid_t child = -1;
-    int error = 0;
-    if (prepare(attributes))
-        error = posix_spawn(&child, "/bin/sh", nullptr, &attributes, arguments, environ);
-    posix_spawnattr_destroy(&attributes);
-    if (error != 0 || child < 0) {
-        diag_plain("%s:%d failed to run '%s': %s\n", __func__, __LINE__, line,
-                   std::strerror(error));
-        return -1;
+    const pid_t child = start(line, -1);
+    return child > 0 ? await_end(child, child, monotonic_ms() + time_limit_ms) : -1;
+}
+
+bool shell_find(const char* line, const char* needle, int limit_ms, char* found, std::size_t size)
+{
+    int ends[2];
+    if (pipe2(ends, O_CLOEXEC) != 0)
+        return false;
+    const std::int64_t deadline = monotonic_ms() + limit_ms;
+    const pid_t child = start(line, ends[1]);
+    close(ends[1]);
+    line_cutter cutter = {needle, found, size, 0};
+    const bool hit = child > 0 && read_until(ends[0], cutter, deadline);
+    close(ends[0]);
+    if (child > 0)
+        await_end(child, -child, std::min(deadline, monotonic_ms() + grace_ms));
+    return hit;
+}
+
+bool shell_quote(char* line, std::size_t size, const char* value)
+{
+    const std::size_t before = std::strlen(line);
+    std::size_t length = before;
+    bool fits = true;
+    const auto put = [&](char c) {
+        if (length + 1 < size)
+            line[length++] = c;
+        else
+            fits = false;
+    };
+    bool plain = *value != '\0';
+    for (const char* at = value; *at != '\0'; at++)
+        plain = plain && is_plain(*at);
+    if (!plain)
+        put('\'');
+    for (const char* at = value; *at != '\0'; at++) {
+        put(*at);
+        if (*at == '\'') { // out of the quotes, the mark itself, and back in
+            put('\\');
+            put('\'');
+            put('\'');
+        }
     }
-    return await_end(child);
+    if (!plain)
+        put('\'');
+    line[fits ? length : before] = '\0';
+    return fits;
 }
 
 int shell_run_by_host(const char* line)

@@ -5,6 +5,8 @@
 // Nothing from outside goes into a line unquoted: the caller checks or quotes it.
 #pragma once
 
+#include <cstddef>
+
 namespace kelo
 {
 
@@ -13,7 +15,17 @@ namespace kelo
 // away.
 int shell_run(const char* line);
 
-// The same through the host's kelo_system when the host brings one.
+// Runs a line and reads its standard output up to the first text line that holds `needle`, which is
+// left in `found`, cut to `size`. False when none came: the output ended, held more than 64 KiB, or
+// time ran out. The line has ended, or was killed with what it had started, when this returns.
+bool shell_find(const char* line, const char* needle, int limit_ms, char* found, std::size_t size);
+
+// Adds `value` behind the text in `line` so that the shell takes it as one word and nothing else:
+// as it is while it holds plain characters alone, else in quotes. False when it does not fit;
+// `line` is then as it was.
+bool shell_quote(char* line, std::size_t size, const char* value);
+
+// As shell_run, through the host's kelo_system when the host brings one.
 int shell_run_by_host(const char* line);
 
 } // namespace kelo

@@ -1,0 +1,26 @@
+// The radio reset, one step below a restart of the modem task.
+#include "link/init.h"
+
+#include "support/sleeps.h"
+#include <kelo/status.h>
+
+namespace kelo
+{
+
+// Nothing waits for an answer: the replies go to the mobile task, and so does the "+CPIN: READY"
+// that brings is_pin_ready back.
+int libgsm_reset_base_station()
+{
+    if (modem_record() == nullptr)
+        return -1;
+    libgsm_send_at("AT+CFUN=0");
+    seconds_sleep(1);
+    if (word_get(isLowPower) != 0)
+        libgsm_update_apn(); // some modules take it only while the radio is off
+    seconds_sleep(1);
+    libgsm_send_at("AT+CFUN=1");
+    seconds_sleep(1);
+    return 0;
+}
+
+} // namespace kelo
