@@ -198,6 +198,13 @@ bool passed_over(at_info* at)
     return at->id == set_apn_id && !apn_wanted();
 }
 
+// A command that sends a message draws a prompt, which may come at once.
+void announce(gsm_mobile* rec, const at_info* at)
+{
+    if (at->handler == sms_send_handler)
+        sms_send_begins(rec);
+}
+
 } // namespace
 
 at_info* libgsm_send_atcommand(gsm_mobile* rec, bool& list_ended)
@@ -207,6 +214,7 @@ at_info* libgsm_send_atcommand(gsm_mobile* rec, bool& list_ended)
     if (list_ended)
         return nullptr;
     if (next.custom) {
+        announce(rec, next.at);
         exec_at_command(rec, next.custom_cmd);
         std::free(next.custom_cmd);
         return next.at;
@@ -217,6 +225,7 @@ at_info* libgsm_send_atcommand(gsm_mobile* rec, bool& list_ended)
         set_at_done(rec);
         return nullptr;
     }
+    announce(rec, next.at);
     exec_at_command(rec, next.at->cmd);
     return next.at;
 }
@@ -224,13 +233,23 @@ at_info* libgsm_send_atcommand(gsm_mobile* rec, bool& list_ended)
 namespace
 {
 
-// NUL bytes are line noise, and would hide what stands behind them.
+// NUL bytes are line noise, and would hide what stands behind them. In the body of a message in
+// text mode they are text: "@" is 0 in the GSM alphabet.
 std::size_t drop_nul_bytes(char* text, std::size_t length)
 {
+    bool in_message = std::memchr(text, '\0', length) != nullptr && sms_text_follows({}, true);
     std::size_t kept = 0;
-    for (std::size_t i = 0; i < length; i++)
+    std::size_t line = 0;
+    for (std::size_t i = 0; i < length; i++) {
         if (text[i] != '\0')
             text[kept++] = text[i];
+        else if (in_message)
+            text[kept++] = '@';
+        if (text[i] == '\n') {
+            in_message = in_message || sms_text_follows({text + line, kept - line}, line == 0);
+            line = kept;
+        }
+    }
     text[kept] = '\0';
     return kept;
 }
@@ -250,7 +269,9 @@ event* handle_sms_report(gsm_mobile* rec, const at_info* cur, char* text, char* 
     // Looked for ahead of the parser, which cuts the text.
     const bool acknowledge = text_has(text, "+CMT");
     cellular_set_sms_received(1);
-    event* const raised = libgsm_check_sms(rec, report);
+    event* const raised = sms_check_read(rec, report);
+    // The other lines of the read go by, but the modem waits behind its prompt.
+    sms_watch_prompt(rec, std::strrchr(text, '\n') != nullptr ? std::strrchr(text, '\n') + 1 : "");
     const int family = word_get(is_quectel);
     if ((family == 13 || family == 15) && acknowledge)
         libgsm_send_at("AT+CNMA");
@@ -267,6 +288,8 @@ event* handle_line(gsm_mobile* rec, const at_info* cur, char* line)
     }
     libgsm_check_gps_location(line);
     libgsm_check_mqtt_sub(line);
+    if (cur == nullptr || cur->handler != sms_send_handler)
+        sms_watch_prompt(rec, line);
     if (cur != nullptr && cur->handler != nullptr)
         return cur->handler(rec, line);
     return general_handler(rec, line);
@@ -307,6 +330,7 @@ read_outcome libgsm_check_event(gsm_mobile* rec, at_info* cur)
     outcome.drained = got.drained;
     outcome.heard = got.length > 0;
     drop_nul_bytes(got.text, got.length);
+    sms_continue_report(got.text);
     if (text_has(got.text, "+QIND: SMS DONE") || text_has(got.text, "+QIND: PB DONE"))
         libgsm_set_init_flag(1);
     char* report = text_find(got.text, "+CMT:");

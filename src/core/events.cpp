@@ -3,6 +3,7 @@
 #include "at/gsm_at.h"
 #include "core/gsm.h"
 #include "link/init.h"
+#include "sms/sms.h"
 #include "support/diag.h"
 #include "support/shell.h"
 #include "support/sleeps.h"
@@ -142,6 +143,11 @@ void log_sim_up(gsm_mobile* rec)
     sim_up(rec);
 }
 
+void message_received(gsm_mobile*)
+{
+    sms_log_received(&::gsm_event);
+}
+
 struct event_row {
     int code;
     const char* text;             // null: the action logs for itself, or there is nothing to say
@@ -169,7 +175,7 @@ constexpr event_row event_rows[] = {
     {GSM_EVENT_NODIFY, "nodify!", nullptr},
     {GSM_EVENT_PROCESS, "process!", nullptr},
     {GSM_EVENT_KEYPAD_DIGIT, "keypad digit!", nullptr},
-    {GSM_EVENT_SMS_RECEIVED, "sms received!", nullptr},
+    {GSM_EVENT_SMS_RECEIVED, "sms received!", message_received},
     {GSM_EVENT_SIM_FAILED, "sim failed!", sim_failed},
     {GSM_EVENT_PIN_REQUIRED, "pin required!", nullptr},
     {GSM_EVENT_PIN_ERROR, "pin error!", nullptr},

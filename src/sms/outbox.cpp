@@ -2,7 +2,6 @@
 #include "sms/sms.h"
 
 #include "support/diag.h"
-#include "support/export.h"
 #include "support/text.h"
 
 #include <cstdlib>
@@ -30,21 +29,18 @@ bool is_sendable(const char* number, const char* body)
 
 } // namespace
 
-} // namespace kelo
-
-KELO_EXPORT int sms_outbox_enq(int mode, const char* tag, const char* number, int length,
-                               const char* body)
+sms_outbox_item* sms_outbox_item_create(int mode, const char* tag, const char* number, int length,
+                                        const char* body)
 {
-    using namespace kelo;
     if (is_empty(tag) || is_empty(number) || is_empty(body))
-        return -1;
+        return nullptr;
     if (!is_sendable(number, body)) {
-        diag_plain("%s:%d refused a message with control characters\n", __func__, __LINE__);
-        return -1;
+        diag_plain("%s:%d refused a message with control characters\n", "sms_outbox_enq", __LINE__);
+        return nullptr;
     }
     auto* const item = static_cast<sms_outbox_item*>(std::calloc(1, sizeof(sms_outbox_item)));
     if (item == nullptr)
-        return -1;
+        return nullptr;
     item->sms_mode = mode;
     item->sms_tag = text_duplicate(tag);
     item->sms_number = text_duplicate(number);
@@ -52,16 +48,37 @@ KELO_EXPORT int sms_outbox_enq(int mode, const char* tag, const char* number, in
     item->sms_body = text_duplicate(body);
     if (item->sms_tag == nullptr || item->sms_number == nullptr || item->sms_body == nullptr) {
         sms_outbox_free(item);
-        return -1;
+        return nullptr;
     }
+    return item;
+}
+
+void sms_outbox_append(list_head& items)
+{
+    const lock_scope hold(outbox_lock);
+    while (!list_empty(&items)) {
+        list_head* const first = items.next;
+        list_del(first);
+        list_add_tail(first, &sms_outbox);
+    }
+}
+
+} // namespace kelo
+
+using namespace kelo;
+
+int sms_outbox_enq(int mode, const char* tag, const char* number, int length, const char* body)
+{
+    sms_outbox_item* const item = sms_outbox_item_create(mode, tag, number, length, body);
+    if (item == nullptr)
+        return -1;
     const lock_scope hold(outbox_lock);
     list_add_tail(&item->node, &sms_outbox);
     return 0;
 }
 
-KELO_EXPORT struct sms_outbox_item* sms_outbox_deq(void)
+struct sms_outbox_item* sms_outbox_deq(void)
 {
-    using namespace kelo;
     const lock_scope hold(outbox_lock);
     if (list_empty(&sms_outbox))
         return nullptr;
@@ -70,7 +87,7 @@ KELO_EXPORT struct sms_outbox_item* sms_outbox_deq(void)
     return list_entry(first, sms_outbox_item, node);
 }
 
-KELO_EXPORT void sms_outbox_free(struct sms_outbox_item* item)
+void sms_outbox_free(struct sms_outbox_item* item)
 {
     if (item == nullptr)
         return;
