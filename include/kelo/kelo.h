@@ -1,12 +1,14 @@
 /* kelo/kelo.h: everything that a host of libkelo.so includes.
  *
- * The library owns one USB cellular modem. A host sets the words that it cares for, starts the
- * library, and polls:
+ * The library owns one USB cellular modem. A host fills its settings, starts the library, and
+ * polls:
  *
- *     cellular_gsm_init(0);      once per process
- *     cellular_start(0);         opens the modem; its dialogue runs on a thread of the library
- *     ... poll cellular_get_cur_status(), kelo_copy_mobile(), the received flags ...
- *     cellular_stop();
+ *     kelo_init_cellular(&settings, 0);   returns at once; the modem comes up on threads of the
+ * library
+ *     ... poll kelo_get_connect_status(), kelo_get_cellular(), kelo_copy_mobile(), the flags ...
+ *     kelo_deinit_cellular();
+ *
+ * Settings, bring-up and stop are in kelo/settings.h, the polls in kelo/status.h and kelo/gsm.h.
  */
 #ifndef KELO_KELO_H
 #define KELO_KELO_H
@@ -15,9 +17,11 @@
 #include <kelo/gps.h>
 #include <kelo/gsm.h>
 #include <kelo/host.h>
+#include <kelo/link.h>
 #include <kelo/list.h>
 #include <kelo/mqtt.h>
 #include <kelo/settings.h>
 #include <kelo/sms.h>
+#include <kelo/status.h>
 
 #endif

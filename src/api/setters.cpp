@@ -7,17 +7,16 @@
 namespace kelo
 {
 
-namespace
-{
-
-// Whether a text may stand between the quotes of a command. Null is: it means no text.
-bool accepts(const char* what, const char* text)
+bool accepts_text(const char* what, const char* text)
 {
     if (text == nullptr || (!text_has_control(text) && std::strpbrk(text, "\"\t") == nullptr))
         return true;
     diag_plain("%s: refused, it holds a quote or a control character\n", what);
     return false;
 }
+
+namespace
+{
 
 int set_number(int gsm_mobile::*field, int value)
 {
@@ -44,8 +43,8 @@ int libgsm_set_apn(const char* apn, const char* user, const char* password, int 
     const lock_scope hold(record_lock);
     gsm_mobile* const rec = modem_record();
     // The three belong together: with one of them refused, all stay.
-    if (rec == nullptr || !accepts("apn", apn) || !accepts("user", user) ||
-        !accepts("password", password))
+    if (rec == nullptr || !accepts_text("apn", apn) || !accepts_text("user", user) ||
+        !accepts_text("password", password))
         return -1;
     text_set(rec->apn, or_empty(apn));
     if (apn != nullptr)
@@ -63,7 +62,7 @@ int libgsm_set_pincode(const char* text)
     using namespace kelo;
     const lock_scope hold(record_lock);
     gsm_mobile* const rec = modem_record();
-    if (rec == nullptr || !accepts("pin", text))
+    if (rec == nullptr || !accepts_text("pin", text))
         return -1;
     if (text != nullptr)
         text_set(rec->pincode, text);
@@ -75,7 +74,7 @@ int libgsm_set_smscenter(const char* text)
     using namespace kelo;
     const lock_scope hold(record_lock);
     gsm_mobile* const rec = modem_record();
-    if (rec == nullptr || !accepts("smscenter", text))
+    if (rec == nullptr || !accepts_text("smscenter", text))
         return -1;
     text_set(rec->smscenter, or_empty(text));
     return 0;

@@ -54,4 +54,24 @@ static_assert(offsetof(event_record, coding) == offsetof(event_record, length) +
 static_assert(sizeof(long_sms_info) == 16);
 static_assert(offsetof(sms_outbox_item, node) == either(20, 40));
 
+static_assert(offsetof(cellular_setting, user) == 36);
+static_assert(offsetof(cellular_setting, pin) == 36 + 256 + 32);
+static_assert(offsetof(cellular_setting, auth) == 36 + 256 + 32 + 64);
+static_assert(offsetof(cellular_setting, ping_target) == 388 + 4 * sizeof(int));
+static_assert(sizeof(cellular_setting) == 436 && alignof(cellular_setting) == alignof(int));
+
+static_assert(offsetof(cellular_status, net_type) == 32 + 3 * sizeof(int));
+static_assert(offsetof(cellular_status, iccid) == 48 + 2 * 32);
+static_assert(sizeof(cellular_status) == 144);
+
+static_assert(offsetof(cell_sim_cfg, apn) == either(4, 8));
+static_assert(offsetof(cell_sim_cfg, pin) == either(20, 40));
+static_assert(sizeof(cell_sim_cfg) == either(28, 56));
+
+static_assert(offsetof(mqtt_config, host) == 2 * sizeof(int));
+static_assert(offsetof(mqtt_config, user) == 8 + 64 + 16 + 64);
+static_assert(offsetof(mqtt_config, topic) == 152 + 2 * 256);
+static_assert(offsetof(mqtt_config, keepalive) == 664 + 4 * 64);
+static_assert(offsetof(mqtt_config, mqtt_done_callback) == either(924, 928));
+
 } // namespace

@@ -6,7 +6,6 @@
 #include "support/diag.h"
 #include "support/shell.h"
 #include "support/sleeps.h"
-#include <kelo/settings.h>
 
 #include <cstring>
 #include <pthread.h>
@@ -62,12 +61,6 @@ constexpr const char* stale_programs[] = {
     "killall -q -15 quectel-CM",  "killall -q -15 fibocom-dial", "killall -q -15 udhcpc",
     "killall -q -15 quectel_log", "killall -q -15 lsqxdm",       "ifconfig wwan0 down",
 };
-
-void copy_sim_settings()
-{
-    libgsm_set_pincode(cellular_get_pincode());
-    libgsm_set_smscenter(cellular_get_smscenter());
-}
 
 // The new task counts as running from here on, so that a stop right behind waits for it.
 bool create_mobile_task(gsm_mobile* rec)

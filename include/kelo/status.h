@@ -1,0 +1,120 @@
+/* kelo/status.h: what a host asks: the polls, the report of kelo_get_cellular, and the fields of
+ * the modem record one by one.
+ *
+ * Every call may be made from any thread, and from inside a callback of the library. Unless a call
+ * says otherwise it takes no longer than a lock that is held for moments, and sends nothing.
+ */
+#ifndef KELO_STATUS_H
+#define KELO_STATUS_H
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+#pragma GCC visibility push(default)
+
+/* ---- Polls --------------------------------------------------------------------------------- */
+
+int kelo_get_connect_status(void);  /* 1: the SIM is ready and the data link verified up; else 0 */
+int kelo_at_is_ready(void);         /* 1 once a start got as far as its task; never 0 again */
+int kelo_is_sms_received(void);     /* 1 since an SMS came, until cleaned */
+int kelo_clean_sms_received(void);  /* returns 0 */
+int kelo_is_call_received(void);    /* 1 since a call came, until cleaned */
+int kelo_clean_call_received(void); /* returns 0 */
+int kelo_is_sim_insert(void); /* 0: the SIM has failed or is missing; else 1, also when down */
+
+/* ---- The report ---------------------------------------------------------------------------- */
+
+struct cellular_status {
+    char oper[32]; /* operator name; empty while unknown, as are all texts here */
+    int sim_state; /* 0 SIM failed or missing, 1 present, not yet identified, 2 ready, with an ICCID
+                    */
+    int signal;    /* while currscanmode is 2: +CSQ figure, 0 to 31 for -113 to -51 dBm, 99 unknown
+                    * (3GPP TS 27.007 8.5); else RSRP in dBm, -120 while unknown; 0 without service */
+    int reserved;  /* the host's own: never written */
+    int net_type;  /* 0 no service, 1 5G, 2 4G, 3 3G */
+    char sn[32];   /* IMEI digits */
+    char imsi[32]; /* subscriber identity, 15 digits at most (3GPP TS 23.003 2.2) */
+    char iccid[32]; /* SIM serial number, 20 digits at most (ITU-T E.118) */
+};
+
+/* Fills the report; what comes from the modem record is of one moment. Texts that are wider in the
+ * modem record are cut. net_type is 0 unless the link is up and sim_state 2. While the settings ask
+ * for UMTS (net_mode 2) and the operator can't serve it, signal and net_type are 0, and every call
+ * takes wwan0 and wwan0.1 down and empties /tmp/network5Gmess.txt, through the host's kelo_system
+ * where there is one, and takes as long as these lines do. Without a record the texts are empty and
+ * the figures those of a cleared record. Returns 1, or 0 for NULL. */
+int kelo_get_cellular(struct cellular_status* record);
+
+/* ---- The modem record, field by field ------------------------------------------------------ */
+
+/* Texts are references into the modem record: they stay valid for the life of the process, belong
+ * to the library, and may change while they are read. A host thread that wants texts that stand
+ * still takes a copy of the record with kelo_copy_mobile (kelo/gsm.h). Empty while unknown; NULL
+ * while there is no record (libgsm_mobile_free). */
+const char* libgsm_get_model(void);
+const char* libgsm_get_mfrs(void);
+const char* libgsm_get_revision(void);
+const char* kelo_get_cellular_revision(void); /* the same */
+const char* libgsm_get_sn(void);
+const char* libgsm_get_imsi(void);
+const char* libgsm_get_iccid(void);
+const char* libgsm_get_number(void);
+const char* libgsm_get_smscenter(void);
+const char* libgsm_get_act(void);
+const char* libgsm_get_oper(void);
+const char* libgsm_get_band(void);
+const char* libgsm_get_plmn(void);
+const char* libgsm_get_lac(void);
+const char* libgsm_get_pincode(void); /* an empty text, not NULL, while there is no record */
+
+/* Figures, with units and ranges as in struct gsm_mobile. -1 while there is no record, which some
+ * of them can be otherwise, too. */
+int libgsm_get_currscanmode(void); /* 0 while there is no record */
+int libgsm_get_cid(void);          /* low 32 bits; libgsm_get_cid64 has them all */
+int libgsm_get_tech(void);
+int libgsm_get_rssi(void);
+int libgsm_get_at_port(void);
+int libgsm_get_mcc(void);
+int libgsm_get_mnc(void);
+int libgsm_get_cqi(void);
+int libgsm_get_is5g(void);
+int libgsm_get_sinr(void);
+int libgsm_get_ul_bandwidth(void);
+int libgsm_get_dl_bandwidth(void);
+int libgsm_get_pcid(void);
+int libgsm_get_rsrp(void);
+int libgsm_get_rsrq(void);
+int libgsm_get_earfcn(void);
+int libgsm_get_enodebid(void);
+int libgsm_get_cellid(void);
+
+/* ---- Codes and commands -------------------------------------------------------------------- */
+
+/* Bytes that a version code takes at most, with its terminator. */
+#define KELO_VERSION_CODE_SIZE 64
+
+/* Fetches the version code of the ATI answer, once each. buffer must hold KELO_VERSION_CODE_SIZE
+ * bytes. Returns 1 when one was copied, else 0, also for a NULL buffer. */
+int kelo_check_version_code(char* buffer);
+int libgsm_check_version_code(char* buffer);
+
+/* Selects the carrier profile that the modem has named (AT+QMBNCFG="SELECT"), once each, and
+ * switches its IMS on. Blocks for two seconds then. A name with a quote or a control character is
+ * dropped with a message. Returns 0. */
+int libgsm_check_qmbncfg_code(void);
+
+/* Sends APN, user, password and auth of the modem record to the modem (AT+QICSGP), on the caller's
+ * thread. A command of more than 63 characters is cut to 63. Blocks up to two seconds when the port
+ * refuses the write. Returns 0 after the write attempts; -1 without a record or an open port. */
+int kelo_update_apn(void);
+int libgsm_update_apn(void);
+
+/* Thread bodies that do nothing; the first returns NULL. No thread runs them. */
+void* brindle_led_control_thread(void* argument);
+void sms_monitor_thread(void* argument);
+
+#pragma GCC visibility pop
+#ifdef __cplusplus
+}
+#endif
+#endif

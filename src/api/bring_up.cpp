@@ -1,0 +1,212 @@
+// Bring-up, restart with new settings, and stop.
+#include "api/api.h"
+
+#include "link/init.h"
+#include "support/diag.h"
+#include "support/sleeps.h"
+#include <kelo/host.h>
+
+#include <pthread.h>
+#include <unistd.h>
+
+#pragma weak log_log
+
+// Zeroed by the init; otherwise the host's own.
+int g_stability5GCount = 0;
+
+namespace kelo
+{
+
+int end_wait_ms = 60000;
+
+namespace
+{
+
+constexpr char debug_file[] = "/config/5Gdebug";
+
+// One init at a time.
+int init_busy = 0;
+
+// Where the library stands: 1 from an init to the next stop. Written by init and deinit5G.
+enum : int { idle, running, stopping };
+int run_state = idle;
+
+// A thread of the library, and whether it still runs: what an init after a stop waits for. It
+// counts as running from before its creation.
+struct worker {
+    void* (*body)(void*);
+    int alive = 0;
+};
+
+// Nobody joins it, and a stop and a new init must not leave one behind each time.
+void* dialer_detached(void* argument)
+{
+    pthread_detach(pthread_self());
+    return dialer_thread(argument);
+}
+
+worker start_worker = {cellular_start_thread}; // detaches itself
+worker dialer_worker = {dialer_detached};
+
+void* worker_run(void* argument)
+{
+    auto* const self = static_cast<worker*>(argument);
+    self->body(nullptr);
+    word_set(self->alive, 0);
+    return nullptr;
+}
+
+bool worker_create(worker& self)
+{
+    pthread_t thread = {};
+    word_set(self.alive, 1);
+    if (pthread_create(&thread, nullptr, worker_run, &self) == 0)
+        return true;
+    word_set(self.alive, 0);
+    diag_error("%s:%d %s: failed to create thread!\n", "init", __LINE__, "init5G");
+    return false;
+}
+
+bool nothing_runs()
+{
+    return word_get(start_worker.alive) == 0 && word_get(dialer_worker.alive) == 0 &&
+           word_get(mobile_task_stopped) != 0 && word_get(cell_start_lock) == 0 &&
+           word_get(cell_repower_lock) == 0 && word_get(restart_gate) == 0;
+}
+
+// Waits for the threads of the run before and closes their port. The two words beside
+// global_quagga_stop are for a host that cleared that one before the threads had seen it.
+bool end_old_run()
+{
+    const std::int64_t deadline = monotonic_ms() + end_wait_ms;
+    for (;;) {
+        word_set(conn_mode_flag, 1);
+        word_set(mobile_task_run, 0);
+        if (nothing_runs())
+            break;
+        if (monotonic_ms() >= deadline)
+            return false;
+        microseconds_sleep(20000);
+    }
+    word_set(is_pin_ready, 0);
+    return cellular_stop() == 0;
+}
+
+bool refuse(const char* why)
+{
+    diag_plain("%s:%d %s: refused, %s!\n", "init", __LINE__, "init5G", why);
+    return false;
+}
+
+// Whether an init may go on: nothing of an earlier run is left then.
+bool claim_run()
+{
+    if (on_mobile_task())
+        return refuse("the mobile task can't wait for its own end");
+    const bool stopped = word_get(global_quagga_stop) != 0 || nothing_runs();
+    if (word_get(run_state) == running && !stopped)
+        return refuse("the library runs already");
+    if (word_get(run_state) != idle && !end_old_run())
+        return refuse("threads of the run before have not ended");
+    if (word_get(global_quagga_stop) != 0)
+        diag_plain("%s:%d %s: global_quagga_stop is set, the threads end at once!\n", "init",
+                   __LINE__, "init5G");
+    word_set(run_state, int{running});
+    return true;
+}
+
+using settings_taker = void(const cellular_setting&);
+
+int bring_up(const cellular_setting& wanted, unsigned char low_power, settings_taker* store)
+{
+    if (log_log != nullptr)
+        log_log(2, "init", "init5G", __LINE__, "[Cellular]---> {init5G} lowPower=%d", low_power);
+    set_5g_debug(access(debug_file, F_OK) == 0 ? 1 : 0);
+    word_set(g_stability5GCount, 0);
+    set_network_card_flag(wanted.enable);
+    net_mode_to_scan_code(wanted.net_mode);
+    store(wanted);
+    set_start_status(1);
+    // The setters need the record, which the host may have had the library forget.
+    word_set(mobile, &g_mobile);
+    libgsm_set_pincode(wanted.pin);
+    libgsm_set_apn(wanted.apn, wanted.user, wanted.password, wanted.auth);
+    libgsm_set_low_power(low_power);
+    cellular_gsm_init(low_power);
+    if (!worker_create(start_worker)) {
+        word_set(run_state, int{idle}); // nothing runs: the host may try again
+        return -1;
+    }
+    return worker_create(dialer_worker) ? 0 : -1;
+}
+
+int init_when_free(const cellular_setting& wanted, unsigned char low_power, settings_taker* store)
+{
+    if (!word_take(init_busy)) {
+        refuse("another init is under way");
+        return -1;
+    }
+    const int result = claim_run() ? bring_up(wanted, low_power, store) : -1;
+    word_set(init_busy, 0);
+    return result;
+}
+
+} // namespace
+
+} // namespace kelo
+
+using namespace kelo;
+
+int init5G(const struct cellular_setting* settings, unsigned char low_power)
+{
+    if (settings == nullptr) {
+        diag_plain("init5G pass parameter error\n");
+        return -1;
+    }
+    return init_when_free(settings_cleaned(*settings), low_power, start_settings_store);
+}
+
+int deinit5G(void)
+{
+    word_set(global_quagga_stop, 1);
+    int before = running;
+    std::atomic_ref<int>(run_state).compare_exchange_strong(before, stopping);
+    return 0;
+}
+
+void cellular_restart(const struct cellular_setting* settings)
+{
+    if (settings == nullptr) {
+        diag_plain("cellular_restart pass parameter error\n");
+        return;
+    }
+    const cellular_setting wanted = settings_cleaned(*settings);
+    start_settings_store(wanted);
+    set_network_card_flag(wanted.enable);
+    net_mode_to_scan_code(wanted.net_mode);
+    libgsm_set_pincode(wanted.pin);
+    libgsm_set_apn(wanted.apn, wanted.user, wanted.password, wanted.auth);
+    word_set(needSetApn, 1); // ahead of the flow that looks at it
+    cellular_module_restart_extern();
+}
+
+void kelo_init_cellular(const struct cellular_setting* settings, unsigned char low_power)
+{
+    if (settings == nullptr) {
+        diag_plain("kelo_init_cellular pass parameter error\n");
+        return;
+    }
+    diag_plain("setstatus5G->enable = %d\n\n", settings->enable);
+    init_when_free(settings_cleaned(*settings), low_power, settings_store);
+}
+
+void kelo_cellular_restart(const struct cellular_setting* settings)
+{
+    cellular_restart(settings);
+}
+
+void kelo_deinit_cellular(void)
+{
+    libgsm_stop_mqtt_update();
+    deinit5G();
+}

@@ -1,0 +1,263 @@
+// Status queries: the host's polls, the report, the fields of the modem record one by one, and the
+// few commands beside them.
+#include "api/api.h"
+
+#include "at/gsm_at.h"
+#include "link/init.h"
+#include "support/diag.h"
+#include "support/shell.h"
+#include "support/sleeps.h"
+#include "support/text.h"
+#include <kelo/status.h>
+
+#include <cstdarg>
+#include <cstdio>
+
+namespace kelo
+{
+
+namespace
+{
+
+// A reference into the record, or `none` without one.
+template <std::size_t size>
+const char* text_field(char (gsm_mobile::*field)[size], const char* none)
+{
+    gsm_mobile* const rec = modem_record();
+    return rec != nullptr ? rec->*field : none;
+}
+
+int number_field(int gsm_mobile::*field, int none)
+{
+    const lock_scope hold(record_lock);
+    const gsm_mobile* const rec = modem_record();
+    return rec != nullptr ? rec->*field : none;
+}
+
+// What the report needs of the record, of one moment.
+struct report_source {
+    int signal = 0;
+    int stem = 0;
+};
+
+report_source copy_report(cellular_status& report)
+{
+    static constexpr gsm_mobile nothing = {};
+    const lock_scope hold(record_lock);
+    const gsm_mobile* rec = modem_record();
+    if (rec == nullptr)
+        rec = &nothing;
+    text_set(report.oper, rec->oper);
+    text_set(report.sn, rec->sn);
+    text_set(report.imsi, rec->imsi);
+    text_set(report.iccid, rec->iccid);
+    const int sim = get_sim_status();
+    const bool identified = sim == 1 && *rec->iccid != '\0';
+    report.sim_state = sim == -1 ? 0 : identified ? 2 : 1;
+    return {rec->currscanmode == 2 ? rec->rssi : rec->rsrp, rec->qeng_net_stem};
+}
+
+int net_type_of(int stem)
+{
+    switch (stem) {
+    case 9:
+        return 1;
+    case 2:
+        return 3;
+    default: // 3, and a link that is up ahead of the first serving cell report
+        return 2;
+    }
+}
+
+// The chosen mode can't be served: whatever a dialer has brought up is of another one.
+void take_link_down()
+{
+    shell_run_by_host("echo \"\" > /tmp/network5Gmess.txt");
+    shell_run_by_host("ifconfig wwan0 down");
+    shell_run_by_host("ifconfig wwan0.1 down");
+}
+
+using short_command = char[64];
+
+// Cuts a command that does not fit, and says so: the modem will not understand it.
+[[gnu::format(printf, 2, 3)]] void command_write(short_command& command, const char* format, ...)
+{
+    va_list values;
+    va_start(values, format);
+    const int length = std::vsnprintf(command, sizeof command, format, values);
+    va_end(values);
+    if (length >= static_cast<int>(sizeof command))
+        diag_plain("command of %d characters is cut: %s\n", length, command);
+}
+
+} // namespace
+
+} // namespace kelo
+
+using namespace kelo;
+
+int kelo_get_cellular(struct cellular_status* record)
+{
+    if (record == nullptr) {
+        diag_plain("get5Gfunc pass parameter error\n");
+        return 0;
+    }
+    const report_source source = copy_report(*record);
+    if (word_get(g_mode_no_service) != 0) {
+        record->signal = 0;
+        record->net_type = 0;
+        take_link_down();
+        return 1;
+    }
+    record->signal = source.signal;
+    const bool online = get_cell_network_up() != 0 && record->sim_state == 2;
+    record->net_type = online ? net_type_of(source.stem) : 0;
+    return 1;
+}
+
+int libgsm_update_apn(void)
+{
+    gsm_mobile* const rec = modem_record();
+    if (rec == nullptr)
+        return -1;
+    short_command command;
+    lock_scope hold(record_lock);
+    if (*rec->apn != '\0')
+        command_write(command, "AT+QICSGP=1,3,\"%s\",\"%s\",\"%s\",%d", rec->apn, rec->user,
+                      rec->password, rec->auth);
+    else
+        command_write(command, "AT+QICSGP=1,1,\"\",\"\",\"\",%d", 0);
+    hold.release();
+    return exec_at_command(rec, command);
+}
+
+int libgsm_check_version_code(char* buffer)
+{
+    const lock_scope hold(record_lock);
+    gsm_mobile* const rec = modem_record();
+    if (buffer == nullptr || rec == nullptr || rec->version_code_new == 0)
+        return 0;
+    rec->version_code_new = 0;
+    std::memcpy(buffer, rec->version_code, std::strlen(rec->version_code) + 1);
+    return 1;
+}
+
+int libgsm_check_qmbncfg_code(void)
+{
+    lock_scope hold(record_lock);
+    gsm_mobile* const rec = modem_record();
+    if (rec == nullptr || rec->qmbn_code_new == 0)
+        return 0;
+    rec->qmbn_code_new = 0;
+    short_command command;
+    const bool sendable = accepts_text("carrier profile", rec->qmbn_code);
+    command_write(command, "AT+QMBNCFG=\"SELECT\",\"%s\"", rec->qmbn_code);
+    hold.release();
+    if (!sendable)
+        return 0;
+    libgsm_send_at(command);
+    seconds_sleep(1);
+    libgsm_send_at("at+qcfg=\"ims\",1");
+    seconds_sleep(1);
+    return 0;
+}
+
+// ---- Fields of the record
+
+#define TEXT_GETTER(name, field, none)                                                             \
+    const char* name(void)                                                                         \
+    {                                                                                              \
+        return text_field(&gsm_mobile::field, none);                                               \
+    }
+#define NUMBER_GETTER(name, field, none)                                                           \
+    int name(void)                                                                                 \
+    {                                                                                              \
+        return number_field(&gsm_mobile::field, none);                                             \
+    }
+
+// clang-format off
+//            call                        field         without a record
+TEXT_GETTER  (libgsm_get_model,           model,        nullptr)
+TEXT_GETTER  (libgsm_get_mfrs,            mfrs,         nullptr)
+TEXT_GETTER  (libgsm_get_revision,        revision,     nullptr)
+TEXT_GETTER  (libgsm_get_sn,              sn,           nullptr)
+TEXT_GETTER  (libgsm_get_imsi,            imsi,         nullptr)
+TEXT_GETTER  (libgsm_get_iccid,           iccid,        nullptr)
+TEXT_GETTER  (libgsm_get_number,          number,       nullptr)
+TEXT_GETTER  (libgsm_get_smscenter,       smscenter,    nullptr)
+TEXT_GETTER  (libgsm_get_act,             act,          nullptr)
+TEXT_GETTER  (libgsm_get_oper,            oper,         nullptr)
+TEXT_GETTER  (libgsm_get_band,            band,         nullptr)
+TEXT_GETTER  (libgsm_get_plmn,            plmn,         nullptr)
+TEXT_GETTER  (libgsm_get_lac,             lac,          nullptr)
+TEXT_GETTER  (libgsm_get_pincode,         pincode,      "")
+NUMBER_GETTER(libgsm_get_currscanmode,    currscanmode, 0)
+NUMBER_GETTER(libgsm_get_cid,             cid,          -1)
+NUMBER_GETTER(libgsm_get_tech,            tech,         -1)
+NUMBER_GETTER(libgsm_get_rssi,            rssi,         -1)
+NUMBER_GETTER(libgsm_get_at_port,         at_port,      -1)
+NUMBER_GETTER(libgsm_get_mcc,             mcc,          -1)
+NUMBER_GETTER(libgsm_get_mnc,             mnc,          -1)
+NUMBER_GETTER(libgsm_get_cqi,             cqi,          -1)
+NUMBER_GETTER(libgsm_get_is5g,            is5g,         -1)
+NUMBER_GETTER(libgsm_get_sinr,            sinr,         -1)
+NUMBER_GETTER(libgsm_get_ul_bandwidth,    ul_bandwidth, -1)
+NUMBER_GETTER(libgsm_get_dl_bandwidth,    dl_bandwidth, -1)
+NUMBER_GETTER(libgsm_get_pcid,            pcid,         -1)
+NUMBER_GETTER(libgsm_get_rsrp,            rsrp,         -1)
+NUMBER_GETTER(libgsm_get_rsrq,            rsrq,         -1)
+NUMBER_GETTER(libgsm_get_earfcn,          earfcn,       -1)
+NUMBER_GETTER(libgsm_get_enodebid,        enodebid,     -1)
+NUMBER_GETTER(libgsm_get_cellid,          cellid,       -1)
+// clang-format on
+
+// ---- Polls
+
+int kelo_get_connect_status(void)
+{
+    return get_cell_network_up();
+}
+int kelo_at_is_ready(void)
+{
+    return cellular_at_is_ready();
+}
+int kelo_is_sms_received(void)
+{
+    return cellular_is_sms_received();
+}
+int kelo_clean_sms_received(void)
+{
+    return cellular_set_sms_received(0);
+}
+int kelo_is_call_received(void)
+{
+    return cellular_is_call_received();
+}
+int kelo_clean_call_received(void)
+{
+    return cellular_set_call_received(0);
+}
+int kelo_is_sim_insert(void)
+{
+    return get_sim_status() != -1 ? 1 : 0;
+}
+int kelo_check_version_code(char* buffer)
+{
+    return libgsm_check_version_code(buffer);
+}
+int kelo_update_apn(void)
+{
+    return libgsm_update_apn();
+}
+const char* kelo_get_cellular_revision(void)
+{
+    return libgsm_get_revision();
+}
+
+// ---- Thread bodies without work
+
+void* brindle_led_control_thread(void*)
+{
+    return nullptr;
+}
+void sms_monitor_thread(void*) {}
