@@ -73,7 +73,7 @@ int add_remaining_ats_by_model(const char* model, const char* revision, int flow
     return 0;
 }
 
-void at_compose_flows(const char* model, const char* revision)
+void at_compose_flows(gsm_mobile* rec, const char* model, const char* revision)
 {
     add_remaining_ats_by_model(model, revision, FLOW_START, &start_sim1_list);
     add_remaining_ats_by_model(model, revision, FLOW_RELOAD, &reload_sim1_list);
@@ -81,7 +81,13 @@ void at_compose_flows(const char* model, const char* revision)
     add_remaining_ats_by_model(model, revision, FLOW_RELOAD, &reload_sim2_list);
     add_remaining_ats_by_model(model, revision, FLOW_SMS_TEXT, &sms_text_list);
     add_remaining_ats_by_model(model, revision, FLOW_SMS_PDU, &sms_pdu_list);
-    lock_scope guard(flow_lock);
+    // One step: a change of flow by another thread sees the lists without custom items and leaves
+    // them to this, or whole and with all of theirs.
+    lock_scope flow_guard(flow_lock);
+    {
+        lock_scope record_guard(record_lock);
+        rec->custom_cfg = 1;
+    }
     libgsm_apply_custom_config();
 }
 
@@ -154,15 +160,12 @@ void at_list_reset(at_list* list)
 
 } // namespace
 
-void libgsm_change_flow(gsm_mobile* rec, int flow, int sim)
+void at_select_flow(gsm_mobile* rec, int flow, int sim)
 {
-    if (rec == nullptr)
-        return;
-    lock_scope flow_guard(flow_lock);
     const bool identified = custom_cfg_of(rec) != 0;
     cur_at_list = list_of(flow, sim, identified);
     if (cur_at_list == nullptr) {
-        diag_plain("%s:%d fatal error!\n", __func__, __LINE__);
+        diag_plain("%s:%d fatal error!\n", "libgsm_change_flow", __LINE__);
         return;
     }
     if (flow == FLOW_START || flow == FLOW_RELOAD) {
@@ -178,6 +181,14 @@ void libgsm_change_flow(gsm_mobile* rec, int flow, int sim)
     rec->flow = flow;
     rec->at_done = 1;
     rec->is5g = 0;
+}
+
+void libgsm_change_flow(gsm_mobile* rec, int flow, int sim)
+{
+    if (rec == nullptr)
+        return;
+    lock_scope guard(flow_lock);
+    at_select_flow(rec, flow, sim);
 }
 
 } // namespace kelo

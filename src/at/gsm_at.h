@@ -121,10 +121,11 @@ extern const std::size_t modem_network_rows;
 
 int add_remaining_ats_by_model(const char* model, const char* revision, int flow, at_list* list);
 
-// Fills all six lists for the model, then applies the custom items. Mobile task.
-void at_compose_flows(const char* model, const char* revision);
+// Fills all six lists for the model, sets custom_cfg and applies the custom items. Mobile task.
+void at_compose_flows(gsm_mobile* rec, const char* model, const char* revision);
 
 void libgsm_change_flow(gsm_mobile* rec, int flow, int sim);
+void at_select_flow(gsm_mobile* rec, int flow, int sim); // the same, caller holds flow_lock
 void libgsm_reset_cell_info(gsm_mobile* rec);
 
 // ---- Exchange (exchange.cpp)

@@ -172,6 +172,10 @@ void set_raw(termios& line)
     line.c_lflag &= ~static_cast<tcflag_t>(ICANON | ECHO | ECHOE | ECHOK | ECHONL);
     line.c_oflag &= ~static_cast<tcflag_t>(OPOST | ONLCR | OCRNL);
     line.c_iflag &= ~static_cast<tcflag_t>(INLCR | IGNCR | ICRNL);
+    // Bytes of the modem mean nothing to the line: a stray XOFF would hold our commands back for
+    // good, and a Ctrl-C, or the Ctrl-Z of an echoed message, flush what waits in both directions.
+    for (const int key : {VSTART, VSTOP, VINTR, VQUIT, VSUSP})
+        line.c_cc[key] = _POSIX_VDISABLE;
     line.c_cc[VTIME] = 0;
     line.c_cc[VMIN] = 1;
 }

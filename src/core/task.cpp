@@ -62,18 +62,22 @@ bool is_registered(gsm_mobile* rec)
 }
 
 // Takes one message from the outbox and selects the flow that sends it. Only called when no command
-// was left to choose, so a message in flight is never replaced.
+// was left to choose, so a message in flight is never replaced; and a reload that came since then
+// goes first.
 void take_message(gsm_mobile* rec)
 {
+    lock_scope flow_guard(flow_lock);
+    if (at_flow_finished() == 0)
+        return;
     sms_outbox_item* const item = sms_outbox_deq();
     if (item == nullptr)
         return;
     if (item->sms_mode == 0)
-        libgsm_change_flow(rec, FLOW_SMS_PDU, -1);
+        at_select_flow(rec, FLOW_SMS_PDU, -1);
     else if (item->sms_mode == 1)
-        libgsm_change_flow(rec, FLOW_SMS_TEXT, -1);
+        at_select_flow(rec, FLOW_SMS_TEXT, -1);
     {
-        lock_scope guard(record_lock);
+        lock_scope record_guard(record_lock);
         text_set(rec->sms_tag, item->sms_tag);
         rec->sms_len = item->sms_length;
         text_set(rec->sms_dest, item->sms_number);

@@ -104,13 +104,12 @@ event* cgmr_handler(gsm_mobile* rec, char* line)
     diag_plain("%s:%d revision='%s'\n", "cgmr_handler", __LINE__, rec->revision);
     if (rec->custom_cfg != 0)
         return nullptr;
-    rec->custom_cfg = 1;
     char model[sizeof rec->model];
     char revision[sizeof rec->revision];
     text_set(model, rec->model);
     text_set(revision, rec->revision);
     guard.release();
-    at_compose_flows(model, revision);
+    at_compose_flows(rec, model, revision);
     return nullptr;
 }
 
