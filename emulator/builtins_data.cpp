@@ -1,6 +1,12 @@
-// Quectel's MQTT client (+QMT...) and GPS receiver (+QGPS...). The broker takes everything unless
-// the order `mqtt` says otherwise.
+// Quectel's MQTT client (+QMT...) and GPS receiver (+QGPS...). The broker is pretended and takes
+// everything, or a real one: that of the variable mqtt_broker ("HOST:PORT"), else the one that
+// AT+QMTOPEN names when it is of 127.0.0.1. The order `mqtt` makes either refuse.
+//
+// To a real broker, +QMTOPEN tells whether something listens there; the handshake of TLS is made
+// together with the CONNECT, so that what fails in it is told by +QMTCONN.
 #include "core.h"
+
+#include <algorithm>
 
 namespace kelo_emulator
 {
@@ -14,45 +20,133 @@ enum { closed = 0, opened = 1, connected = 3 }; // as +QMTCONN? counts
 
 // The client of the first argument; null, with the error in the reply, when there is none or it is
 // not as far as `least`.
-int* client(Core& core, const std::vector<std::string>& values, std::size_t count, int least,
-            Reply& reply)
+MqttClient* client(Core& core, const std::vector<std::string>& values, std::size_t count, int least,
+                   Reply& reply)
 {
     const long number = parse_number(values[0], mqtt_clients - 1);
-    if (number < 0 || values.size() < count || core.session.mqtt[number] < least) {
+    if (number < 0 || values.size() < count || core.session.mqtt[number].state < least) {
         reply.final_result = "ERROR";
         return nullptr;
     }
     return &core.session.mqtt[number];
 }
 
+int result_ms(const Core& core)
+{
+    return core.get_number("mqtt_ms", 200);
+}
+
 void later(Core& core, Reply& reply, const std::string& text)
 {
-    reply.reports.push_back({core.get_number("mqtt_ms", 200), text});
+    reply.reports.push_back({result_ms(core), text});
+}
+
+void mqtt_configure(Core& core, const Captures& captures, Reply& reply)
+{
+    const std::vector<std::string> values = arguments(captures[0]);
+    const auto number = [&](std::size_t i, long limit) {
+        return values.size() > i ? parse_number(values[i], limit) : -1;
+    };
+    const long index = number(1, mqtt_clients - 1);
+    const bool ssl = values[0] == "ssl", keepalive = values[0] == "keepalive";
+    const long on = number(2, ssl ? 1 : 3600);
+    if (index < 0 || ((ssl || keepalive) && on < 0)) {
+        reply.final_result = "ERROR";
+        return;
+    }
+    MqttClient& chosen = core.session.mqtt[index];
+    if (ssl) {
+        chosen.ssl = on == 1;
+        chosen.ssl_context = static_cast<int>(std::max(number(3, ssl_contexts - 1), 0L));
+    } else if (keepalive) {
+        chosen.keepalive = static_cast<int>(on);
+    }
+}
+
+// What the TLS context names of the RAM drive; the names are those of +QSSLCFG.
+std::string tls_file(Core& core, const MqttClient& from, const char* name)
+{
+    const auto found = core.files.find(core.session.ssl[from.ssl_context][name]);
+    return found == core.files.end() ? "" : found->second;
+}
+
+int tls_level(Core& core, const MqttClient& from)
+{
+    const long level = parse_number(core.session.ssl[from.ssl_context]["seclevel"], 2);
+    return from.ssl && level > 0 ? static_cast<int>(level) : 0;
+}
+
+bool tls_files_missing(Core& core, const MqttClient& from)
+{
+    const int level = tls_level(core, from);
+    return (level > 0 && tls_file(core, from, "cacert").empty()) ||
+           (level > 1 && (tls_file(core, from, "clientcert").empty() ||
+                          tls_file(core, from, "clientkey").empty()));
+}
+
+// Where the client really connects to: the broker that was chosen, or one of this machine. Port 0
+// is the pretended broker.
+void choose_broker(Core& core, MqttClient& opening, const std::string& host, long port)
+{
+    const std::string chosen = core.get("mqtt_broker");
+    const std::size_t colon = chosen.rfind(':');
+    opening.host = host;
+    opening.port = 0;
+    if (colon != std::string::npos) {
+        opening.host = chosen.substr(0, colon);
+        opening.port =
+            static_cast<int>(std::max(parse_number(chosen.substr(colon + 1), 65535), 0L));
+    } else if (host == "127.0.0.1" && port > 0) {
+        opening.port = static_cast<int>(port);
+    }
 }
 
 void mqtt_open(Core& core, const Captures& captures, Reply& reply)
 {
     const std::vector<std::string> values = arguments(captures[0]);
-    int* state = client(core, values, 3, closed, reply);
-    if (!state)
+    MqttClient* opening = client(core, values, 3, closed, reply);
+    if (!opening)
         return;
-    const int result = *state != closed  ? 2 // client number in use
-                       : !core.service() ? 3 // context not activated
-                                         : core.faults.mqtt_open;
+    const long port = parse_number(values[2], 65535);
+    int result = core.faults.mqtt_open;
+    if (opening->state != closed)
+        result = 2; // client number in use
+    else if (port <= 0 || values[1].empty())
+        result = 1; // wrong parameter
+    else if (!core.service())
+        result = 3; // context not activated
+    else if (result == 0)
+        choose_broker(core, *opening, values[1], port);
+    constexpr int network_error = 5;
+    if (result == 0 && (tls_files_missing(core, *opening) ||
+                        (opening->port != 0 && !Broker::listens(opening->host, opening->port))))
+        result = network_error;
     if (result == 0)
-        *state = opened;
+        opening->state = opened;
     later(core, reply, "+QMTOPEN: " + values[0] + "," + std::to_string(result));
 }
 
 void mqtt_connect(Core& core, const Captures& captures, Reply& reply)
 {
     const std::vector<std::string> values = arguments(captures[0]);
-    int* state = client(core, values, 2, opened, reply);
-    if (!state)
+    MqttClient* connecting = client(core, values, 2, opened, reply);
+    if (!connecting)
         return;
     const Faults& faults = core.faults;
-    if (faults.mqtt_result == 0 && faults.mqtt_refusal == 0)
-        *state = connected;
+    const bool accepted = faults.mqtt_result == 0 && faults.mqtt_refusal == 0;
+    if (accepted && connecting->port != 0) {
+        const bool tls = connecting->ssl;
+        connecting->broker = std::make_shared<Broker>(BrokerTarget{
+            connecting->host, connecting->port, values[1], values.size() > 2 ? values[2] : "",
+            values.size() > 3 ? values[3] : "", connecting->keepalive, tls,
+            tls_level(core, *connecting), tls_file(core, *connecting, "cacert"),
+            tls_file(core, *connecting, "clientcert"), tls_file(core, *connecting, "clientkey")});
+        const int number = static_cast<int>(parse_number(values[0], mqtt_clients - 1));
+        reply.then = [&core, number] { core.watch_broker(number); };
+        return;
+    }
+    if (accepted)
+        connecting->state = connected;
     std::string text = "+QMTCONN: " + values[0] + "," + std::to_string(faults.mqtt_result);
     if (faults.mqtt_result == 0)
         text += "," + std::to_string(faults.mqtt_refusal);
@@ -62,15 +156,24 @@ void mqtt_connect(Core& core, const Captures& captures, Reply& reply)
 void mqtt_read(Core& core, const Captures&, Reply& reply)
 {
     for (int i = 0; i < mqtt_clients; ++i)
-        if (core.session.mqtt[i] != closed)
+        if (core.session.mqtt[i].state != closed)
             reply.lines.push_back("+QMTCONN: " + std::to_string(i) + "," +
-                                  std::to_string(core.session.mqtt[i]));
+                                  std::to_string(core.session.mqtt[i].state));
 }
 
 void mqtt_subscribe(Core& core, const Captures& captures, Reply& reply)
 {
     const std::vector<std::string> values = arguments(captures[0]);
-    if (client(core, values, 4, connected, reply))
+    MqttClient* asking = client(core, values, 4, connected, reply);
+    if (!asking)
+        return;
+    const long id = parse_number(values[1], 65535);
+    const long qos = parse_number(values[3], 2);
+    if (id < 1 || qos < 0)
+        reply.final_result = "ERROR";
+    else if (asking->broker && !core.faults.mqtt_no_topic)
+        asking->broker->subscribe(static_cast<int>(id), values[2], static_cast<int>(qos));
+    else
         later(core, reply,
               "+QMTSUB: " + values[0] + "," + values[1] + ",0," +
                   (core.faults.mqtt_no_topic ? "128" : values[3]));
@@ -79,8 +182,9 @@ void mqtt_subscribe(Core& core, const Captures& captures, Reply& reply)
 void mqtt_disconnect(Core& core, const Captures& captures, Reply& reply)
 {
     const std::vector<std::string> values = arguments(captures[0]);
-    if (int* state = client(core, values, 1, connected, reply)) {
-        *state = opened;
+    if (MqttClient* leaving = client(core, values, 1, connected, reply)) {
+        leaving->state = opened;
+        leaving->broker.reset();
         later(core, reply, "+QMTDISC: " + values[0] + ",0");
     }
 }
@@ -88,8 +192,9 @@ void mqtt_disconnect(Core& core, const Captures& captures, Reply& reply)
 void mqtt_close(Core& core, const Captures& captures, Reply& reply)
 {
     const std::vector<std::string> values = arguments(captures[0]);
-    if (int* state = client(core, values, 1, opened, reply)) {
-        *state = closed;
+    if (MqttClient* closing = client(core, values, 1, opened, reply)) {
+        closing->state = closed;
+        closing->broker.reset();
         later(core, reply, "+QMTCLOSE: " + values[0] + ",0");
     }
 }
@@ -127,6 +232,7 @@ void gps_location(Core& core, const Captures& captures, Reply& reply)
 }
 
 constexpr Builtin table[] = {
+    {"mqtt", "AT+QMTCFG=*", mqtt_configure},
     {"mqtt", "AT+QMTOPEN=*", mqtt_open},
     {"mqtt", "AT+QMTCONN?", mqtt_read},
     {"mqtt", "AT+QMTCONN=*", mqtt_connect},
@@ -140,6 +246,55 @@ constexpr Builtin table[] = {
 };
 
 } // namespace
+
+// Looks for what the broker said, as long as this connection is the client's.
+void Core::watch_broker(int number)
+{
+    constexpr int look_ms = 10;
+    const std::weak_ptr<Broker> watched = session.mqtt[number].broker;
+    after(look_ms, [this, number, watched] {
+        const std::shared_ptr<Broker> broker = watched.lock();
+        if (!broker)
+            return;
+        for (const BrokerEvent& event : broker->take())
+            broker_says(number, event);
+        if (session.mqtt[number].broker == broker)
+            watch_broker(number);
+    });
+}
+
+void Core::broker_says(int number, const BrokerEvent& event)
+{
+    MqttClient& of = session.mqtt[number];
+    const std::string index = std::to_string(number);
+    const auto report_later = [this](const std::string& words) {
+        after(result_ms(*this), [this, words] { report(words); });
+    };
+    switch (event.kind) {
+    case BrokerEvent::answered:
+        of.state = event.code == 0 ? connected : closed;
+        report_later("+QMTCONN: " + index + ",0," + std::to_string(event.code));
+        break;
+    case BrokerEvent::failed:
+        of.state = closed;
+        report_later("+QMTCONN: " + index + ",2");
+        break;
+    case BrokerEvent::subscribed:
+        report_later("+QMTSUB: " + index + "," + std::to_string(event.id) + ",0," +
+                     std::to_string(event.code));
+        break;
+    case BrokerEvent::message: // as it is, whatever is in it
+        put("\r\n+QMTRECV: " + index + "," + std::to_string(event.id) + ",\"" + event.topic +
+            "\",\"" + event.payload + "\"\r\n");
+        break;
+    case BrokerEvent::lost:
+        of.state = closed;
+        report("+QMTSTAT: " + index + ",1");
+        break;
+    }
+    if (of.state == closed)
+        of.broker.reset();
+}
 
 Builtins data_builtins()
 {

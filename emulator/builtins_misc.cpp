@@ -117,6 +117,7 @@ void qfupl(Core& core, const Captures& captures, Reply& reply)
     core.session.target = values[0];
     core.session.file_size = static_cast<std::size_t>(size);
     reply.input = Reply::Input::file;
+    core.session.opening_file = true;
     reply.final_result.clear();
     const unsigned upload = ++core.session.upload;
     core.after(static_cast<int>(seconds) * 1000, [&core, upload] {
@@ -139,6 +140,22 @@ void qfdel(Core& core, const Captures& captures, Reply& reply)
         cme(reply, 405);
 }
 
+// The TLS contexts, which name files.
+void qsslcfg(Core& core, const Captures& captures, Reply& reply)
+{
+    const std::vector<std::string> values = arguments(captures[0]);
+    const long context = values.size() > 1 ? parse_number(values[1], ssl_contexts - 1) : -1;
+    if (context < 0 || values[0].empty() || values.size() > 3) {
+        reply.final_result = "ERROR";
+        return;
+    }
+    std::string& value = core.session.ssl[context][values[0]];
+    if (values.size() > 2)
+        value = values[2];
+    else
+        reply.lines = {"+QSSLCFG: \"" + values[0] + "\"," + values[1] + "," + value};
+}
+
 void qflst(Core& core, const Captures&, Reply& reply)
 {
     for (const auto& [name, bytes] : core.files)
@@ -146,11 +163,17 @@ void qflst(Core& core, const Captures&, Reply& reply)
 }
 
 constexpr Builtin table[] = {
-    {"calls", "AT+CLIP?", clip_read}, {"calls", "AT+CLIP=*", clip_set},
-    {"calls", "AT+CRC=*", crc_set},   {"calls", "ATA", answer_call},
-    {"calls", "ATH*", end_call},      {"calls", "AT+CHUP", end_call},
-    {"calls", "ATD*", dial},          {"files", "AT+QFUPL=*", qfupl},
-    {"files", "AT+QFDEL=*", qfdel},   {"files", "AT+QFLST*", qflst},
+    {"calls", "AT+CLIP?", clip_read},
+    {"calls", "AT+CLIP=*", clip_set},
+    {"calls", "AT+CRC=*", crc_set},
+    {"calls", "ATA", answer_call},
+    {"calls", "ATH*", end_call},
+    {"calls", "AT+CHUP", end_call},
+    {"calls", "ATD*", dial},
+    {"files", "AT+QFUPL=*", qfupl},
+    {"files", "AT+QFDEL=*", qfdel},
+    {"files", "AT+QFLST*", qflst},
+    {"files", "AT+QSSLCFG=*", qsslcfg},
 };
 
 } // namespace

@@ -1,5 +1,5 @@
-// SIM and PIN: 3GPP TS 27.007, 8.3 (+CPIN), 7.4 (+CLCK), 7.5 (+CPWD); +QSIMSTAT and +QPINC are
-// Quectel's.
+// SIM and PIN: 3GPP TS 27.007, 8.3 (+CPIN), 7.4 (+CLCK), 7.5 (+CPWD); +QSIMSTAT, +QPINC and
+// +QUIMSLOT are Quectel's.
 #include "core.h"
 
 namespace kelo_emulator
@@ -164,6 +164,33 @@ void qinistat(Core& core, const Captures&, Reply& reply)
     reply.lines = {std::string("+QINISTAT: ") + (core.sim_error() ? "0" : "7")};
 }
 
+void slot_read(Core& core, const Captures&, Reply& reply)
+{
+    reply.lines = {"+QUIMSLOT: " + core.get("slot", "1")};
+}
+
+// The card in the other slot answers from now on, and its reports come behind the OK.
+void slot_set(Core& core, const Captures& captures, Reply& reply)
+{
+    std::map<std::string, std::string>& variables = core.dialogue.variables;
+    if (captures[0] != "1" && captures[0] != "2")
+        return cme(reply, 50);
+    if (captures[0] == core.get("slot", "1"))
+        return;
+    variables["slot"] = captures[0];
+    std::swap(core.sim, core.other_sim);
+    for (const std::string name : {"imsi", "iccid", "own_number"})
+        std::swap(variables[name], variables["other_" + name]);
+    core.relock_sim();
+    reply.then = [&core] {
+        core.report_sequence("sim_off");
+        core.after(500, [&core] {
+            core.sim_up();
+            core.update_registration();
+        });
+    };
+}
+
 constexpr Builtin table[] = {
     {"sim", "AT+CPIN?", cpin_read},
     {"sim", "AT+CPIN=*", cpin_set},
@@ -173,6 +200,8 @@ constexpr Builtin table[] = {
     {"quectel-sim", "AT+QSIMSTAT?", simstat_read},
     {"quectel-sim", "AT+QSIMSTAT=*", simstat_set},
     {"quectel-sim", "AT+QINISTAT", qinistat},
+    {"slots", "AT+QUIMSLOT?", slot_read},
+    {"slots", "AT+QUIMSLOT=*", slot_set},
 };
 
 } // namespace

@@ -5,6 +5,7 @@
 // thread, orders included, so that the port is opened, used and closed by one thread alone.
 #pragma once
 
+#include "broker.h"
 #include "dialogue.h"
 #include "modem.h"
 #include "pty.h"
@@ -40,6 +41,17 @@ struct Sim {
 enum Domain { creg, cgreg, cereg, c5greg, domain_count };
 
 constexpr int mqtt_clients = 6;
+constexpr int ssl_contexts = 6;
+
+struct MqttClient {
+    int state = 0; // as +QMTCONN? counts, 0 closed
+    bool ssl = false;
+    int ssl_context = 0;
+    int keepalive = 120;
+    std::string host; // of the real broker
+    int port = 0;     // 0: the broker is pretended
+    std::shared_ptr<Broker> broker;
+};
 
 struct StoredMessage {
     int index;
@@ -67,7 +79,8 @@ struct Session {
     int csms = 0;
     bool clip = false, crc = false, simstat = false, unsolicited_csq = false;
     bool context = false;
-    int mqtt[mqtt_clients] = {};
+    MqttClient mqtt[mqtt_clients];
+    std::map<std::string, std::string> ssl[ssl_contexts]; // of +QSSLCFG
     bool gps = false;
     Call call;
 
@@ -79,6 +92,7 @@ struct Session {
     std::string target; // argument of the AT+CMGS in progress, name of the file
     std::size_t file_size = 0;
     unsigned upload = 0;             // counts up
+    bool opening_file = false;       // what comes ahead of CONNECT is lost
     bool running = false;            // a command has not had its final result yet
     std::deque<std::string> waiting; // lines that came meanwhile
 };
@@ -170,7 +184,7 @@ struct Core {
     std::string text(const std::string& pattern) const;
 
     // --- builtins_*.cpp
-    Sim sim;
+    Sim sim, other_sim; // of the selected slot, and of the other one
     void relock_sim();
     int sim_error() const; // CME number of the state, 0 when ready
     bool service() const;  // registered, home or roaming
@@ -197,6 +211,8 @@ struct Core {
     bool gps_fix = true;
     std::map<std::string, std::string> files;
     void file_ready();
+    void watch_broker(int number);
+    void broker_says(int number, const BrokerEvent& event);
 
     void ring(const std::string& number);
     void hang_up(bool by_peer);

@@ -6,12 +6,9 @@
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
+#include <filesystem>
 #include <poll.h>
 #include <unistd.h>
-
-#ifndef KELO_DIALOGUES_DIR
-#define KELO_DIALOGUES_DIR "dialogues"
-#endif
 
 namespace kelo_emulator
 {
@@ -35,6 +32,22 @@ std::size_t count_matches(const std::deque<std::string>& lines, const std::strin
     return static_cast<std::size_t>(
         std::count_if(lines.begin(), lines.end(),
                       [&](const std::string& line) { return pattern_matches(pattern, line); }));
+}
+
+// An installed tool has its dialogues beside it, wherever the prefix went; one in a build folder
+// takes those of the source.
+std::string dialogues_folder(const std::string& wanted)
+{
+    if (!wanted.empty())
+        return wanted;
+    const char* const set = getenv("KELO_DIALOGUES");
+    if (set && *set)
+        return set;
+    std::error_code error;
+    const std::filesystem::path tool = std::filesystem::read_symlink("/proc/self/exe", error);
+    const std::filesystem::path installed = tool.parent_path() / KELO_DIALOGUES_FROM_BIN;
+    return std::filesystem::is_directory(installed, error) ? installed.string()
+                                                           : KELO_DIALOGUES_DIR;
 }
 
 } // namespace
@@ -95,6 +108,8 @@ void Core::loop()
     }
     timers.clear();
     node_off();
+    for (MqttClient& client : session.mqtt)
+        client.broker.reset();
     running = false;
     jobs.clear(); // their owners see that nothing runs any more
     changed.notify_all();
@@ -266,13 +281,8 @@ std::string Modem::start(const Options& options)
         return "no model '" + options.model + "'";
     auto core = std::make_unique<Core>();
     core->options = options;
-    std::string folder = options.dialogues_dir;
-    if (folder.empty() && getenv("KELO_DIALOGUES"))
-        folder = getenv("KELO_DIALOGUES");
-    if (folder.empty())
-        folder = KELO_DIALOGUES_DIR;
-    std::string error =
-        load_dialogue(folder, options.model + ".dlg", builtin_uses(), core->dialogue);
+    std::string error = load_dialogue(dialogues_folder(options.dialogues_dir),
+                                      options.model + ".dlg", builtin_uses(), core->dialogue);
     if (!error.empty())
         return error;
     for (const auto& [name, value] : options.variables)

@@ -44,7 +44,8 @@ struct SentMessage {
 struct Options {
     std::string model;         // the dialogue file is <dialogues_dir>/<model>.dlg
     std::string port;          // path at which the pseudo-terminal appears, e.g. "/dev/ttyUSB2"
-    std::string dialogues_dir; // empty: $KELO_DIALOGUES, else the folder the build came from
+    std::string dialogues_dir; // empty: $KELO_DIALOGUES, else those installed with this program,
+                               // else the folder the build came from
     bool boot_reports = false; // print the boot reports (RDY ...) after start
     std::map<std::string, std::string> variables; // override variables of the dialogue file
     // Called on the emulator's thread for each log entry, without a lock held. May be empty.

@@ -414,8 +414,11 @@ std::string order_mqtt(const Call& call)
     } else if (what == "message" && call.words.size() > 2) {
         call.core.report("+QMTRECV: 0,0,\"" + call.word(1) + "\",\"" + unescape(call.from(2)) +
                          "\"");
+    } else if (what == "broker" && call.words.size() == 2) {
+        call.core.dialogue.variables["mqtt_broker"] = call.word(1);
     } else if (what == "lost" && number > 0) {
-        call.core.session.mqtt[0] = 0;
+        call.core.session.mqtt[0].state = 0;
+        call.core.session.mqtt[0].broker.reset();
         call.core.report("+QMTSTAT: 0," + std::to_string(number));
     } else {
         return bad;
@@ -473,8 +476,11 @@ constexpr Order table[] = {
     {"sms", "sms pdu HEX|text NUMBER TEXT|status HEX", "a message or status report comes in",
      order_sms},
     {"cmgs", "cmgs ok|error N|silent", "result of the messages that the host sends", order_cmgs},
-    {"mqtt", "mqtt ok|open R|fail R|refuse C|no-topic|message TOPIC TEXT|lost N",
-     "results of +QMTOPEN, +QMTCONN, +QMTSUB; a message; +QMTSTAT of client 0", order_mqtt},
+    {"mqtt",
+     "mqtt ok|open R|fail R|refuse C|no-topic|message TOPIC TEXT|lost N|broker HOST:PORT|broker "
+     "none",
+     "results of +QMTOPEN, +QMTCONN, +QMTSUB; a message; +QMTSTAT of client 0; the real broker",
+     order_mqtt},
     {"gps", "gps fix|nofix", "whether AT+QGPSLOC has a position", order_gps},
     {"state", "state", "print the state", order_state},
     {"help", "help", "print this table", order_help},

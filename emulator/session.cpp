@@ -104,6 +104,8 @@ void Core::receive(const std::string& bytes)
         // The LF of the host's CR LF is on its way before the answer: no part of a file.
         if (std::exchange(session.after_cr, false) && c == '\n')
             continue;
+        if (session.opening_file)
+            continue;
         if (session.input == Reply::Input::none)
             receive_command_byte(c);
         else
@@ -256,6 +258,7 @@ Reply Core::run(const std::string& command)
 // their lines, their reports and what they set off.
 void Core::deliver(const std::string& line, const std::vector<Reply>& replies)
 {
+    session.opening_file = false;
     std::string answer;
     for (const Reply& reply : replies) {
         for (std::size_t i = 0; i < reply.lines.size(); ++i)

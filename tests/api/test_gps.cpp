@@ -3,7 +3,6 @@
 
 #include <gtest/gtest.h>
 #include <kelo/gps.h>
-#include <kelo/mqtt.h>
 
 #include <string>
 #include <sys/socket.h>
@@ -93,19 +92,4 @@ TEST_F(Gps, ReportsAreCutAndDroppedAsWanted)
         EXPECT_EQ(libgsm_check_gps_location(c.line.c_str()), 0);
         EXPECT_EQ(fetch(), c.expected);
     }
-}
-
-// A callback of the host may call the library: no lock of it may be held then.
-TEST(MqttReports, CallbackMayCallTheLibrary)
-{
-    EXPECT_EQ(libgsm_mqtt_urc_error("nobody listens"), 0);
-    static std::string heard;
-    kelo_set_urc_callback([](const char* text) {
-        heard = text;
-        libgsm_set_pincode("1");
-        kelo_set_urc_callback(nullptr);
-    });
-    libgsm_mqtt_urc_error("+QMTSTAT: 0,1");
-    libgsm_mqtt_urc_error("not heard");
-    EXPECT_EQ(heard, "+QMTSTAT: 0,1");
 }

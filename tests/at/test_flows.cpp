@@ -98,7 +98,7 @@ TEST(Flows, AWholeStartInOrder)
     while (at_info* const at = at_list_next(cur_at_list)) {
         ids += std::to_string(at->id) + " ";
         if (at->id == 11)
-            at_compose_flows("EC25", "EC25EFAR06A06M4G");
+            at_compose_flows(&g_mobile, "EC25", "EC25EFAR06A06M4G");
     }
     EXPECT_EQ(ids, "9 11 85 106 64 13 56 34 15 12 105 50 14 47 29 32 ");
     std::string lengths;

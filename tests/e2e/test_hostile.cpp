@@ -116,6 +116,20 @@ TEST_F(Hostile, EndlessStream)
     EXPECT_LE(stop(), within(3s));
 }
 
+// Catches: control characters of the modem that stop our own commands or throw lines away, on a
+// port with the settings that a fresh serial device has.
+TEST_F(Hostile, ControlCharactersReachNoLineDiscipline)
+{
+    BarePort bare(port);
+    start();
+    ASSERT_TRUE(bare.hears("AT+CGMM\r\n", within(3s)));
+    bare.talk("\r\nEC25\r\n\x03\x1a\x1c\x13\r\nOK\r\n\x13", 100ms); // 0x13 is XOFF
+    EXPECT_TRUE(bare.hears("AT+CGMR\r\n", within(3s)));
+    EXPECT_EQ(libgsm_send_at("AT+HELLO"), 0);
+    EXPECT_TRUE(bare.hears("AT+HELLO\r\n", within(3s)));
+    EXPECT_STREQ(record().model, "EC25");
+}
+
 // Catches: the same with a trickle that never fills a read, and never leaves a second silent.
 TEST_F(Hostile, TrickleWithoutSilence)
 {

@@ -299,6 +299,13 @@ TEST(Files, UploadTakesRawBytesAndAnswersTheChecksum)
     EXPECT_EQ(desk.ask("AT+QFDEL=\"RAM:x\""), "\r\n+CME ERROR: 405\r\n");
     EXPECT_EQ(desk.ask("AT+QFUPL=\"RAM:x\",9,1"), "\r\nCONNECT\r\n");
     EXPECT_EQ(desk.host->receive(1500ms, "421"), "\r\n+CME ERROR: 421\r\n");
+
+    // Ahead of CONNECT nothing reaches the file, beyond its size everything is a command.
+    desk.order("late 100 AT+QFUPL*");
+    desk.host->send("AT+QFUPL=\"RAM:y\",5,100\r\nlost");
+    EXPECT_HEARD(*desk.host, "\r\nCONNECT\r\n");
+    desk.host->send("12345AT+CLIP?\r\n");
+    EXPECT_HEARD(*desk.host, "\r\n+QFUPL: 5,3706\r\n\r\nOK\r\n\r\n+CLIP: 0,1\r\n\r\nOK\r\n");
 }
 
 TEST(Mqtt, WholeWayAndRefusals)

@@ -10,14 +10,11 @@
 TEST(Outbox, RefusesWhatIsMissingOrWouldBreakOut)
 {
     struct {
-        const char* tag;
-        const char* number;
-        const char* body;
-    } const cases[] = {
-        {nullptr, "1", "b"}, {"", "1", "b"},      {"t", nullptr, "b"},   {"t", "", "b"},
-        {"t", "1", nullptr}, {"t", "1", ""},      {"t", "1\r", "b"},     {"t", "1\"", "b"},
-        {"t", "1\x1a", "b"}, {"t", "1", "b\x1a"}, {"t", "1", "b\x1b b"},
-    };
+        const char *tag, *number, *body;
+    } const cases[] = {{nullptr, "1", "b"}, {"", "1", "b"},       {"t", nullptr, "b"},
+                       {"t", "", "b"},      {"t", "1", nullptr},  {"t", "1", ""},
+                       {"t", "1\r", "b"},   {"t", "1\"", "b"},    {"t", "1\x1a", "b"},
+                       {"t", "1", "b\x1a"}, {"t", "1", "b\x1b b"}};
     for (const auto& c : cases)
         EXPECT_EQ(sms_outbox_enq(0, c.tag, c.number, 1, c.body), -1);
     EXPECT_EQ(sms_outbox_deq(), nullptr);

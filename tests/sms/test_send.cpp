@@ -1,15 +1,8 @@
 // Sending: what the step's answers mean, and the bytes behind the prompt.
-#include "sms/sms.h"
-
-#include <gtest/gtest.h>
-
-#include <cstdio>
-#include <fcntl.h>
-#include <string>
-#include <sys/socket.h>
-#include <unistd.h>
+#include "messages.h"
 
 using namespace kelo;
+using namespace kelo::test;
 
 namespace
 {
@@ -27,19 +20,15 @@ TEST(SmsSend, AnswersInOrder)
 {
     struct {
         const char* line;
-        int seen;
-        int code;
-        int seen_after;
-        int done_after;
-    } const cases[] = {
-        {"OK", 0, 0, 0, 0}, // ahead of the prompt
-        {"OK", 1, 0, 1, 1},
-        {"+CMGS: 17", 0, GSM_EVENT_SMS_SEND_OK, 1, 0},
-        {"+CMS ERROR: 304", 0, GSM_EVENT_SMS_SEND_FAILED, 0, 1},
-        {"ERROR", 0, 0, 0, 0},
-        {"+CMGS: OK", 0, 0, 0, 0}, // "OK" is looked for first
-        {"AT+CMGS=17", 0, 0, 0, 0},
-    };
+        int seen, code;
+        int seen_after, done_after;
+    } const cases[] = {{"OK", 0, 0, 0, 0}, // ahead of the prompt
+                       {"OK", 1, 0, 1, 1},
+                       {"+CMGS: 17", 0, GSM_EVENT_SMS_SEND_OK, 1, 0},
+                       {"+CMS ERROR: 304", 0, GSM_EVENT_SMS_SEND_FAILED, 0, 1},
+                       {"ERROR", 0, 0, 0, 0},
+                       {"+CMGS: OK", 0, 0, 0, 0}, // "OK" is looked for first
+                       {"AT+CMGS=17", 0, 0, 0, 0}};
     for (const auto& c : cases) {
         g_mobile.reg_seen = c.seen;
         g_mobile.at_done = 0;
@@ -52,22 +41,67 @@ TEST(SmsSend, AnswersInOrder)
     EXPECT_EQ(sms_send_handler(&g_mobile, nullptr), nullptr);
 }
 
-TEST(SmsSend, PromptDrawsTheBodyAndCtrlZ)
+// The body goes out once for each send, whichever handler the prompt comes under, and a prompt that
+// nothing is due for is taken back.
+TEST(SmsSend, PromptDrawsTheBodyOnce)
 {
-    int ends[2];
-    ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0, ends), 0);
-    g_mobile.fd = ends[0];
-    std::snprintf(g_mobile.sms_text, sizeof g_mobile.sms_text, "two\nlines");
-    EXPECT_EQ(answer("> "), 0);
-    char bytes[64];
-    const ssize_t count = read(ends[1], bytes, sizeof bytes);
-    EXPECT_EQ(std::string(bytes, static_cast<std::size_t>(count)), "two\nlines\x1a\r\n");
-    g_mobile.fd = -1;
-    EXPECT_EQ(write_sms_msg(&g_mobile, "x"), -1);
+    struct {
+        const char* body; // of a send that begins, or null
+        const char* line;
+        bool own_step;
+        const char* written;
+    } const cases[] = {
+        {nullptr, "> ", true, "\x1b"},
+        {"07 A", "AT+CMGS=7", true, ""},
+        {nullptr, "\r> ", true, "07 A\x1a\r\n"},
+        {nullptr, "07 A", true, ""},
+        {nullptr, "> ", true, "\x1b"},
+        {"a > b\r> c", "> ", true, "a > b\r> c\x1a\r\n"},
+        {nullptr, "a > b", true, ""}, // its echo
+        {nullptr, "> ", true, ""},    // for the line end in it
+        {"07 B", "+COPS: 0,0,\"a> b\"", false, ""},
+        {nullptr, "> ", false, "07 B\x1a\r\n"}, // late
+        {nullptr, "> ", false, "\x1b"},
+        {"07 C", "OK", true, ""},
+        {"07 D", "> ", false, "07 D\x1a\r\n"} // a newer send
+    };
+    modem_port port;
+    for (const auto& c : cases) {
+        if (c.body != nullptr) {
+            text_set(g_mobile.sms_text, c.body);
+            sms_send_begins(&g_mobile);
+            text_set(g_mobile.sms_text, "the next one, chosen already");
+        }
+        if (c.own_step)
+            EXPECT_EQ(answer(c.line), 0);
+        else
+            sms_watch_prompt(&g_mobile, c.line);
+        EXPECT_EQ(port.heard(), c.written) << c.line;
+    }
     EXPECT_EQ(write_sms_msg(nullptr, "x"), -1);
     EXPECT_EQ(write_sms_msg(&g_mobile, nullptr), -1);
-    close(ends[0]);
-    close(ends[1]);
+    libgsm_mobile_close_usb(&g_mobile);
+    EXPECT_EQ(write_sms_msg(&g_mobile, "x"), -1);
+}
+
+// From the command that draws the prompt to the body, though a report stands between them and in
+// the same read as the prompt.
+TEST(SmsSend, PromptBehindAReport)
+{
+    modem_port port;
+    at_list list = LIST_HEAD_INIT(list);
+    at_info* const at =
+        at_info_create(63, nullptr, "AT+CMGS=7", 1, 0, 0, sms_send_handler, 1, nullptr, 0, nullptr);
+    at_list_append(&list, at);
+    cur_at_list = &list;
+    text_set(g_mobile.sms_text, "0011");
+    bool ended = false;
+    EXPECT_EQ(libgsm_send_atcommand(&g_mobile, ended), at);
+    EXPECT_EQ(port.heard(), "AT+CMGS=7\r\n");
+    hear(port, "AT+CMGS=7\r\r\n\r\n+CMTI: \"SM\",3\r\n\r\n> ", at);
+    EXPECT_EQ(port.heard(), "0011\x1a\r\n");
+    cur_at_list = nullptr;
+    at_info_free(at);
 }
 
 // Four attempts, a second apart, and then the step's timer ends it.

@@ -3,6 +3,7 @@
 
 #include <csignal>
 #include <sstream>
+#include <sys/wait.h>
 
 namespace
 {
@@ -67,6 +68,40 @@ TEST(Shell, NoDescriptorOfTheLibraryReachesTheChild)
     shell_run(("test -e /proc/$$/fd/" + number + " && echo open >/tmp/fd || echo closed >/tmp/fd")
                   .c_str());
     EXPECT_EQ(content_of("/tmp/fd"), "closed\n");
+}
+
+// Tools that hang, talk without end, or leave something behind: bounded, killed, no zombie, no
+// descriptor, also in a host that ignores SIGCHLD.
+TEST(Shell, FindEndsWhatItStarted)
+{
+    struct {
+        const char* line;
+        const char* found; // null: nothing
+    } const rows[] = {
+        {"printf 'one\\ntwo 1\\ntwo 2\\n'", "two 1"},
+        {"printf 'one\\ntwo'", "two"},
+        {"printf '0123456789abcdefgh two\\ntwo'", "two"},
+        {"echo two >&2", nullptr},
+        {"echo two; sleep 987.5", "two"},
+        {"sleep 987.5 & sleep 987.5", nullptr},
+        {"while :; do echo x; done", nullptr},
+        {"exec >&-; sleep 987.5", nullptr},
+    };
+    const int before = dup(0);
+    for (const auto disposition : {SIG_DFL, SIG_IGN}) {
+        std::signal(SIGCHLD, disposition);
+        for (const auto& row : rows) {
+            const auto start = std::chrono::steady_clock::now();
+            char text[16];
+            EXPECT_EQ(shell_find(row.line, "two", 300, text, sizeof text), row.found != nullptr);
+            EXPECT_STREQ(row.found != nullptr ? text : nullptr, row.found);
+            EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(3));
+            EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1) << row.line;
+        }
+    }
+    EXPECT_EQ(dup(0), before + 1);
+    std::signal(SIGCHLD, SIG_DFL);
+    EXPECT_EQ(shell_run("grep -saq '987[.]5' /proc/[0-9]*/cmdline"), 1);
 }
 
 } // namespace

@@ -1,0 +1,120 @@
+// Bring-up: what an init stores and starts, which are refused, and that a stop and a new init leave
+// nothing behind.
+#include "host_side.h"
+
+#include <filesystem>
+
+using namespace kelo;
+using namespace kelo::test;
+
+namespace
+{
+
+int entries(const char* folder)
+{
+    const std::filesystem::directory_iterator all(folder);
+    return static_cast<int>(std::distance(begin(all), end(all)));
+}
+
+class BringUp : public testing::Test
+{
+  protected:
+    void start(const char* apn = "internet")
+    {
+        cellular_setting settings = full_settings();
+        text_set(settings.apn, apn);
+        kelo_init_cellular(&settings, 9);
+    }
+    // 1: the dialer thread, 2: with a modem the mobile task, too.
+    void expect_running(int threads)
+    {
+        EXPECT_TRUE(wait_until(
+            [&] {
+                return word_get(cell_start_lock) == 0 &&
+                       (threads == 2) == (word_get(mobile_task_stopped) == 0) &&
+                       entries("/proc/self/task") == at_rest + threads;
+            },
+            5000));
+    }
+    void stop()
+    {
+        kelo_deinit_cellular();
+        expect_running(0);
+    }
+
+    captured said;
+    const int at_rest = [] {
+        std::thread([] {}).join(); // a sanitizer's own thread comes with the first of ours
+        usleep(50000);
+        return entries("/proc/self/task");
+    }();
+};
+
+} // namespace
+
+TEST_F(BringUp, StoresStartsAndRefusesOthers)
+{
+    kelo_init_cellular(nullptr, 0);
+    EXPECT_EQ(init5G(nullptr, 0), -1);
+    std::ofstream("/config/5Gdebug");
+    libgsm_mobile_free(&mobile);
+    std::vector<std::thread> hosts;
+    for (int i = 0; i < 8; i++)
+        hosts.emplace_back([this] { start(); });
+    for (std::thread& host : hosts)
+        host.join();
+    expect_running(1);
+    start("second");
+    EXPECT_EQ(count_of(said.text(), "init5G: refused, "), 8);
+    EXPECT_EQ(logged, "2 init init5G: [Cellular]---> {init5G} lowPower=9");
+    EXPECT_STREQ(g_cellSet.apn, "internet");
+    EXPECT_STREQ(start_settings_copy().apn, "internet");
+    EXPECT_EQ(get_5g_debug(), 1);
+    EXPECT_EQ(libgsm_is_low_power(), 9);
+    gsm_mobile record = {};
+    ASSERT_EQ(kelo_copy_mobile(&record), 1) << "an init brings the record back";
+    EXPECT_EQ(std::string(record.apn) + record.pincode, "internet1234");
+    stop();
+}
+
+// Every round ends where it began: no thread or descriptor is left over. In the last one the host
+// clears the word before the threads can have seen it.
+TEST_F(BringUp, RoundsOfStopAndInit)
+{
+    modem_port port(false);
+    start();
+    expect_running(2);
+    const int descriptors = entries("/proc/self/fd");
+    for (const bool patient : {true, true, false}) {
+        kelo_deinit_cellular();
+        if (patient)
+            expect_running(0);
+        word_set(global_quagga_stop, 0);
+        start();
+        expect_running(2);
+        EXPECT_EQ(entries("/proc/self/fd"), descriptors);
+    }
+    EXPECT_FALSE(said.has("refused"));
+    stop();
+    start();
+    EXPECT_TRUE(said.has("global_quagga_stop is set"));
+    expect_running(0);
+}
+
+// A thread of the old run that does not end must not get company, nor hold the host up for ever.
+TEST_F(BringUp, RefusedWhileTheOldRunLasts)
+{
+    start();
+    stop();
+    word_set(global_quagga_stop, 0);
+    word_set(mobile_task_stopped, 0);
+    end_wait_ms = 200;
+    start("second");
+    EXPECT_TRUE(said.has("refused, threads of the run before have not ended!"));
+    EXPECT_STREQ(g_cellSet.apn, "internet");
+    word_set(mobile_task_stopped, 1);
+    start("second");
+    EXPECT_STREQ(g_cellSet.apn, "second");
+    expect_running(1);
+    stop();
+}

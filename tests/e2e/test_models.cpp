@@ -1,0 +1,362 @@
+// Every module from power-on to ready: what goes over the wire, in order, and what is known then.
+#include "story.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <sstream>
+
+using namespace kelo_story;
+
+namespace
+{
+
+// The start flow of one module, worked out by hand from the flow tables, the catalogue and the
+// module's profile. What has a mark goes out at the first start alone (1), with the settings of
+// `tuned` alone (t), or with both.
+struct Flow {
+    const char* name;
+    const char* commands;
+};
+
+const Flow ec25 = {"EC25", R"(
+    1:AT+CGMM 1:AT+CGMR AT+QSIMDET=1,0 AT+QMTCONN? AT+QMBNCFG="Autosel",1 AT+CPIN? AT+CIMI
+    AT+QCCID 1:AT+CGSN AT+QMBNCFG="List" t:AT+QICSGP=1,3,"internet","me","secret",1
+    t:AT+QICSGP=3,3,"","","",0 AT+QCFG="nwscanmode" 1t:AT+QCFG="nwscanmode",0,1 AT+CGREG?
+    AT+COPS?)"};
+const Flow eg95 = {"EG95", ec25.commands}; // the same rows and values
+const Flow uc20 = {"UC20", R"(
+    1:AT+CGMM 1:AT+CGMR AT+QSIMDET=1,0 AT+QMTCONN? 1:AT+CGMI 1:AT+CGSN AT+CPIN? AT+CIMI AT+QCCID
+    1:AT+QCFG="nwscanseq",00,1 AT+QCFG="nwscanmode" 1t:AT+QCFG="nwscanmode",2,1 AT+CLIP=1
+    AT+CGREG=2 AT+CSCS="GSM" AT+CMGF=0;+CNMI=2,2,0,0,0 AT+CNUM AT+CSCS="GSM"
+    t:AT+CSCA="+491710760000" AT+QCFG="band" AT+QINDCFG="csq",1 AT+QNWINFO AT+CGREG? AT+COPS=3,0
+    AT+COPS? AT+CSQ)"};
+const Flow le910 = {"LE910", R"(
+    1:AT+CGMM 1:AT+CGMR AT+QSIMDET=1,0 AT+QMTCONN? 1:AT+CGMI 1:AT+CGSN AT+CPIN? AT+CIMI AT#CCID
+    t:AT+WS46=22 AT+CLIP=1 AT+CGREG=2 AT+CSCS="GSM" AT+CMGF=0;+CNMI=2,2,0,0,0 AT+CNUM
+    AT+CSCS="GSM" t:AT+CSCA="+491710760000" AT+CREG=2 AT+CGREG? AT+COPS=3,0 AT+COPS? AT+CSQ)"};
+const Flow mh5000 = {"MH5000-31", R"(
+    1:AT+CGMM 1:AT+CGMR AT+QSIMDET=1,0 AT+QMTCONN? 1:AT+CGMI 1:AT+CGSN AT+CPIN? AT+CIMI
+    AT^ICCID? AT^SYSCFGEX? t:AT+CGDCONT=1,"IP","internet" t:AT+QICSGP=3,3,"","","",0
+    AT^SYSCFGEX? 1t:AT^SYSCFGEX="02",3FFFFFFF,1,2,7FFFFFFFFFFFFFFF,, AT+CLIP=1 AT+CEREG=2
+    AT+CSCS="GSM";+CMGF=0;+CNMI=2,2,0,0,0 AT+CNUM AT+CSCS="GSM" t:AT+CSCA="+491710760000"
+    AT+CLVL=4 AT+COPS=3,0 AT+COPS? AT^HCSQ? AT+CEREG? AT+COPS=3,2 AT+COPS? AT+CSQ)"};
+const Flow u9300c = {"U9300C", R"(
+    1:AT+CGMM 1:AT+CGMR AT+QSIMDET=1,0 AT+QMTCONN? 1:AT+CGMI 1:AT+CGSN AT+CPIN? AT+CIMI AT+ICCID
+    AT+BNDPRF? 1t:AT+BNDPRF=896,1272,131072 t:AT+CGDCONT=1,"IP","internet"
+    t:AT+QICSGP=3,3,"","","",0 t:AT$QCPDPP=1,1,"secret","me" AT$QCRMCALL=1,1,1,2,1 AT+MODODR?
+    1t:AT+MODODR=7 AT+CLIP=1 AT+CGREG=2 AT+CSCS="GSM" AT+CMGF=0;+CNMI=2,2,0,0,0 AT+CNUM
+    AT+CSCS="GSM" t:AT+CSCA="+491710760000" AT+CREG=2 AT+PSRAT AT+CGREG? AT+COPS=3,0 AT+COPS?
+    AT+COPS=3,2 AT+COPS? AT+CSQ)"};
+const Flow rm500q = {"RM500Q", R"(
+    1:AT+CGMM 1:AT+CGMR AT+QSIMDET=1,0 AT+QMTCONN? 1:AT+CGMI 1:AT+CGSN AT+QGPS=1
+    AT+QMBNCFG="Autosel",1 AT+CPIN? AT+CIMI AT+QCCID t:AT+QICSGP=1,3,"internet","me","secret",1
+    t:AT+QICSGP=3,3,"","","",0 AT+CGACT=1,1 AT+QNWPREFCFG="mode_pref"
+    1t:AT+QNWPREFCFG="mode_pref",LTE:NR5G AT+CLIP=1 AT+CREG=2 AT+CSCS="GSM"
+    AT+CMGF=0;+CNMI=2,2,0,0,0 AT+CSCS="GSM" t:AT+CSCA="+491710760000" AT+CLIR=2 AT^DSCI=1
+    AT+CLVL=4 AT+QDAI=1,1,0,4,0,0,1,1 AT+QMIC=20577,14567 AT+QRXGAIN=20577 AT+QCFG="ims",0
+    AT+CREG=2 AT+QINDCFG="csq",1 AT+QNWINFO AT+CREG? AT+COPS=3,0 AT+COPS? AT+CSQ
+    AT+QENG="servingcell")"};
+
+Lines lines_of(const Flow& flow, bool first, bool tuned)
+{
+    Lines lines;
+    std::istringstream text(flow.commands);
+    for (std::string word; text >> word;) {
+        const std::string marks = word.substr(0, word.find("AT"));
+        if ((first || marks[0] != '1') && (tuned || marks.find('t') == std::string::npos))
+            lines.push_back(word.substr(marks.size()));
+    }
+    return lines;
+}
+
+// What is known behind the second start: operator, technology and band; area, cell and <AcT>; band
+// masks; the scan mode read back; then of the serving cell is5g, the stem, country and network,
+// physical cell, channel, RSRP, RSRQ, SINR and bandwidth.
+std::string known(const gsm_mobile& is)
+{
+    char text[512];
+    std::snprintf(text, sizeof text,
+                  "%s,%s,%s,%s; %s,%llX,%d; %s,%s,%s; %d; %d,%d,%d,%d,%d,%d,%d,%d,%d,%d", is.oper,
+                  is.plmn, is.act, is.band, is.lac, libgsm_get_cid64(), is.tech, is.band_gsm,
+                  is.band_lte, is.band_tds, is.currscanmode, is.is5g, is.qeng_net_stem, is.mcc,
+                  is.mnc, is.pcid, is.earfcn, is.rsrp, is.rsrq, is.sinr, is.dl_bandwidth);
+    return text;
+}
+
+struct Module {
+    const char* name;
+    const Flow& flow;
+    int scan_code; // -1: untouched, as all settings of the host; else tuned
+    std::map<std::string, std::string> variables;
+    std::string known;
+};
+
+// clang-format off
+#define NO_CELL "0,0,0,0,0,0,-120,0,0,0"
+const Module modules[] = {
+    {"EC25",         ec25,   -1, {}, "Telekom.de,,,; ,0,0; ,,; 0; " NO_CELL},
+    {"EC25_tuned",   ec25,    0, {{"nwscanmode", "3"}}, "Telekom.de,,,; ,0,0; ,,; 0; " NO_CELL},
+    {"EG95",         eg95,   -1, {}, "Telekom.de,,,; ,0,0; ,,; 0; " NO_CELL},
+    {"UC20",         uc20,   -1, {},
+     "CHN-UNICOM,46001,HSPA+,WCDMA 2100; 01F4,57E3A2,2; 93,,; 0; " NO_CELL},
+    {"UC20_tuned",   uc20,    4, {}, // WCDMA alone, as all that have a 4
+     "CHN-UNICOM,46001,HSPA+,WCDMA 2100; 01F4,57E3A2,2; 93,,; 2; " NO_CELL},
+    {"LE910",        le910,  -1, {}, "Telekom.de,,,; 5A1C,7C4B10D,7; ,,; 0; " NO_CELL},
+    {"LE910_tuned",  le910,   4, {{"unknown_command", "OK"}}, // for the sake of time
+     "Telekom.de,,,; 5A1C,7C4B10D,7; ,,; 0; " NO_CELL},
+    {"MH5000",       mh5000, -1, {},
+     "CHINA MOBILE,46000,5G NR,; 3AA800,3A5B4C104,17; ,,; 0; " NO_CELL},
+    {"MH5000_tuned", mh5000,  4, {{"unknown_command", "OK"}, {"syscfgex", R"("03",3FFFFFFF,0,2,40)"}},
+     "CHINA MOBILE,46000,5G NR,; 3AA800,3A5B4C104,17; ,,; 2; " NO_CELL},
+    {"U9300C",       u9300c, -1, {},
+     "CHN-UNICOM,46001,LTE FDD,; 5A1C,7C4B10D,7; 896,1272,131072; 2; " NO_CELL},
+    {"U9300C_tuned", u9300c,  4, {{"unknown_command", "OK"}, {"bndprf", "896,1272,0"}, {"mododr", "5"}},
+     "CHN-UNICOM,46001,LTE FDD,; 5A1C,7C4B10D,7; 896,1272,131072; 7; " NO_CELL},
+    {"RM500Q",       rm500q, -1, {},
+     "Telekom.de,26201,FDD LTE,LTE BAND 3; 5A1C,7C4B10D,7; ,,; 0; 0,3,262,1,407,1300,-99,-12,11,5"},
+    {"RM500Q_SA",    rm500q, -1, {{"cell", "NR5G-SA"}},
+     "Telekom.de,26201,5G NR,NR5G BAND 78; 3AA800,3A5B4C104,11; ,,; 0; "
+     "2,9,262,1,412,504990,-84,-10,24,12"},
+    {"RM500Q_NSA_tuned", rm500q, 7, {{"cell", "NR5G-NSA"}, {"mode_pref", "LTE"}},
+     "Telekom.de,26201,5G NR,NR5G BAND 78; 5A1C,7C4B10D,13; ,,; 9; "
+     "1,9,262,1,920,1350,-96,-10,18,5"},
+};
+// clang-format on
+
+std::ostream& operator<<(std::ostream& stream, const Module& one)
+{
+    return stream << one.name;
+}
+
+class Models : public Story, public testing::WithParamInterface<Module>
+{
+  protected:
+    void expect_flow(const Lines& expected)
+    {
+        ASSERT_TRUE(wire(expected.back(), 60s,
+                         static_cast<std::size_t>(
+                             std::count(expected.begin(), expected.end(), expected.back()))));
+        usleep(1500000); // nothing comes behind the last
+        EXPECT_EQ(modem.commands(), expected);
+        EXPECT_TRUE(eventually([] { return mobile_is_ready() != 0; }, within(2s)));
+        EXPECT_EQ(cellular_get_cur_status(), CELL_STATUS_READY | CELL_STATUS_UP);
+    }
+    void tune(int scan_code)
+    {
+        ASSERT_EQ(cellular_gsm_init(0), 0); // the record that the settings go to
+        cell_sim_config(1)->scan_code = scan_code;
+        cell_sim_config(1)->smsc = "+491710760000";
+        ASSERT_EQ(libgsm_set_apn("internet", "me", "secret", 1), 0);
+        needSetApn = 1; // as a change of the settings leaves it
+    }
+};
+
+} // namespace
+
+// Catches: a row lost, doubled, out of its place, or with another module's text; a command for what
+// the modem has already; an answer that does not reach the record.
+TEST_P(Models, FromPowerOnToReadyTwice)
+{
+    const Module& module = GetParam();
+    const bool tuned = module.scan_code >= 0;
+    plug(module.flow.name, module.variables);
+    if (tuned)
+        tune(module.scan_code);
+    start();
+    expect_flow(lines_of(module.flow, true, tuned));
+    stop();
+    modem.clear_log();
+    start();
+    expect_flow(lines_of(module.flow, false, tuned));
+
+    const gsm_mobile is = record();
+    EXPECT_EQ(is.imsi, modem.get("imsi"));
+    EXPECT_EQ(is.iccid, modem.get("iccid"));
+    EXPECT_EQ(is.sn, modem.get("imei"));
+    EXPECT_EQ(is.reg_status, 1);
+    EXPECT_EQ(known(is), module.known);
+    EXPECT_EQ(is.cid, static_cast<int>(libgsm_get_cid64() & 0xffffffff));
+}
+
+INSTANTIATE_TEST_SUITE_P(All, Models, testing::ValuesIn(modules),
+                         [](const auto& one) { return std::string(one.param.name); });
+
+using Network = Story;
+
+// Catches: anything slow between the registration answer and the word that a host waits for.
+TEST_F(Network, ReadyRightBehindTheRegistrationAnswer)
+{
+    set_5g_debug(1); // each line is written down as it is read
+    plug("EC25");
+    order("late 500 AT+CGREG?");
+    start();
+    ASSERT_TRUE(wire("AT+CGREG?", 25s));
+    ASSERT_EQ(mobile_is_ready(), 0u);
+    ASSERT_TRUE(says(" +CGREG: 0,1\n", within(3s)));
+    const Clock::time_point read_at = Clock::now();
+    while (mobile_is_ready() == 0 && since(read_at) < 1s)
+        usleep(100);
+    EXPECT_LE(since(read_at), sanitized ? 100ms : 10ms);
+}
+
+// Catches: a low power start without its APN, or with the other context left as it was.
+TEST_F(Network, LowPowerFlowSendsTheApn)
+{
+    libgsm_set_low_power(1);
+    plug("EC25");
+    ASSERT_EQ(cellular_gsm_init(1), 0);
+    ASSERT_EQ(libgsm_set_apn("internet", "me", "secret", 2), 0);
+    start();
+    ASSERT_TRUE(wire("AT+COPS?", 60s));
+    // Behind the low power rows; AT+CGSN was one of them.
+    const Lines expected = {"AT+QSSLCFG=\"sni\",1,1",
+                            "AT+QMBNCFG=\"Autosel\",1",
+                            "AT+CPIN?",
+                            "AT+CIMI",
+                            "AT+QCCID",
+                            "AT+QMBNCFG=\"List\"",
+                            "AT+QICSGP=1,3,\"internet\",\"me\",\"secret\",2",
+                            "AT+QICSGP=3,3,\"\",\"\",\"\",0",
+                            "AT+QCFG=\"nwscanmode\"",
+                            "AT+CGREG?",
+                            "AT+COPS?"};
+    Lines last = modem.commands();
+    ASSERT_EQ(last.size(), 29u);
+    last.erase(last.begin(), last.begin() + 18);
+    EXPECT_EQ(last, expected);
+}
+
+namespace
+{
+
+struct List {
+    const char* name;
+    const char* verizon; // selected, activated
+    int flag;
+};
+
+std::ostream& operator<<(std::ostream& stream, const List& one)
+{
+    return stream << one.name;
+}
+
+class CarrierList : public Story, public testing::WithParamInterface<List>
+{
+};
+
+} // namespace
+
+// Catches: a list over several reads that ends its row at the first of them, or a carrier profile
+// that is only selected, or not seen; both put the APN into the wrong context.
+TEST_P(CarrierList, PutsTheApnIntoItsContext)
+{
+    const List& list = GetParam();
+    plug("EC25", {{"mbn_generic", "0,0"}, {"mbn_verizon", list.verizon}});
+    ASSERT_EQ(cellular_gsm_init(0), 0);
+    ASSERT_EQ(libgsm_set_apn("vzwinternet", "", "", 0), 0);
+    needSetApn = 1;
+    order("split 140 600"); // each piece is a read; the second holds the line of Verizon whole
+    start();
+    ASSERT_TRUE(wire("AT+QICSGP=*", 60s, 2));
+    const Lines all = modem.commands();
+    const auto first = std::find_if(all.begin(), all.end(),
+                                    [](const auto& line) { return line.starts_with("AT+QICSGP"); });
+    const std::string filled = ",3,\"vzwinternet\",\"\",\"\",0", cleared = ",3,\"\",\"\",\"\",0";
+    EXPECT_EQ(first[0], (list.flag != 0 ? "AT+QICSGP=3" : "AT+QICSGP=1") + filled);
+    EXPECT_EQ(first[1], (list.flag != 0 ? "AT+QICSGP=1" : "AT+QICSGP=3") + cleared);
+    EXPECT_EQ(libgsm_get_verizon_flag(), list.flag);
+    EXPECT_GE(gap_behind("AT+QMBNCFG=\"List\""), 3s); // five pieces and more
+}
+
+constexpr List lists[] = {{"None", "0,0", 0}, {"Active", "1,1", 1}, {"SelectedOnly", "1,0", 0}};
+INSTANTIATE_TEST_SUITE_P(Verizon, CarrierList, testing::ValuesIn(lists),
+                         [](const auto& one) { return std::string(one.param.name); });
+
+namespace
+{
+
+struct Loss {
+    const char* name;
+    const char* model;
+    int family;
+    const char* report; // the one that the module makes
+    bool heard;
+};
+
+std::ostream& operator<<(std::ostream& stream, const Loss& one)
+{
+    return stream << one.name;
+}
+
+class Registration : public Story, public testing::WithParamInterface<Loss>
+{
+};
+
+} // namespace
+
+// Catches: a loss that is not heard on the families that report it, one that is heard on others,
+// and a status word that falls with it.
+TEST_P(Registration, LostAndBackBehindTheFlow)
+{
+    const Loss& loss = GetParam();
+    const std::string report = loss.report;
+    is_quectel = loss.family;
+    plug(loss.model);
+    start();
+    ASSERT_TRUE(wire("AT+CSQ", 60s));
+    usleep(2000000); // AT+QENG stands behind it on one of them
+    EXPECT_EQ(record().reg_status, 1);
+    const auto expect = [&](int reg_status, int sim_status) {
+        EXPECT_TRUE(eventually([&] { return record().reg_status == reg_status; }, within(2s)));
+        EXPECT_TRUE(eventually([&] { return get_sim_status() == sim_status; }, within(1s)));
+        EXPECT_NE(mobile_is_ready(), 0u);
+    };
+    order("reg searching");
+    ASSERT_TRUE(modem.wait_sent(report + " 2", within(2s)));
+    usleep(700000); // each in a read of its own
+    expect(loss.heard ? 2 : 1, loss.heard ? 0 : 1);
+    modem.report(report + " 2");
+    usleep(700000);
+    EXPECT_EQ(word(cell_reload_flag), 0);
+    modem.report(report + " 2"); // the third in a row, and one second
+    EXPECT_EQ(eventually([] { return word(cell_reload_flag) == 1; }, 2500ms), loss.heard);
+    order("reg home");
+    ASSERT_TRUE(modem.wait_sent(report + " 1,*", within(2s)));
+    usleep(700000);
+    expect(1, 1);
+}
+
+constexpr Loss losses[] = {
+    {"Family8Cereg", "MH5000-31", 8, "+CEREG:", true},
+    {"Family14Cereg", "MH5000-31", 14, "+CEREG:", false},
+    {"Family14Creg", "RM500Q", 14, "+CREG:", true},
+    {"Family8Creg", "RM500Q", 8, "+CREG:", false},
+};
+INSTANTIATE_TEST_SUITE_P(Behind, Registration, testing::ValuesIn(losses),
+                         [](const auto& one) { return std::string(one.param.name); });
+
+// Catches: a cell change that asks for nothing, for more than one report, or that asks on a 5G
+// anchor, whose figures come with the technology.
+TEST_F(Network, CellChangeAsksForTheServingCellOnce)
+{
+    const std::string query = "AT+QENG=\"servingcell\"";
+    is_quectel = 14;
+    plug("RM500Q");
+    start();
+    ASSERT_TRUE(wire(query, 60s));
+    usleep(1500000);
+    order("set ci 7C4B20E");
+    order("cell LTE");
+    ASSERT_TRUE(wire(query, 4s, 2));
+    EXPECT_TRUE(eventually([&] { return record().cellid == 0x0e; }, within(2s)));
+    EXPECT_EQ(record().enodebid, 0x7c4b2);
+    order("reg searching");
+    order("reg home"); // the same cell
+    order("set ci 7C4B30F");
+    order("cell NR5G-NSA");
+    EXPECT_TRUE(eventually([&] { return record().tech == 13; }, within(3s)));
+    EXPECT_STREQ(record().act, "5G NR");
+    EXPECT_EQ(libgsm_get_cid64(), 0x7c4b30f);
+    usleep(2500000);
+    EXPECT_EQ(modem.count(query), 2u);
+}
