@@ -79,8 +79,10 @@ int kelo_set_cellular(const struct cellular_setting* settings);
  */
 void kelo_cellular_restart(const struct cellular_setting* settings);
 
-/* Asks every thread of the library to end, at its next look at global_quagga_stop, and returns at
- * once. The AT port stays open, and the dialer program and wwan0 stay up. */
+/* Ends an MQTT update, for which it waits until an attempt under way is out (five seconds as a
+ * rule, see kelo/mqtt.h), and asks every thread of the library to end at its next look at
+ * global_quagga_stop. Otherwise returns at once. The AT port stays open, and the dialer program and
+ * wwan0 stay up. */
 void kelo_deinit_cellular(void);
 
 /* What the calls above are made of. A host that is content with those needs none of these. */
