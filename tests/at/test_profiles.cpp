@@ -1,17 +1,11 @@
 // Profile files: what a line becomes, which files are read, which one serves a model.
-#include "at/gsm_at.h"
+#include "testing.h"
 
-#include <gtest/gtest.h>
-
-#include <cstdio>
-#include <cstdlib>
 #include <filesystem>
-#include <string>
 #include <sys/stat.h>
-#include <utility>
-#include <vector>
 
 using namespace kelo;
+using kelo::test::captured;
 
 namespace
 {
@@ -22,51 +16,23 @@ class Profiles : public testing::Test
 {
   protected:
     Profiles() { EXPECT_NE(mkdtemp(folder), nullptr); }
-    ~Profiles() override
+    ~Profiles() override { std::filesystem::remove_all(folder); }
+    void write(const std::string& name, const std::string& text) const
     {
-        forget();
-        std::error_code error;
-        std::filesystem::remove_all(folder, error);
+        std::ofstream(std::string(folder) + "/" + name) << text;
     }
-
-    // Back to the empty list of a library as just loaded.
-    static void forget()
+    // The profile that a file of its own with this text becomes.
+    cfg_file* read(const std::string& text)
     {
-        while (!list_empty(&cfg_file_list)) {
-            auto* const cfg = list_entry(cfg_file_list.next, cfg_file, node);
-            while (!list_empty(&cfg->items)) {
-                auto* const item = list_entry(cfg->items.next, cfg_item, node);
-                list_del(&item->node);
-                std::free(item->name);
-                std::free(item->value);
-                std::free(item);
-            }
-            list_del(&cfg->node);
-            std::free(cfg->path);
-            std::free(cfg->module);
-            std::free(cfg);
-        }
+        const std::string name = std::to_string(count++);
+        write(name, text);
+        EXPECT_EQ(cfg_file_add(folder, name.c_str()), 0);
+        auto* const cfg = list_entry(cfg_file_list.prev, cfg_file, node);
+        captured out;
+        EXPECT_EQ(parse_cfg_file(cfg), 0);
+        said = out.text();
+        return cfg;
     }
-
-    void write(const char* name, const std::string& text) const
-    {
-        std::FILE* const file = std::fopen((std::string(folder) + "/" + name).c_str(), "w");
-        ASSERT_NE(file, nullptr);
-        std::fwrite(text.data(), 1, text.size(), file);
-        std::fclose(file);
-    }
-
-    // Reads the folder and gives the one profile in it.
-    cfg_file* read_one(const std::string& text)
-    {
-        write("one.conf", text);
-        testing::internal::CaptureStdout();
-        EXPECT_EQ(search_cfg_file(folder), 0);
-        said = testing::internal::GetCapturedStdout();
-        EXPECT_FALSE(list_empty(&cfg_file_list));
-        return list_entry(cfg_file_list.next, cfg_file, node);
-    }
-
     static items items_of(const cfg_file* cfg)
     {
         items all;
@@ -76,98 +42,57 @@ class Profiles : public testing::Test
         }
         return all;
     }
-
-    static int files()
-    {
-        int count = 0;
-        list_head* node = nullptr;
-        list_for_each(node, &cfg_file_list) count++;
-        return count;
-    }
-
     char folder[32] = "/tmp/profiles-XXXXXX";
+    int count = 0;
     std::string said;
 };
 
-} // namespace
-
 TEST_F(Profiles, LineBecomesItem)
 {
-    struct {
-        const char* text;
-        items expected;
-    } const cases[] = {
-        {"AT_MODE => AT+A\n", {{"AT_MODE", "AT+A"}}},
+    const std::string long_value(255 - 11,
+                                 'v'); // 255 characters fit, the rest is a line of its own
+    const std::pair<std::string, items> rows[] = {
         {"\t  AT_MODE \t  => \t AT+A \t\n", {{"AT_MODE", "AT+A"}}},
         {"AT_MODE=> AT+A\n", {{"AT_MOD", "AT+A"}}},
-        {"AT_MODEx=>AT+A", {{"AT_MODE", "AT+A"}}},
         {"AT_MODE => A=>B => C\n", {{"AT_MODE", "A=>B => C"}}},
-        {"# a comment\n\nAT_MODE = AT+A\nAT_GSM => AT+B\n", {{"AT_GSM", "AT+B"}}},
+        {"# a comment\n\nAT_MODE = AT+A\nAT_GSM => AT+B", {{"AT_GSM", "AT+B"}}},
         {"AT_MODE => AT+A\r\nAT_GSM => AT+B\r\n", {{"AT_MODE", "AT+A\r"}, {"AT_GSM", "AT+B\r"}}},
         {" MODULE => X\n", {{"MODULE", "X"}}},
         {"AT_MODE =>\n", {{"AT_MODE", ""}}},
+        {"AT_MODE => " + long_value + "AT_GSM => B\n", {{"AT_MODE", long_value}, {"AT_GSM", "B"}}},
     };
-    for (const auto& c : cases) {
-        forget();
-        EXPECT_EQ(items_of(read_one(c.text)), c.expected) << c.text;
-        EXPECT_EQ(said, "") << c.text;
+    for (const auto& [text, expected] : rows) {
+        EXPECT_EQ(items_of(read(text)), expected) << text;
+        EXPECT_EQ(said, "") << text;
     }
 }
 
 TEST_F(Profiles, LineThatWouldBreakACommandIsReportedAndSkipped)
 {
-    const std::string bad[] = {"=> AT+A",
-                               "AT_A => AT\x1a",
-                               "AT_A => AT\rATH",
-                               "AT_A => A\x1b",
-                               std::string("AT_A => A\0B", 11),
-                               std::string("\0AT_A => A", 10)};
-    for (const std::string& line : bad) {
-        forget();
-        const cfg_file* const cfg = read_one("AT_1 => x\n" + line + "\nAT_3 => z\n");
+    for (const std::string& line :
+         {std::string("=> AT+A"), std::string("AT_A => AT\x1a"), std::string("AT_A => AT\rATH"),
+          std::string("AT_A => A\0B", 11), std::string("\0AT_A => A", 10)}) {
+        const cfg_file* const cfg = read("AT_1 => x\n" + line + "\nAT_3 => z\n");
         EXPECT_EQ(items_of(cfg), (items{{"AT_1", "x"}, {"AT_3", "z"}})) << line;
-        EXPECT_EQ(said.rfind(std::string(cfg->path) + ":2 ", 0), 0u) << said;
+        EXPECT_TRUE(said.starts_with(std::string(cfg->path) + ":2 ")) << said;
     }
-}
-
-// 255 characters fit; what is behind them is a line of its own.
-TEST_F(Profiles, LongLineReadsAsTwo)
-{
-    const std::string name = "AT_MODE => ";
-    const std::string value(255 - name.size(), 'v');
-    const cfg_file* cfg = read_one(name + value + "AT_GSM => AT+B\nAT_UCS2 => C\n");
-    EXPECT_EQ(items_of(cfg), (items{{"AT_MODE", value}, {"AT_GSM", "AT+B"}, {"AT_UCS2", "C"}}));
-}
-
-TEST_F(Profiles, ModuleLineNamesTheModule)
-{
-    const cfg_file* cfg = read_one("MODULE_NAME => EC20\nMODULE => EC25\r\nAT_MODE => A\n");
-    EXPECT_STREQ(cfg->module, "EC25\r");
-    EXPECT_EQ(items_of(cfg).size(), 1u);
-    EXPECT_NE(said.find("dual module item 'EC25\r' vs 'EC20'"), std::string::npos) << said;
-    EXPECT_EQ(cfg_file_find("EC25"), cfg);
+    // A file that something filled up must end the reading, not the host.
+    EXPECT_EQ(items_of(read("AT_MODE => A\n" + std::string(4 << 20, '\n') + "AT_GSM => B\n")),
+              (items{{"AT_MODE", "A"}}));
+    EXPECT_TRUE(said.find("too long") != std::string::npos);
 }
 
 TEST_F(Profiles, FindTakesTheFirstOfEqualNamesOrFirstFourLetters)
 {
-    const char* const modules[] = {"MODULE => M35\r\n", "AT_A => B\n", "MODULE => EC25\n",
-                                   "MODULE => EC25V\n", "MODULE => UC2\n"};
-    std::vector<const cfg_file*> cfg;
-    for (std::size_t i = 0; i < std::size(modules); i++) {
-        const std::string name = std::to_string(i);
-        write(name.c_str(), modules[i]);
-        ASSERT_EQ(cfg_file_add(folder, name.c_str()), 0);
-        auto* const added = list_entry(cfg_file_list.prev, cfg_file, node);
-        ASSERT_EQ(parse_cfg_file(added), 0);
-        cfg.push_back(added);
-    }
-    EXPECT_EQ(cfg_file_find("M35"), cfg[0]);
-    EXPECT_EQ(cfg_file_find("M351"), nullptr);
-    EXPECT_EQ(cfg_file_find("EC25V"), cfg[2]);
-    EXPECT_EQ(cfg_file_find("EC25-E"), cfg[2]);
-    EXPECT_EQ(cfg_file_find("EC2"), nullptr);
-    EXPECT_EQ(cfg_file_find("UC20"), nullptr);
-    EXPECT_EQ(cfg_file_find(""), nullptr);
+    const cfg_file* const cfg[] = {read("MODULE => M35\r\n"), read("AT_A => B\n"),
+                                   read("MODULE_NAME => EC20\nMODULE => EC25\r\nAT_MODE => A\n"),
+                                   read("MODULE => EC25V\n"), read("MODULE => UC2\n")};
+    EXPECT_STREQ(cfg[2]->module, "EC25\r");
+    const std::pair<const char*, const cfg_file*> rows[] = {
+        {"M35", cfg[0]},  {"M351", nullptr}, {"EC25V", cfg[2]}, {"EC25-E", cfg[2]},
+        {"EC2", nullptr}, {"UC20", nullptr}, {"", nullptr}};
+    for (const auto& [model, found] : rows)
+        EXPECT_EQ(cfg_file_find(model), found) << model;
 }
 
 TEST_F(Profiles, FolderGivesRegularFilesOnce)
@@ -177,26 +102,15 @@ TEST_F(Profiles, FolderGivesRegularFilesOnce)
     write("readme.txt", "AT_MODE => A\n");
     ASSERT_EQ(mkfifo((base + "/pipe.conf").c_str(), 0600), 0); // would hold up a start for ever
     ASSERT_EQ(mkdir((base + "/folder.conf").c_str(), 0700), 0);
-    testing::internal::CaptureStdout();
+    captured out;
     EXPECT_EQ(search_cfg_file(folder), 0);
     EXPECT_EQ(search_cfg_file(folder), 0);
-    const std::string out = testing::internal::GetCapturedStdout();
-    EXPECT_EQ(files(), 3);
-    std::size_t read = 0;
-    list_head* node = nullptr;
-    list_for_each(node, &cfg_file_list) read += items_of(list_entry(node, cfg_file, node)).size();
-    EXPECT_EQ(read, 1u);
-    EXPECT_NE(out.find("failed to open file '" + base + "/pipe.conf'"), std::string::npos) << out;
-    EXPECT_EQ(search_cfg_file((base + "/none").c_str()), -1);
-    EXPECT_EQ(search_cfg_file(nullptr), -1);
+    items read;
+    for (list_head* node = cfg_file_list.next; node != &cfg_file_list; node = node->next)
+        for (const auto& item : items_of(list_entry(node, cfg_file, node)))
+            read.push_back(item);
+    EXPECT_EQ(read, (items{{"AT_MODE", "A"}}));
+    EXPECT_TRUE(out.has("failed to open file '" + base + "/pipe.conf'"));
 }
 
-// A file that something filled up must end the reading, not the host.
-TEST_F(Profiles, EndlessFileIsCut)
-{
-    std::string text = "AT_MODE => A\n";
-    text.append(4 << 20, '\n');
-    text += "AT_GSM => B\n";
-    EXPECT_EQ(items_of(read_one(text)), (items{{"AT_MODE", "A"}}));
-    EXPECT_NE(said.find("too long"), std::string::npos);
-}
+} // namespace

@@ -19,12 +19,9 @@ namespace kelo_story
 bool eventually(const std::function<bool()>& test, milliseconds limit)
 {
     const Clock::time_point end = Clock::now() + limit;
-    while (!test()) {
-        if (Clock::now() >= end)
-            return test();
+    while (!test() && Clock::now() < end)
         usleep(5000);
-    }
-    return true;
+    return test();
 }
 
 milliseconds since(Clock::time_point start)
@@ -42,22 +39,6 @@ std::size_t heap_bytes()
 #endif
 }
 
-namespace
-{
-
-std::int64_t clock_us(clockid_t id)
-{
-    timespec time = {};
-    return clock_gettime(id, &time) == 0 ? time.tv_sec * 1000000LL + time.tv_nsec / 1000 : -1;
-}
-
-} // namespace
-
-std::int64_t process_cpu_us()
-{
-    return clock_us(CLOCK_PROCESS_CPUTIME_ID);
-}
-
 std::int64_t thread_cpu_us(const char* name)
 {
     DIR* const folder = opendir("/proc/self/task");
@@ -67,8 +48,10 @@ std::int64_t thread_cpu_us(const char* name)
         std::getline(std::ifstream(std::string("/proc/self/task/") + entry->d_name + "/comm"),
                      found);
         // Linux: the CPU clock of a thread is made of its number.
-        if (found == name)
-            result = clock_us(static_cast<clockid_t>(~std::atoi(entry->d_name) * 8 | 6));
+        timespec time = {};
+        if (found == name &&
+            clock_gettime(static_cast<clockid_t>(~std::atoi(entry->d_name) * 8 | 6), &time) == 0)
+            result = time.tv_sec * 1000000LL + time.tv_nsec / 1000;
     }
     closedir(folder);
     return result;
@@ -86,18 +69,10 @@ BarePort::BarePort(const std::string& path)
 
 BarePort::~BarePort()
 {
-    hang_up();
-    unlink(path_.c_str());
-}
-
-void BarePort::hang_up()
-{
     stop_ = true;
-    if (thread_.joinable())
-        thread_.join();
-    if (master_ >= 0)
-        close(master_);
-    master_ = -1;
+    thread_.join();
+    close(master_);
+    unlink(path_.c_str());
 }
 
 void BarePort::talk(const std::string& block, milliseconds pause)
@@ -110,41 +85,37 @@ void BarePort::talk(const std::string& block, milliseconds pause)
 void BarePort::run()
 {
     std::string block;
+    milliseconds pause = 0ms;
     block.reserve(1 << 17);
-    while (!stop_) {
-        milliseconds pause;
+    for (std::size_t done = 0; !stop_;) {
+        char bytes[4096];
+        const ssize_t got = read(master_, bytes, sizeof bytes);
         {
             const std::lock_guard lock(mutex_);
-            block = block_;
-            pause = pause_;
-        }
-        for (std::size_t done = 0; !stop_;) {
-            char bytes[4096];
-            const ssize_t got = read(master_, bytes, sizeof bytes);
-            if (got > 0) {
-                const std::lock_guard lock(mutex_);
-                heard_.append(bytes, static_cast<std::size_t>(got));
+            heard_.append(bytes, got > 0 ? static_cast<std::size_t>(got) : 0);
+            if (done == block.size()) {
+                done = 0;
+                block = block_;
+                pause = pause_;
             }
-            if (done == block.size())
-                break;
-            const ssize_t put = write(master_, block.data() + done, block.size() - done);
-            done += put > 0 ? static_cast<std::size_t>(put) : 0;
-            if (put <= 0)
-                usleep(2000); // full, or nobody at the other end yet
         }
-        std::this_thread::sleep_for(std::max(pause, milliseconds(block.empty() ? 5 : 0)));
+        const ssize_t put = write(master_, block.data() + done, block.size() - done);
+        done += put > 0 ? static_cast<std::size_t>(put) : 0;
+        if (put <= 0)
+            usleep(2000); // full, silent, or nobody at the other end yet
+        if (done == block.size())
+            std::this_thread::sleep_for(pause);
     }
-}
-
-std::string BarePort::heard()
-{
-    const std::lock_guard lock(mutex_);
-    return heard_;
 }
 
 bool BarePort::hears(const std::string& text, milliseconds limit)
 {
-    return eventually([&] { return heard().find(text) != std::string::npos; }, limit);
+    return eventually(
+        [&] {
+            const std::lock_guard lock(mutex_);
+            return heard_.find(text) != std::string::npos;
+        },
+        limit);
 }
 
 void Story::SetUp()
@@ -245,7 +216,7 @@ std::size_t Story::count_said(const std::string& text) const
 {
     const std::string all = said();
     std::size_t count = 0;
-    for (std::size_t at = all.find(text); at != std::string::npos; at = all.find(text, at + 1))
+    for (std::size_t at = 0; (at = all.find(text, at)) != std::string::npos; at++)
         count++;
     return count;
 }

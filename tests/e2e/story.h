@@ -48,7 +48,6 @@ template <class Word> Word word(Word& exported)
 }
 
 std::size_t heap_bytes();                     // in use, of the whole process
-std::int64_t process_cpu_us();                // of all threads
 std::int64_t thread_cpu_us(const char* name); // -1: no thread of that name
 
 // How long the thread that makes this call needs for `work`.
@@ -65,14 +64,9 @@ class BarePort
   public:
     explicit BarePort(const std::string& path);
     ~BarePort();
-    BarePort(const BarePort&) = delete;
-    BarePort& operator=(const BarePort&) = delete;
-
-    void hang_up(); // the far end closes, the path stays
     // Writes `block` again and again, `pause` between two, as fast as the port takes it.
     void talk(const std::string& block, milliseconds pause = 0ms);
     bool hears(const std::string& text, milliseconds limit); // from the library
-    std::string heard();
 
   private:
     void run();

@@ -33,8 +33,6 @@ class Hostile : public Story
     }
 };
 
-constexpr std::size_t leak_limit = 64 * 1024;
-
 } // namespace
 
 // Catches: bytes that break the cutting into lines, or the lines behind them.
@@ -49,9 +47,6 @@ TEST_F(Hostile, NoiseBetweenReports)
         std::string(100000, '\n'),
         "+CSQ: 1",                                     // half a report, and no more of it
         "+CLIP: \"" + std::string(5000, '9') + "\r\n", // no closing quote
-        "+QENG: \"servingcell\",\"NOCONN\",\"NR5G-SA\"\r\n+CEREG: %s%n,,,,\r\n^DHCPV6: "
-        "`reboot`,,\r\n",
-        "+CREG: 4294967295,99999999999999999999,\"" + std::string(300, 'F') + "\",,\r\n",
         "+QGPSLOC: " + std::string(2000, ',') + "\r\nservice cell:\r\n+CMT: ,\r\n+CMTI:\r\n",
     };
     int rssi = 1;
@@ -82,11 +77,6 @@ TEST_F(Hostile, HalfAnswersAndResetInMidCommand)
     EXPECT_TRUE(eventually([] { return access(port, F_OK) == 0; }, within(4s)));
     EXPECT_TRUE(modem.wait_sent("+QIND: PB DONE", within(4s)));
     EXPECT_LE(stop(), within(3s));
-    order("partial 40 *List*");
-    start();
-    ASSERT_TRUE(wire("AT+QCFG=\"nwscanmode\"", 40s));
-    EXPECT_EQ(modem.count("AT+CGMM"), 1u); // the half answer was enough
-    EXPECT_STREQ(record().revision, "EC25EFAR06A08M4G");
 }
 
 // Catches: memory that an endless stream takes, and commands that wait for a silence that never
@@ -112,7 +102,7 @@ TEST_F(Hostile, EndlessStream)
         usleep(1000);
     }
     EXPECT_LE(most, before + 512 * 1024); // one read, at most
-    EXPECT_LE(heap_at_rest(), before + leak_limit);
+    EXPECT_LE(heap_at_rest(), before + 64 * 1024);
     EXPECT_LE(stop(), within(3s));
 }
 
@@ -128,31 +118,4 @@ TEST_F(Hostile, ControlCharactersReachNoLineDiscipline)
     EXPECT_EQ(libgsm_send_at("AT+HELLO"), 0);
     EXPECT_TRUE(bare.hears("AT+HELLO\r\n", within(3s)));
     EXPECT_STREQ(record().model, "EC25");
-}
-
-// Catches: the same with a trickle that never fills a read, and never leaves a second silent.
-TEST_F(Hostile, TrickleWithoutSilence)
-{
-    change(9, 2);
-    BarePort bare(port);
-    bare.talk("$GPGSV,4,1,13,02,32,118,22*7F\r\n", 300ms);
-    start();
-    ASSERT_TRUE(bare.hears("AT+CGMM\r\n", within(3s)));
-    const Clock::time_point begin = Clock::now();
-    EXPECT_TRUE(bare.hears("AT+CGMR\r\n", within(14s)));
-    EXPECT_GE(since(begin), 10000ms); // ten seconds without a silent one, then two ticks
-}
-
-// Catches: answers that are lost in a stream of lines.
-TEST_F(Hostile, FlowThroughEndlessOutput)
-{
-    plug("EC25");
-    order("endless on");
-    start();
-    ASSERT_TRUE(wire("AT+QCCID", 60s));
-    EXPECT_STREQ(record().model, "EC25");
-    EXPECT_EQ(libgsm_send_at("AT+HELLO"), 0);
-    EXPECT_TRUE(wire("AT+HELLO", 2s));
-    EXPECT_GT(modem.endless_bytes(), 100000u);
-    EXPECT_LE(stop(), within(3s));
 }

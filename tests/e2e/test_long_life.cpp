@@ -16,7 +16,6 @@ TEST_F(Life, KELO_LIFE_NAME)
     constexpr const char* reports[] = {
         "RING",
         "+CLIP: \"+4915112345678\",145,,,,0",
-        "+QIND: \"csq\",24,99",
         "+CSQ: 17,99",
         "+QENG: \"servingcell\",\"NOCONN\",\"LTE\",\"FDD\",262,01,1A2F403,214,1300,3,5,5,5A1C,-97,"
         "-11,-66,14,31",

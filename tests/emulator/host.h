@@ -3,14 +3,11 @@
 
 #include "emulator/modem.h"
 
-#include <cerrno>
-#include <cstdlib>
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
 #include <poll.h>
-#include <string>
 #include <unistd.h>
 
 namespace kelo_emulator
@@ -35,38 +32,34 @@ struct Folder {
         path = mkdtemp(name);
     }
     ~Folder() { std::filesystem::remove_all(path); }
-    Folder(const Folder&) = delete;
-    Folder& operator=(const Folder&) = delete;
     void write(const std::string& name, const std::string& text) const
     {
         std::ofstream(path + "/" + name) << text;
     }
+    std::string read(const std::string& name) const
+    {
+        std::ifstream stream(path + "/" + name);
+        return {std::istreambuf_iterator<char>(stream), {}};
+    }
+    bool has(const std::string& name, const std::string& text) const
+    {
+        return read(name).find(text) != std::string::npos;
+    }
 };
 
 struct Host {
-    int fd = -1;
-    explicit Host(const std::string& port)
+    int fd;
+    explicit Host(const std::string& port) : fd(open(port.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK))
     {
-        fd = open(port.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
     }
-    ~Host() { hang_up(); }
-    Host(const Host&) = delete;
-    Host& operator=(const Host&) = delete;
-    void hang_up()
-    {
-        if (fd >= 0)
-            close(fd);
-        fd = -1;
-    }
+    ~Host() { close(fd); }
     // Waits for room: a pseudo-terminal takes a few kB at a time.
     void send(const std::string& bytes) const
     {
-        std::size_t done = 0;
-        while (done < bytes.size()) {
+        for (std::size_t done = 0; done < bytes.size();) {
             struct pollfd polled = {fd, POLLOUT, 0};
             ASSERT_EQ(poll(&polled, 1, 2000), 1);
             const ssize_t written = ::write(fd, bytes.data() + done, bytes.size() - done);
-            ASSERT_TRUE(written > 0 || errno == EAGAIN);
             done += written > 0 ? static_cast<std::size_t>(written) : 0;
         }
     }
@@ -74,9 +67,8 @@ struct Host {
     std::string receive(milliseconds quiet = 150ms, const std::string& end = "") const
     {
         std::string bytes;
-        while (take(bytes, quiet))
-            if (!end.empty() && bytes.find(end) != std::string::npos)
-                break;
+        while ((end.empty() || bytes.find(end) == std::string::npos) && take(bytes, quiet)) {
+        }
         return bytes;
     }
     // Waits for `least` bytes, however slow the machine; then what else comes right behind them.
@@ -84,17 +76,6 @@ struct Host {
     {
         std::string bytes;
         while (bytes.size() < least && take(bytes, 3s)) {
-        }
-        return bytes + receive(40ms);
-    }
-    // The answer to a command, with its final result, and what comes right behind it.
-    std::string ask(const std::string& command) const
-    {
-        send(command + "\r\n");
-        std::string bytes;
-        while (bytes.find("OK\r\n") == std::string::npos &&
-               bytes.find("ERROR") == std::string::npos &&
-               bytes.find("CONNECT\r\n") == std::string::npos && take(bytes, 3s)) {
         }
         return bytes + receive(40ms);
     }
@@ -107,9 +88,8 @@ struct Host {
         if (poll(&polled, 1, static_cast<int>(limit.count())) < 1)
             return false;
         char piece[4096];
-        const ssize_t length = read(fd, piece, sizeof piece);
-        if (length > 0)
-            bytes.append(piece, static_cast<std::size_t>(length));
+        const ssize_t length = ::read(fd, piece, sizeof piece);
+        bytes.append(piece, length > 0 ? static_cast<std::size_t>(length) : 0);
         return length > 0;
     }
 };
@@ -117,13 +97,18 @@ struct Host {
 // Exactly these bytes come, and nothing right behind them.
 #define EXPECT_HEARD(host, answer) EXPECT_EQ((host).hear(std::string(answer).size()), answer)
 
+struct Step {
+    std::string bytes;  // from the host; behind '!' an order
+    std::string answer; // every byte that comes back
+};
+
 // A running modem with quick reports, and a host at its port. Echo is off unless asked for.
 struct Desk {
     Folder folder;
     Modem modem;
     std::unique_ptr<Host> host;
     explicit Desk(const std::string& model = "EC25",
-                  std::map<std::string, std::string> variables = {})
+                  const std::map<std::string, std::string>& variables = {})
     {
         Options options;
         options.model = model;
@@ -134,15 +119,23 @@ struct Desk {
             options.variables[name] = value;
         EXPECT_EQ(modem.start(options), "");
         host = std::make_unique<Host>(port());
-        EXPECT_GE(host->fd, 0);
     }
     // In a device root the port stands where a device has it.
     std::string port() const
     {
         return getenv("KELO_DEVICE_ROOT") ? "/dev/ttyUSB2" : folder.path + "/ttyUSB2";
     }
-    std::string ask(const std::string& command) const { return host->ask(command); }
     void order(const std::string& text) { EXPECT_EQ(modem.order(text), "") << text; }
+    void hold(const std::vector<Step>& steps)
+    {
+        for (const Step& step : steps) {
+            if (step.bytes[0] == '!')
+                order(step.bytes.substr(1));
+            else
+                host->send(step.bytes);
+            EXPECT_HEARD(*host, step.answer) << step.bytes;
+        }
+    }
 };
 
 } // namespace kelo_emulator

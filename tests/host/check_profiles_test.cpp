@@ -30,17 +30,12 @@ void replace(std::string& text, const std::string& from, const std::string& to)
 class CheckProfiles : public testing::Test
 {
   protected:
-    void SetUp() override
-    {
-        std::string name = (fs::temp_directory_path() / "profiles.XXXXXX").string();
-        ASSERT_NE(mkdtemp(name.data()), nullptr);
-        folder_ = name;
-    }
+    void SetUp() override { ASSERT_NE(mkdtemp(folder_), nullptr); }
     void TearDown() override { fs::remove_all(folder_); }
 
     void write(const std::string& name, const std::string& text)
     {
-        std::ofstream(folder_ / name, std::ios::binary) << text;
+        std::ofstream(fs::path(folder_) / name, std::ios::binary) << text;
     }
     // All findings, as "file:line: text" lines.
     std::string findings()
@@ -51,39 +46,27 @@ class CheckProfiles : public testing::Test
         return all;
     }
 
-    fs::path folder_;
+    char folder_[32] = "/tmp/profiles.XXXXXX";
 };
 
 // One change to a good file, and the one finding that it has to draw.
 TEST_F(CheckProfiles, FindsEachFault)
 {
     const struct {
-        const char* file;
-        const char* from;
-        const char* to;
-        const char* finding; // with the line where the change shows it
+        const char *file, *from, *to, *finding; // with the line where the change shows it
     } rows[] = {
         {"EC25", "MODULE                  => EC25\n", "\n", ":0: no MODULE line"},
         {"EC25", "MODULE                  => EC25\n", "MODULE => EC25\nMODULE => EC25\n",
          "6: a second MODULE line replaces that of line 5"},
         {"EC25", "MODULE                  => EC25\n", "MODULE => EC77\n", "5: no flow is known"},
-        {"EC25", "MODULE                  => EC25\n", "MODULE_NAME => EC25\n",
-         "5: 'MODULE_NAME' counts as a MODULE line"},
         {"EC25", "AT_GET_ICCID            =>", "AT_GET_ICCIDS =>", ":0: AT_GET_ICCID is missing"},
-        {"EC25", "AT_GET_ICCID            =>", "AT_GET_ICCIDS =>", "unknown key 'AT_GET_ICCIDS'"},
         {"EC25", "AT_GET_ICCID            =>", "AT_GET_ICCID=>", "a blank is missing ahead of"},
-        {"EC25", "AT_GET_ICCID            =>", "=> X\nAT_GET_ICCID =>", "a name is missing ahead"},
         {"EC25", "AT+QCCID", "AT+QCCID\nAT_GET_ICCID => AT+ICCID",
          "10: AT_GET_ICCID stands in line 9 already"},
         {"EC25", "AT+QCCID", "", "9: AT_GET_ICCID has no value"},
-        {"EC25", "AT+QCCID", "AT+QCCID\r", "9: ends in a CR"},
-        {"EC25", "AT+QCCID", "AT+QCCID\a", "9: AT_GET_ICCID holds a character"},
-        {"EC25", "AT+QCCID", "+QCCID", "9: AT_GET_ICCID does not begin with AT"},
         {"EC25", "# SIM and identity.", "# AT_UCS2 => AT", "7: a comment that holds '=>'"},
         {"EC25", "\"$PIN_NUMBER\"", "\"1234\"", "8: AT_SEND_PIN lacks $PIN_NUMBER"},
         {"EC25", "\"$PIN_NUMBER\"", "\"$PIN\"", "AT_SEND_PIN holds $PIN, which nothing replaces"},
-        {"EC25", "\"$PIN_NUMBER\"", "\"$PIN_NUMBER\",\"$PIN_NUMBER\"", "twice"},
-        {"EC25", "AT+QCCID", "AT+QCCID=$NUM", "AT_GET_ICCID holds $NUM, which nothing replaces"},
         {"UC20", "# AT_CBAND is left out", "AT_CBAND => AT+QCFG=\"band\",$BAND\n# left out",
          "AT_CBAND would send $BAND as it stands"},
         {"MH5000-31", "=> $MODE", "=> AT$MODE", "AT_NETWORK_AUTO has to be $MODE alone"},
@@ -96,12 +79,6 @@ TEST_F(CheckProfiles, FindsEachFault)
             << row.file << ", '" << row.from << "' to '" << row.to << "' found\n"
             << findings();
     }
-}
-
-TEST_F(CheckProfiles, TellsAnUnusableFolder)
-{
-    EXPECT_EQ(findings(), ":0: no file has .conf in its name: no module finds its commands\n");
-    EXPECT_EQ(check_profiles(folder_ / "none").size(), 1u);
 }
 
 // Whichever of the two the folder lists first would serve both.
