@@ -10,12 +10,12 @@ TEST(Settings, NetModeAtStartAndInAChange)
         int mode;
         const char* oper;
         int at_start, in_change, no_service;
-        const char* sent;
+        const char *mode_pref, *nr5g_disable_mode;
     } const cases[] = {
-        {1, "", 2, 2, 0, "LTE 0"},      {2, "CHN-UNICOM", 4, 4, 0, "WCDMA 0"},
-        {3, "", 6, 0, 0, "AUTO 0"},     {2, "CHN-UNICOM2", 4, 0, 1, "AUTO 0"},
-        {4, "", 7, 7, 0, "LTE:NR5G 1"}, {2, "", 4, 0, 1, "AUTO 0"},
-        {5, "", 8, 8, 0, "NR5G 2"},     {-1, "", 0, 0, 0, "AUTO 0"},
+        {1, "", 2, 2, 0, "LTE", "0"},      {2, "CHN-UNICOM", 4, 4, 0, "WCDMA", "0"},
+        {3, "", 6, 0, 0, "AUTO", "0"},     {2, "CHN-UNICOM2", 4, 0, 1, "AUTO", "0"},
+        {4, "", 7, 7, 0, "LTE:NR5G", "1"}, {5, "", 8, 8, 0, "NR5G", "2"},
+        {-1, "", 0, 0, 0, "AUTO", "0"},
     };
     modem_port port;
     for (const auto& c : cases) {
@@ -27,9 +27,9 @@ TEST(Settings, NetModeAtStartAndInAChange)
         set_5G_para(&wanted, 0);
         EXPECT_EQ(cell_sim_config(1)->scan_code, c.in_change) << c.mode << c.oper;
         EXPECT_EQ(g_mode_no_service, c.no_service) << c.mode << c.oper;
-        std::string sent = std::string("AT+QNWPREFCFG= \"mode_pref\",") + c.sent + "\r\n";
-        sent.replace(sent.find(' ', 15), 1, "\r\nAT+QNWPREFCFG=\"nr5g_disable_mode\",");
-        EXPECT_EQ(port.heard(), sent);
+        EXPECT_EQ(port.heard(), std::string("AT+QNWPREFCFG= \"mode_pref\",") + c.mode_pref +
+                                    "\r\nAT+QNWPREFCFG=\"nr5g_disable_mode\"," +
+                                    c.nr5g_disable_mode + "\r\n");
     }
     EXPECT_EQ(get_cell_pdpdeact(), 0) << "apply_attach was 0";
 }
@@ -45,7 +45,6 @@ TEST(Settings, SlotOfAChange)
     }
     EXPECT_EQ(std::string(slot.apn) + slot.user + slot.password + slot.pin,
               "internetsomeonesecret1234");
-    EXPECT_EQ(slot.pin, g_Pin);
     EXPECT_EQ(attach_timeout, 60);
     EXPECT_EQ(get_cell_pdpdeact(), 1);
     EXPECT_STREQ(g_mobile.apn, "") << "the modem record is the restart's";
@@ -53,20 +52,18 @@ TEST(Settings, SlotOfAChange)
     std::memset(&wanted, 'x', sizeof wanted); // no text has an end
     captured said;
     kelo_set_cellular(&wanted);
-    EXPECT_EQ(std::string(g_cellSet.user), std::string(255, 'x'));
-    EXPECT_EQ(std::string(start_settings_copy().ping_target), std::string(31, 'x'));
-    EXPECT_EQ(std::string(slot.user), std::string(31, 'x'));
+    EXPECT_EQ(g_cellSet.user, std::string(255, 'x'));
+    EXPECT_EQ(start_settings_copy().ping_target, std::string(31, 'x'));
+    EXPECT_EQ(slot.user, std::string(31, 'x'));
     EXPECT_EQ(slot.pin, nullptr) << "half a PIN is a wrong PIN";
     EXPECT_TRUE(said.has("pin of more than 31 characters, left out"));
-    EXPECT_EQ(kelo_set_cellular(nullptr), 0);
+
     wanted = {};
     set_5G_para(&wanted, 1);
     EXPECT_EQ(slot.user, nullptr);
     EXPECT_EQ(attach_timeout, 50);
-
     text_set(wanted.apn, "off"); // and enable 0
     EXPECT_EQ(kelo_set_cellular(&wanted), 1);
-    EXPECT_TRUE(said.has("init 5G module，setstatus5G->enable = 0 !!!\n\n"));
     EXPECT_EQ(g_netWorkCardFlag, 0);
     EXPECT_EQ(shell_lines,
               (std::vector<std::string>{"ifconfig wwan0 down", "ifconfig wwan0.1 down"}));
@@ -83,19 +80,17 @@ TEST(Settings, RestartFillsTheRecord)
     kelo_cellular_restart(&wanted);
     text_set(wanted.apn, "a\"b");
     text_set(wanted.pin, "1\r2");
-    captured said;
     kelo_cellular_restart(&wanted);
-    EXPECT_TRUE(said.has("apn: refused") && said.has("pin: refused"));
     EXPECT_EQ(std::string(g_mobile.apn) + g_mobile.user + g_mobile.pincode, "internetsomeone1234");
     EXPECT_EQ(needSetApn, 1);
     EXPECT_EQ(cell_sim_config(1)->scan_code, 6);
-    EXPECT_STREQ(g_cellSet.apn, "");
-    EXPECT_STREQ(g_Pin, "");
+    EXPECT_EQ(std::string(g_cellSet.apn) + g_Pin, "");
 }
 
 // Old or new, never a mix: every field of a copy is of one record.
 TEST(Settings, ReadersSeeOneRecord)
 {
+    captured quiet;
     int done = 0;
     std::thread writer([&done] {
         cellular_setting wanted = {};
@@ -106,10 +101,9 @@ TEST(Settings, ReadersSeeOneRecord)
         }
         word_set(done, 1);
     });
-    captured quiet;
     while (word_get(done) == 0) {
         const cellular_setting seen = start_settings_copy();
-        ASSERT_EQ(seen.apn[0], seen.ping_target[30]);
+        EXPECT_EQ(seen.apn[0], seen.ping_target[30]);
     }
     writer.join();
 }

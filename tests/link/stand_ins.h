@@ -1,11 +1,9 @@
 // Programs of a test's own, ahead of everything else in PATH.
 #pragma once
 
-#include <cstdlib>
+#include "testing.h"
+
 #include <filesystem>
-#include <fstream>
-#include <iterator>
-#include <string>
 
 namespace kelo::test
 {
@@ -16,15 +14,14 @@ inline std::string content_of(const std::string& path)
     return {std::istreambuf_iterator<char>(file), {}};
 }
 
-// Puts a shell script in the place of a program. It finds itself at /tmp/bin/NAME.
+// Puts a shell script in the place of a program.
 inline void stand_in(const std::string& name, const std::string& script)
 {
-    const std::string bin = "/tmp/bin";
+    const std::string bin = "/tmp/bin/";
     if (std::filesystem::create_directory(bin))
         setenv("PATH", (bin + ":" + std::getenv("PATH")).c_str(), 1);
-    const std::string place = bin + "/" + name;
-    std::ofstream(place) << "#!/bin/sh\n" << script << "\n";
-    std::filesystem::permissions(place, std::filesystem::perms{0755});
+    std::ofstream(bin + name) << "#!/bin/sh\n" << script << "\n";
+    std::filesystem::permissions(bin + name, std::filesystem::perms{0755});
 }
 
 } // namespace kelo::test
