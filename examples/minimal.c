@@ -1,4 +1,5 @@
-/* minimal.c: the smallest host. It owns the modem, tells what it sees, and stops on Ctrl-C. */
+/* minimal.c [APN]: the smallest host. It brings the device online, tells what it sees, and stops on
+ * Ctrl-C. kelo-host shows how to wait for a modem that is not there. */
 #define _POSIX_C_SOURCE 200809L
 
 #include <kelo/kelo.h>
@@ -40,14 +41,15 @@ static void act_on_requests(void)
 
 static void tell_received(void)
 {
-    if (cellular_is_sms_received()) {
-        cellular_set_sms_received(0);
-        puts("an SMS came in");
-    }
-    if (cellular_is_call_received()) {
-        cellular_set_call_received(0);
+    static struct kelo_sms sms;
+
+    while (kelo_take_sms(&sms)) /* a long message comes in parts: host/joiner.cpp joins them */
+        printf("an SMS of %d bytes came in\n", sms.length);
+    if (kelo_is_call_received()) {
+        kelo_clean_call_received();
         puts("a call came in; the library hangs up by itself");
     }
+    set_cell_pdpdeact(0); /* the data context was lost: the library brings the link up again */
 }
 
 static void tell_changes(void)
@@ -59,30 +61,29 @@ static void tell_changes(void)
     if (!kelo_copy_mobile(&mobile))
         return;
     libgsm_get_modem_status(status, sizeof status, cellular_get_cur_status());
-    snprintf(now, sizeof now, "%s, registration %d, operator '%s', %s", status, mobile.reg_status,
-             mobile.oper, mobile.model[0] ? mobile.model : "no model yet");
+    snprintf(now, sizeof now, "link %s, %s, registration %d, operator '%s', %s",
+             kelo_get_connect_status() ? "up" : "down", status, mobile.reg_status, mobile.oper,
+             mobile.model[0] ? mobile.model : "no model yet");
     if (strcmp(now, last) != 0) {
         puts(now);
         memcpy(last, now, sizeof last);
     }
 }
 
-int main(void)
+int main(int argc, char** argv)
 {
-    struct sigaction action;
-    memset(&action, 0, sizeof action);
-    action.sa_handler = on_signal;
+    struct cellular_setting settings = {.enable = 1, .ping_enable = 1, .ping_target = "8.8.8.8"};
+    struct sigaction action = {.sa_handler = on_signal};
     sigaction(SIGINT, &action, NULL);
     sigaction(SIGTERM, &action, NULL);
     setvbuf(stdout, NULL, _IOLBF, 0);
 
-    is_quectel = 0;          /* module family: 0 suits most, see docs/integration.md */
-    libgsm_set_low_power(0); /* non-zero holds commands back until the modem says it is up */
-
-    cellular_gsm_init(0);
-    cellular_start(0); /* returns once the modem's own thread runs, or no port was found */
-    if (!cellular_at_is_ready())
-        puts("no modem found; kelo-host shows how to wait for one");
+    is_quectel = 0; /* module family: 0 suits most, see docs/integration.md */
+    if (argc > 1 && strlen(argv[1]) < sizeof settings.apn) {
+        strcpy(settings.apn, argv[1]);
+        needSetApn = 1; /* the modem gets it, too, not the dialer alone */
+    }
+    kelo_init_cellular(&settings, 0); /* returns at once: the modem comes up on other threads */
 
     while (!stop_wanted) {
         act_on_requests();
@@ -91,7 +92,8 @@ int main(void)
         pause_ms(500); /* the modem is asked about once a second: polling faster shows no more */
     }
 
-    while (cellular_stop() != 0) /* -1: a restart is under way; it ends by itself */
+    kelo_deinit_cellular();      /* asks all threads to end */
+    while (cellular_stop() != 0) /* waits for the modem's; -1: a restart ends by itself first */
         pause_ms(500);
     return 0;
 }

@@ -1,5 +1,7 @@
 #include "custom_file.h"
 
+#include "fields.h"
+
 #include <cerrno>
 #include <charconv>
 #include <cstring>
@@ -26,56 +28,6 @@ constexpr NumberField number_fields[] = {
     {"seq", &CustomItem::seq, 1, 999},
 };
 constexpr size_t longest_cmd = 512;
-
-bool is_blank(char c)
-{
-    return c == ' ' || c == '\t';
-}
-
-struct Field {
-    std::string name;
-    std::optional<std::string> value; // none: a bare word
-    bool quoted = false;
-};
-
-// Takes the next field off `rest`; nothing at the end of the line or at a comment.
-// A fault leaves its text in `error`.
-std::optional<Field> next_field(std::string_view& rest, std::string& error)
-{
-    while (!rest.empty() && is_blank(rest.front()))
-        rest.remove_prefix(1);
-    if (rest.empty() || rest.front() == '#')
-        return std::nullopt;
-
-    const size_t name_end = std::min(rest.find_first_of("= \t#"), rest.size());
-    Field field{std::string(rest.substr(0, name_end)), std::nullopt, false};
-    rest.remove_prefix(name_end);
-    if (rest.empty() || rest.front() != '=')
-        return field;
-    rest.remove_prefix(1);
-
-    if (!rest.empty() && (rest.front() == '"' || rest.front() == '\'')) {
-        const char quote = rest.front();
-        const size_t end = rest.find(quote, 1);
-        if (end == std::string_view::npos) {
-            error = "the text of " + field.name + " has no closing " + quote;
-            return std::nullopt;
-        }
-        field.value = std::string(rest.substr(1, end - 1));
-        field.quoted = true;
-        rest.remove_prefix(end + 1);
-        if (!rest.empty() && !is_blank(rest.front()) && rest.front() != '#') {
-            error = "a blank is missing behind the text of " + field.name +
-                    " (a text that holds \" goes into '...')";
-            return std::nullopt;
-        }
-        return field;
-    }
-    const size_t end = std::min(rest.find_first_of(" \t#"), rest.size());
-    field.value = std::string(rest.substr(0, end));
-    rest.remove_prefix(end);
-    return field;
-}
 
 std::string set_number(CustomItem& item, const NumberField& known, const Field& field)
 {

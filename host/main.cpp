@@ -1,21 +1,23 @@
 // kelo-host: a supervisor for one modem, ready to run on a device, and an example of the calls.
 #include "check_profiles.h"
+#include "commands.h"
 #include "custom_file.h"
+#include "display.h"
+#include "joiner.h"
 #include "options.h"
-#include "status.h"
+#include "outbox.h"
+#include "services.h"
+#include "settings_file.h"
 #include "supervisor.h"
 
 #include <kelo/kelo.h>
-#include <kelo/settings.h>
 
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
 #include <poll.h>
-#include <sys/ioctl.h>
 #include <unistd.h>
 
 namespace
@@ -26,130 +28,97 @@ using namespace std::chrono_literals;
 using Clock = Supervisor::Clock;
 
 constexpr int poll_ms = 250;
+constexpr int poll_busy_ms = 100; // while messages are followed
+constexpr auto between_reports = 1s;
 constexpr int exit_no_modem = 1;
+constexpr int exit_not_done = 3;
 
-// A handler, not a blocked signal: the mask would be inherited by the programs that the library
-// starts, and a dialer that blocks SIGTERM could not be stopped. All it does is write to a pipe.
+// Handlers, not blocked signals: the mask would be inherited by the programs that the library
+// starts, and a dialer that blocks SIGTERM could not be stopped. All they do is write to a pipe.
 int signal_pipe[2] = {-1, -1};
-volatile sig_atomic_t signals_seen = 0;
+volatile sig_atomic_t stop_seen = 0, reread_seen = 0;
 
-void on_signal(int number)
+void wake()
 {
     const int saved = errno;
-    if (signals_seen)
-        _exit(128 + number); // asked twice: a stop may wait for the modem, we do not
-    signals_seen = 1;
     const char byte = 0;
     [[maybe_unused]] const ssize_t written = write(signal_pipe[1], &byte, 1);
     errno = saved;
 }
 
-bool install_signals()
+void on_stop(int number)
 {
-    if (pipe2(signal_pipe, O_CLOEXEC | O_NONBLOCK) != 0)
-        return false;
+    if (stop_seen)
+        _exit(128 + number); // asked twice: a stop may wait for the modem, we do not
+    stop_seen = 1;
+    wake();
+}
+
+void on_reread(int)
+{
+    reread_seen = 1;
+    wake();
+}
+
+bool install(int number, void (*handler)(int))
+{
     struct sigaction action = {};
-    action.sa_handler = on_signal;
+    action.sa_handler = handler;
     action.sa_flags = SA_RESTART;
-    return sigaction(SIGINT, &action, nullptr) == 0 && sigaction(SIGTERM, &action, nullptr) == 0;
+    return sigaction(number, &action, nullptr) == 0;
 }
 
-// True when a signal asked for the end.
-bool wait_for_signal(int ms)
+bool install_signals(bool reread)
 {
-    pollfd entry = {signal_pipe[0], POLLIN, 0};
-    poll(&entry, 1, ms);
-    return signals_seen != 0;
+    // A reader that goes away must not take the modem with it. Ignored, the signal would stay so in
+    // the programs that the library starts.
+    return pipe2(signal_pipe, O_CLOEXEC | O_NONBLOCK) == 0 && install(SIGINT, on_stop) &&
+           install(SIGTERM, on_stop) && install(SIGPIPE, [](int) {}) &&
+           (!reread || install(SIGHUP, on_reread));
 }
 
-void write_all(int fd, std::string_view text)
-{
-    while (!text.empty()) {
-        const ssize_t done = write(fd, text.data(), text.size());
-        if (done < 0 && errno != EINTR)
-            return; // nobody reads any more: the modem is still ours to keep
-        if (done > 0)
-            text.remove_prefix(static_cast<size_t>(done));
-    }
-}
-
-// Where the status goes. On a terminal the screen stands in the upper rows, and what the library
-// prints scrolls below it.
-class Display
+// Lines of standard input, as they come.
+class Input
 {
   public:
-    explicit Display(bool json) : json_(json)
-    {
-        if (json_) {
-            // Objects only on standard output, so that a reader needs no filter.
-            fd_ = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 3);
-            dup2(STDERR_FILENO, STDOUT_FILENO);
-        } else {
-            const char* term = std::getenv("TERM");
-            live_ = isatty(STDOUT_FILENO) && term != nullptr && std::strcmp(term, "dumb") != 0;
-        }
-    }
+    explicit Input(bool open) : open_(open) {}
 
-    void update(const Json& status, long seconds)
+    // Waits for a signal or for input.
+    void wait(int ms)
     {
-        if (live_) {
-            draw(status, seconds);
-        } else if (status != last_) {
-            if (json_)
-                write_all(fd_, to_text(status) + "\n");
-            else
-                for (const std::string& line : changes(last_, status))
-                    say(line);
-        }
-        last_ = status;
-    }
-
-    void finish(const Json& status, long seconds)
-    {
-        update(status, seconds);
-        if (json_)
+        pollfd entries[] = {{signal_pipe[0], POLLIN, 0}, {STDIN_FILENO, POLLIN, 0}};
+        poll(entries, open_ ? 2 : 1, ms);
+        char bytes[256];
+        if (entries[0].revents != 0)
+            while (read(signal_pipe[0], bytes, sizeof bytes) > 0) {
+            }
+        if (!open_ || entries[1].revents == 0)
             return;
-        std::string text;
-        if (rows_ > 0)
-            text += "\0337\033[r\0338"; // the whole terminal scrolls again
-        rows_ = 0;
-        for (const std::string& line : screen(status, seconds, 200))
-            text += line + "\n";
-        write_all(fd_, text);
+        const ssize_t count = read(STDIN_FILENO, bytes, sizeof bytes);
+        open_ = count > 0 || (count < 0 && (errno == EINTR || errno == EAGAIN));
+        if (count > 0)
+            text_.append(bytes, static_cast<size_t>(count));
     }
 
-    void say(const std::string& line)
+    std::optional<std::string> next_line()
     {
-        write_all(json_ ? STDERR_FILENO : fd_, "kelo-host: " + line + "\n");
+        constexpr size_t longest = 65536; // a message of 255 parts
+        const size_t end = text_.find('\n');
+        if (end == text_.npos) {
+            if (text_.size() > longest)
+                text_.clear();
+            if (open_ || text_.empty())
+                return std::nullopt;
+            return std::exchange(text_, ""); // the last line, without its end
+        }
+        std::string line = text_.substr(0, end);
+        text_.erase(0, end + 1);
+        return line;
     }
 
   private:
-    void draw(const Json& status, long seconds)
-    {
-        winsize size = {};
-        if (ioctl(fd_, TIOCGWINSZ, &size) != 0 || size.ws_row < 20 || size.ws_col < 40)
-            return; // no room: the screen comes at the end
-        const auto lines = screen(status, seconds, size.ws_col);
-        std::string text;
-        if (size.ws_row != rows_) {
-            rows_ = size.ws_row;
-            text += "\033[2J\033[" + std::to_string(lines.size() + 2) + ";" +
-                    std::to_string(rows_) + "r\033[" + std::to_string(rows_) + ";1H";
-        }
-        text += "\0337\033[H"; // keep the library's place
-        for (const std::string& line : lines)
-            text += line + "\033[K\r\n";
-        text += "\033[K\0338";
-        if (text != drawn_)
-            write_all(fd_, text); // in one piece, so that no other line falls into it
-        drawn_ = std::move(text);
-    }
-
-    bool json_, live_ = false;
-    int fd_ = STDOUT_FILENO;
-    int rows_ = 0; // of the terminal that was split, 0 while it is whole
-    Json last_;
-    std::string drawn_;
+    bool open_;
+    std::string text_;
 };
 
 int run_check(const std::string& folder)
@@ -169,69 +138,226 @@ int run_check(const std::string& folder)
     return findings.empty() ? 0 : 1;
 }
 
-// Everything that the library looks at before and during its start.
-void apply_settings(const Options& options)
+class Host
 {
-    is_quectel = options.family;
-    selected_card = options.sim;
-    set_5g_debug(options.dialogue);
-    libgsm_set_low_power(options.low_power);
-    if (options.apn) {
-        libgsm_set_apn(options.apn->c_str(), options.user.c_str(), options.password.c_str(),
-                       options.auth);
-        needSetApn = 1; // without it the flow passes the APN over
+  public:
+    Host(const Options& options, const cellular_setting& settings)
+        : options_(options), settings_(settings), display_(options.json), input_(options.commands),
+          supervisor_(say_), outbox_(say_), mqtt_(say_), gps_(say_),
+          joiner_(std::chrono::seconds(options.join_seconds))
+    {
     }
-    if (!options.pin.empty())
-        libgsm_set_pincode(options.pin.c_str());
+
+    int run();
+
+  private:
+    void start();
+    void pass(Clock::time_point now);
+    void receive(Clock::time_point now);
+    void run_command(const std::string& line, Clock::time_point now);
+    void act(const Command& command, Clock::time_point now);
+    void change(const cellular_setting& settings);
+    void reread();
+    void stop_modem();
+    bool is_over(Clock::time_point now) const;
+    Json read(Clock::time_point now);
+    long seconds() const
+    {
+        return static_cast<long>(
+            std::chrono::duration_cast<std::chrono::seconds>(Clock::now() - begun_).count());
+    }
+
+    const Options& options_;
+    cellular_setting settings_;
+    Display display_;
+    Input input_;
+    const Say say_ = [this](const std::string& line) { display_.say(line); };
+    Supervisor supervisor_;
+    Outbox outbox_;
+    Mqtt mqtt_;
+    Gps gps_;
+    Joiner joiner_;
+    cellular_status report_{};
+    Clock::time_point next_report_{};
+    const Clock::time_point begun_ = Clock::now();
+    int lost_ = 0;
+    bool quit_ = false;
+};
+
+// Words and settings first: the library looks at them from its start on.
+void Host::start()
+{
+    is_quectel = options_.family;
+    selected_card = options_.sim;
+    needSetApn = settings_.apn[0] != '\0'; // without it the flow passes the APN over
+    kelo_init_cellular(&settings_, static_cast<unsigned char>(options_.low_power));
+    if (options_.dialogue)
+        set_5g_debug(1); // the start has set it by /config/5Gdebug
+    if (!options_.sms_number.empty())
+        outbox_.add(options_.sms_number, options_.sms_text);
+    if (options_.gps)
+        gps_.start(Clock::now());
+    if (options_.mqtt && !mqtt_.start(*options_.mqtt))
+        display_.say("MQTT: the settings were refused");
 }
 
-// Bounded, since a restart that is under way refuses the stop until it is through.
-void stop_modem(Display& display)
+Json Host::read(Clock::time_point now)
 {
+    if (now >= next_report_) {
+        kelo_get_cellular(&report_);
+        next_report_ = now + between_reports;
+    }
+    return read_status(supervisor_.received(), report_, mqtt_.state());
+}
+
+void Host::receive(Clock::time_point now)
+{
+    kelo_sms sms{};
+    while (kelo_take_sms(&sms))
+        joiner_.add(sms, now);
+    for (const Message& message : joiner_.take(now)) {
+        supervisor_.note_message();
+        display_.show(message);
+    }
+    if (const int lost = kelo_sms_lost(); lost != lost_) {
+        display_.say("messages lost, too many at once: " + std::to_string(lost - lost_));
+        lost_ = lost;
+    }
+}
+
+// What the record takes at a start alone costs a restart; the rest is changed at once.
+void Host::change(const cellular_setting& settings)
+{
+    const bool restart = needs_restart(settings_, settings);
+    settings_ = settings;
+    kelo_set_cellular(&settings_); // also fills the slot that a restart takes the PIN from
+    set_cell_pdpdeact(0);          // raised by our own change
+    if (restart)
+        kelo_cellular_restart(&settings_);
+    display_.say(restart ? "new settings: the modem task restarts" : "new settings are in use");
+}
+
+void Host::reread()
+{
+    cellular_setting settings = options_.settings;
+    const auto errors = read_settings_file(options_.settings_file, settings);
+    for (const std::string& error : errors)
+        display_.say(printable(error));
+    if (!errors.empty())
+        return display_.say("the settings stay as they were");
+    change(settings);
+}
+
+void Host::act(const Command& command, Clock::time_point now)
+{
+    switch (command.verb) {
+    case Verb::nothing:
+        return;
+    case Verb::sim:
+        mobile_select_simcard(command.sim);
+        cellular_module_restart_extern(); // it brings that SIM's settings to the modem
+        return display_.say("SIM " + std::to_string(command.sim) +
+                            " is asked for: the modem task restarts");
+    case Verb::set: {
+        cellular_setting settings = settings_;
+        const std::string error = set_settings(settings, command.text);
+        return error.empty() ? change(settings) : display_.say("set: " + printable(error));
+    }
+    case Verb::restart:
+        cellular_module_restart_extern();
+        return display_.say("the modem task restarts");
+    case Verb::reload:
+        return display_.say(cellular_reload() == 0 ? "the reload flow runs"
+                                                   : "no reload during a start or restart");
+    case Verb::sms:
+        return outbox_.add(command.number, command.text);
+    case Verb::gps:
+        return gps_.start(now);
+    case Verb::help:
+        return display_.say(command_help);
+    case Verb::quit:
+        quit_ = true;
+        return;
+    }
+}
+
+void Host::run_command(const std::string& line, Clock::time_point now)
+{
+    std::string error;
+    if (const auto command = parse_command(line, error))
+        act(*command, now);
+    else
+        display_.say(printable(error));
+}
+
+void Host::pass(Clock::time_point now)
+{
+    if (reread_seen) {
+        reread_seen = 0;
+        reread();
+    }
+    while (const auto line = input_.next_line())
+        run_command(*line, now);
+    supervisor_.pass(now);
+    receive(now);
+    outbox_.pass(now);
+    mqtt_.pass(now, supervisor_.restarts());
+    gps_.pass(now);
+    display_.update(read(now), seconds());
+}
+
+bool Host::is_over(Clock::time_point now) const
+{
+    if (stop_seen || quit_)
+        return true;
+    if (options_.seconds)
+        return now - begun_ >= std::chrono::seconds(*options_.seconds);
+    const bool has_end =
+        (!options_.sms_number.empty() || options_.gps) && !options_.commands && !options_.mqtt;
+    return has_end && !outbox_.busy() && !gps_.busy();
+}
+
+// Bounded, since a start or restart that is under way refuses the stop until it is through.
+void Host::stop_modem()
+{
+    kelo_deinit_cellular();
     for (int tries = 0; cellular_stop() != 0; tries++) {
         if (tries == 60)
-            return display.say("the modem task did not stop within a minute: leaving it");
+            return display_.say("the modem task did not stop within a minute: leaving it");
         poll(nullptr, 0, 1000);
     }
 }
 
-int run(const Options& options)
+int Host::run()
 {
-    if (!install_signals()) {
-        std::perror("kelo-host: signals");
-        return exit_usage;
-    }
-    // A reader that goes away must not take the modem with it. Ignored, the signal would stay so in
-    // the programs that the library starts.
-    signal(SIGPIPE, [](int) {});
-    std::setvbuf(stdout, nullptr, _IOLBF, 0);
-
-    Display display(options.json);
-    Supervisor supervisor([&](const std::string& line) { display.say(line); });
-    apply_settings(options);
-    const auto start = Clock::now();
-    const auto seconds = [&] {
-        return static_cast<long>(
-            std::chrono::duration_cast<std::chrono::seconds>(Clock::now() - start).count());
-    };
-
-    cellular_gsm_init(static_cast<unsigned char>(options.low_power));
-    cellular_start(options.low_power);
-    while (!options.seconds || Clock::now() - start < std::chrono::seconds(*options.seconds)) {
-        supervisor.pass(Clock::now());
-        display.update(read_status(supervisor.received()), seconds());
-        if (wait_for_signal(poll_ms))
-            break;
+    start();
+    while (!is_over(Clock::now())) {
+        pass(Clock::now());
+        input_.wait(outbox_.busy() ? poll_busy_ms : poll_ms);
     }
 
     // The last state of the running modem: the stop itself clears the status word.
-    const Json status = read_status(supervisor.received());
-    stop_modem(display);
-    display.finish(status, seconds());
-    if (!status.at("model").is_null())
-        return 0;
-    display.say("the modem never told its model");
-    return exit_no_modem;
+    receive(Clock::now());
+    for (const Message& message : joiner_.take_all())
+        display_.show(message);
+    const Json status = read(Clock::now());
+    stop_modem();
+    display_.finish(status, seconds());
+    const int unknown = outbox_.not_sent() + (outbox_.busy() ? 1 : 0);
+    if (outbox_.busy())
+        display_.say("stopped with a message not known to be sent");
+    if (status.at("model").is_null()) {
+        display_.say("the modem never told its model");
+        return exit_no_modem;
+    }
+    return unknown + gps_.not_found() + (gps_.busy() ? 1 : 0) != 0 ? exit_not_done : 0;
+}
+
+bool print_errors(const std::vector<std::string>& errors)
+{
+    for (const std::string& error : errors)
+        std::fprintf(stderr, "kelo-host: %s\n", printable(error).c_str());
+    return !errors.empty();
 }
 
 } // namespace
@@ -245,11 +371,18 @@ int main(int argc, char** argv)
         return run_check(options.check_profiles);
     if (!options.custom_file.empty()) {
         const CustomFile custom = read_custom_file(options.custom_file);
-        for (const std::string& error : custom.errors)
-            std::fprintf(stderr, "kelo-host: %s\n", printable(error).c_str());
-        if (!custom.errors.empty())
+        if (print_errors(custom.errors))
             return exit_usage;
         install_custom(custom.items);
     }
-    return run(options);
+    cellular_setting settings = options.settings;
+    if (!options.settings_file.empty() &&
+        print_errors(read_settings_file(options.settings_file, settings)))
+        return exit_usage;
+    if (!install_signals(!options.settings_file.empty())) {
+        std::perror("kelo-host: signals");
+        return exit_usage;
+    }
+    std::setvbuf(stdout, nullptr, _IOLBF, 0);
+    return Host(options, settings).run();
 }

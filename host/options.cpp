@@ -1,6 +1,13 @@
 #include "options.h"
 
+#include "commands.h"
+#include "settings_file.h"
+
 #include <CLI/CLI.hpp>
+
+#include <algorithm>
+#include <cstring>
+#include <vector>
 
 namespace kelo_host
 {
@@ -8,25 +15,106 @@ namespace kelo_host
 namespace
 {
 
-// What goes into an AT command between double quotes, into a record field of 128 bytes.
-std::string check_text(const std::string& text)
+// An option that is a setting of the library by another name.
+CLI::Option* add_setting(CLI::App& app, Options& options, const char* option, const char* setting,
+                         const std::string& help)
 {
-    if (text.size() > 127)
-        return "is longer than 127 characters";
-    for (const char c : text)
-        if (c == '"' || static_cast<unsigned char>(c) < 0x20 || c == 0x7f)
-            return "holds a quote or a control character";
-    return "";
+    return app.add_option_function<std::string>(
+        option,
+        [&options, option, setting](const std::string& value) {
+            const std::string fault = set_setting(options.settings, setting, value);
+            if (!fault.empty())
+                throw CLI::ValidationError(option, fault);
+        },
+        help);
 }
 
-// 3GPP TS 31.101 9.5.1
-std::string check_pin(const std::string& text)
+void add_settings(CLI::App& app, Options& options)
 {
-    if (text.empty())
-        return "";
-    if (text.size() < 4 || text.size() > 8 || text.find_first_not_of("0123456789") != text.npos)
-        return "is not four to eight digits";
-    return "";
+    options.settings = default_settings();
+    auto* apn = add_setting(app, options, "--apn", "apn", "Access point name");
+    add_setting(app, options, "--user", "user", "User for the access point")->needs(apn);
+    add_setting(app, options, "--password", "password", "Password for the access point")
+        ->envname("KELO_PASSWORD");
+    add_setting(app, options, "--auth", "auth",
+                "Authentication: 0 none, 1 PAP, 2 CHAP, 3 MS-CHAP, 4 MS-CHAPv2")
+        ->needs(apn);
+    add_setting(app, options, "--pin", "pin", "PIN of the SIM")->envname("KELO_PIN");
+    add_setting(app, options, "--net-mode", "net_mode",
+                "0 automatic (default), 1 LTE, 2 UMTS, 3 automatic, 4 LTE and NR, 5 NR alone");
+    add_setting(app, options, "--ping-target", "ping_target",
+                "Host that is pinged to verify the link (default 8.8.8.8)");
+    app.add_flag_callback(
+        "--no-ping", [&options] { options.settings.ping_enable = 0; },
+        "Take the link for up without a ping");
+    app.add_flag_callback(
+        "--no-link", [&options] { options.settings.enable = 0; }, "Bring no data link up");
+    app.add_option("--settings", options.settings_file,
+                   "File of NAME=VALUE settings (enable, apn, user, password, pin, auth, net_mode, "
+                   "attach_timeout, ping_enable, ping_target), over those of the command line; "
+                   "read again on SIGHUP");
+}
+
+struct MqttTexts {
+    std::string broker, topic, client_id = "kelo-host", user, password;
+    std::vector<std::string> tls;
+    int keepalive = 60;
+};
+
+template <size_t size> void put(char (&field)[size], const std::string& text, const char* option)
+{
+    if (text.size() >= size)
+        throw CLI::ValidationError(option,
+                                   "is longer than " + std::to_string(size - 1) + " characters");
+    std::memcpy(field, text.c_str(), text.size() + 1);
+}
+
+void add_mqtt(CLI::App& app, MqttTexts& texts)
+{
+    auto* broker = app.add_option("--mqtt", texts.broker,
+                                  "HOST:PORT of a broker for the MQTT client inside the modem");
+    auto* topic = app.add_option("--topic", texts.topic, "The topic to subscribe to");
+    broker->needs(topic);
+    topic->needs(broker);
+    app.add_option("--client-id", texts.client_id, "MQTT client id (default kelo-host)");
+    app.add_option("--mqtt-user", texts.user, "MQTT user");
+    app.add_option("--mqtt-password", texts.password, "MQTT password")
+        ->envname("KELO_MQTT_PASSWORD");
+    app.add_option("--keepalive", texts.keepalive, "Seconds (default 60)")
+        ->check(CLI::Range(0, 3600));
+    app.add_option("--tls", texts.tls,
+                   "TLS; with the files CA CERT KEY they are uploaded and both sides are checked")
+        ->expected(0, 3);
+}
+
+void take_mqtt(const CLI::App& app, const MqttTexts& texts, Options& options)
+{
+    if (texts.broker.empty())
+        return;
+    mqtt_config config{};
+    const size_t colon = texts.broker.rfind(':');
+    if (colon == 0 || colon == texts.broker.npos || colon + 1 == texts.broker.size())
+        throw CLI::ValidationError("--mqtt", "takes HOST:PORT");
+    put(config.host, texts.broker.substr(0, colon), "--mqtt");
+    put(config.port, texts.broker.substr(colon + 1), "--mqtt");
+    put(config.topic, texts.topic, "--topic");
+    put(config.client_id, texts.client_id, "--client-id");
+    put(config.user, texts.user, "--mqtt-user");
+    put(config.password, texts.password, "--mqtt-password");
+    config.keepalive = texts.keepalive;
+    std::vector<std::string> files = texts.tls;
+    std::erase(files, ""); // what a bare --tls leaves
+    if (app.count("--tls") != 0) {
+        if (!files.empty() && files.size() != 3)
+            throw CLI::ValidationError("--tls", "takes no file, or CA CERT KEY");
+        config.tls_mode = files.empty() ? 1 : 2;
+    }
+    if (config.tls_mode == 2) {
+        put(config.ca_file, files[0], "--tls");
+        put(config.cert_file, files[1], "--tls");
+        put(config.key_file, files[2], "--tls");
+    }
+    options.mqtt = config;
 }
 
 } // namespace
@@ -36,8 +124,12 @@ std::optional<int> parse_options(int argc, const char* const* argv, Options& opt
     CLI::App app("Owns a USB cellular modem: starts the library, shows what it sees, acts on its "
                  "requests.",
                  "kelo-host");
-    app.footer("Exit status: 0 done, 1 the modem never told its model (or --check-profiles found "
-               "something), 2 bad arguments or a bad file.");
+    app.footer(
+        "With --sms or --gps, and without --seconds, --commands and --mqtt, it ends when they are "
+        "done.\n"
+        "Exit status: 0 done, 1 the modem never told its model (or --check-profiles found "
+        "something), 2 bad arguments or a bad file, 3 a message was not known to be sent, or no "
+        "position was found.");
     app.get_formatter()->column_width(30);
 
     app.add_option("--seconds", options.seconds,
@@ -49,30 +141,38 @@ std::optional<int> parse_options(int argc, const char* const* argv, Options& opt
                    "Low power mode: hold commands back until the modem is up (default 0)")
         ->check(CLI::Range(0, 255));
     app.add_option("--sim", options.sim, "Active SIM (default 1)")->check(CLI::Range(1, 2));
-    auto* apn = app.add_option("--apn", options.apn, "Access point name to give the modem")
-                    ->check(check_text);
-    app.add_option("--user", options.user, "User for the access point")
-        ->check(check_text)
-        ->needs(apn);
-    app.add_option("--password", options.password, "Password for the access point")
-        ->check(check_text)
-        ->needs(apn)
-        ->envname("KELO_PASSWORD");
-    app.add_option("--auth", options.auth, "Authentication: 0 none, 1 PAP, 2 CHAP, 3 both")
-        ->check(CLI::Range(0, 3))
-        ->needs(apn);
-    app.add_option("--pin", options.pin, "PIN of the SIM")->check(check_pin)->envname("KELO_PIN");
+    add_settings(app, options);
+    auto* sms =
+        app.add_option("--sms", options.sms_number, "Send a message of any length to NUMBER")
+            ->type_name("NUMBER TEXT");
+    // On its own: as a second value of --sms a text in [] would be read as a list.
+    app.add_option("TEXT", options.sms_text, "Text of --sms (behind -- if it begins with -)")
+        ->needs(sms);
+    app.add_option("--join-seconds", options.join_seconds,
+                   "How long a received message waits for its next part (default 60)")
+        ->check(CLI::Range(1, 86400));
+    MqttTexts mqtt;
+    add_mqtt(app, mqtt);
+    app.add_flag("--gps", options.gps, "Fetch a position");
+    app.add_flag("--commands", options.commands,
+                 std::string("Take commands from standard input, one a line: ") + command_help);
     app.add_option("--custom", options.custom_file,
                    "File of changes to the AT commands, see examples/custom-verbose-errors.txt");
     app.add_flag("--dialogue", options.dialogue, "Show the AT dialogue");
     app.add_flag("--json", options.json,
-                 "One JSON object per change on standard output; the library's own lines go to "
-                 "standard error");
+                 "One JSON object per change, and per message received, on standard output; the "
+                 "library's own lines go to standard error");
     app.add_option("--check-profiles", options.check_profiles,
                    "Check a folder of modem profile files, and do nothing else");
 
     try {
         app.parse(argc, argv);
+        take_mqtt(app, mqtt, options);
+        if (sms->count() != 0) {
+            const std::string fault = message_fault(options.sms_number, options.sms_text);
+            if (!fault.empty())
+                throw CLI::ValidationError("--sms", fault);
+        }
     } catch (const CLI::ParseError& error) {
         return app.exit(error) == 0 ? 0 : exit_usage;
     }

@@ -1,6 +1,9 @@
 // The command line.
 #pragma once
 
+#include <kelo/mqtt.h>
+#include <kelo/settings.h>
+
 #include <optional>
 #include <string>
 
@@ -8,15 +11,19 @@ namespace kelo_host
 {
 
 struct Options {
-    std::optional<int> seconds; // run time; until a signal without it
+    std::optional<int> seconds; // run time; without it until a signal, or until all is done
     int family = 0;             // is_quectel
     int low_power = 0;
     int sim = 1;
-    std::optional<std::string> apn; // none: the modem keeps its own
-    std::string user, password, pin;
-    int auth = 0;
+    cellular_setting settings{}; // of the command line; the file's come on top
+    std::string settings_file;
+    bool commands = false; // on standard input
     bool dialogue = false; // the AT dialogue on standard output
     bool json = false;
+    std::string sms_number, sms_text;
+    int join_seconds = 60;
+    std::optional<mqtt_config> mqtt;
+    bool gps = false;
     std::string custom_file;
     std::string check_profiles; // folder to check instead of running
 };

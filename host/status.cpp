@@ -3,6 +3,7 @@
 #include <kelo/kelo.h>
 
 #include <cstdio>
+#include <iterator>
 
 namespace kelo_host
 {
@@ -162,8 +163,14 @@ Json signal_dbm(int rssi)
     return nullptr; // 0 too: it is what stands there before the first report
 }
 
-Json read_status(const Received& received)
+Json read_status(const Received& received, const cellular_status& report, const char* mqtt)
 {
+    constexpr const char* net_types[] = {"none", "5G", "4G", "3G"};
+    constexpr const char* sim_states[] = {"failed or missing", "present", "identified"};
+    const auto name_of = [](const auto& names, int at) {
+        return at >= 0 && static_cast<size_t>(at) < std::size(names) ? Json(names[at])
+                                                                     : Json(nullptr);
+    };
     gsm_mobile mobile{};
     const bool has_record = kelo_copy_mobile(&mobile) != 0;
     const bool registered = mobile.reg_status == 1 || mobile.reg_status == 5;
@@ -173,6 +180,8 @@ Json read_status(const Received& received)
 
     Json status;
     status["status"] = printable(text);
+    status["link"] = !word(g_netWorkCardFlag) ? "off" : kelo_get_connect_status() ? "up" : "down";
+    status["net_type"] = name_of(net_types, report.net_type);
     status["registration"] = text_or_null(registration ? registration : "");
     status["operator"] = text_or_null(mobile.oper);
     status["plmn"] = text_or_null(mobile.plmn);
@@ -181,6 +190,7 @@ Json read_status(const Received& received)
     add_cell(status, mobile, registered);
     status["signal_dbm"] = signal_dbm(mobile.rssi);
     status["sim"] = sim_text();
+    status["sim_state"] = name_of(sim_states, report.sim_state);
     status["sim_card"] = word(selected_card);
     status["imsi"] = text_or_null(mobile.imsi);
     status["iccid"] = text_or_null(mobile.iccid);
@@ -190,6 +200,7 @@ Json read_status(const Received& received)
     status["revision"] = text_or_null(mobile.revision);
     status["serial"] = text_or_null(mobile.sn);
     status["port"] = mobile.fd >= 0 && has_record ? text_or_null(mobile.at_dev) : Json(nullptr);
+    status["mqtt"] = mqtt;
     status["sms_received"] = received.sms;
     status["calls_received"] = received.calls;
     status["mqtt_received"] = received.mqtt;
@@ -220,6 +231,7 @@ std::vector<std::string> screen(const Json& status, long seconds, size_t width)
     std::vector<std::string> lines = {
         "kelo-host " + std::string(up) + "   " + s("status"),
         std::string(std::min<size_t>(width, 78), '-'),
+        "Link          " + s("link") + "  net type " + s("net_type") + "  MQTT " + s("mqtt"),
         "Registration  " + s("registration"),
         "Operator      " + s("operator") + "  (" + s("plmn") + ")",
         "Technology    " + s("technology") + fifth + "  band " + s("band") + "  channel " +
@@ -227,7 +239,8 @@ std::vector<std::string> screen(const Json& status, long seconds, size_t width)
         "Cell          " + s("cell") + "  area " + s("area") + "  pcid " + s("pcid") + "  RSRP " +
             s("rsrp_dbm") + " dBm  RSRQ " + s("rsrq_db") + " dB  SINR " + s("sinr"),
         "Signal        " + bars(status.at("signal_dbm")) + " " + dbm,
-        "SIM " + s("sim_card") + "         " + s("sim") + "  number " + s("number"),
+        "SIM " + s("sim_card") + "         " + s("sim") + ", " + s("sim_state") + "  number " +
+            s("number"),
         "ICCID, IMSI   " + s("iccid") + "  " + s("imsi"),
         "Modem         " + s("manufacturer") + " " + s("model") + "  " + s("revision"),
         "Serial, port  " + s("serial") + "  " + s("port"),

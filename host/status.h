@@ -1,6 +1,8 @@
 // What is known of the modem at one moment, as JSON, as a screen, and as lines of changes.
 #pragma once
 
+#include <kelo/status.h>
+
 #include <nlohmann/json.hpp>
 
 #include <string>
@@ -11,14 +13,15 @@ namespace kelo_host
 
 using Json = nlohmann::ordered_json;
 
-// Reports seen (and cleared) since the start.
+// What came in since the start; sms: messages, in as many parts as they had.
 struct Received {
     int sms = 0, calls = 0, mqtt = 0;
 };
 
 // One object of named values; null for what is not known. Its texts are safe to print: no control
-// characters, whatever the modem sent.
-Json read_status(const Received& received);
+// characters, whatever the modem sent. `report` is of kelo_get_cellular, which can take as long as
+// two shell lines do, `mqtt` a state as Mqtt has it.
+Json read_status(const Received& received, const cellular_status& report, const char* mqtt);
 
 // What differs between two of them, as "name: old -> new".
 std::vector<std::string> changes(const Json& before, const Json& now);

@@ -16,6 +16,7 @@ using namespace std::chrono_literals;
 constexpr auto between_reloads = 5s;
 constexpr auto between_retries = 10s;
 constexpr auto restart_begins = 2s; // a restart has taken its lock by then
+constexpr auto first_start = 4s;    // it runs on a thread of the library
 
 bool is_up(const int& exported)
 {
@@ -26,7 +27,10 @@ bool is_up(const int& exported)
 
 void Supervisor::pass(Clock::time_point now)
 {
+    if (grace_ == Clock::time_point{})
+        grace_ = now + first_start;
     note_received();
+    count_restarts();
     reload_if_wanted(now);
     restart_if_wanted();
     retry_if_lost(now);
@@ -35,22 +39,29 @@ void Supervisor::pass(Clock::time_point now)
 void Supervisor::note_received()
 {
     // Cleared at once: a report that comes in the meantime raises the flag again.
-    if (cellular_is_sms_received()) {
-        cellular_set_sms_received(0);
-        received_.sms++;
-    }
-    if (cellular_is_call_received()) {
-        cellular_set_call_received(0);
+    if (kelo_is_sms_received())
+        kelo_clean_sms_received();
+    if (kelo_is_call_received()) {
+        kelo_clean_call_received();
         received_.calls++;
+        say_("a call came in");
     }
-    if (cellular_is_mqtt_received()) {
-        cellular_set_mqtt_received(0);
+    if (kelo_is_mqtt_received()) {
+        kelo_clean_mqtt_received();
         received_.mqtt++;
+        say_("an MQTT message came in");
     }
     if (get_cell_pdpdeact()) {
         set_cell_pdpdeact(0);
         say_("the packet data context was lost");
     }
+}
+
+void Supervisor::count_restarts()
+{
+    const bool restarting = is_up(cell_repower_lock);
+    restarts_ += restarting_ && !restarting;
+    restarting_ = restarting;
 }
 
 void Supervisor::reload_if_wanted(Clock::time_point now)
@@ -82,7 +93,7 @@ void Supervisor::retry_if_lost(Clock::time_point now)
         return;
     const bool is_open = mobile.fd >= 0 && access(mobile.at_dev, F_OK) == 0;
     if (!lost_) {
-        if (is_open)
+        if (is_open || now < grace_)
             return;
         lost_ = true;
         retried_ = false;

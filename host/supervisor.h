@@ -22,8 +22,15 @@ class Supervisor
 
     const Received& received() const { return received_; }
 
+    // Messages come by way of their queue, not of the flag.
+    void note_message() { received_.sms++; }
+
+    // How often the modem task was restarted, by whomever.
+    int restarts() const { return restarts_; }
+
   private:
     void note_received();
+    void count_restarts();
     void reload_if_wanted(Clock::time_point now);
     void restart_if_wanted();
     void retry_if_lost(Clock::time_point now);
@@ -31,6 +38,9 @@ class Supervisor
     std::function<void(const std::string&)> say_;
     Received received_;
     Clock::time_point next_reload_{}, next_retry_{};
+    Clock::time_point grace_{}; // the first start is given this long
+    int restarts_ = 0;
+    bool restarting_ = false;
     bool lost_ = false;    // no port is open, or its device was seen to be gone
     bool retried_ = false; // a restart was asked for since
 };

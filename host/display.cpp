@@ -1,0 +1,125 @@
+#include "display.h"
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+namespace kelo_host
+{
+
+namespace
+{
+
+void write_all(int fd, std::string_view text)
+{
+    while (!text.empty()) {
+        const ssize_t done = write(fd, text.data(), text.size());
+        if (done < 0 && errno != EINTR)
+            return; // nobody reads any more: the modem is still ours to keep
+        if (done > 0)
+            text.remove_prefix(static_cast<size_t>(done));
+    }
+}
+
+} // namespace
+
+Display::Display(bool json) : json_(json)
+{
+    if (json_) {
+        // Objects only on standard output, so that a reader needs no filter.
+        fd_ = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 3);
+        dup2(STDERR_FILENO, STDOUT_FILENO);
+    } else {
+        const char* term = std::getenv("TERM");
+        live_ = isatty(STDOUT_FILENO) && term != nullptr && std::strcmp(term, "dumb") != 0;
+    }
+}
+
+void Display::update(const Json& status, long seconds)
+{
+    if (live_) {
+        draw(status, seconds);
+    } else if (status != last_) {
+        if (json_)
+            write_all(fd_, to_text(status) + "\n");
+        else
+            for (const std::string& line : changes(last_, status))
+                say(line);
+    }
+    last_ = status;
+}
+
+void Display::show(const Message& message)
+{
+    if (json_) {
+        Json object;
+        object["message"] = {{"sender", message.sender}, {"time", message.time},
+                             {"zone", message.zone},     {"text", message.text},
+                             {"parts", message.parts},   {"total", message.total}};
+        return write_all(fd_, to_text(object) + "\n");
+    }
+    std::string head = "message from " + printable(message.sender);
+    if (!message.time.empty())
+        head += " of " + printable(message.time) + " " + printable(message.zone);
+    if (message.parts < message.total)
+        head += ", " + std::to_string(message.parts) + " of " + std::to_string(message.total) +
+                " parts";
+    else if (message.total > 1)
+        head += ", " + std::to_string(message.total) + " parts";
+    say(head + ":");
+    for (std::string_view rest = message.text;;) {
+        const size_t end = rest.find('\n');
+        std::string_view line = rest.substr(0, end);
+        if (line.ends_with('\r'))
+            line.remove_suffix(1);
+        say("  | " + printable(line));
+        if (end == rest.npos)
+            break;
+        rest.remove_prefix(end + 1);
+    }
+}
+
+void Display::finish(const Json& status, long seconds)
+{
+    update(status, seconds);
+    if (json_)
+        return;
+    std::string text;
+    if (rows_ > 0)
+        text += "\0337\033[r\0338"; // the whole terminal scrolls again
+    rows_ = 0;
+    for (const std::string& line : screen(status, seconds, 200))
+        text += line + "\n";
+    write_all(fd_, text);
+}
+
+void Display::say(const std::string& line)
+{
+    write_all(json_ ? STDERR_FILENO : fd_, "kelo-host: " + line + "\n");
+}
+
+void Display::draw(const Json& status, long seconds)
+{
+    winsize size = {};
+    if (ioctl(fd_, TIOCGWINSZ, &size) != 0 || size.ws_row < 20 || size.ws_col < 40)
+        return; // no room: the screen comes at the end
+    const auto lines = screen(status, seconds, size.ws_col);
+    std::string text;
+    if (size.ws_row != rows_) {
+        rows_ = size.ws_row;
+        text += "\033[2J\033[" + std::to_string(lines.size() + 2) + ";" + std::to_string(rows_) +
+                "r\033[" + std::to_string(rows_) + ";1H";
+    }
+    text += "\0337\033[H"; // keep the library's place
+    for (const std::string& line : lines)
+        text += line + "\033[K\r\n";
+    text += "\033[K\0338";
+    if (text != drawn_)
+        write_all(fd_, text); // in one piece, so that no other line falls into it
+    drawn_ = std::move(text);
+}
+
+} // namespace kelo_host

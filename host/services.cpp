@@ -1,0 +1,134 @@
+#include "services.h"
+
+#include "status.h"
+
+#include <kelo/gps.h>
+#include <kelo/gsm.h>
+
+#include <atomic>
+#include <deque>
+#include <mutex>
+#include <utility>
+
+namespace kelo_host
+{
+
+namespace
+{
+
+using namespace std::chrono_literals;
+
+constexpr auto between_updates = 5s;
+constexpr auto between_gps_tries = 1s;
+constexpr auto position_within = 300s; // a cold start takes minutes
+constexpr size_t most_reports = 32;
+
+// From the library's callbacks, which run on its thread and must not hold it up.
+std::atomic<int> confirmed{0};
+std::mutex reports_mutex;
+std::deque<std::string> reports;
+
+void on_done(int result)
+{
+    if (result == 1)
+        confirmed.store(1);
+}
+
+void on_report(const char* text)
+{
+    const std::lock_guard hold(reports_mutex);
+    if (reports.size() < most_reports)
+        reports.emplace_back(text);
+}
+
+std::deque<std::string> take_reports()
+{
+    const std::lock_guard hold(reports_mutex);
+    return std::exchange(reports, {});
+}
+
+} // namespace
+
+bool Mqtt::start(const mqtt_config& config)
+{
+    config_ = config;
+    config_.mqtt_done_callback = on_done;
+    kelo_set_urc_callback(on_report);
+    active_ = kelo_set_cellular_wake(&config_) == 0;
+    return active_;
+}
+
+void Mqtt::pass(Clock::time_point now, int restarts)
+{
+    if (!active_)
+        return;
+    if (confirmed.exchange(0)) {
+        subscribed_ = true;
+        wanted_ = false;
+        say_("MQTT: subscribed to " + printable(config_.topic));
+    }
+    for (const std::string& report : take_reports()) {
+        say_("MQTT: " + printable(report));
+        wanted_ = true;
+    }
+    if (restarts != restarts_) {
+        restarts_ = restarts;
+        wanted_ = wanted_ || subscribed_;
+    }
+    if (!wanted_ || now < next_)
+        return;
+    // While an update is pending the library tries again by itself.
+    wanted_ = subscribed_ = false;
+    if (kelo_check_mqtt_update())
+        return;
+    next_ = now + between_updates;
+    say_("MQTT: the subscription is lost, bringing it up again");
+    kelo_set_cellular_wake(&config_);
+}
+
+const char* Mqtt::state() const
+{
+    return !active_ ? "off" : subscribed_ ? "subscribed" : "connecting";
+}
+
+void Gps::start(Clock::time_point now)
+{
+    if (state_ != State::off)
+        return say_("GPS: a position is asked for already");
+    state_ = State::wanted;
+    begun_ = next_ = now;
+}
+
+void Gps::pass(Clock::time_point now)
+{
+    if (state_ == State::off || now < next_)
+        return;
+    next_ = now + between_gps_tries;
+    if (now - begun_ >= position_within) {
+        not_found_++;
+        say_("GPS: no position in 300 s");
+        return stop();
+    }
+    // Behind the first flow: the engine's OK must not end one of its commands.
+    if (state_ == State::wanted) {
+        if (mobile_is_ready() && kelo_set_gps_on() == 0 && kelo_start_gps_location() == 0) {
+            state_ = State::running;
+            say_("GPS: the engine is on, waiting for a position");
+        }
+        return;
+    }
+    char position[KELO_GPS_LOCATION_SIZE] = "";
+    if (!kelo_get_gps_location(position))
+        return;
+    say_("GPS: " + printable(position));
+    stop();
+}
+
+void Gps::stop()
+{
+    if (state_ == State::running)
+        kelo_stop_gps_location();
+    state_ = State::off;
+}
+
+} // namespace kelo_host

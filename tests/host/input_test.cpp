@@ -1,0 +1,53 @@
+// What users and senders put in: commands with settings, and messages in parts.
+#include "commands.h"
+#include "joiner.h"
+#include "settings_file.h"
+#include <cstring>
+#include <gtest/gtest.h>
+
+using namespace kelo_host;
+
+TEST(Commands, AndTheirSettingsAreTakenOrRefusedWithAReason)
+{
+    // clang-format off
+    const char* rows[][2] = { // the line; a part of the reason, empty when it is taken
+        {" # a comment", ""}, {"sim 2\r", ""}, {"sms +4915  two  blanks ", ""}, {"set pin= enable=0", ""},
+        {"set apn='an apn' password=\"p#=\" auth=2 # behind", ""}, {"sms +49a hi", "goes to a number"},
+        {"sms 4915", "is empty"}, {"sim 3", "1 or 2"}, {"boot", "no command 'boot'"},
+        {"set pin=12x4", "four to eight"}, {"set auth=5", "from 0 to 4"}, {"set net_mode=", "takes a number"},
+        {"set apn=abcdefghijabcdefghijabcdefghijkl", "longer than 31"}, {"set ping_target=-f", "begins with '-'"},
+        {"set apn=b user='a\"b'", "a quote"}, {"set apn=a apn=b", "twice"}, {"set apm=x", "unknown setting 'apm'"}};
+    // clang-format on
+    for (const auto& [line, reason] : rows) {
+        cellular_setting settings = default_settings();
+        std::string error;
+        const auto command = parse_command(line, error);
+        if (command && command->verb == Verb::set)
+            error = set_settings(settings, command->text);
+        EXPECT_EQ(error.empty(), *reason == '\0') << line << ": " << error;
+        EXPECT_NE(error.find(reason), std::string::npos) << line << ": " << error;
+        EXPECT_STREQ(settings.apn, std::strstr(line, "an apn") ? "an apn" : "") << line;
+    }
+}
+
+TEST(Joiner, PutsPartsTogetherHoweverTheyCome)
+{
+    // clang-format off
+    // second, text, reference, parts, part; what is ready then
+    const std::tuple<int, const char*, int, int, int, const char*> rows[] = {
+        {0, "3", 7, 3, 3, ""}, {0, "x", 9, 2, 1, ""}, {0, "o", 8, 2, 1, ""}, {1, "1", 7, 3, 1, ""},
+        {1, "1", 7, 3, 1, ""}, {59, "y", 9, 2, 2, "xy;"}, {59, "\xe4", 0, 0, 0, "\xc3\xa4;"},
+        {59, "2", 7, 3, 2, "123;"}, {60, "?", 7, 2, 3, "?;o[part 2 missing];"}, {60, "p", 8, 2, 1, ""},
+        {60, "q", 8, 2, 1, "p[part 2 missing];"}}; // the reference is used again
+    // clang-format on
+    Joiner joiner(std::chrono::seconds(60));
+    for (const auto& [second, text, reference, total, number, ready] : rows) {
+        const kelo_sms sms{0, "", "", "", "", {*text}, 1, 0, reference, total, number, ""};
+        const Joiner::Clock::time_point now{std::chrono::seconds(second)};
+        joiner.add(sms, now);
+        std::string all;
+        for (const Message& one : joiner.take(now))
+            all += one.text + ";";
+        EXPECT_EQ(all, ready);
+    }
+}
