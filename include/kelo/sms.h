@@ -1,8 +1,8 @@
 /* kelo/sms.h: short messages, 3GPP TS 23.038, 23.040 and 27.005.
  *
- * Out: a text is cut into parts, each part becomes a PDU and waits in an outbox in memory, first in,
- * first out. The mobile task takes one at a time when the modem is registered and no command waits.
- * The outbox survives a restart of the modem task and ends with the process.
+ * Out: a text is cut into parts, each part becomes a PDU and waits in an outbox in memory, first
+ * in, first out. The mobile task takes one at a time when the modem is registered and no command
+ * waits. The outbox survives a restart of the modem task and ends with the process.
  *
  * In: every message goes into a queue of KELO_SMS_QUEUE, from which kelo_take_sms takes it, and the
  * first of each read into gsm_event as well. Parts of a long message come apart and in any order;
@@ -38,44 +38,44 @@ struct gsm_event;
  * more than 255 parts, in text mode a NUL, Ctrl-Z or Escape in the text or a quote or control
  * character in the number, or without memory. How it went: GSM_EVENT_SMS_SEND_OK and
  * CELL_STATUS_SMS_FAILED. */
-int libgsm_send_sms_from_buffer(const char *tag, const char *number, int mode, const char *text,
+int libgsm_send_sms_from_buffer(const char* tag, const char* number, int mode, const char* text,
                                 int n);
 
 /* The same in PDUs alone. charset is a name for the debug lines; the bytes alone decide. Returns 0
  * also for what is no number; -1 as above. */
-int corvel_mobile_send_pdu(struct gsm_mobile *mobile, const char *number, const char *text,
-                           const char *tag, const char *charset, int n);
+int corvel_mobile_send_pdu(struct gsm_mobile* mobile, const char* number, const char* text,
+                           const char* tag, const char* charset, int n);
 
 /* The same with the whole content of a file of at most 64 KiB. Returns 0 once the file is read; -1
  * for a NULL mobile or a file that can't be read. */
-int corvel_mobile_send_pdu_from_file(struct gsm_mobile *mobile, const char *number,
-                                     const char *path, const char *tag, const char *charset);
+int corvel_mobile_send_pdu_from_file(struct gsm_mobile* mobile, const char* number,
+                                     const char* path, const char* tag, const char* charset);
 
 /* Queues one ready PDU, in hexadecimal and with its service centre field. ud is its text and may be
  * NULL. Returns 0, or -1 when it could not be queued. */
-int gsm_send_pdu(struct gsm_mobile *mobile, const char *number, const char *pdu, const char *ud,
-                 const char *tag);
+int gsm_send_pdu(struct gsm_mobile* mobile, const char* number, const char* pdu, const char* ud,
+                 const char* tag);
 
 /* One message of the outbox. Texts are the item's own. */
 struct sms_outbox_item {
     int sms_mode;          /* 0 PDU, 1 text */
-    char *sms_tag;         /* the caller's tag, not empty */
-    char *sms_number;      /* destination */
+    char* sms_tag;         /* the caller's tag, not empty */
+    char* sms_number;      /* destination */
     int sms_length;        /* octets of the TPDU, 3GPP TS 27.005 4.3 */
-    char *sms_body;        /* PDU in hexadecimal, or text */
+    char* sms_body;        /* PDU in hexadecimal, or text */
     struct list_head node; /* link in the outbox */
 };
 
-/* Queues a message; all three texts are copied. Returns 0; -1 for a NULL or empty text, for one that
- * would break out of its command (a quote or control character in number, a Ctrl-Z or Escape in body),
- * or without memory, and then nothing is queued. */
-int sms_outbox_enq(int mode, const char *tag, const char *number, int length, const char *body);
+/* Queues a message; all three texts are copied. Returns 0; -1 for a NULL or empty text, for one
+ * that would break out of its command (a quote or control character in number, a Ctrl-Z or Escape
+ * in body), or without memory, and then nothing is queued. */
+int sms_outbox_enq(int mode, const char* tag, const char* number, int length, const char* body);
 
 /* Takes the oldest message off, or gives NULL. The caller releases it with sms_outbox_free. */
-struct sms_outbox_item *sms_outbox_deq(void);
+struct sms_outbox_item* sms_outbox_deq(void);
 
 /* Releases a message and its texts; NULL is fine. */
-void sms_outbox_free(struct sms_outbox_item *item);
+void sms_outbox_free(struct sms_outbox_item* item);
 
 /* ---- Receiving ----------------------------------------------------------------------------- */
 
@@ -89,18 +89,18 @@ struct kelo_sms {
     char time[32];   /* "2024-05-17 09:30:12", the sender's service centre's local time */
     char zone[16];   /* of time: "GMT+2", whole hours, or "unknow" */
     char text[1024];
-    int length;      /* bytes of text */
-    int coding;      /* of text: 0 ISO 8859-1, 1 UTF-8 from UCS-2, 2 UTF-8 from the 7-bit alphabet,
-                      * -1 text mode: whatever character set the modem is set to */
-    int reference;   /* of a long message: the same for all its parts, 0 to 65535 */
-    int total;       /* parts of the message; 0 for one in one part, and in text mode */
-    int number;      /* of this part, from 1 */
-    char pdu[512];   /* as received, in hexadecimal; empty in text mode. A PDU that can't be read
-                      * comes with this and mode alone */
+    int length;    /* bytes of text */
+    int coding;    /* of text: 0 ISO 8859-1, 1 UTF-8 from UCS-2, 2 UTF-8 from the 7-bit alphabet,
+                    * -1 text mode: whatever character set the modem is set to */
+    int reference; /* of a long message: the same for all its parts, 0 to 65535 */
+    int total;     /* parts of the message; 0 for one in one part, and in text mode */
+    int number;    /* of this part, from 1 */
+    char pdu[512]; /* as received, in hexadecimal; empty in text mode. A PDU that can't be read
+                    * comes with this and mode alone */
 };
 
 /* Takes the oldest received message. Returns 1; 0 when there is none, or for a NULL out. */
-int kelo_take_sms(struct kelo_sms *out);
+int kelo_take_sms(struct kelo_sms* out);
 
 /* How many messages a full queue has dropped since the library was loaded. */
 int kelo_sms_lost(void);
@@ -108,51 +108,51 @@ int kelo_sms_lost(void);
 /* Takes a report of a received message, from its "+CMT:" or "+CMTI:" on, and gives the address of
  * gsm_event with code GSM_EVENT_SMS_RECEIVED; NULL for a NULL argument. The library calls it on the
  * mobile task for every report. */
-struct gsm_event *libgsm_check_sms(struct gsm_mobile *mobile, const char *report);
+struct gsm_event* libgsm_check_sms(struct gsm_mobile* mobile, const char* report);
 
 /* Reads the PDU of one received message (SMS-DELIVER behind its service centre, hexadecimal) into
  * the SMS fields of event. mobile is not looked at. Returns 0; -1, and event untouched, for a NULL
  * argument or a PDU that ends early or whose numbers are too long. Also 0 for a user data header
  * longer than the message: then the fields from the text on keep what they held. */
-int libgsm_pdu_decode(struct gsm_mobile *mobile, struct gsm_event *event, const char *pdu);
+int libgsm_pdu_decode(struct gsm_mobile* mobile, struct gsm_event* event, const char* pdu);
 
 /* ---- The codec ------------------------------------------------------------------------------ */
 
-/* ISO 8859-1 code of each septet of the 7-bit default alphabet, TS 23.038 6.2.1; 0xFF where there is
- * none (the Greek capitals and the escape). */
+/* ISO 8859-1 code of each septet of the 7-bit default alphabet, TS 23.038 6.2.1; 0xFF where there
+ * is none (the Greek capitals and the escape). */
 extern const unsigned char GSM7BITtoASCII8BIT[128];
 
 /* Value of n hexadecimal digits, either case; any other character counts as 0. */
-int gsm_hex2int(const char *text, int n);
+int gsm_hex2int(const char* text, int n);
 
 /* Septet of a Greek capital given as its UTF-8 pair of bytes; 0x1B for 0xCE and 0; 0 for others. */
 int corvel_mobile_sms_ascii_to_gsm7bit(int c1, int c2);
 
-/* Packs a text into septets, TS 23.038 6.1.2.1. n counts the terminator, *udl receives the number of
- * septets without it. Returns the octets written, at most 280; -1, and nothing written, for a NULL
- * argument, an n below 1 or a text of more than 320 septets with its terminator. */
-int corvel_mobile_sms_encode_gsm7bit(const char *text, unsigned char *out, int n,
-                                     unsigned char *udl);
+/* Packs a text into septets, TS 23.038 6.1.2.1. n counts the terminator, *udl receives the number
+ * of septets without it. Returns the octets written, at most 280; -1, and nothing written, for a
+ * NULL argument, an n below 1 or a text of more than 320 septets with its terminator. */
+int corvel_mobile_sms_encode_gsm7bit(const char* text, unsigned char* out, int n,
+                                     unsigned char* udl);
 
 /* Unpacks n octets (at most 320) of user data whose first u are its header. Without a Greek or
  * escape septet: coding of event is 0, and out receives one ISO 8859-1 byte a septet and no
  * terminator. Otherwise coding is 2, octets is overwritten with UCS-2, big endian, and length of
  * event is its bytes. So each of octets and out needs room for 2 * (n + n / 7) bytes: 364 for 160.
  * Returns 0; -1 for a NULL argument or n out of range. */
-int corvel_mobile_sms_gsm7bit_to_8bit(struct gsm_event *event, unsigned char *octets, char *out,
+int corvel_mobile_sms_gsm7bit_to_8bit(struct gsm_event* event, unsigned char* octets, char* out,
                                       int n, int u);
 
 /* Turns n bytes (at most 510) of UCS-2, big endian, into UTF-8 behind EF BB BF. Returns the bytes
- * written without the terminator; -1 for a NULL argument, n out of range, a surrogate, or a size too
- * small, and then out holds what was written up to there, terminated. */
-int sms_get_str(const unsigned char *data, int n, char *out, int size);
+ * written without the terminator; -1 for a NULL argument, n out of range, a surrogate, or a size
+ * too small, and then out holds what was written up to there, terminated. */
+int sms_get_str(const unsigned char* data, int n, char* out, int size);
 
 struct udh_element;
 
 /* What the walk through one received PDU has found. */
 struct pdu_fields {
-    unsigned char smsc_length;   /* octets of the service centre, its type included */
-    unsigned char smsc_type;     /* type of address, TS 23.040 9.1.2.5 */
+    unsigned char smsc_length; /* octets of the service centre, its type included */
+    unsigned char smsc_type;   /* type of address, TS 23.040 9.1.2.5 */
     char smsc_number[32];
     unsigned char first_octet;   /* of the TPDU */
     unsigned char sender_length; /* useful semi-octets */
@@ -160,17 +160,17 @@ struct pdu_fields {
     char sender_number[32];
     unsigned char tp_pid;
     unsigned char tp_dcs;
-    char timestamp[16];          /* 14 digits, YYMMDDhhmmss and the zone */
-    unsigned char ud_length;     /* TP-UDL */
-    char user_data[320];         /* hexadecimal; terminated when shorter than this */
-    struct udh_element *udh_chain; /* NULL; a header is read with this alone */
+    char timestamp[16];            /* 14 digits, YYMMDDhhmmss and the zone */
+    unsigned char ud_length;       /* TP-UDL */
+    char user_data[320];           /* hexadecimal; terminated when shorter than this */
+    struct udh_element* udh_chain; /* NULL; a header is read with this alone */
 };
 
 /* Reads the user data header, TS 23.040 9.2.3.24, at the head of user_data, and leaves its
  * concatenation numbers in a new long_sms of event. Returns 0; -1 for a NULL argument, an empty
- * user_data or a header longer than it. The long_sms of gsm_event is the library's; that of an event
- * of the caller's is allocated and for the caller to free. */
-int corvel_handle_user_data_header(struct gsm_event *event, struct pdu_fields *fields);
+ * user_data or a header longer than it. The long_sms of gsm_event is the library's; that of an
+ * event of the caller's is allocated and for the caller to free. */
+int corvel_handle_user_data_header(struct gsm_event* event, struct pdu_fields* fields);
 
 /* One message on its way out. */
 struct sms_pdu_msg {
@@ -190,8 +190,8 @@ struct sms_pdu_msg {
  * of 1024. part: n bytes, for coding 0 up to its terminator. index: the part's number, from 1.
  * Returns the characters written; -1 for a NULL argument, a da that is no number, or a part of more
  * than the 140 octets, header included, that a message has room for. */
-int corvel_mobile_encode_pdu_sms(struct gsm_mobile *mobile, struct sms_pdu_msg *msg,
-                                 const char *part, char *out, int n, int index);
+int corvel_mobile_encode_pdu_sms(struct gsm_mobile* mobile, struct sms_pdu_msg* msg,
+                                 const char* part, char* out, int n, int index);
 
 #pragma GCC visibility pop
 #ifdef __cplusplus

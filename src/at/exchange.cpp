@@ -270,8 +270,13 @@ event* handle_sms_report(gsm_mobile* rec, const at_info* cur, char* text, char* 
     const bool acknowledge = text_has(text, "+CMT");
     cellular_set_sms_received(1);
     event* const raised = sms_check_read(rec, report);
-    // The other lines of the read go by, but the modem waits behind its prompt.
+    // The other lines of the read go by, but the modem waits behind its prompt, which is the last
+    // line of the read or stands ahead of the report.
     sms_watch_prompt(rec, std::strrchr(text, '\n') != nullptr ? std::strrchr(text, '\n') + 1 : "");
+    report[0] = '\0';
+    for (char *rest = nullptr, *line = strtok_r(text, "\r\n", &rest); line != nullptr;
+         line = strtok_r(nullptr, "\r\n", &rest))
+        sms_watch_prompt(rec, line);
     const int family = word_get(is_quectel);
     if ((family == 13 || family == 15) && acknowledge)
         libgsm_send_at("AT+CNMA");
@@ -416,6 +421,9 @@ int libgsm_send_at(const char* text)
     gsm_mobile* const rec = modem_record();
     if (rec == nullptr)
         return -1;
+    // The mobile task itself has to read the prompt, so it never waits for it.
+    if (!on_mobile_task())
+        sms_let_body_pass();
     exec_at_command(rec, text);
     return 0;
 }

@@ -27,6 +27,10 @@ constexpr long port_closed = -2; // what port_write says of it
 // A prompt this late is not the answer to our command any more.
 constexpr std::int64_t prompt_limit_ms = 120000;
 
+// What others write between the command and its body becomes part of the message: they wait this
+// long, which is the time that the step itself has.
+constexpr int body_wait_ms = 1000;
+
 // The message that waits for its prompt, or went out last; guarded by record_lock.
 struct sending {
     bool due = false;
@@ -94,6 +98,19 @@ void sms_send_begins(gsm_mobile* rec)
     current.begun_ms = monotonic_ms();
     current.echoed_prompts = 0;
     text_set(current.body, rec->sms_text);
+}
+
+void sms_let_body_pass()
+{
+    constexpr int look_ms = 20;
+    for (int waited = 0; waited < body_wait_ms; waited += look_ms) {
+        {
+            const lock_scope hold(record_lock);
+            if (!current.due || monotonic_ms() - current.begun_ms >= body_wait_ms)
+                return;
+        }
+        microseconds_sleep(look_ms * 1000);
+    }
 }
 
 void sms_watch_prompt(gsm_mobile* rec, const char* line)

@@ -144,6 +144,10 @@ void sms_send_begins(gsm_mobile* mobile);
 // Looks for the prompt in a line that came under another handler.
 void sms_watch_prompt(gsm_mobile* mobile, const char* line);
 
+// Waits, a second at most, while a body is about to go out: what another thread writes meanwhile
+// would become part of the message. Not for the mobile task, which gives the body.
+void sms_let_body_pass();
+
 // Answers the modem's "> " prompt with the body of the message in flight, and reads the result.
 event* sms_send_handler(gsm_mobile* mobile, char* line);
 

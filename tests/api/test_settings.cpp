@@ -71,22 +71,6 @@ TEST(Settings, SlotOfAChange)
     EXPECT_EQ(slot.apn, nullptr) << "the slot is not touched";
 }
 
-// The restart itself is refused here (its lock is taken), so that what it was given can be seen.
-TEST(Settings, RestartFillsTheRecord)
-{
-    cell_repower_lock = 1;
-    cellular_setting wanted = full_settings();
-    wanted.net_mode = 3;
-    kelo_cellular_restart(&wanted);
-    text_set(wanted.apn, "a\"b");
-    text_set(wanted.pin, "1\r2");
-    kelo_cellular_restart(&wanted);
-    EXPECT_EQ(std::string(g_mobile.apn) + g_mobile.user + g_mobile.pincode, "internetsomeone1234");
-    EXPECT_EQ(needSetApn, 1);
-    EXPECT_EQ(cell_sim_config(1)->scan_code, 6);
-    EXPECT_EQ(std::string(g_cellSet.apn) + g_Pin, "");
-}
-
 // Old or new, never a mix: every field of a copy is of one record.
 TEST(Settings, ReadersSeeOneRecord)
 {

@@ -137,27 +137,4 @@ TEST(Events, CountsOfMessagesAndOfLostSignal)
     EXPECT_TRUE(out.text().ends_with("[3/3] no signal!\nGSM Event: [1/3] no signal!\n"));
 }
 
-// The worst state is the one that is told.
-TEST(Status, TheFirstOfTheTextsThatApplies)
-{
-    // clang-format off
-    constexpr std::pair<unsigned, const char*> rows[] = {
-        {0x4, "No SIM Card"}, {0x4000, "SIM Card Error"}, {0x2000, "Dial Number Required"},
-        {0x10, "Pin Error"}, {0x20, "Pin Required"}, {0x10000, "PUK Required"},
-        {0x8, "SMS Center Number Required"}, {0x80, "USSD Send Failed"}, {0x40, "No Signal"},
-        {0x2, "Ringing"}, {0x400, "SMS Send Failed"}, {0x1, "Ready"}, {0, "Down"},
-    };
-    // clang-format on
-    char whole[64];
-    unsigned left = 0xffffffff;
-    for (const auto& [bit, text] : rows) {
-        libgsm_get_modem_status(whole, sizeof whole, left);
-        EXPECT_STREQ(whole, text);
-        left &= ~bit;
-    }
-    char cut[4] = {1, 1, 1, 1};
-    EXPECT_EQ(libgsm_get_modem_status(cut, 3, 0), 4);
-    EXPECT_EQ(std::string(cut, 4), std::string("Do\0\1", 4));
-}
-
 } // namespace

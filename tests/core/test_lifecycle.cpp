@@ -59,20 +59,6 @@ TEST(Lifecycle, WithoutARecordCallsRefuse)
     EXPECT_EQ(kelo_copy_mobile(&copy), 1);
 }
 
-TEST(Lifecycle, ACopyHoldsNoPointersIntoTheLibrary)
-{
-    at_info at = {};
-    g_mobile.cur_at = &at;
-    g_mobile.pending_at = strdup("AT");
-    text_set(g_mobile.oper, "Kelo");
-    gsm_mobile copy = {};
-    EXPECT_EQ(kelo_copy_mobile(&copy), 1);
-    EXPECT_STREQ(copy.oper, "Kelo");
-    EXPECT_EQ(copy.cur_at, nullptr);
-    EXPECT_EQ(copy.pending_at, nullptr);
-    std::free(g_mobile.pending_at);
-}
-
 // Two tasks on one port would each read half of every answer.
 TEST(Lifecycle, OfTwoStartsAtOnceOneIsRefused)
 {

@@ -19,9 +19,12 @@ namespace kelo_story
 bool eventually(const std::function<bool()>& test, milliseconds limit)
 {
     const Clock::time_point end = Clock::now() + limit;
-    while (!test() && Clock::now() < end)
+    while (!test()) { // asked once a look: a test may take what it finds
+        if (Clock::now() >= end)
+            return false;
         usleep(5000);
-    return test();
+    }
+    return true;
 }
 
 milliseconds since(Clock::time_point start)

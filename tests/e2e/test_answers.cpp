@@ -20,26 +20,6 @@ TEST_F(Answers, SilentAndLateAnswers)
     EXPECT_STREQ(record().iccid, "89490200001234567890");
 }
 
-// Catches: registration that is asked for once, or for ever.
-TEST_F(Answers, SearchingIsAskedThreeTimes)
-{
-    change(29, 1); // AT+CGREG?, a second each
-    plug("EC25");
-    order("reg searching");
-    start();
-    ASSERT_TRUE(wire("AT+CGREG?", 40s, 3));
-    EXPECT_STREQ(libgsm_get_network_info(), "Searching");
-    ASSERT_TRUE(wire("AT+COPS?", 5s));
-    EXPECT_EQ(modem.count("AT+CGREG?"), 3u);
-    EXPECT_EQ(mobile_is_ready(), 0u);
-    // The third answer of that kind asks the host for a reload.
-    EXPECT_TRUE(eventually([] { return word(cell_reload_flag) == 1; }, within(3s)));
-    stop();
-    order("reg home");
-    start();
-    EXPECT_TRUE(eventually([] { return mobile_is_ready() != 0; }, within(40s)));
-}
-
 // Catches: a host's changes that are ignored, doubled, in the wrong place or lost with a new start.
 TEST_F(Answers, HostChangesCommands)
 {

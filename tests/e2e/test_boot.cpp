@@ -48,23 +48,3 @@ const Lines low_power_rows = {
 using LowPower = Story;
 
 } // namespace
-
-// Catches: commands into a module that is still starting; low power rows lost or out of order.
-TEST_F(LowPower, ModemReportsItsEnd)
-{
-    libgsm_set_low_power(1);
-    plug_unknown();
-    start();
-    for (int i = 0; i < 12; i++) { // busy enough that no second is silent, too few for the credit
-        usleep(150000);
-        modem.report("RDY");
-    }
-    EXPECT_EQ(modem.commands(), Lines{});
-    const Clock::time_point told = Clock::now();
-    modem.report("+QIND: PB DONE");
-    EXPECT_TRUE(wire("AT+CGMM", 1s));
-    EXPECT_LE(since(told), within(1200ms));
-    wire(low_power_rows.back(), 25s);
-    usleep(1500000);
-    EXPECT_EQ(modem.commands(), low_power_rows);
-}

@@ -38,16 +38,3 @@ TEST_F(Reports, CallsSignalContextAndMessages)
     EXPECT_TRUE(eventually([] { return cellular_is_mqtt_received() == 1; }, within(2s)));
     EXPECT_EQ(modem.commands(), Lines{"ATH"});
 }
-
-// Catches: a SIM that was put in again and is never walked, or a restart on the task's own thread.
-TEST_F(Reports, ReadySimStartsTheTaskAnew)
-{
-    start_and_come_to_rest();
-    modem.clear_log();
-    modem.report("+CPIN: READY");
-    EXPECT_TRUE(wire("AT+QSIMDET=1,0", 6s)); // the module itself is known
-    EXPECT_TRUE(eventually([] { return word(cell_repower_lock) == 0; }, within(2s)));
-    EXPECT_EQ(get_sim_status(), 1);
-    EXPECT_EQ(count_said("cellular_start = 0"), 2u);
-    EXPECT_TRUE(wire("AT+QMTCONN?", 4s)); // the new flow goes on
-}

@@ -66,34 +66,6 @@ TEST(Sim, PinPukAndTries)
     });
 }
 
-TEST(Sim, PulledAndPutBack)
-{
-    Desk desk;
-    desk.hold({
-        {"AT+QSIMSTAT=1;+CREG=1\r", "\r\nOK\r\n"},
-        {"!sim pull", "\r\n+QSIMSTAT: 1,0\r\n\r\n+CREG: 0\r\n\r\n+CPIN: NOT READY\r\n"},
-        {"AT+CPIN?\r", "\r\n+CME ERROR: 10\r\n"},
-        {"!sim put", "\r\n+QSIMSTAT: 1,1\r\n\r\n+CREG: 1\r\n" + ready + "\r\n+QIND: SMS DONE\r\n\r\n+QIND: PB DONE\r\n"},
-    });
-}
-
-TEST(Network, RegistrationOperatorAndServingCell)
-{
-    Desk desk("RM500Q");
-    desk.hold({
-        {"AT+CREG=2;+CGREG=1\r", "\r\nOK\r\n"},
-        {"!reg roaming", "\r\n+CREG: 5,\"5A1C\",\"7C4B10D\",7\r\n\r\n+CGREG: 5\r\n"},
-        {"AT+CREG?\r", "\r\n+CREG: 2,5,\"5A1C\",\"7C4B10D\",7\r\n\r\nOK\r\n"},
-        {"!cell NR5G-NSA", "\r\n+CREG: 5,\"5A1C\",\"7C4B10D\",13\r\n"},
-        {"!reg home creg", "\r\n+CREG: 1,\"5A1C\",\"7C4B10D\",13\r\n"},
-        {"AT+COPS?\r", "\r\n+COPS: 0,0,\"Telekom.de\",13\r\n\r\nOK\r\n"},
-        {"AT+QENG=\"servingcell\"\r",
-         "\r\n+QENG: \"servingcell\",\"NOCONN\"\r\n"
-         "+QENG: \"LTE\",\"FDD\",262,01,7C4B10D,427,1350,3,5,5,5A1C,-94,-15,-58,9,5,100,-\r\n"
-         "+QENG: \"NR5G-NSA\",262,01,920,-96,18,-10,648768,78,10,1\r\n\r\nOK\r\n"},
-    });
-}
-
 TEST(Sms, Out)
 {
     Desk desk("EC25", {{"echo", "1"}, {"message_reference", "255"}});
@@ -119,24 +91,6 @@ TEST(Sms, Out)
     EXPECT_EQ(sent[0].body, pdu);
     EXPECT_EQ(sent[2].target, "+4915112345678");
     EXPECT_EQ(sent[2].body, "one\ntwo");
-}
-
-// The PDUs were built and decoded by other programs.
-TEST(Sms, InAsNoticeAsPduAndAsText)
-{
-    Desk desk;
-    const std::string alphanumeric = "0791947101670000040BD0D4329B5E660300004250719013008002C834";
-    desk.hold({
-        {"!sms text +4915111325467 nobody asked", "\r\n+CMTI: \"ME\",0\r\n"},
-        {"AT+CMGF=0;+CNMI=2,2,0,0,0\r", "\r\nOK\r\n"},
-        {"!sms text +4915112345678 Door 3 open",
-         "\r\n+CMT: ,30\r\n0791947101670000040D91945111325476F80000425071900321800BC4F75B0E9A81DEF0B21B\r\n"},
-        {"!sms pdu " + alphanumeric, "\r\n+CMT: ,21\r\n" + alphanumeric + "\r\n"},
-        {"!set stamp 24/01/02,03:04:05-32", ""},
-        {"AT+CMGF=1\r", "\r\nOK\r\n"},
-        {"!sms text +4915112345678 Door 3 open",
-         "\r\n+CMT: \"+4915112345678\",,\"24/01/02,03:04:05-32\"\r\nDoor 3 open\r\n"},
-    });
 }
 
 TEST(Files, UploadTakesRawBytes)

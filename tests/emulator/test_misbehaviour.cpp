@@ -6,26 +6,6 @@
 
 using namespace kelo_emulator;
 
-TEST(Faults, SilentAndLateAnswers)
-{
-    Desk desk("EC25", {{"echo", "1"}});
-    desk.hold({{"!silence on", ""},
-               {"AT\r\n", ""},
-               {"!report RING", "\r\nRING\r\n"}, // reports go on
-               {"!silence off", ""},
-               {"!silence AT+COPS*", ""},
-               {"AT+COPS?\r\n", "AT+COPS?\r"}, // heard, not answered
-               {"AT\r\n", "AT\r\r\nOK\r\n"},
-               {"!late 400 AT+CREG?", ""}});
-    desk.host->send("AT+CREG?\r\n");
-    EXPECT_TRUE(desk.modem.wait_for("AT+CREG?", 2s));
-    desk.modem.report("RING");
-    desk.host->send("AT+CSQ\r\n");
-    EXPECT_EQ(desk.host->receive(2s, "24,99\r\n\r\nOK\r\n"),
-              "AT+CREG?\r\r\nRING\r\nAT+CSQ\r\r\n+CREG: 0,1\r\n\r\nOK\r\n"
-              "\r\n+CSQ: 24,99\r\n\r\nOK\r\n");
-}
-
 TEST(Faults, SplitWritesPartialAnswersGarbage)
 {
     Desk desk;

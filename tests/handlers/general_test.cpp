@@ -75,17 +75,4 @@ TEST(General, Ipv6AddressGoesToTheShellOnlyAsAnAddress)
 
 std::string last_report;
 
-// The echo arms the test, only state 3 ahead of the "OK" disarms it.
-TEST(General, MqttReports)
-{
-    kelo_set_urc_callback([](auto text) { last_report = text; });
-    const story stories[] = {
-        {qmtconn_handler, "AT+QMTCONN?|+QMTCONN: 0,3|OK", 0, 1, ""},
-        {qmtconn_handler, "OK", 0, 0, ""}, // without an echo the last query counts
-        {qmtconn_handler, "AT+QMTCONN?|+QMTCONN: 0,0|OK", 0, 1, "Mqtt is lost"},
-    };
-    run(
-        stories, [] { last_report.clear(); }, [] { return last_report; });
-}
-
 } // namespace

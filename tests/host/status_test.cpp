@@ -24,14 +24,6 @@ TEST(Status, PrintsNothingThatActsOnATerminal)
         EXPECT_EQ(printable(text), shown);
 }
 
-TEST(Status, ReadsBothSignalRanges)
-{
-    const std::pair<int, Json> rows[] = {{0, nullptr},  {1, -111},   {31, -51},  {32, nullptr},
-                                         {99, nullptr}, {100, -116}, {191, -25}, {199, nullptr}};
-    for (const auto& [rssi, dbm] : rows)
-        EXPECT_EQ(signal_dbm(rssi), dbm) << rssi;
-}
-
 } // namespace
 
 } // namespace kelo_host

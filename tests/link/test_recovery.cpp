@@ -79,28 +79,6 @@ TEST(SimSelect, RequestOfTheSwitch)
     unlink("/dev/brgpio");
 }
 
-// The host may write anything into selected_card: no other slot may be read for it. A start with a
-// card that is none says so, and the record keeps what it has.
-TEST(SimSelect, SettingsOfTheActiveSlotAlone)
-{
-    *cell_sim_config(1) = {2, nullptr, nullptr, nullptr, nullptr, "1111", nullptr};
-    *cell_sim_config(2) = {8, nullptr, nullptr, nullptr, nullptr, nullptr, "+49"};
-    struct {
-        int card, scanmode;
-        std::string texts; // PIN and service centre
-    } const cases[] = {{1, 3, "1111"}, {2, 10, "2222+49"}, {3, 77, "2222"}, {0, 77, "2222"}};
-    for (const auto& c : cases) {
-        captured said;
-        selected_card = c.card;
-        g_mobile.scanmode = 77;
-        libgsm_set_pincode("2222");
-        cellular_start(0);
-        EXPECT_EQ(said.has("fatal error!"), c.scanmode == 77);
-        EXPECT_EQ(g_mobile.scanmode, c.scanmode);
-        EXPECT_EQ(std::string(g_mobile.pincode) + g_mobile.smscenter, c.texts);
-    }
-}
-
 // The stop waits for a mobile task, so the restart is under way for as long as we like.
 TEST(Restart, OneAtATime)
 {
@@ -121,24 +99,6 @@ TEST(Restart, OneAtATime)
     EXPECT_EQ(word_get(cell_repower_lock), 1);
     word_set(mobile_task_stopped, 1);
     EXPECT_TRUE(wait_until(at_rest));
-}
-
-TEST(Restart, NoThreadLeavesNoGateShut)
-{
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-    GTEST_SKIP() << "a sanitizer does not live without memory";
-#endif
-    cell_restart_flag_reset();
-    captured complained(STDERR_FILENO);
-    rlimit before = {};
-    ASSERT_EQ(getrlimit(RLIMIT_AS, &before), 0);
-    const rlimit none = {1, before.rlim_max};
-    ASSERT_EQ(setrlimit(RLIMIT_AS, &none), 0);
-    cellular_module_restart_extern();
-    setrlimit(RLIMIT_AS, &before);
-    EXPECT_TRUE(complained.has("failed to create thread!"));
-    EXPECT_TRUE(at_rest());
-    EXPECT_EQ(cell_restart_flag_get(), 0);
 }
 
 TEST(RadioReset, ApnGoesOutWhileTheRadioIsOffInLowPowerAlone)

@@ -64,19 +64,6 @@ TEST(Alphabet, Packing)
     }
 }
 
-TEST(Charset, Ucs2ToUtf8)
-{
-    const captured output;
-    const octet data[] = {0x00, 'a', 0x54, 0x4A, 0xD8, 0x3D, 0xDE, 0x00};
-    char out[16];
-    EXPECT_EQ(sms_get_str(data, 4, out, 7), -1); // filled exactly
-    EXPECT_EQ(sms_get_str(data, 4, out, 8), 7);
-    EXPECT_EQ(sms_get_str(data, 8, out, sizeof out), -1); // a pair is no UCS-2
-    EXPECT_TRUE(output.has("iconv error!"));
-    EXPECT_EQ(utf16_to_utf8(data + 6, 2, out, sizeof out), 3); // half a pair
-    EXPECT_STREQ(out, "\xEF\xBF\xBD");
-}
-
 TEST(Decoder, Messages)
 {
     const std::string quirk = "|+123|2021-03-05 12:34:56|GMT+8|";

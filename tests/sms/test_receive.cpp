@@ -73,18 +73,6 @@ TEST(Receive, TextReports)
     }
 }
 
-TEST(Receive, BlockOfANoticeShowsTheMessageBefore)
-{
-    check(door);
-    check("+CMTI: \"ME\",23\r\n");
-    EXPECT_EQ(taken(), queue{read_door}); // a notice brings no message
-    const captured output;
-    mobile_handle_event(&g_mobile, &gsm_event);
-    EXPECT_TRUE(output.has(
-        "\nMode    : PDU\nSender  : +4915112345678\nSMSC    : +491710760000\nLength  : 11\n"
-        "SMS Time: 2024-05-17 09:30:12\nText    : Door 3 open\nPDU     : \n-END-\n\n"));
-}
-
 // Every report of a read is queued with nothing of the next one. The text of a PDU ends where that
 // says: eight septets in seven octets make no "@". No line of a text whose length the header tells
 // passes for a report, and what can't be read comes with its PDU.

@@ -76,7 +76,7 @@ TEST(SmsSend, PromptDrawsTheBodyOnce)
 }
 
 // From the command that draws the prompt to the body, though a report stands between them and in
-// the same read as the prompt.
+// the same read as the prompt; and nothing of another thread comes between.
 TEST(SmsSend, PromptBehindAReport)
 {
     modem_port port;
@@ -86,11 +86,22 @@ TEST(SmsSend, PromptBehindAReport)
     at_list_append(&list, at);
     cur_at_list = &list;
     text_set(g_mobile.sms_text, "0011");
-    bool ended = false;
-    EXPECT_EQ(libgsm_send_atcommand(&g_mobile, ended), at);
-    EXPECT_EQ(port.heard(), "AT+CMGS=7\r\n");
-    hear(port, "AT+CMGS=7\r\r\n\r\n+CMTI: \"SM\",3\r\n\r\n> ", at);
-    EXPECT_EQ(port.heard(), "0011\x1a\r\n");
+    constexpr const char* reads[] = {
+        "AT+CMGS=7\r\r\n\r\n+CMTI: \"SM\",3\r\n\r\n> ",
+        "AT+CMGS=7\r\r\n\r\n> \r\n+CMTI: \"SM\",3\r\n",
+    };
+    for (const char* read : reads) {
+        at->flags = 0;
+        at_seq_cursor = 0;
+        bool ended = false;
+        EXPECT_EQ(libgsm_send_atcommand(&g_mobile, ended), at);
+        EXPECT_EQ(port.heard(), "AT+CMGS=7\r\n");
+        std::thread other([] { libgsm_send_at("AT+QENG"); }); // would become part of the message
+        usleep(100000);
+        hear(port, read, at);
+        other.join();
+        EXPECT_EQ(port.heard(), "0011\x1a\r\nAT+QENG\r\n") << read;
+    }
     cur_at_list = nullptr;
     at_info_free(at);
 }

@@ -73,27 +73,4 @@ TEST(TextScan, NumbersBeyondTheirFieldHaveOneReading)
     EXPECT_EQ(cell, 0x0123456789ABCDEFull);
 }
 
-// A field is never overrun, never left without its end, and holds nothing of its former text.
-TEST(TextCopy, CutsTerminatesAndZeroFills)
-{
-    char field[6];
-    const auto after = [&](const char* source, const char* ends) {
-        std::memset(field, 'x', sizeof field);
-        text_copy_until(field, 5, source, ends);
-        return std::string(field, sizeof field);
-    };
-    EXPECT_EQ(after("abcdefgh", ""), std::string("abcd\0x", 6));
-    EXPECT_EQ(after("ab", ""), std::string("ab\0\0\0x", 6));
-    EXPECT_EQ(after("a\"b", "\"\n"), std::string("a\0\0\0\0x", 6));
-}
-
-// What ends, sends or takes back a command must not stand in a value.
-TEST(TextControl, EveryControlCharacterButTheTab)
-{
-    for (int c = 1; c < 256; c++) {
-        const char text[] = {'a', static_cast<char>(c), 'b', '\0'};
-        EXPECT_EQ(text_has_control(text), (c < 32 && c != '\t') || c == 127) << c;
-    }
-}
-
 } // namespace
