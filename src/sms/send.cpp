@@ -57,10 +57,8 @@ int prompts_in(const char* body)
 answer answer_to(const char* line, bool own_step)
 {
     line += std::strspn(line, "\r");
-    // A prompt that no message of ours drew belongs to the host.
-    if (current.begun_ms == 0 || monotonic_ms() - current.begun_ms >= prompt_limit_ms)
-        return answer::none;
-    if (current.due && (own_step ? text_has(line, "> ") : text_begins(line, "> ")))
+    const bool due = current.due && monotonic_ms() - current.begun_ms < prompt_limit_ms;
+    if (due && (own_step ? text_has(line, "> ") : text_begins(line, "> ")))
         return answer::body;
     if (std::strcmp(line, "> ") != 0)
         return answer::none;

@@ -46,7 +46,7 @@ TEST(SmsSend, PromptDrawsTheBodyOnce)
         bool own_step;
         const char* written;
     } const cases[] = {
-        {nullptr, "> ", true, ""}, // of the host's own
+        {nullptr, "> ", true, "\x1b"}, // nothing was sent at all
         {"07 A", "AT+CMGS=7", true, ""},
         {nullptr, "\r> ", true, "07 A\x1a\r\n"},
         {nullptr, "07 A", true, ""},
