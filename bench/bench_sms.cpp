@@ -1,0 +1,230 @@
+// The SMS codec beside Gammu's: hexadecimal PDU to UTF-8 text, and UTF-8 text to hexadecimal PDU.
+// Both sides do the whole way, and every case is checked once before it is timed.
+#include "sms/sms.h"
+#include "support/text.h"
+
+#include <benchmark/benchmark.h>
+#include <gammu-debug.h>
+#include <gammu-message.h>
+#include <gammu-misc.h>
+#include <gammu-unicode.h>
+
+#include <fcntl.h>
+#include <iostream>
+#include <iterator>
+#include <string>
+#include <unistd.h>
+
+using namespace kelo;
+
+namespace
+{
+
+constexpr char number[] = "+4915112345678";
+
+// A message that fills one part, and a short one, of each alphabet.
+struct sample {
+    const char* name;
+    std::string text;
+    bool ucs2;
+};
+
+std::string repeat(const char* piece, int times)
+{
+    std::string all;
+    while (times-- > 0)
+        all += piece;
+    return all;
+}
+
+const sample samples[] = {{"7bit/10", "The door i", false},
+                          {"7bit/160", repeat("The door is open", 10), false},
+                          {"ucs2/10", repeat("告白", 5), true},
+                          {"ucs2/70", repeat("告白", 35), true}};
+
+// ---- Encoding
+
+struct kelo_encoder {
+    sms_pdu_msg msg = {};
+    char pdu[1024] = {};
+
+    explicit kelo_encoder(const sample& s)
+    {
+        text_set(msg.da, number);
+        msg.count = 1;
+        msg.coding = s.ucs2 ? 1 : 0;
+    }
+    bool encode(const sample& s)
+    {
+        const auto n = static_cast<int>(s.text.size());
+        return corvel_mobile_encode_pdu_sms(&g_mobile, &msg, s.text.c_str(), pdu, n, 1) > 0;
+    }
+};
+
+// As Gammu's own AT driver makes a PDU: the frame has its fields at fixed places, and those of the
+// message are put behind each other.
+struct gammu_encoder {
+    GSM_SMSMessage message = {};
+    octet frame[1024] = {};
+    octet packed[256] = {};
+    char pdu[1024] = {};
+
+    explicit gammu_encoder(const sample& s)
+    {
+        GSM_SetDefaultSMSData(&message);
+        message.PDU = SMS_Submit;
+        message.Class = GSM_SMS_None; // TP-DCS as ours
+        message.Coding =
+            s.ucs2 ? SMS_Coding_Unicode_No_Compression : SMS_Coding_Default_No_Compression;
+        EncodeUnicode(message.Number, number, sizeof number - 1);
+    }
+    bool encode(const sample& s)
+    {
+        const GSM_SMSMessageLayout& at = PHONE_SMSSubmit;
+        DecodeUTF8(message.Text, s.text.c_str(), s.text.size());
+        message.Length = static_cast<int>(UnicodeLength(message.Text));
+        int end = 0;
+        if (GSM_EncodeSMSFrame(GSM_GetGlobalDebug(), &message, frame, at, &end, TRUE) != ERR_NONE)
+            return false;
+        octet* out = packed;
+        const auto put = [&](octet where, int octets) {
+            std::memcpy(out, frame + where, static_cast<std::size_t>(octets));
+            out += octets;
+        };
+        put(at.SMSCNumber, frame[at.SMSCNumber] + 1);
+        put(at.firstbyte, 1);
+        put(at.TPMR, 1);
+        put(at.Number, (frame[at.Number] + 1) / 2 + 2);
+        put(at.TPPID, 1);
+        put(at.TPDCS, 1);
+        put(at.TPVP, 1);
+        put(at.TPUDL, 1);
+        put(at.Text, end - at.Text);
+        EncodeHexBin(pdu, packed, static_cast<std::size_t>(out - packed));
+        return true;
+    }
+};
+
+// ---- Decoding
+
+struct kelo_decoder {
+    event what = {};
+
+    explicit kelo_decoder(const sample&) {}
+    bool decode(const std::string& pdu)
+    {
+        return libgsm_pdu_decode(&g_mobile, &what, pdu.c_str()) == 0;
+    }
+    std::string text() const // without the mark ahead of UTF-8
+    {
+        const std::string_view all(what.text, static_cast<std::size_t>(what.length));
+        return std::string(what.coding == 0 ? all : all.substr(3));
+    }
+};
+
+// What the queue of received messages gets: the same message, without the prints.
+struct kelo_queue_decoder {
+    kelo_sms message = {};
+
+    explicit kelo_queue_decoder(const sample&) {}
+    bool decode(const std::string& pdu)
+    {
+        bool complete = false;
+        message.length = 0;
+        return sms_read_pdu(pdu.c_str(), message, complete) && complete;
+    }
+    std::string text() const { return message.text; }
+};
+
+struct gammu_decoder {
+    GSM_SMSMessage message = {};
+    octet octets[256] = {};
+    char utf8[1024] = {};
+
+    explicit gammu_decoder(const sample&) { GSM_SetDefaultReceivedSMSData(&message); }
+    bool decode(const std::string& pdu)
+    {
+        std::size_t end = 0;
+        const std::size_t n = pdu.size() / 2;
+        if (DecodeHexBin(octets, reinterpret_cast<const octet*>(pdu.data()), pdu.size()) != TRUE ||
+            GSM_DecodePDUFrame(GSM_GetGlobalDebug(), &message, octets, n, &end, TRUE) != ERR_NONE)
+            return false;
+        EncodeUTF8(utf8, message.Text);
+        return end == n;
+    }
+    std::string text() const { return utf8; }
+};
+
+// ---- Timing
+
+// The SMS-DELIVER of a text, made of the SMS-SUBMIT to a number of 13 digits.
+std::string delivered(const sample& s)
+{
+    kelo_encoder encoder(s);
+    if (!encoder.encode(s))
+        return "";
+    const std::string pdu = encoder.pdu;
+    return "0791947101670000"
+           "04" +
+           pdu.substr(6, 18) + pdu.substr(24, 4) + "42507190032180" + pdu.substr(30);
+}
+
+template <class encoder_type> void encode(benchmark::State& state, const sample& s)
+{
+    encoder_type encoder(s);
+    gammu_decoder check(s);
+    if (!encoder.encode(s) || !check.decode(encoder.pdu) || check.text() != s.text)
+        return state.SkipWithError("the PDU does not hold the text");
+    for (auto _ : state)
+        benchmark::DoNotOptimize(encoder.encode(s));
+}
+
+template <class decoder_type> void decode(benchmark::State& state, const sample& s)
+{
+    decoder_type decoder(s);
+    const std::string pdu = delivered(s);
+    if (!decoder.decode(pdu) || decoder.text() != s.text)
+        return state.SkipWithError("another text came out");
+    for (auto _ : state)
+        benchmark::DoNotOptimize(decoder.decode(pdu));
+}
+
+// From the host's call to the outbox and out of it again, with all that is printed on the way.
+void send(benchmark::State& state, const sample& s)
+{
+    for (auto _ : state) {
+        if (libgsm_send_sms_from_buffer("t", number, 0, s.text.data(),
+                                        static_cast<int>(s.text.size())) != 0)
+            return state.SkipWithError("refused");
+        sms_outbox_free(sms_outbox_deq());
+    }
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    benchmark::Initialize(&argc, argv);
+    if (benchmark::ReportUnrecognizedArguments(argc, argv))
+        return 1;
+    for (const sample& s : samples) {
+        const auto add = [&](const char* what, void (*run)(benchmark::State&, const sample&)) {
+            benchmark::RegisterBenchmark((std::string(what) + "/" + s.name).c_str(), run, s);
+        };
+        add("decode/kelo", decode<kelo_decoder>);
+        add("decode/kelo_queue", decode<kelo_queue_decoder>);
+        add("decode/gammu", decode<gammu_decoder>);
+        add("encode/kelo", encode<kelo_encoder>);
+        add("encode/gammu", encode<gammu_encoder>);
+        add("send/kelo", send);
+    }
+    const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
+    if (nowhere < 0 || dup2(nowhere, STDOUT_FILENO) < 0)
+        return 1;
+    benchmark::ConsoleReporter reporter(benchmark::ConsoleReporter::OO_Tabular);
+    reporter.SetOutputStream(&std::cerr);
+    reporter.SetErrorStream(&std::cerr);
+    benchmark::RunSpecifiedBenchmarks(&reporter);
+    benchmark::Shutdown();
+    return 0;
+}
