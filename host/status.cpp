@@ -2,6 +2,7 @@
 
 #include <kelo/kelo.h>
 
+#include <charconv>
 #include <cstdio>
 #include <iterator>
 
@@ -86,13 +87,32 @@ const char* sim_text()
     return status ? "up" : "not ready";
 }
 
+// While the modem's character set is UCS2, as it is behind a message, names come as hexadecimal
+// units. Only those that are plain Latin are read back; others stay as they came.
+std::string operator_name(const std::string& oper)
+{
+    if (oper.size() < 8 || oper.size() % 4 != 0)
+        return oper;
+    std::string name;
+    for (size_t at = 0; at < oper.size(); at += 4) {
+        unsigned unit = 0;
+        const auto end = oper.data() + at + 4;
+        const auto [stop, error] = std::from_chars(oper.data() + at, end, unit, 16);
+        if (error != std::errc{} || stop != end || unit < 0x20 || unit > 0x7e)
+            return oper;
+        name += static_cast<char>(unit);
+    }
+    return name;
+}
+
 // The serving cell's figures stand at their reset values until a report fills them.
 void add_cell(Json& status, const gsm_mobile& mobile, bool registered)
 {
     status["area"] = text_or_null(mobile.lac);
-    char cell[16] = "";
-    if (registered && mobile.cid != 0)
-        std::snprintf(cell, sizeof cell, "%X", static_cast<unsigned>(mobile.cid));
+    char cell[20] = "";
+    const long long whole = libgsm_get_cid64(); // a 5G cell has 36 bits
+    if (registered && whole > 0)
+        std::snprintf(cell, sizeof cell, "%llX", static_cast<unsigned long long>(whole));
     status["cell"] = text_or_null(cell);
     status["band"] = text_or_null(mobile.band);
     status["channel"] = mobile.channel ? Json(mobile.channel) : Json(nullptr);
@@ -183,7 +203,7 @@ Json read_status(const Received& received, const cellular_status& report, const 
     status["link"] = !word(g_netWorkCardFlag) ? "off" : kelo_get_connect_status() ? "up" : "down";
     status["net_type"] = name_of(net_types, report.net_type);
     status["registration"] = text_or_null(registration ? registration : "");
-    status["operator"] = text_or_null(mobile.oper);
+    status["operator"] = text_or_null(operator_name(mobile.oper));
     status["plmn"] = text_or_null(mobile.plmn);
     status["technology"] = technology(mobile);
     status["5g"] = mobile.is5g == 2 ? Json("SA") : mobile.is5g == 1 ? Json("NSA") : Json(nullptr);

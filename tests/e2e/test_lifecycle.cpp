@@ -55,7 +55,8 @@ TEST_F(Lifecycle, Reload)
     plug("EC25");
     start();
     ASSERT_TRUE(wire("AT+COPS?", 40s));
-    ASSERT_TRUE(eventually([] { return mobile_is_ready() != 0; }, within(2s)));
+    ASSERT_TRUE(eventually([&] { return record().oper[0] != '\0'; }, within(3s)));
+    usleep(500000); // the event of that answer is over
     modem.clear_log();
     cell_reload_flag_set();
     ASSERT_EQ(cellular_reload(), 0);
