@@ -10,6 +10,7 @@
 
 #include <cstdlib>
 #include <fcntl.h>
+#include <filesystem>
 #include <fstream>
 #include <poll.h>
 #include <sys/mman.h>
@@ -130,5 +131,12 @@ inline int count_of(const std::string& text, std::string_view needle)
         count++;
     return count;
 }
+
+// A file or folder of the test, gone ahead of it and behind it: a root may share its /tmp.
+struct scratch {
+    const char* path;
+    explicit scratch(const char* which) : path(which) { std::filesystem::remove_all(path); }
+    ~scratch() { std::filesystem::remove_all(path); }
+};
 
 } // namespace kelo::test

@@ -70,6 +70,7 @@ TEST_F(Mqtt, FilesAreUploadedWholeOrNotAtAll)
 {
     const mqtt_config c = config(2);
     const std::string content = std::string(65530, 'c') + std::string("\0cccc\n", 6);
+    const scratch ca("/tmp/ca.pem"), huge("/tmp/huge"), pipe("/tmp/pipe");
     std::ofstream("/tmp/ca.pem") << content;
     std::ofstream("/tmp/huge") << content << 'c';
     ASSERT_EQ(mkfifo("/tmp/pipe", 0600), 0);

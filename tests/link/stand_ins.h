@@ -4,6 +4,7 @@
 #include "testing.h"
 
 #include <filesystem>
+#include <unistd.h>
 
 namespace kelo::test
 {
@@ -14,14 +15,23 @@ inline std::string content_of(const std::string& path)
     return {std::istreambuf_iterator<char>(file), {}};
 }
 
+// Their folder, ahead in PATH as long as the test runs.
+struct bin_folder {
+    const std::string path = testing::TempDir() + "bin-" + std::to_string(getpid()) + "/";
+    bin_folder()
+    {
+        std::filesystem::create_directory(path);
+        setenv("PATH", (path + ":" + std::getenv("PATH")).c_str(), 1);
+    }
+    ~bin_folder() { std::filesystem::remove_all(path); }
+};
+
 // Puts a shell script in the place of a program.
 inline void stand_in(const std::string& name, const std::string& script)
 {
-    const std::string bin = "/tmp/bin/";
-    if (std::filesystem::create_directory(bin))
-        setenv("PATH", (bin + ":" + std::getenv("PATH")).c_str(), 1);
-    std::ofstream(bin + name) << "#!/bin/sh\n" << script << "\n";
-    std::filesystem::permissions(bin + name, std::filesystem::perms{0755});
+    static const bin_folder bin;
+    std::ofstream(bin.path + name) << "#!/bin/sh\n" << script << "\n";
+    std::filesystem::permissions(bin.path + name, std::filesystem::perms{0755});
 }
 
 } // namespace kelo::test

@@ -19,6 +19,7 @@ void prints(const char* program, const std::string& text)
 
 TEST(Probes, PingSummaries)
 {
+    const test::scratch called("/tmp/called"), text("/tmp/text");
     get_start_cellular_status()->ping_enable = 1;
     set_5g_debug(1);
     struct {
@@ -48,6 +49,7 @@ TEST(Probes, PingSummaries)
 
 TEST(Probes, NoTextTurnsAPingIntoSomethingElse)
 {
+    const test::scratch called("/tmp/called"), text("/tmp/text"), made("/tmp/x");
     prints("ping", "1 packets transmitted, 1 received\n");
     EXPECT_EQ(link_ping("none", "there", 1), 1) << "pings are off";
     get_start_cellular_status()->ping_enable = 1;
@@ -69,6 +71,7 @@ TEST(Probes, NoTextTurnsAPingIntoSomethingElse)
 
 TEST(Probes, IfconfigOfBothForms)
 {
+    const test::scratch called("/tmp/called"), text("/tmp/text");
     struct {
         const char* text;
         int present, ipv4, ipv6;

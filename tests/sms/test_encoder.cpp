@@ -158,6 +158,7 @@ TEST(Submit, Results)
         EXPECT_EQ(send("a", "+1", 0, tag), -1);
     EXPECT_EQ(libgsm_send_sms_from_buffer("t", "+1", 0, "a", -3), -1);
     const captured quiet;
+    const scratch message("/tmp/message");
     std::ofstream("/tmp/message") << std::string(160, 'a');
     for (const char* path : {"/tmp/message", "/nowhere/message", "/tmp"})
         corvel_mobile_send_pdu_from_file(&g_mobile, "+1", path, "t", "UTF-8");

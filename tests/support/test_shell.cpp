@@ -34,6 +34,7 @@ TEST(Shell, LeavesTheSignalsOfTheHostAlone)
     sigaddset(&blocked, SIGHUP);
     pthread_sigmask(SIG_BLOCK, &blocked, nullptr);
 
+    const kelo::test::scratch signals("/tmp/signals");
     shell_run("for s in INT TERM HUP; do sh -c \"kill -$s \\$\\$; echo survived $s\"; done "
               ">/tmp/signals 2>/dev/null; echo end >>/tmp/signals");
     EXPECT_EQ(content_of("/tmp/signals"), "end\n");
@@ -49,6 +50,7 @@ TEST(Shell, LeavesTheSignalsOfTheHostAlone)
 TEST(Shell, NoDescriptorOfTheLibraryReachesTheChild)
 {
     kelo::test::modem_port port;
+    const kelo::test::scratch answer("/tmp/fd");
     const std::string number = std::to_string(g_mobile.fd);
     shell_run(("test -e /proc/$$/fd/" + number + " && echo open >/tmp/fd || echo closed >/tmp/fd")
                   .c_str());
