@@ -209,6 +209,7 @@ NUMBER_GETTER(libgsm_get_rsrq,            rsrq,         -1)
 NUMBER_GETTER(libgsm_get_earfcn,          earfcn,       -1)
 NUMBER_GETTER(libgsm_get_enodebid,        enodebid,     -1)
 NUMBER_GETTER(libgsm_get_cellid,          cellid,       -1)
+NUMBER_GETTER(libgsm_get_qeng_net_stem,   qeng_net_stem, -1)
 // clang-format on
 
 // ---- Polls

@@ -45,19 +45,6 @@ const char* item_text(const at_config_item* item)
     return nullptr;
 }
 
-at_list* list_of(const at_config_item* item)
-{
-    if (item->sim == 1 && item->flow == FLOW_START)
-        return &start_sim1_list;
-    if (item->sim == 1 && item->flow == FLOW_RELOAD)
-        return &reload_sim1_list;
-    if (item->sim == 2 && item->flow == FLOW_START)
-        return &start_sim2_list;
-    if (item->sim == 2 && item->flow == FLOW_RELOAD)
-        return &reload_sim2_list;
-    return nullptr;
-}
-
 void change_command(at_info* at, const at_config_item* item, const char* text)
 {
     if (item->ignore != 0)
@@ -112,7 +99,7 @@ void libgsm_apply_custom_config()
     list_for_each(node, &cell_at_config_h)
     {
         const auto* const item = list_entry(node, at_config_item, node);
-        at_list* const list = list_of(item);
+        at_list* const list = at_list_of(item->flow, item->sim);
         if (list == nullptr) {
             diag_plain("%s:%d unexpected error(sim=%d, flow=%d)!\n", __func__, __LINE__, item->sim,
                        item->flow);

@@ -272,7 +272,9 @@ event* handle_sms_report(gsm_mobile* rec, const at_info* cur, char* text, char* 
     event* const raised = sms_check_read(rec, report);
     // The other lines of the read go by, but the modem waits behind its prompt, which is the last
     // line of the read or stands ahead of the report.
-    sms_watch_prompt(rec, std::strrchr(text, '\n') != nullptr ? std::strrchr(text, '\n') + 1 : "");
+    const char* const last_end = std::strrchr(text, '\n');
+    if (last_end != nullptr)
+        sms_watch_prompt(rec, last_end + 1);
     report[0] = '\0';
     for (char *rest = nullptr, *line = strtok_r(text, "\r\n", &rest); line != nullptr;
          line = strtok_r(nullptr, "\r\n", &rest))

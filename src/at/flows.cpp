@@ -126,23 +126,17 @@ int custom_cfg_of(gsm_mobile* rec)
     return rec->custom_cfg;
 }
 
-at_list* list_of(int flow, int sim, bool identified)
+at_list* list_to_walk(int flow, int sim, bool identified)
 {
     if (flow == FLOW_SMS_TEXT)
         return &sms_text_list;
     if (flow == FLOW_SMS_PDU)
         return &sms_pdu_list;
-    if (flow == FLOW_START && sim == 1)
-        return &start_sim1_list;
-    if (flow == FLOW_RELOAD && sim == 1)
-        return &reload_sim1_list;
     // Only the first list of all can identify a module: until that has happened, SIM 2 starts on
     // it.
-    if (flow == FLOW_START && sim == 2)
-        return identified ? &start_sim2_list : &start_sim1_list;
-    if (flow == FLOW_RELOAD && sim == 2)
-        return &reload_sim2_list;
-    return nullptr;
+    if (flow == FLOW_START && sim == 2 && !identified)
+        sim = 1;
+    return at_list_of(flow, sim);
 }
 
 void at_list_reset(at_list* list)
@@ -163,7 +157,7 @@ void at_list_reset(at_list* list)
 void at_select_flow(gsm_mobile* rec, int flow, int sim)
 {
     const bool identified = custom_cfg_of(rec) != 0;
-    cur_at_list = list_of(flow, sim, identified);
+    cur_at_list = list_to_walk(flow, sim, identified);
     if (cur_at_list == nullptr) {
         diag_plain("%s:%d fatal error!\n", "libgsm_change_flow", __LINE__);
         return;

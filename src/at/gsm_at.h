@@ -29,6 +29,9 @@ extern at_list reload_sim2_list;
 extern at_list sms_text_list;
 extern at_list sms_pdu_list;
 
+// The list of a start or reload flow of SIM 1 or 2; null for any other pair.
+at_list* at_list_of(int flow, int sim);
+
 extern at_list* cur_at_list; // the list being walked, null after a change to no flow
 extern int at_seq_cursor;    // lowest seq that may still be picked in this pass
 extern int at_flow_done;     // 1: a pick found nothing; cleared by a change to start or reload

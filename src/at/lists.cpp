@@ -70,6 +70,19 @@ void at_info_free(at_info* at)
     std::free(at);
 }
 
+at_list* at_list_of(int flow, int sim)
+{
+    if (flow == FLOW_START && sim == 1)
+        return &start_sim1_list;
+    if (flow == FLOW_RELOAD && sim == 1)
+        return &reload_sim1_list;
+    if (flow == FLOW_START && sim == 2)
+        return &start_sim2_list;
+    if (flow == FLOW_RELOAD && sim == 2)
+        return &reload_sim2_list;
+    return nullptr;
+}
+
 void at_list_append(at_list* list, at_info* at)
 {
     list_add_tail(&at->node, list);

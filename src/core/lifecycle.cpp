@@ -6,6 +6,7 @@
 #include "support/diag.h"
 #include "support/shell.h"
 #include "support/sleeps.h"
+#include "support/threads.h"
 
 #include <cstring>
 #include <pthread.h>
@@ -65,16 +66,10 @@ constexpr const char* stale_programs[] = {
 // The new task counts as running from here on, so that a stop right behind waits for it.
 bool create_mobile_task(gsm_mobile* rec)
 {
-    pthread_attr_t attributes;
-    pthread_t thread;
-    if (pthread_attr_init(&attributes) != 0)
-        return false;
-    pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
     word_set(mobile_task_stopped, 0);
-    const bool created = pthread_create(&thread, &attributes, corvel_mobile_dchannel, rec) == 0;
+    const bool created = thread_start_detached(corvel_mobile_dchannel, rec);
     if (!created)
         word_set(mobile_task_stopped, 1);
-    pthread_attr_destroy(&attributes);
     return created;
 }
 

@@ -32,6 +32,16 @@ inline void finish_if_seen(gsm_mobile* rec)
         finish_command(rec);
 }
 
+// Takes a final line of a command whose answer has to be seen first. False for any other line. The
+// caller holds record_lock.
+inline bool ends_if_seen(gsm_mobile* rec, const char* line)
+{
+    if (!is_final_line(line))
+        return false;
+    finish_if_seen(rec);
+    return true;
+}
+
 // An event as the result of a handler that does not hold record_lock.
 inline event* say_event(int code)
 {

@@ -217,10 +217,8 @@ event* csca_handler(gsm_mobile* rec, char* line)
     if (nothing_to_read(rec, line))
         return nullptr;
     lock_scope guard(record_lock);
-    if (is_final_line(line)) {
-        finish_if_seen(rec);
+    if (ends_if_seen(rec, line))
         return nullptr;
-    }
     const char* const match = text_find(line, "+CSCA");
     if (match == nullptr)
         return nullptr;

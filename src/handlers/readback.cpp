@@ -101,10 +101,8 @@ event* scanmode_handler(gsm_mobile* rec, char* line)
     if (nothing_to_read(rec, line))
         return nullptr;
     lock_scope guard(record_lock);
-    if (is_final_line(line)) {
-        finish_if_seen(rec);
+    if (ends_if_seen(rec, line))
         return nullptr;
-    }
     for (const scanmode_report& report : scanmode_reports) {
         const char* const match = text_find(line, report.needle);
         if (match != nullptr) {
@@ -137,10 +135,8 @@ event* band_handler(gsm_mobile* rec, char* line)
     if (nothing_to_read(rec, line))
         return nullptr;
     lock_scope guard(record_lock);
-    if (is_final_line(line)) {
-        finish_if_seen(rec);
+    if (ends_if_seen(rec, line))
         return nullptr;
-    }
     const char* masks = nullptr;
     if (const char* const qcfg = text_find(line, "+QCFG: \"band\""))
         masks = text_skip(qcfg, 14);

@@ -115,10 +115,8 @@ event* creg_handler(gsm_mobile* rec, char* line)
     if (nothing_to_read(rec, line))
         return nullptr;
     lock_scope guard(record_lock);
-    if (is_final_line(line)) {
-        finish_if_seen(rec);
+    if (ends_if_seen(rec, line))
         return nullptr;
-    }
     const char* prefix = nullptr;
     const char* match = nullptr;
     for (const char* candidate : {"+CGREG", "+CREG", "+CEREG"}) {
@@ -143,10 +141,8 @@ event* csq_handler(gsm_mobile* rec, char* line)
     if (nothing_to_read(rec, line))
         return nullptr;
     lock_scope guard(record_lock);
-    if (is_final_line(line)) {
-        finish_if_seen(rec);
+    if (ends_if_seen(rec, line))
         return nullptr;
-    }
     const char* const match = text_find(line, "+CSQ:");
     if (match != nullptr) {
         text_scan(match, "+CSQ: %d,%d", &rec->rssi, &rec->ber);
@@ -241,10 +237,8 @@ struct gsm_event* cops_handler(struct gsm_mobile* rec, char* line)
     if (nothing_to_read(rec, line))
         return nullptr;
     lock_scope guard(record_lock);
-    if (is_final_line(line)) {
-        finish_if_seen(rec);
+    if (ends_if_seen(rec, line))
         return nullptr;
-    }
     const char* const match = text_find(line, "+COPS");
     if (match == nullptr)
         return nullptr;
@@ -277,10 +271,8 @@ struct gsm_event* nwinfo_handler(struct gsm_mobile* rec, char* line)
     if (nothing_to_read(rec, line))
         return nullptr;
     lock_scope guard(record_lock);
-    if (is_final_line(line)) {
-        finish_if_seen(rec);
+    if (ends_if_seen(rec, line))
         return nullptr;
-    }
     const char* match = nullptr;
     if ((match = text_find(line, "+QNWINFO")) != nullptr)
         read_qnwinfo(rec, line, match);

@@ -313,12 +313,3 @@ event* servingcell_handler(gsm_mobile* rec, char* line)
 }
 
 } // namespace kelo
-
-int libgsm_get_qeng_net_stem(void)
-{
-    gsm_mobile* const record = kelo::modem_record();
-    if (record == nullptr)
-        return -1;
-    kelo::lock_scope guard(kelo::record_lock);
-    return record->qeng_net_stem;
-}

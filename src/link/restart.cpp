@@ -2,6 +2,7 @@
 #include "link/init.h"
 
 #include "support/diag.h"
+#include "support/threads.h"
 
 // Written by any thread: 1 while a reload is wanted.
 int cell_reload_flag = 0;
@@ -49,23 +50,6 @@ void* restart_cellular_thread(void*)
     return nullptr;
 }
 
-namespace
-{
-
-bool start_restart_thread()
-{
-    pthread_attr_t attributes;
-    if (pthread_attr_init(&attributes) != 0)
-        return false;
-    pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
-    pthread_t thread = {};
-    const int error = pthread_create(&thread, &attributes, restart_cellular_thread, nullptr);
-    pthread_attr_destroy(&attributes);
-    return error == 0;
-}
-
-} // namespace
-
 } // namespace kelo
 
 int cellular_module_restart_extern(void)
@@ -81,7 +65,7 @@ int cellular_module_restart_extern(void)
     const int flag_before = cell_restart_flag_get();
     cell_restart_flag_set();
     diag_debug("%s:%d %s: ===cellular module restart!\n", "init", __LINE__, __func__);
-    if (!start_restart_thread()) {
+    if (!thread_start_detached(restart_cellular_thread, nullptr)) {
         // No restart comes of it: the next "+CPIN: READY" is not ours to swallow.
         word_set(cell_restart_flag, flag_before);
         word_set(restart_gate, 0);
