@@ -2,7 +2,7 @@
 // filled. The first byte chooses the handler, the second the family, the state of the flow and
 // whether a cell line is to come; the rest is the line.
 
-#include "at/gsm_at.h"
+#include "at/at.h"
 #include "handlers/handlers.h"
 
 #include <cstdio>

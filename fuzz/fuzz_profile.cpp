@@ -2,7 +2,7 @@
 // lists are made of them, and every command is filled in as for sending. What may come of it: no
 // control character in a command, no text beyond its field, no list without an end.
 
-#include "at/gsm_at.h"
+#include "at/at.h"
 
 #include <climits>
 #include <cstdio>

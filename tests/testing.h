@@ -2,9 +2,10 @@
 // was written to a stream, and handlers that note what they were given.
 #pragma once
 
-#include "at/gsm_at.h"
-#include "core/gsm.h"
+#include "at/at.h"
+#include "core/core.h"
 #include "support/text.h"
+#include "task/task.h"
 
 #include <gtest/gtest.h>
 
@@ -19,6 +20,9 @@
 
 namespace kelo::test
 {
+
+// The library as an init leaves it: the exchange has all of its users.
+inline const bool hooked = (exchange_use(task_hooks), true);
 
 // Takes what is written to a descriptor while it lives. It does not flush stdio: a line that the
 // library left in a buffer is not seen. Replayed where it belongs when the case has failed.

@@ -1,9 +1,12 @@
 // Bring-up, restart with new settings, and stop.
 #include "api/api.h"
 
-#include "link/init.h"
+#include "link/link.h"
+#include "services/services.h"
 #include "support/diag.h"
+#include "support/shell.h"
 #include "support/sleeps.h"
+#include "task/task.h"
 #include <kelo/host.h>
 
 #include <pthread.h>
@@ -11,13 +14,20 @@
 
 #pragma weak log_log
 
-// Zeroed by the init; otherwise the host's own.
-int g_stability5GCount = 0;
-
 namespace kelo
 {
 
 int end_wait_ms = 60000;
+
+dialer_tools real_dialer_tools = {
+    .interface_present = interface_present,
+    .link_ping = link_ping,
+    .run = shell_run,
+    .send_at = libgsm_send_at,
+    .reset_radio = libgsm_reset_base_station,
+    .restart = cellular_module_restart_extern,
+    .sleep = seconds_sleep,
+};
 
 namespace
 {
@@ -39,10 +49,10 @@ struct worker {
 };
 
 // Nobody joins it, and a stop and a new init must not leave one behind each time.
-void* dialer_detached(void* argument)
+void* dialer_detached(void*)
 {
     pthread_detach(pthread_self());
-    return dialer_thread(argument);
+    return dialer_thread(&real_dialer_tools);
 }
 
 worker start_worker = {cellular_start_thread}; // detaches itself

@@ -2,12 +2,12 @@
 // few commands beside them.
 #include "api/api.h"
 
-#include "at/gsm_at.h"
-#include "link/init.h"
+#include "at/at.h"
 #include "support/diag.h"
 #include "support/shell.h"
 #include "support/sleeps.h"
 #include "support/text.h"
+#include <kelo/link.h>
 #include <kelo/status.h>
 
 #include <cstdarg>
@@ -77,19 +77,6 @@ void take_link_down()
     shell_run_by_host("ifconfig wwan0.1 down");
 }
 
-using short_command = char[64];
-
-// Cuts a command that does not fit, and says so: the modem will not understand it.
-[[gnu::format(printf, 2, 3)]] void command_write(short_command& command, const char* format, ...)
-{
-    va_list values;
-    va_start(values, format);
-    const int length = std::vsnprintf(command, sizeof command, format, values);
-    va_end(values);
-    if (length >= static_cast<int>(sizeof command))
-        diag_plain("command of %d characters is cut: %s\n", length, command);
-}
-
 } // namespace
 
 } // namespace kelo
@@ -115,22 +102,6 @@ int kelo_get_cellular(struct cellular_status* record)
     return 1;
 }
 
-int libgsm_update_apn(void)
-{
-    gsm_mobile* const rec = modem_record();
-    if (rec == nullptr)
-        return -1;
-    short_command command;
-    lock_scope hold(record_lock);
-    if (*rec->apn != '\0')
-        command_write(command, "AT+QICSGP=1,3,\"%s\",\"%s\",\"%s\",%d", rec->apn, rec->user,
-                      rec->password, rec->auth);
-    else
-        command_write(command, "AT+QICSGP=1,1,\"\",\"\",\"\",%d", 0);
-    hold.release();
-    return exec_at_command(rec, command);
-}
-
 int libgsm_check_version_code(char* buffer)
 {
     const lock_scope hold(record_lock);
@@ -149,9 +120,9 @@ int libgsm_check_qmbncfg_code(void)
     if (rec == nullptr || rec->qmbn_code_new == 0)
         return 0;
     rec->qmbn_code_new = 0;
-    short_command command;
+    char command[64];
     const bool sendable = accepts_text("carrier profile", rec->qmbn_code);
-    command_write(command, "AT+QMBNCFG=\"SELECT\",\"%s\"", rec->qmbn_code);
+    at_command_write(command, sizeof command, "AT+QMBNCFG=\"SELECT\",\"%s\"", rec->qmbn_code);
     hold.release();
     if (!sendable)
         return 0;

@@ -1,15 +1,14 @@
 // The exchange with the modem: writing a command, reading what comes back, cutting it into lines,
 // and counting down the time that a command may take.
 
-#include "api/api.h"
-#include "at/gsm_at.h"
-#include "handlers/handlers.h"
-#include "sms/sms.h"
+#include "at/at.h"
 #include "support/diag.h"
 #include "support/sleeps.h"
 #include "support/text.h"
 
 #include <cerrno>
+#include <cstdarg>
+#include <cstdio>
 #include <cstdlib>
 #include <unistd.h>
 
@@ -18,6 +17,8 @@ namespace kelo
 
 namespace
 {
+
+exchange_hooks hooks;
 
 // How a command is named in the debug lines.
 struct label {
@@ -60,6 +61,11 @@ void set_at_done(gsm_mobile* rec)
 
 } // namespace
 
+void exchange_use(const exchange_hooks& wanted)
+{
+    hooks = wanted;
+}
+
 long port_write(gsm_mobile* rec, const char* bytes, std::size_t length, int attempts,
                 const char* name, const char* shown)
 {
@@ -80,6 +86,16 @@ long port_write(gsm_mobile* rec, const char* bytes, std::size_t length, int atte
         diag_debug("[SEQ%d,ID%d]>>> %s\n", current.seq, current.id, shown);
     }
     return result;
+}
+
+void at_command_write(char* command, std::size_t size, const char* format, ...)
+{
+    va_list values;
+    va_start(values, format);
+    const int length = std::vsnprintf(command, size, format, values);
+    va_end(values);
+    if (length >= static_cast<int>(size))
+        diag_plain("command of %d characters is cut: %s\n", length, command);
 }
 
 int exec_at_command(gsm_mobile* rec, const char* text)
@@ -166,22 +182,6 @@ const char* shown_text(const char* cmd)
     return cmd == nullptr ? "(nul)" : cmd;
 }
 
-constexpr int set_apn_id = 50;
-
-// The APN goes to the modem only after a change of settings or in low power mode; otherwise the
-// dialer brings it.
-bool apn_wanted()
-{
-    const int need = word_get(needSetApn);
-    const int low_power = word_get(isLowPower);
-    if (need == 0 && low_power == 0) {
-        diag_plain("[4G] skip set apn command");
-        return false;
-    }
-    diag_plain("[4G] set apn, needSetApn=%d, isLowPower=%d\n", need, low_power);
-    return true;
-}
-
 bool passed_over(at_info* at)
 {
     const unsigned int flags = at_get_flags(at);
@@ -195,14 +195,7 @@ bool passed_over(at_info* at)
                    shown_text(at->cmd));
         return true;
     }
-    return at->id == set_apn_id && !apn_wanted();
-}
-
-// A command that sends a message draws a prompt, which may come at once.
-void announce(gsm_mobile* rec, const at_info* at)
-{
-    if (at->handler == sms_send_handler)
-        sms_send_begins(rec);
+    return false;
 }
 
 } // namespace
@@ -214,45 +207,23 @@ at_info* libgsm_send_atcommand(gsm_mobile* rec, bool& list_ended)
     if (list_ended)
         return nullptr;
     if (next.custom) {
-        announce(rec, next.at);
+        hooks.before_command(rec, next.at, true);
         exec_at_command(rec, next.custom_cmd);
         std::free(next.custom_cmd);
         return next.at;
     }
     if (next.at->pre_treat != nullptr)
         next.at->pre_treat(rec, next.at);
-    if (passed_over(next.at)) {
+    if (passed_over(next.at) || !hooks.before_command(rec, next.at, false)) {
         set_at_done(rec);
         return nullptr;
     }
-    announce(rec, next.at);
     exec_at_command(rec, next.at->cmd);
     return next.at;
 }
 
 namespace
 {
-
-// NUL bytes are line noise, and would hide what stands behind them. In the body of a message in
-// text mode they are text: "@" is 0 in the GSM alphabet.
-std::size_t drop_nul_bytes(char* text, std::size_t length)
-{
-    bool in_message = std::memchr(text, '\0', length) != nullptr && sms_text_follows({}, true);
-    std::size_t kept = 0;
-    std::size_t line = 0;
-    for (std::size_t i = 0; i < length; i++) {
-        if (text[i] != '\0')
-            text[kept++] = text[i];
-        else if (in_message)
-            text[kept++] = '@';
-        if (text[i] == '\n') {
-            in_message = in_message || sms_text_follows({text + line, kept - line}, line == 0);
-            line = kept;
-        }
-    }
-    text[kept] = '\0';
-    return kept;
-}
 
 label label_for_read(const at_info* cur)
 {
@@ -262,44 +233,19 @@ label label_for_read(const at_info* cur)
     return label_of(cur);
 }
 
-event* handle_sms_report(gsm_mobile* rec, const at_info* cur, char* text, char* report)
+event* handle_report(gsm_mobile* rec, const at_info* cur, char* text, char* report)
 {
     const label running = label_for_read(cur);
     diag_debug("[SEQ%d,ID%d]---><<< %s\n", running.seq, running.id, text);
-    // Looked for ahead of the parser, which cuts the text.
-    const bool acknowledge = text_has(text, "+CMT");
-    cellular_set_sms_received(1);
-    event* const raised = sms_check_read(rec, report);
-    // The other lines of the read go by, but the modem waits behind its prompt, which is the last
-    // line of the read or stands ahead of the report.
-    const char* const last_end = std::strrchr(text, '\n');
-    if (last_end != nullptr)
-        sms_watch_prompt(rec, last_end + 1);
-    report[0] = '\0';
-    for (char *rest = nullptr, *line = strtok_r(text, "\r\n", &rest); line != nullptr;
-         line = strtok_r(nullptr, "\r\n", &rest))
-        sms_watch_prompt(rec, line);
-    const int family = word_get(is_quectel);
-    if ((family == 13 || family == 15) && acknowledge)
-        libgsm_send_at("AT+CNMA");
-    return raised;
+    return hooks.report(rec, text, report);
 }
 
 event* handle_line(gsm_mobile* rec, const at_info* cur, char* line)
 {
-    if (text_has(line, "+CPIN: READY")) {
-        diag_plain("[Cell]----> READY !!!!");
-        word_set(is_pin_ready, 1);
-    } else if (text_has(line, "+QMTRECV")) {
-        cellular_set_mqtt_received(1);
-    }
-    libgsm_check_gps_location(line);
-    libgsm_check_mqtt_sub(line);
-    if (cur == nullptr || cur->handler != sms_send_handler)
-        sms_watch_prompt(rec, line);
+    hooks.each_line(rec, cur, line);
     if (cur != nullptr && cur->handler != nullptr)
         return cur->handler(rec, line);
-    return general_handler(rec, line);
+    return hooks.idle_line(rec, line);
 }
 
 event* handle_lines(gsm_mobile* rec, const at_info* cur, char* text)
@@ -336,14 +282,11 @@ read_outcome libgsm_check_event(gsm_mobile* rec, at_info* cur)
         return outcome;
     outcome.drained = got.drained;
     outcome.heard = got.length > 0;
-    drop_nul_bytes(got.text, got.length);
-    sms_continue_report(got.text);
+    hooks.each_read(got.text, got.length);
     if (text_has(got.text, "+QIND: SMS DONE") || text_has(got.text, "+QIND: PB DONE"))
         libgsm_set_init_flag(1);
-    char* report = text_find(got.text, "+CMT:");
-    if (report == nullptr)
-        report = text_find(got.text, "+CMTI:");
-    outcome.raised = report != nullptr ? handle_sms_report(rec, cur, got.text, report)
+    char* const report = hooks.find_report(got.text);
+    outcome.raised = report != nullptr ? handle_report(rec, cur, got.text, report)
                                        : handle_lines(rec, cur, got.text);
     if (outcome.raised != nullptr) {
         lock_scope guard(record_lock);
@@ -408,9 +351,7 @@ int libgsm_schedule_run(gsm_mobile* rec, at_info* cur)
         send_pending(rec);
     else
         tick_command(rec, cur);
-    libgsm_send_gps_location();
-    if (cur == nullptr)
-        libgsm_set_cellular_wake();
+    hooks.tick(cur == nullptr);
     return 0;
 }
 
@@ -423,9 +364,7 @@ int libgsm_send_at(const char* text)
     gsm_mobile* const rec = modem_record();
     if (rec == nullptr)
         return -1;
-    // The mobile task itself has to read the prompt, so it never waits for it.
-    if (!on_mobile_task())
-        sms_let_body_pass();
+    hooks.before_write();
     exec_at_command(rec, text);
     return 0;
 }

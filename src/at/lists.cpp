@@ -1,6 +1,6 @@
 // The flow lists and their nodes, and the choice of the next command.
 
-#include "at/gsm_at.h"
+#include "at/at.h"
 #include "support/diag.h"
 #include "support/text.h"
 
@@ -19,7 +19,6 @@ at_list sms_pdu_list = LIST_HEAD_INIT(sms_pdu_list);
 
 at_list* cur_at_list = &start_sim1_list;
 int at_seq_cursor = 0;
-int at_flow_done = 0;
 
 namespace
 {
@@ -118,11 +117,6 @@ at_info* at_list_next(at_list* list)
         chosen->flags |= AT_FLAG_SENT;
     }
     return chosen;
-}
-
-int at_flow_finished()
-{
-    return word_get(at_flow_done);
 }
 
 void at_flow_skip_rest()

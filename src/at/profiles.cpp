@@ -2,7 +2,7 @@
 //
 // They are read on the thread that calls libgsm_init, before any task runs, and the records do not
 // change afterwards.
-#include "at/gsm_at.h"
+#include "at/at.h"
 
 #include "support/diag.h"
 #include "support/text.h"

@@ -1,6 +1,6 @@
 // The AT port: finding it among the modem's USB serial devices, opening it, and setting its line.
 
-#include "core/gsm.h"
+#include "core/core.h"
 #include "support/diag.h"
 #include "support/text.h"
 

@@ -1,6 +1,9 @@
 // The modem record and the event record: static, never allocated, never released.
 
-#include "core/gsm.h"
+#include "core/core.h"
+#include "support/text.h"
+
+#include <pthread.h>
 
 namespace
 {
@@ -33,6 +36,58 @@ event* raise_event(int code)
 {
     ::gsm_event.code = code;
     return &::gsm_event;
+}
+
+void libgsm_reset_cell_info(gsm_mobile* rec)
+{
+    lock_scope guard(record_lock);
+    text_clear(rec->imsi);
+    text_clear(rec->iccid);
+    text_clear(rec->number);
+    text_clear(rec->act);
+    text_clear(rec->plmn);
+    text_clear(rec->band);
+    text_clear(rec->oper);
+    text_clear(rec->lac);
+    rec->channel = 0;
+    rec->reg_n = 0;
+    rec->reg_stat = 0;
+    rec->cid = 0;
+    full_cell_id = 0;
+    rec->tech = 0;
+    rec->reg_status = 0;
+    rec->rssi = 0;
+    rec->ber = 0;
+    rec->cqi = 0;
+    rec->dl_bandwidth = 0;
+    rec->ul_bandwidth = 0;
+    rec->rsrp = -120;
+}
+
+namespace
+{
+
+// The mobile task, while there is one; written by it alone.
+pthread_t task_thread;
+int task_known = 0;
+
+} // namespace
+
+void mobile_task_begins()
+{
+    std::atomic_ref<pthread_t>(task_thread).store(pthread_self());
+    word_set(task_known, 1);
+}
+
+void mobile_task_ends()
+{
+    word_set(task_known, 0);
+}
+
+bool on_mobile_task()
+{
+    return word_get(task_known) != 0 &&
+           pthread_equal(std::atomic_ref<pthread_t>(task_thread).load(), pthread_self()) != 0;
 }
 
 } // namespace kelo

@@ -1,41 +1,15 @@
-// The status word, the received flags, and the small states that a host polls.
+// The status word and its texts.
 
-#include "core/gsm.h"
-#include "support/diag.h"
+#include "core/core.h"
 
 #include <cstdio>
 #include <cstring>
-
-// Changed by the mobile task and by stop and reload, read by the host; every change is one atomic
-// operation.
-unsigned int gsm_dchan_status = 0;
 
 namespace kelo
 {
 
 namespace
 {
-
-// All of these are written on the mobile task and by the host, and read by the host.
-int sim_status = 0;
-int start_status = 0;
-int sms_received = 0;
-int call_received = 0;
-int mqtt_received = 0;
-
-int set_received(int& flag, int value, const char* text)
-{
-    word_set(flag, value);
-    if (value != 0)
-        diag_plain("[Cellular]---> %s received", text);
-    return 0;
-}
-
-int store(int& word, int value)
-{
-    word_set(word, value);
-    return value;
-}
 
 struct status_text {
     unsigned int bit;
@@ -134,55 +108,4 @@ const char* libgsm_get_network_info()
     default:
         return "Registering";
     }
-}
-
-int cellular_is_sms_received()
-{
-    return word_get(sms_received);
-}
-int cellular_is_call_received()
-{
-    return word_get(call_received);
-}
-int cellular_is_mqtt_received()
-{
-    return word_get(mqtt_received);
-}
-
-int cellular_set_sms_received(int value)
-{
-    return set_received(sms_received, value, "SMS");
-}
-int cellular_set_call_received(int value)
-{
-    return set_received(call_received, value, "Call");
-}
-int cellular_set_mqtt_received(int value)
-{
-    return set_received(mqtt_received, value, "MQTT");
-}
-
-int get_sim_status()
-{
-    return word_get(sim_status);
-}
-int set_sim_status(int value)
-{
-    return store(sim_status, value);
-}
-int get_start_status()
-{
-    return word_get(start_status);
-}
-int set_start_status(int value)
-{
-    return store(start_status, value);
-}
-int get_5g_debug()
-{
-    return word_get(debug_5g);
-}
-int set_5g_debug(int value)
-{
-    return store(debug_5g, value);
 }

@@ -1,44 +1,11 @@
 #include "handlers/handlers.h"
 
-#include "api/api.h"
-#include "at/gsm_at.h"
-#include "handlers/common.h"
+#include "at/answers.h"
+#include "services/services.h"
 #include "support/diag.h"
 #include "support/shell.h"
 
 #include <cstdio>
-
-// Set to 1 here and by a change of the settings; the host reads it, redials, and clears it.
-int cell_pdpdeact = 0;
-
-// Raised to 1 or 2 by a "service cell:" header, counted down by each cell line: general_handler and
-// servingcell_handler write and read it.
-int cell_ccinfo_recv = 0;
-
-// Raised by the host; taken down by general_handler when it swallows an event, which also reads it.
-int g_NetStaFlag = 0;
-
-int get_cell_pdpdeact(void)
-{
-    return kelo::word_get(cell_pdpdeact);
-}
-
-int set_cell_pdpdeact(int value)
-{
-    kelo::word_set(cell_pdpdeact, value);
-    return 0;
-}
-
-int get_net_status_flag(void)
-{
-    return kelo::word_get(g_NetStaFlag);
-}
-
-int set_net_status_flag(int value)
-{
-    kelo::word_set(g_NetStaFlag, value);
-    return 0;
-}
 
 namespace kelo
 {

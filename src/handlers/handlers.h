@@ -10,7 +10,7 @@
 // a case-sensitive search anywhere in the line; the line may be cut in pieces.
 #pragma once
 
-#include "core/gsm.h"
+#include "core/core.h"
 
 namespace kelo
 {
@@ -33,12 +33,9 @@ void expect_cell_lines(const char* line); // a header with "service cell:"
 event* servingcell_handler(gsm_mobile* rec, char* line);
 
 // identity.cpp
-event* cgmm_handler(gsm_mobile* rec, char* line);
 event* cgmi_handler(gsm_mobile* rec, char* line);
-event* cgmr_handler(gsm_mobile* rec, char* line);
 event* cgsn_handler(gsm_mobile* rec, char* line);
 event* cimi_handler(gsm_mobile* rec, char* line);
-event* gps_handler(gsm_mobile* rec, char* line);
 event* qccid_handler(gsm_mobile* rec, char* line);
 event* cnum_handler(gsm_mobile* rec, char* line);
 event* csca_handler(gsm_mobile* rec, char* line);
@@ -51,15 +48,12 @@ event* selslot_handler(gsm_mobile* rec, char* line);
 event* ok_handler(gsm_mobile* rec, char* line);
 
 // readback.cpp
-extern int verizon_flag;   // non-zero: the Verizon carrier profile is selected and active
-extern int mqtt_conn_lost; // 1: no sign yet in this query that the MQTT client is connected
 event* scanmode_handler(gsm_mobile* rec, char* line);
 event* band_handler(gsm_mobile* rec, char* line);
 event* netseq_handler(gsm_mobile* rec, char* line);
 event* mbn_list_handler(gsm_mobile* rec, char* line);
 event* qmbncfg_list_handler(gsm_mobile* rec, char* line);
 event* ati_handler(gsm_mobile* rec, char* line);
-event* qmtconn_handler(gsm_mobile* rec, char* line);
 int libgsm_update_version_code(const char* text);
 int libgsm_update_qmbncfg_code(const char* text);
 

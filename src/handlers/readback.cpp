@@ -1,19 +1,12 @@
 #include "handlers/handlers.h"
 
-#include "api/api.h"
-#include "at/gsm_at.h"
-#include "handlers/common.h"
+#include "at/answers.h"
+#include "at/at.h"
 
 #include <cstring>
 
 namespace kelo
 {
-
-// Written by mbn_list_handler; read by the APN commands and by the MQTT set-up.
-int verizon_flag = 0;
-
-// Written and read by qmtconn_handler alone.
-int mqtt_conn_lost = 1;
 
 namespace
 {
@@ -238,30 +231,4 @@ event* ati_handler(gsm_mobile* rec, char* line)
     return nullptr;
 }
 
-// The modem's echo of the query arms the test; only a report of a connected client 0 ahead of the
-// final "OK" disarms it.
-event* qmtconn_handler(gsm_mobile* rec, char* line)
-{
-    if (nothing_to_read(rec, line))
-        return nullptr;
-    if (text_has(line, "AT+QMTCONN?"))
-        word_set(mqtt_conn_lost, 1);
-    const bool connecting = text_has(line, "+QMTCONN: 0,0");
-    const bool connected = !connecting && text_has(line, "+QMTCONN: 0,3");
-    if (connected)
-        word_set(mqtt_conn_lost, 0);
-    if (connecting || connected) {
-        lock_scope guard(record_lock);
-        finish_command(rec);
-    }
-    if (text_has(line, "OK") && word_get(mqtt_conn_lost) != 0)
-        libgsm_mqtt_urc_error("Mqtt is lost");
-    return nullptr;
-}
-
 } // namespace kelo
-
-int libgsm_get_verizon_flag(void)
-{
-    return kelo::word_get(kelo::verizon_flag);
-}

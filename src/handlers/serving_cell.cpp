@@ -1,6 +1,6 @@
 #include "handlers/handlers.h"
 
-#include "handlers/common.h"
+#include "at/answers.h"
 #include "support/diag.h"
 
 #include <climits>

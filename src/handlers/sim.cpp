@@ -1,7 +1,7 @@
 #include "handlers/handlers.h"
 
-#include "at/gsm_at.h"
-#include "handlers/common.h"
+#include "at/answers.h"
+#include "at/at.h"
 
 namespace kelo
 {

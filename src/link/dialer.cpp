@@ -3,9 +3,8 @@
 // No state is stored: each pass derives its branch from the shared words, so that switching off
 // beats the wait for the SIM, and that beats the link. Every threshold looks at its counter ahead
 // of the increment: "above N", from 0, comes true on pass N + 2.
-#include "link/init.h"
+#include "link/link.h"
 
-#include "api/api.h"
 #include "support/diag.h"
 #include "support/shell.h"
 #include "support/sleeps.h"
@@ -15,21 +14,8 @@
 #include <pthread.h>
 #include <unistd.h>
 
-// Written by the dialer thread alone; read by the host and by get_cell_network_up.
-int cell_network_up = 0;
-
 namespace kelo
 {
-
-const dialer_tools real_dialer_tools = {
-    .interface_present = interface_present,
-    .link_ping = link_ping,
-    .run = shell_run,
-    .send_at = libgsm_send_at,
-    .reset_radio = libgsm_reset_base_station,
-    .restart = cellular_module_restart_extern,
-    .sleep = seconds_sleep,
-};
 
 namespace
 {
@@ -248,18 +234,12 @@ void dialer_run(dialer_state& state)
         usleep(static_cast<useconds_t>(sleep_us));
 }
 
-void* dialer_thread(void*)
+void* dialer_thread(void* tools)
 {
     pthread_setname_np(pthread_self(), "DialerThread");
-    dialer_state state;
+    dialer_state state = {.tools = static_cast<const dialer_tools*>(tools)};
     dialer_run(state);
     return nullptr;
 }
 
 } // namespace kelo
-
-int get_cell_network_up()
-{
-    using namespace kelo;
-    return word_get(cell_network_up) != 0 && word_get(is_pin_ready) != 0 ? 1 : 0;
-}

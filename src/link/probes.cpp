@@ -1,8 +1,7 @@
 // The link probes: is the data interface listed, does a ping get through it. Each runs one program
 // and reads what it prints; nothing but that text decides.
-#include "link/init.h"
+#include "link/link.h"
 
-#include "api/api.h"
 #include "support/diag.h"
 #include "support/shell.h"
 #include "support/text.h"

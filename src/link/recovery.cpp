@@ -1,6 +1,7 @@
 // The radio reset, one step below a restart of the modem task.
-#include "link/init.h"
+#include "link/link.h"
 
+#include "at/at.h"
 #include "support/sleeps.h"
 #include <kelo/status.h>
 
@@ -24,3 +25,21 @@ int libgsm_reset_base_station()
 }
 
 } // namespace kelo
+
+using namespace kelo;
+
+int libgsm_update_apn(void)
+{
+    gsm_mobile* const rec = modem_record();
+    if (rec == nullptr)
+        return -1;
+    char command[64];
+    lock_scope hold(record_lock);
+    if (*rec->apn != '\0')
+        at_command_write(command, sizeof command, "AT+QICSGP=1,3,\"%s\",\"%s\",\"%s\",%d", rec->apn,
+                         rec->user, rec->password, rec->auth);
+    else
+        at_command_write(command, sizeof command, "AT+QICSGP=1,1,\"\",\"\",\"\",%d", 0);
+    hold.release();
+    return exec_at_command(rec, command);
+}

@@ -7,7 +7,7 @@
 // begins.
 #include "sms/sms.h"
 
-#include "at/gsm_at.h"
+#include "at/at.h"
 #include "support/sleeps.h"
 #include "support/text.h"
 

@@ -6,7 +6,7 @@
 // message in flight (send.cpp) and gsm_event by record_lock.
 #pragma once
 
-#include "core/gsm.h"
+#include "core/core.h"
 #include <kelo/sms.h>
 
 #include <cstddef>
@@ -138,6 +138,12 @@ sms_outbox_item* sms_outbox_item_create(int mode, const char* tag, const char* n
 // Queues all items of a list at once, in order, and empties it.
 void sms_outbox_append(list_head& items);
 
+// Messages handed in and not yet answered. The count never falls below 0: an answer may come late.
+extern int sms_pending_count;
+void sms_pending_add();
+void sms_pending_answered();
+void sms_pending_reset();
+
 // A command that draws the prompt goes out: its body becomes due.
 void sms_send_begins(gsm_mobile* mobile);
 
@@ -159,6 +165,11 @@ int write_sms_msg(gsm_mobile* mobile, const char* text);
 
 int sms_report_parse(gsm_mobile* mobile, event* what, const char* report);
 int sms_log_received(event* what);
+
+// A read of the port that holds a report, from where it begins.
+void sms_clean_read(char* text, std::size_t length); // of NUL bytes; ends a report that goes on
+char* sms_find_report(char* text);                   // null for none
+event* sms_take_read(gsm_mobile* mobile, char* text, char* report);
 
 // What libgsm_check_sms does with a read of the port, whose last report may go on in the next read.
 event* sms_check_read(gsm_mobile* mobile, const char* report);

@@ -115,14 +115,6 @@ outcome send_text(int mode, const char* number, const char* text, const char* ta
     return result == 0 ? outcome::queued : outcome::failed;
 }
 
-void take_back_pending()
-{
-    std::atomic_ref<int> count(sms_pending_count);
-    int before = count.load();
-    while (!count.compare_exchange_weak(before, before > 0 ? before - 1 : 0)) {
-    }
-}
-
 std::FILE* open_file(const char* path)
 {
     if (path == nullptr) {
@@ -166,12 +158,12 @@ int libgsm_send_sms_from_buffer(const char* tag, const char* number, int mode, c
     if (rec == nullptr)
         return -1;
     // Ahead of the queueing: the answer may come before this call is over.
-    word_add(sms_pending_count, 1);
+    sms_pending_add();
     const outcome result = mode == 0 ? send_pdu_parts(rec, number, text, tag, "UTF-8", n)
                                      : send_text(mode, number, text, tag, n);
     if (result != outcome::failed)
         return 0;
-    take_back_pending();
+    sms_pending_answered();
     return -1;
 }
 

@@ -1,4 +1,4 @@
-#include "host_side.h"
+#include "tests/api/host_side.h"
 
 #include <kelo/host.h>
 

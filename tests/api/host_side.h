@@ -1,8 +1,8 @@
 // What a host brings: its shell wrapper and its logger, which note what they were given.
 #pragma once
 
-#include "../testing.h"
 #include "api/api.h"
+#include "tests/testing.h"
 
 namespace kelo::test
 {

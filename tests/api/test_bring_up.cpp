@@ -1,6 +1,7 @@
 // Bring-up: what an init stores and starts, which are refused, and that a stop and a new init leave
 // nothing behind.
-#include "host_side.h"
+#include "task/task.h"
+#include "tests/api/host_side.h"
 
 #include <filesystem>
 

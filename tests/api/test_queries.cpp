@@ -1,8 +1,8 @@
 // Status queries: the report by what the library knows, and the codes that are handed over once.
-#include "host_side.h"
+#include "tests/api/host_side.h"
 
 #include "handlers/handlers.h"
-#include "link/init.h"
+#include "link/link.h"
 #include <kelo/status.h>
 
 using namespace kelo;

@@ -1,5 +1,5 @@
 // Settings: what each change path reaches, and what a careless or hostile record can't do.
-#include "host_side.h"
+#include "tests/api/host_side.h"
 
 using namespace kelo;
 using namespace kelo::test;

@@ -1,4 +1,4 @@
-#include "testing.h"
+#include "tests/testing.h"
 
 #include <sys/ioctl.h>
 

@@ -1,5 +1,5 @@
 // Profile files: what a line becomes, which files are read, which one serves a model.
-#include "testing.h"
+#include "tests/testing.h"
 
 #include <filesystem>
 #include <sys/stat.h>

@@ -2,8 +2,10 @@
 // of its own, on a library as just loaded.
 #pragma once
 
-#include "at/gsm_at.h"
+#include "at/at.h"
 #include "handlers/handlers.h"
+#include "modules/modules.h"
+#include "services/services.h"
 
 #include <gtest/gtest.h>
 

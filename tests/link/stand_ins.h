@@ -1,7 +1,7 @@
 // Programs of a test's own, ahead of everything else in PATH.
 #pragma once
 
-#include "testing.h"
+#include "tests/testing.h"
 
 #include <filesystem>
 #include <unistd.h>

@@ -1,6 +1,6 @@
 // The dialer, pass by pass: every threshold at its pass, and what it leaves behind.
-#include "link/init.h"
-#include "testing.h"
+#include "link/link.h"
+#include "tests/testing.h"
 #include <kelo/settings.h>
 
 using namespace kelo;

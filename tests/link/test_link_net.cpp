@@ -1,7 +1,8 @@
 // The dialer thread with everything real but the modem: wwan0, ifconfig, ping, killall, and a
 // stand-in for the dialer program.
-#include "link/init.h"
-#include "stand_ins.h"
+#include "api/api.h"
+#include "link/link.h"
+#include "tests/link/stand_ins.h"
 #include <kelo/settings.h>
 
 using namespace kelo;
@@ -27,7 +28,7 @@ TEST(LinkNet, UpLostRedialedAndUpAgain)
     g_netWorkCardFlag = is_pin_ready = 1;
     cellular_set_status(CELL_STATUS_READY);
 
-    dialer_state state;
+    dialer_state state = {.tools = &real_dialer_tools};
     state.ping_ticks = 290; // the supervision comes two seconds behind the link
     std::thread dialer([&state] { dialer_run(state); });
     EXPECT_TRUE(comes_to(1, 1));

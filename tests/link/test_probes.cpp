@@ -1,7 +1,7 @@
 // The probes: what the tools print decides, and nothing that reaches them makes them run anything
 // else.
-#include "link/init.h"
-#include "stand_ins.h"
+#include "link/link.h"
+#include "tests/link/stand_ins.h"
 #include <kelo/settings.h>
 
 using namespace kelo;

@@ -1,7 +1,6 @@
-// What stops, switches or resets the modem: the SIM switch, as its driver would see it, and the
-// settings of the active SIM; the restart's gates; the radio reset.
-#include "link/init.h"
-#include "testing.h"
+// The SIM switch, as its driver would see it, and the radio reset.
+#include "link/link.h"
+#include "tests/testing.h"
 #include <kelo/settings.h>
 
 #include <cstdarg>
@@ -23,20 +22,6 @@ std::string switched_to(int sim)
     mobile_select_simcard(sim);
     EXPECT_EQ(fcntl(switch_fd, F_GETFD), -1) << "stays open";
     return asked;
-}
-
-bool at_rest()
-{
-    return word_get(cell_repower_lock) == 0 && word_get(restart_gate) == 0;
-}
-
-void ask_from_threads(int count)
-{
-    std::vector<std::thread> askers;
-    for (int i = 0; i < count; i++)
-        askers.emplace_back(cellular_module_restart_extern);
-    for (std::thread& asker : askers)
-        asker.join();
 }
 
 } // namespace
@@ -77,28 +62,6 @@ TEST(SimSelect, RequestOfTheSwitch)
     EXPECT_EQ(g_mobile.simslot, 2);
     EXPECT_EQ(selected_card, -5);
     unlink("/dev/brgpio");
-}
-
-// The stop waits for a mobile task, so the restart is under way for as long as we like.
-TEST(Restart, OneAtATime)
-{
-    set_5g_debug(1);
-    captured said;
-    word_set(mobile_task_stopped, 0);
-    cell_restart_flag_reset();
-    ask_from_threads(8);
-    EXPECT_EQ(cell_restart_flag_get(), 1);
-    ASSERT_TRUE(wait_until([] { return word_get(cell_repower_lock) == 1; }));
-    cell_restart_flag_reset();
-    ask_from_threads(8);
-    EXPECT_EQ(cell_restart_flag_get(), 0) << "a refused call must not swallow the next new SIM";
-    EXPECT_EQ(count_of(said.text(), "===cellular module restart!"), 1);
-    EXPECT_EQ(cellular_reload(), -1);
-    restart_cellular_thread(nullptr); // one that comes too late gives up
-    EXPECT_TRUE(said.has("repower thread has been locked!"));
-    EXPECT_EQ(word_get(cell_repower_lock), 1);
-    word_set(mobile_task_stopped, 1);
-    EXPECT_TRUE(wait_until(at_rest));
 }
 
 TEST(RadioReset, ApnGoesOutWhileTheRadioIsOffInLowPowerAlone)

@@ -2,7 +2,7 @@
 #pragma once
 
 #include "sms/sms.h"
-#include "testing.h"
+#include "tests/testing.h"
 
 namespace kelo::test
 {

@@ -1,5 +1,5 @@
 // Septets, character sets and received PDUs: real ones, the quirks, and broken ones.
-#include "messages.h"
+#include "tests/sms/messages.h"
 
 using namespace kelo;
 using namespace kelo::test;

@@ -1,5 +1,5 @@
 // Messages on their way out, from the host's call to the PDUs in the outbox, and read back.
-#include "messages.h"
+#include "tests/sms/messages.h"
 
 using namespace kelo;
 using namespace kelo::test;

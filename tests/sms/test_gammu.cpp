@@ -1,5 +1,5 @@
 // What the library sends, read back by a decoder that is not ours: Gammu's.
-#include "messages.h"
+#include "tests/sms/messages.h"
 
 #include <gammu-debug.h>
 #include <gammu-message.h>

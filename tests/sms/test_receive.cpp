@@ -1,5 +1,5 @@
 // Reports of received messages: gsm_event and its block, the queue, and reports in pieces.
-#include "messages.h"
+#include "tests/sms/messages.h"
 
 using namespace kelo;
 using namespace kelo::test;

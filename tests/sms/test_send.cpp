@@ -1,5 +1,5 @@
 // Sending: what the step's answers mean, and the bytes behind the prompt.
-#include "messages.h"
+#include "tests/sms/messages.h"
 
 using namespace kelo;
 using namespace kelo::test;

@@ -1,5 +1,5 @@
 #include "support/diag.h"
-#include "testing.h"
+#include "tests/testing.h"
 
 namespace
 {

@@ -1,5 +1,5 @@
 #include "support/shell.h"
-#include "testing.h"
+#include "tests/testing.h"
 
 #include <csignal>
 #include <sys/wait.h>

@@ -1,0 +1,191 @@
+// Flows: how the lists are filled for a module, and how one of them becomes the current list.
+
+#include "modules/modules.h"
+#include "support/diag.h"
+#include "support/text.h"
+
+#include <cstdlib>
+
+namespace kelo
+{
+
+namespace
+{
+
+// Profile of the detected module, found on first need.
+const cfg_file* matched_cfg_file = nullptr;
+
+const model_table* table_of(int flow)
+{
+    switch (flow) {
+    case FLOW_START:
+        return &flow_start_models;
+    case FLOW_RELOAD:
+        return &flow_reload_models;
+    case FLOW_SMS_TEXT:
+        return &flow_sms_text_models;
+    case FLOW_SMS_PDU:
+        return &flow_sms_pdu_models;
+    default:
+        return nullptr;
+    }
+}
+
+// The revision tells variants apart that share a model text; where it names no key, the model text
+// stands for the first key that begins with it.
+const model_flow* find_row(const model_table* table, const char* model, const char* revision)
+{
+    if (table == nullptr)
+        return nullptr;
+    for (int i = 0; i < table->count; i++) {
+        const model_flow& row = table->rows[i];
+        if (text_begins(revision, row.key) || text_begins(row.key, model))
+            return &row;
+    }
+    return nullptr;
+}
+
+void add_step(at_list* list, const flow_step& step, const char* model)
+{
+    if (at_list_add_general(list, step.id, step.seq) != at_no_row)
+        return;
+    if (matched_cfg_file == nullptr)
+        matched_cfg_file = cfg_file_find(model);
+    if (matched_cfg_file == nullptr) {
+        diag_plain("%s:%d failed to match module '%s'\n", "add_remaining_ats_by_model", __LINE__,
+                   model);
+        return;
+    }
+    at_list_add_private(list, step.id, step.seq, matched_cfg_file);
+}
+
+} // namespace
+
+int add_remaining_ats_by_model(const char* model, const char* revision, int flow, at_list* list)
+{
+    if (model == nullptr || *model == '\0' || revision == nullptr || *revision == '\0')
+        return -1;
+    const model_flow* const row = find_row(table_of(flow), model, revision);
+    if (row == nullptr)
+        return 0;
+    for (int i = 0; i < row->count; i++)
+        add_step(list, row->steps[i], model);
+    return 0;
+}
+
+void at_compose_flows(gsm_mobile* rec, const char* model, const char* revision)
+{
+    add_remaining_ats_by_model(model, revision, FLOW_START, &start_sim1_list);
+    add_remaining_ats_by_model(model, revision, FLOW_RELOAD, &reload_sim1_list);
+    add_remaining_ats_by_model(model, revision, FLOW_START, &start_sim2_list);
+    add_remaining_ats_by_model(model, revision, FLOW_RELOAD, &reload_sim2_list);
+    add_remaining_ats_by_model(model, revision, FLOW_SMS_TEXT, &sms_text_list);
+    add_remaining_ats_by_model(model, revision, FLOW_SMS_PDU, &sms_pdu_list);
+    // One step: a change of flow by another thread sees the lists without custom items and leaves
+    // them to this, or whole and with all of theirs.
+    lock_scope flow_guard(flow_lock);
+    {
+        lock_scope record_guard(record_lock);
+        rec->custom_cfg = 1;
+    }
+    libgsm_apply_custom_config();
+}
+
+bool at_may_go(const at_info* at)
+{
+    constexpr int set_apn = 50;
+    if (at->id != set_apn)
+        return true;
+    const int need = word_get(needSetApn);
+    const int low_power = word_get(isLowPower);
+    if (need == 0 && low_power == 0) {
+        diag_plain("[4G] skip set apn command");
+        return false;
+    }
+    diag_plain("[4G] set apn, needSetApn=%d, isLowPower=%d\n", need, low_power);
+    return true;
+}
+
+namespace
+{
+
+int custom_cfg_of(gsm_mobile* rec)
+{
+    lock_scope guard(record_lock);
+    return rec->custom_cfg;
+}
+
+at_list* list_to_walk(int flow, int sim, bool identified)
+{
+    if (flow == FLOW_SMS_TEXT)
+        return &sms_text_list;
+    if (flow == FLOW_SMS_PDU)
+        return &sms_pdu_list;
+    // Only the first list of all can identify a module: until that has happened, SIM 2 starts on
+    // it.
+    if (flow == FLOW_START && sim == 2 && !identified)
+        sim = 1;
+    return at_list_of(flow, sim);
+}
+
+void at_list_reset(at_list* list)
+{
+    list_head* node;
+    list_for_each(node, list)
+    {
+        at_info* const at = at_of(node);
+        at->flags &= ~(AT_FLAG_SENT | AT_FLAG_SKIP | AT_FLAG_IGNORE);
+        std::free(at->custom_cmd);
+        at->custom_cmd = nullptr;
+        at->custom_seq = 0;
+    }
+}
+
+} // namespace
+
+void at_select_flow(gsm_mobile* rec, int flow, int sim)
+{
+    const bool identified = custom_cfg_of(rec) != 0;
+    cur_at_list = list_to_walk(flow, sim, identified);
+    if (cur_at_list == nullptr) {
+        diag_plain("%s:%d fatal error!\n", "libgsm_change_flow", __LINE__);
+        return;
+    }
+    if (flow == FLOW_START || flow == FLOW_RELOAD) {
+        libgsm_reset_cell_info(rec);
+        word_set(at_flow_done, 0);
+    }
+    at_list_reset(cur_at_list);
+    libgsm_set_at_timeout(cur_at_list);
+    if (identified)
+        libgsm_apply_custom_config();
+    at_seq_cursor = 0;
+    lock_scope record_guard(record_lock);
+    rec->flow = flow;
+    rec->at_done = 1;
+    rec->is5g = 0;
+}
+
+void libgsm_change_flow(gsm_mobile* rec, int flow, int sim)
+{
+    if (rec == nullptr)
+        return;
+    lock_scope guard(flow_lock);
+    at_select_flow(rec, flow, sim);
+}
+
+} // namespace kelo
+
+using namespace kelo;
+
+const char* libgsm_get_modem_network_type()
+{
+    gsm_mobile* const rec = modem_record();
+    if (rec == nullptr)
+        return "LTE";
+    lock_scope guard(record_lock);
+    for (std::size_t i = 0; i < modem_network_rows; i++)
+        if (std::strcmp(rec->model, modem_network_table[i].model) == 0)
+            return modem_network_table[i].network;
+    return "LTE";
+}

@@ -1,0 +1,85 @@
+// Which module it is: its model and its revision, and with the second the flows that it walks.
+#include "modules/modules.h"
+
+#include "at/answers.h"
+#include "support/diag.h"
+
+namespace kelo
+{
+
+namespace
+{
+
+// Tried in this order, whatever the order in the line.
+constexpr const char* model_tokens[] = {
+    "E9720", "EC20", "EC21", "EC25",  "EG25",  "EP06",  "Quectel_M35", "U9300C", "LE910",
+    "UC15",  "UC20", "EG95", "RM500", "RM510", "RG500", "RG510",       "MH5000", "V1.0.1-B7",
+};
+
+} // namespace
+
+event* cgmm_handler(gsm_mobile* rec, char* line)
+{
+    if (nothing_to_read(rec, line))
+        return nullptr;
+    lock_scope guard(record_lock);
+    if (take_final_line(rec, line, rec->model))
+        return nullptr;
+    for (const char* token : model_tokens) {
+        const char* const match = text_find(line, token);
+        if (match != nullptr) {
+            text_set_until(rec->model, match, "\n");
+            diag_plain("%s:%d model='%s'\n", "cgmm_handler", __LINE__, rec->model);
+            return nullptr;
+        }
+    }
+    return nullptr;
+}
+
+namespace
+{
+
+// Where the revision starts in a line of this model; null for a line that has none.
+const char* revision_start(const char* model, const char* line)
+{
+    if (std::strcmp(model, "V1.0.1-B7") != 0)
+        return line;
+    const char* const match = text_find(line, "BASE  Version:");
+    if (match == nullptr)
+        return nullptr;
+    const char* const value = text_skip(match, 18);
+    return value + std::strspn(value, " "); // some builds pad with a blank more
+}
+
+} // namespace
+
+event* cgmr_handler(gsm_mobile* rec, char* line)
+{
+    if (nothing_to_read(rec, line))
+        return nullptr;
+    lock_scope guard(record_lock);
+    if (take_final_line(rec, line, rec->revision))
+        return nullptr;
+    const char* const start = revision_start(rec->model, line);
+    if (start == nullptr)
+        return nullptr;
+    text_set_until(rec->revision, start, "\n ");
+    // An echo or a line with a prefix is no revision. Nor is nothing: it would use up the one
+    // chance to complete the flows.
+    if (rec->revision[0] == '\0' || std::strpbrk(rec->revision, "+:\",") != nullptr) {
+        text_clear(rec->revision);
+        return nullptr;
+    }
+    diag_plain("%s:%d revision='%s'\n", "cgmr_handler", __LINE__, rec->revision);
+    if (rec->custom_cfg != 0)
+        return nullptr;
+    char model[sizeof rec->model];
+    char revision[sizeof rec->revision];
+    text_set(model, rec->model);
+    text_set(revision, rec->revision);
+    guard.release();
+    at_compose_flows(rec, model, revision);
+    return nullptr;
+}
+
+} // namespace kelo

@@ -1,0 +1,493 @@
+// MQTT inside the modem: one update brings the modem's client up to a confirmed subscription.
+//
+// An attempt configures the client and opens the connection, without waiting for answers; the
+// modem's reports then carry it on, report by report. Both run on the mobile task. Two locks:
+//
+// attempt_mutex  held over a whole attempt, its sleeps included, and over a stop: a stop waits for
+//                the attempt under way and no longer. It is the outermost lock of the library and
+//                is taken in these two places alone, never under another one. A callback of the
+//                host never meets it held by its own thread: callbacks come out of the reading of
+//                lines, and the task that reads lines is not in an attempt then.
+// config_lock    the settings, whether an update is pending, and what the last attempt was made
+//                with; held for moments, a leaf. An attempt works on a copy, so that new settings
+//                may come in at any time without waiting for it.
+#include "services/services.h"
+
+#include "at/answers.h"
+#include "at/at.h"
+#include "support/diag.h"
+#include "support/sleeps.h"
+#include "support/text.h"
+#include <kelo/mqtt.h>
+
+#include <cerrno>
+#include <climits>
+#include <cstdarg>
+#include <cstddef>
+#include <cstdio>
+#include <cstdlib>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace kelo
+{
+
+namespace
+{
+
+// Set by the host, called on the mobile task.
+mqtt_urc_handler mqtt_urc_callback = nullptr;
+
+pthread_mutex_t attempt_mutex = PTHREAD_MUTEX_INITIALIZER;
+lock config_lock;
+
+// What the host handed in last. update_pending: the update has not ended.
+mqtt_config settings = {};
+
+// What the last attempt was made with. update_pending: its reports may still come.
+mqtt_config attempted = {};
+
+// From the start of an attempt to the first sign of its open: what is read until then was said
+// ahead of the disconnect, and no longer stands.
+bool reopening = false;
+
+// Idle ticks to the next attempt; the mobile task's alone. New settings do not shorten it.
+int mqtt_retry_ticks = 0;
+constexpr int ticks_between_attempts = 5;
+
+constexpr long second_us = 1000000;
+constexpr long tenth_us = 100000;
+
+// Not a lock_scope, which keeps what is said back until the end.
+class attempt_scope
+{
+  public:
+    attempt_scope() { pthread_mutex_lock(&attempt_mutex); }
+    ~attempt_scope() { pthread_mutex_unlock(&attempt_mutex); }
+    attempt_scope(const attempt_scope&) = delete;
+    attempt_scope& operator=(const attempt_scope&) = delete;
+};
+
+// ---- The host's settings
+
+enum : unsigned { in_command = 1, needed = 2, digits = 4 };
+
+struct text_field {
+    const char* name;
+    std::size_t offset;
+    std::size_t size;
+    unsigned rules;
+};
+#define FIELD(name) #name, offsetof(mqtt_config, name), sizeof(mqtt_config::name)
+constexpr text_field text_fields[] = {
+    {FIELD(host), in_command | needed},
+    {FIELD(port), in_command | needed | digits},
+    {FIELD(client_id), in_command},
+    {FIELD(user), in_command},
+    {FIELD(password), in_command},
+    {FIELD(topic), in_command | needed},
+    {FIELD(ca_file), 0},
+    {FIELD(cert_file), 0},
+    {FIELD(key_file), 0},
+};
+#undef FIELD
+
+bool refuse(const char* what, const char* why)
+{
+    diag_plain("kelo_set_cellular_wake: refused, %s %s\n", what, why);
+    return false;
+}
+
+bool accepts(const mqtt_config& wanted, const text_field& field)
+{
+    const char* const text = reinterpret_cast<const char*>(&wanted) + field.offset;
+    if (std::memchr(text, '\0', field.size) == nullptr)
+        return refuse(field.name, "is not terminated");
+    if ((field.rules & in_command) != 0 && !accepts_text(field.name, text))
+        return false;
+    if ((field.rules & needed) != 0 && *text == '\0')
+        return refuse(field.name, "is empty");
+    if ((field.rules & digits) != 0 && text[std::strspn(text, "0123456789")] != '\0')
+        return refuse(field.name, "is not a number");
+    return true;
+}
+
+// With nothing behind the texts, so that two can be compared.
+mqtt_config cleaned(const mqtt_config& from)
+{
+    mqtt_config clean = {};
+    clean.update_pending = 1;
+    clean.tls_mode = from.tls_mode;
+    for (const text_field& field : text_fields)
+        text_copy(reinterpret_cast<char*>(&clean) + field.offset, field.size,
+                  reinterpret_cast<const char*>(&from) + field.offset);
+    clean.keepalive = from.keepalive;
+    clean.mqtt_done_callback = from.mqtt_done_callback;
+    return clean;
+}
+
+// Whether both lead the modem to the same subscription.
+bool same_subscription(const mqtt_config& one, const mqtt_config& other)
+{
+    constexpr std::size_t first = offsetof(mqtt_config, tls_mode);
+    constexpr std::size_t behind = offsetof(mqtt_config, keepalive) + sizeof(int);
+    return std::memcmp(reinterpret_cast<const char*>(&one) + first,
+                       reinterpret_cast<const char*>(&other) + first, behind - first) == 0;
+}
+
+int libgsm_set_mqtt_info(const mqtt_config* wanted)
+{
+    if (wanted == nullptr) {
+        refuse("no settings", "were given");
+        return -1;
+    }
+    for (const text_field& field : text_fields)
+        if (!accepts(*wanted, field))
+            return -1;
+    const mqtt_config clean = cleaned(*wanted);
+    const lock_scope hold(config_lock);
+    settings = clean;
+    return 0;
+}
+
+int libgsm_check_mqtt_update()
+{
+    const lock_scope hold(config_lock);
+    return settings.update_pending;
+}
+
+int libgsm_set_mqtt_urc_callback(mqtt_urc_handler callback)
+{
+    word_set(mqtt_urc_callback, callback);
+    return 0;
+}
+
+// ---- An attempt
+
+// Sends a command and gives the modem `us` to take it; nothing waits for the answer.
+[[gnu::format(printf, 2, 3)]] void command(long us, const char* format, ...)
+{
+    char text[640]; // the longest, with all fields full, has 600
+    std::va_list arguments;
+    va_start(arguments, format);
+    std::vsnprintf(text, sizeof text, format, arguments);
+    va_end(arguments);
+    libgsm_send_at(text);
+    microseconds_sleep(us);
+}
+
+struct tls_file {
+    char (mqtt_config::*path)[64];
+    const char* modem_name;
+    const char* setting;
+};
+constexpr tls_file tls_files[] = {
+    {&mqtt_config::ca_file, "RAM:cacert.pem", "cacert"},
+    {&mqtt_config::cert_file, "RAM:client.pem", "clientcert"},
+    {&mqtt_config::key_file, "RAM:user_key.pem", "clientkey"},
+};
+
+bool refuse_file(const char* path, const char* why)
+{
+    diag_plain("%s:%d '%s' is not uploaded, it %s!\n", "libgsm_set_cellular_wake", __LINE__, path,
+               why);
+    return false;
+}
+
+// The content, to be freed; null for a file that is passed over.
+char* read_for_upload(const char* path, std::size_t& length)
+{
+    struct stat about = {};
+    if (stat(path, &about) == 0 && !S_ISREG(about.st_mode)) {
+        refuse_file(path, "is not a regular file");
+        return nullptr;
+    }
+    char* content = nullptr;
+    const int read = about.st_size > KELO_MQTT_FILE_LIMIT ? KELO_MQTT_FILE_LIMIT + 1
+                                                          : ReadFile2String(path, &content);
+    if (read > KELO_MQTT_FILE_LIMIT)
+        refuse_file(path, "is larger than 64 KiB");
+    if (read <= 0 || read > KELO_MQTT_FILE_LIMIT) {
+        std::free(content);
+        return nullptr;
+    }
+    length = static_cast<std::size_t>(read);
+    return content;
+}
+
+// The file's bytes as they are, a NUL included, and the line end that every command has. The modem
+// counts the bytes that it announced for: were some left out, it would take the next commands for
+// content. What the port does not take at once follows; and no key stands in a diagnostic line.
+void write_content(const char* name, const char* content, std::size_t length)
+{
+    gsm_mobile* const rec = modem_record();
+    char* const bytes = static_cast<char*>(std::malloc(length + 2));
+    if (rec == nullptr || bytes == nullptr) {
+        std::free(bytes);
+        return;
+    }
+    std::memcpy(bytes, content, length);
+    std::memcpy(bytes + length, "\r\n", 2);
+    std::size_t done = 0;
+    for (int pieces = 20; done < length + 2 && pieces > 0; pieces--) {
+        if (done > 0)
+            microseconds_sleep(tenth_us);
+        const long written = port_write(rec, bytes + done, length + 2 - done, 3, __func__, name);
+        if (written <= 0)
+            break;
+        done += static_cast<std::size_t>(written);
+    }
+    if (done < length)
+        diag_plain("%s:%d %zu of %zu bytes of '%s' were written!\n", "libgsm_set_cellular_wake",
+                   __LINE__, done, length, name);
+    std::free(bytes);
+}
+
+void upload(const mqtt_config& with, const tls_file& file)
+{
+    std::size_t length = 0;
+    char* const content = read_for_upload(with.*file.path, length);
+    if (content == nullptr)
+        return;
+    command(tenth_us, "AT+QFDEL=\"%s\"", file.modem_name);
+    command(tenth_us, "AT+QFUPL=\"%s\",%zu,100", file.modem_name, length);
+    write_content(file.modem_name, content, length);
+    std::free(content);
+    microseconds_sleep(tenth_us);
+}
+
+void make_attempt(const mqtt_config& with)
+{
+    constexpr int with_files = 2;
+    command(second_us, "AT+QMTDISC=0");
+    command(second_us, "AT+QMTCLOSE=0");
+    command(tenth_us, "AT+QMTCFG=\"ssl\",0,%d,1", with.tls_mode != 0 ? 1 : 0);
+    if (with.tls_mode == with_files) {
+        for (const tls_file& file : tls_files)
+            upload(with, file);
+        for (const tls_file& file : tls_files)
+            command(tenth_us, "AT+QSSLCFG=\"%s\",1,\"%s\"", file.setting, file.modem_name);
+        command(tenth_us, "AT+QSSLCFG=\"seclevel\",1,2");
+        command(tenth_us, "AT+QSSLCFG=\"sslversion\",1,4");
+        command(tenth_us, "AT+QSSLCFG=\"ciphersuite\",1,0xFFFF");
+        command(tenth_us, "AT+QSSLCFG=\"ignorelocaltime\",1,1");
+    }
+    command(tenth_us, "AT+QMTCFG=\"keepalive\",0,%d", with.keepalive);
+    if (libgsm_get_verizon_flag() != 0)
+        command(second_us, "AT+QMTCFG=\"pdpcid\",0,3");
+    command(second_us, "AT+QMTOPEN=0,\"%s\",%s", with.host, with.port);
+}
+
+bool ready_for_attempt()
+{
+    const int pin = word_get(is_pin_ready);
+    const unsigned int up = cellular_get_status(CELL_STATUS_READY);
+    if (word_get(isLowPower) != 0 || (pin != 0 && up != 0))
+        return true;
+    diag_debug("------> is not ready to update mqtt(pin=%d, up=%d)!\n", pin, static_cast<int>(up));
+    return false;
+}
+
+// What the attempt is made with, as it stands at this moment.
+mqtt_config begin_attempt()
+{
+    const lock_scope hold(config_lock);
+    attempted = settings;
+    reopening = true;
+    return attempted;
+}
+
+} // namespace
+
+// Written and read by qmtconn_handler alone.
+int mqtt_conn_lost = 1;
+
+int libgsm_set_cellular_wake()
+{
+    const attempt_scope whole;
+    if (libgsm_check_mqtt_update() == 0 || !ready_for_attempt())
+        return -1;
+    if (mqtt_retry_ticks-- > 0)
+        return 0;
+    mqtt_retry_ticks = ticks_between_attempts;
+    make_attempt(begin_attempt());
+    return 0;
+}
+
+int libgsm_stop_mqtt_update()
+{
+    const attempt_scope whole;
+    const lock_scope hold(config_lock);
+    diag_plain("[Cell]---> Stop mqtt = %d \n", settings.update_pending);
+    settings.update_pending = 0;
+    return 0;
+}
+
+namespace
+{
+
+// ---- The chain of reports
+
+// The settings that a report is to be read with, or false: no update is pending, or the report is
+// about an attempt that was made with others or was given up since.
+bool chain_settings(const char* line, mqtt_config& with)
+{
+    const lock_scope hold(config_lock);
+    if (text_has(line, "QMTOPEN")) // the echo of the command, or its result where there is no echo
+        reopening = false;
+    const bool ours = attempted.update_pending == 0 || same_subscription(attempted, settings);
+    if (settings.update_pending == 0 || reopening || !ours)
+        return false;
+    with = settings;
+    return true;
+}
+
+// False when a stop or other settings came first.
+bool end_update(const mqtt_config& with, mqtt_done_handler& done)
+{
+    const lock_scope hold(config_lock);
+    if (settings.update_pending == 0 || !same_subscription(with, settings))
+        return false;
+    settings.update_pending = 0;
+    attempted.update_pending = 0;
+    done = settings.mqtt_done_callback;
+    return true;
+}
+
+void subscription_stands(const mqtt_config& with)
+{
+    mqtt_done_handler done = nullptr;
+    if (!end_update(with, done))
+        return;
+    if (done != nullptr)
+        done(1);
+    else
+        diag_plain("%s:%d no mqtt_done_callback is set!\n", "libgsm_check_mqtt_sub", __LINE__);
+    diag_plain("------> update mqtt success");
+}
+
+// "+QMTCONN: 0,0,4" begins as a success does: the message was acknowledged, with a refusal.
+bool is_refusal(const char* behind_result)
+{
+    return *behind_result == ',' && std::atoi(behind_result + 1) != 0;
+}
+
+} // namespace
+
+int libgsm_check_mqtt_sub(const char* line)
+{
+    constexpr char connected[] = "+QMTCONN: 0,0";
+    mqtt_config with;
+    // An incoming message and the echo of a command may hold any text, a report's too.
+    if (line == nullptr || !text_has(line, "QMT") || text_has(line, "+QMTRECV") ||
+        !chain_settings(line, with) || text_has(line, "AT+QMT"))
+        return 0;
+    if (text_has(line, "+QMTSUB: 0,1,0,0")) {
+        subscription_stands(with);
+    } else if (text_has(line, "+QMTOPEN: 0,0")) {
+        diag_plain("------> mqtt open success");
+        command(second_us, "AT+QMTCONN=0,\"%s\",\"%s\",\"%s\"", with.client_id, with.user,
+                with.password);
+    } else if (const char* const found = text_find(line, connected)) {
+        const char* const behind = found + sizeof connected - 1;
+        if (is_refusal(behind)) {
+            diag_plain("------> mqtt connect refused, %s", found);
+            return 0;
+        }
+        diag_plain("------> mqtt connect success");
+        command(second_us, "AT+QMTSUB=0,1,\"%s\",0", with.topic);
+    }
+    return 0;
+}
+
+int libgsm_mqtt_urc_error(const char* text)
+{
+    const mqtt_urc_handler callback = word_get(mqtt_urc_callback);
+    if (callback != nullptr)
+        callback(text);
+    return 0;
+}
+
+// The modem's echo of the query arms the test; only a report of a connected client 0 ahead of the
+// final "OK" disarms it.
+event* qmtconn_handler(gsm_mobile* rec, char* line)
+{
+    if (nothing_to_read(rec, line))
+        return nullptr;
+    if (text_has(line, "AT+QMTCONN?"))
+        word_set(mqtt_conn_lost, 1);
+    const bool connecting = text_has(line, "+QMTCONN: 0,0");
+    const bool connected = !connecting && text_has(line, "+QMTCONN: 0,3");
+    if (connected)
+        word_set(mqtt_conn_lost, 0);
+    if (connecting || connected) {
+        lock_scope guard(record_lock);
+        finish_command(rec);
+    }
+    if (text_has(line, "OK") && word_get(mqtt_conn_lost) != 0)
+        libgsm_mqtt_urc_error("Mqtt is lost");
+    return nullptr;
+}
+
+} // namespace kelo
+
+using namespace kelo;
+
+int kelo_set_cellular_wake(const struct mqtt_config* config)
+{
+    return libgsm_set_mqtt_info(config);
+}
+
+int kelo_check_mqtt_update(void)
+{
+    return libgsm_check_mqtt_update();
+}
+
+int kelo_set_urc_callback(mqtt_urc_handler callback)
+{
+    return libgsm_set_mqtt_urc_callback(callback);
+}
+
+int kelo_is_mqtt_received(void)
+{
+    return cellular_is_mqtt_received();
+}
+
+int kelo_clean_mqtt_received(void)
+{
+    return cellular_set_mqtt_received(0);
+}
+
+int ReadFile2String(const char* path, char** out)
+{
+    if (out != nullptr)
+        *out = nullptr;
+    if (path == nullptr)
+        return 1;
+    // A pipe or a line without anybody at its other end must not hold the caller.
+    const int fd = out == nullptr ? -1 : open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
+    if (fd < 0)
+        return -1;
+    const off_t length = lseek(fd, 0, SEEK_END);
+    const bool measured = length >= 0 && length < INT_MAX && lseek(fd, 0, SEEK_SET) == 0;
+    const std::size_t size = measured ? static_cast<std::size_t>(length) : 0;
+    char* const content = measured ? static_cast<char*>(std::malloc(size + 1)) : nullptr;
+    std::size_t done = 0;
+    while (content != nullptr && done < size) {
+        const ssize_t count = read(fd, content + done, size - done);
+        if (count < 0 && errno == EINTR)
+            continue;
+        if (count <= 0)
+            break;
+        done += static_cast<std::size_t>(count);
+    }
+    close(fd);
+    if (content == nullptr || done < size) {
+        std::free(content);
+        return -1;
+    }
+    content[size] = '\0';
+    *out = content;
+    return static_cast<int>(size);
+}

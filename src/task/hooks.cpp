@@ -1,0 +1,73 @@
+// What the rooms that the task stands on make of the exchange.
+#include "task/task.h"
+
+#include "handlers/handlers.h"
+#include "modules/modules.h"
+#include "services/services.h"
+#include "sms/sms.h"
+#include "support/diag.h"
+#include "support/text.h"
+
+namespace kelo
+{
+
+namespace
+{
+
+bool sends_message(const at_info* at)
+{
+    return at->handler == sms_send_handler;
+}
+
+void each_line(gsm_mobile* rec, const at_info* running, char* line)
+{
+    if (text_has(line, "+CPIN: READY")) {
+        diag_plain("[Cell]----> READY !!!!");
+        word_set(is_pin_ready, 1);
+    } else if (text_has(line, "+QMTRECV")) {
+        cellular_set_mqtt_received(1);
+    }
+    libgsm_check_gps_location(line);
+    libgsm_check_mqtt_sub(line);
+    if (running == nullptr || !sends_message(running))
+        sms_watch_prompt(rec, line);
+}
+
+// A command that sends a message draws a prompt, which may come at once.
+bool before_command(gsm_mobile* rec, const at_info* at, bool custom)
+{
+    if (!custom && !at_may_go(at))
+        return false;
+    if (sends_message(at))
+        sms_send_begins(rec);
+    return true;
+}
+
+void tick(bool idle)
+{
+    libgsm_send_gps_location();
+    if (idle)
+        libgsm_set_cellular_wake();
+}
+
+// The mobile task itself has to read the prompt, so it never waits for it.
+void before_write()
+{
+    if (!on_mobile_task())
+        sms_let_body_pass();
+}
+
+} // namespace
+
+const exchange_hooks task_hooks = {
+    .idle_line = general_handler,
+    .each_line = each_line,
+    .each_read = sms_clean_read,
+    .find_report = sms_find_report,
+    .report = sms_take_read,
+    .before_command = before_command,
+    .tick = tick,
+    .before_write = before_write,
+};
+
+} // namespace kelo

@@ -1,0 +1,189 @@
+// Start, stop and reload of the modem, and the words that keep them apart.
+
+#include "task/task.h"
+
+#include "modules/modules.h"
+#include "sms/sms.h"
+#include "support/diag.h"
+#include "support/shell.h"
+#include "support/sleeps.h"
+#include "support/threads.h"
+
+#include <cstring>
+#include <pthread.h>
+
+namespace kelo
+{
+
+int cell_start_lock = 0;
+int mobile_task_run = 0;
+int mobile_task_stopped = 1; // so that a stop ahead of any start does not wait
+
+namespace
+{
+
+// Set by the first start that got as far as its task, never cleared; read by cellular_at_is_ready.
+int at_ready = 0;
+
+// The rows and profiles of libgsm_init are there for good once they were added.
+bool lists_filled = false;
+
+constexpr const char* profile_folder = "/usr/customer/mobile";
+
+// What an earlier run, or another program, may have left running on the modem.
+constexpr const char* stale_programs[] = {
+    "killall -q -15 quectel-CM",  "killall -q -15 fibocom-dial", "killall -q -15 udhcpc",
+    "killall -q -15 quectel_log", "killall -q -15 lsqxdm",       "ifconfig wwan0 down",
+};
+
+// The new task counts as running from here on, so that a stop right behind waits for it.
+bool create_mobile_task(gsm_mobile* rec)
+{
+    word_set(mobile_task_stopped, 0);
+    const bool created = thread_start_detached(corvel_mobile_dchannel, rec);
+    if (!created)
+        word_set(mobile_task_stopped, 1);
+    return created;
+}
+
+void start_locked()
+{
+    word_set(mobile_task_run, 1);
+    word_set(is_pin_ready, 0);
+    for (const char* line : stale_programs)
+        shell_run(line);
+    if (word_get(is_quectel) != 14)
+        select_scanmode(word_get(selected_card));
+    copy_sim_settings();
+    gsm_mobile* const rec = modem_record();
+    if (libgsm_start(rec, word_get(selected_card)) != 0)
+        return;
+    if (!create_mobile_task(rec))
+        diag_error("%s:%d %s: failed to create thread!!!\n", "gsm", __LINE__, "cellular_start");
+    word_set(at_ready, 1);
+}
+
+} // namespace
+
+int libgsm_init(gsm_mobile** place, unsigned char low_power)
+{
+    if (!lists_filled) {
+        lists_filled = true;
+        exchange_use(task_hooks);
+        search_cfg_file(profile_folder);
+        at_list_add_first_rows(&start_sim1_list, low_power != 0);
+    }
+    word_set(*place, &g_mobile);
+    return 0;
+}
+
+int libgsm_start(gsm_mobile* rec, int sim)
+{
+    if (rec == nullptr)
+        return -1;
+    libgsm_change_flow(rec, FLOW_START, sim);
+    libgsm_search_usb_port(rec);
+    if (libgsm_mobile_open_usb(rec) != 0)
+        return -1;
+    lock_scope guard(record_lock);
+    rec->at_done = 1;
+    return 0;
+}
+
+void libgsm_stop(gsm_mobile* rec)
+{
+    if (rec == nullptr)
+        return;
+    {
+        lock_scope guard(record_lock);
+        rec->at_done = 0;
+    }
+    libgsm_mobile_close_usb(rec);
+}
+
+void cellular_gsm_free()
+{
+    libgsm_stop(modem_record());
+}
+
+void* cellular_start_thread(void*)
+{
+    pthread_setname_np(pthread_self(), "CellularStart");
+    pthread_detach(pthread_self());
+    cellular_start(word_get(isLowPower));
+    return nullptr;
+}
+
+} // namespace kelo
+
+using namespace kelo;
+
+int cellular_gsm_init(unsigned char low_power)
+{
+    word_set(conn_mode_flag, 0);
+    return libgsm_init(&mobile, low_power);
+}
+
+int cellular_start(int low_power)
+{
+    diag_plain("--------------------> cellular_start = %d \n", low_power);
+    if (!word_take(cell_start_lock)) {
+        diag_plain("%s:%d %s: cellular start thread has been locked!\n", "gsm", __LINE__, __func__);
+        return -1;
+    }
+    // A second task would read the same port and lose half of every answer.
+    const bool running = word_get(mobile_task_stopped) == 0;
+    if (running)
+        diag_plain("%s:%d %s: the mobile task runs already!\n", "gsm", __LINE__, __func__);
+    else
+        start_locked();
+    word_set(cell_start_lock, 0);
+    return running ? -1 : 0;
+}
+
+int cellular_stop()
+{
+    if (on_mobile_task()) {
+        diag_plain("%s:%d %s: the mobile task can't wait for its own end!\n", "gsm", __LINE__,
+                   __func__);
+        return -1;
+    }
+    if (!word_take(cell_start_lock)) {
+        diag_plain("%s:%d %s: cellular stop thread has been locked!\n", "gsm", __LINE__, __func__);
+        return -1;
+    }
+    word_set(mobile_task_run, 0);
+    cellular_reset_status();
+    while (word_get(mobile_task_stopped) == 0)
+        seconds_sleep(1);
+    cellular_gsm_free();
+    word_set(cell_start_lock, 0);
+    return 0;
+}
+
+int cellular_reload()
+{
+    gsm_mobile* const rec = modem_record();
+    if (rec == nullptr) {
+        diag_plain("%s:%d %s: unexpected error!\n", "gsm", __LINE__, __func__);
+        return -1;
+    }
+    if (word_get(cell_repower_lock) != 0 || !word_take(cell_start_lock)) {
+        diag_plain("%s:%d %s: cellular reload thread has been locked!\n", "gsm", __LINE__,
+                   __func__);
+        return -1;
+    }
+    diag_plain("%s:%d %s: reloading cellular modem...\n", "gsm", __LINE__, __func__);
+    cellular_reset_status();
+    sms_pending_reset();
+    libgsm_change_flow(rec, FLOW_RELOAD, word_get(selected_card));
+    copy_sim_settings();
+    cell_reload_flag_unset();
+    word_set(cell_start_lock, 0);
+    return 0;
+}
+
+int cellular_at_is_ready()
+{
+    return word_get(at_ready);
+}

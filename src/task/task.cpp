@@ -1,0 +1,208 @@
+// The mobile task: the one thread that walks flows and listens to the modem.
+
+#include "task/task.h"
+
+#include "modules/modules.h"
+#include "sms/sms.h"
+#include "support/diag.h"
+#include "support/sleeps.h"
+#include "support/text.h"
+
+#include <cerrno>
+#include <poll.h>
+#include <pthread.h>
+
+namespace kelo
+{
+
+namespace
+{
+
+constexpr std::int64_t pace_us = 500000;
+constexpr int poll_ms = 1000;
+
+// The low power wait ends above this; a silent poll counts 10, any other 1.
+constexpr int low_power_limit = 29;
+
+// A port that never falls silent must not keep commands and idle work waiting for ever: after this
+// long without a silent second, or while more comes than one response may hold, time itself ticks.
+constexpr std::int64_t busy_limit_ms = 10000;
+
+bool may_send(gsm_mobile* rec, const task_state& state)
+{
+    if (word_get(isLowPower) != 0 && word_get(gsm_init_flag) == 0)
+        return false;
+    if (state.running == nullptr)
+        return true;
+    lock_scope guard(record_lock);
+    return rec->at_done != 0;
+}
+
+void arm_command(gsm_mobile* rec, at_info* at)
+{
+    {
+        lock_scope guard(flow_lock);
+        at->countdown = at->timeout;
+    }
+    at->retries_left = at->retries;
+    lock_scope guard(record_lock);
+    rec->reg_seen = 0;
+    rec->at_done = 0;
+}
+
+bool is_registered(gsm_mobile* rec)
+{
+    lock_scope guard(record_lock);
+    return rec->reg_status == 1 || rec->reg_status == 5;
+}
+
+// Takes one message from the outbox and selects the flow that sends it. Only called when no command
+// was left to choose, so a message in flight is never replaced; and a reload that came since then
+// goes first.
+void take_message(gsm_mobile* rec)
+{
+    lock_scope flow_guard(flow_lock);
+    if (at_flow_finished() == 0)
+        return;
+    sms_outbox_item* const item = sms_outbox_deq();
+    if (item == nullptr)
+        return;
+    if (item->sms_mode == 0)
+        at_select_flow(rec, FLOW_SMS_PDU, -1);
+    else if (item->sms_mode == 1)
+        at_select_flow(rec, FLOW_SMS_TEXT, -1);
+    {
+        lock_scope record_guard(record_lock);
+        text_set(rec->sms_tag, item->sms_tag);
+        rec->sms_len = item->sms_length;
+        text_set(rec->sms_dest, item->sms_number);
+        text_set(rec->sms_text, item->sms_body);
+    }
+    sms_outbox_free(item);
+}
+
+void send_next(gsm_mobile* rec, task_state& state)
+{
+    bool list_ended = false;
+    state.running = libgsm_send_atcommand(rec, list_ended);
+    if (state.running != nullptr)
+        arm_command(rec, state.running);
+    else if (list_ended && is_registered(rec))
+        take_message(rec);
+}
+
+void tick(gsm_mobile* rec, task_state& state)
+{
+    state.last_tick_ms = monotonic_ms();
+    if (word_get(gsm_init_flag) != 0)
+        libgsm_schedule_run(rec, state.running);
+}
+
+event* hear(gsm_mobile* rec, task_state& state)
+{
+    const read_outcome outcome = libgsm_check_event(rec, state.running);
+    const std::int64_t now = monotonic_ms();
+    const bool busy = !outcome.drained || now - state.last_quiet_ms >= busy_limit_ms;
+    if (busy && now - state.last_tick_ms >= poll_ms)
+        tick(rec, state);
+    return outcome.raised;
+}
+
+// A hung-up port stays ready and has nothing to read; the pace keeps the passes calm meanwhile, and
+// the task ends once the device node goes.
+void note_hang_up(task_state& state, short ready)
+{
+    const bool hung_up = (ready & (POLLHUP | POLLERR | POLLNVAL)) != 0;
+    if (hung_up && !state.hung_up)
+        diag_plain("%s:%d the AT port has hung up\n", "corvel_mobile_dchannel", __LINE__);
+    state.hung_up = hung_up;
+}
+
+// Waits for the port; gives what the lines raised. `silent`: nothing came for the whole wait.
+event* wait_and_hear(gsm_mobile* rec, task_state& state, int fd, bool& silent)
+{
+    pollfd port = {fd, POLLIN | POLLPRI, 0};
+    const int ready = poll(&port, 1, poll_ms);
+    silent = ready == 0;
+    if (ready == 0) {
+        state.last_quiet_ms = monotonic_ms();
+        tick(rec, state);
+        return nullptr;
+    }
+    if (ready < 0) {
+        if (errno != EINTR)
+            diag_plain("%s:%d unexpected error!\n", "corvel_mobile_dchannel", __LINE__);
+        return nullptr;
+    }
+    note_hang_up(state, port.revents);
+    return (port.revents & POLLIN) != 0 ? hear(rec, state) : nullptr;
+}
+
+void count_low_power_wait(task_state& state, bool silent)
+{
+    if (word_get(isLowPower) == 0 || word_get(gsm_init_flag) != 0)
+        return;
+    state.low_power_credit += silent ? 10 : 1;
+    if (state.low_power_credit > low_power_limit)
+        libgsm_set_init_flag(1);
+}
+
+} // namespace
+
+long task_pace(task_state& state, std::int64_t now_us)
+{
+    // 32 bits on purpose: a clock that steps back gives a negative difference and no sleep.
+    const auto passed = static_cast<std::int32_t>(now_us - state.last_us);
+    state.last_us = now_us;
+    return passed >= 0 && passed < pace_us ? static_cast<long>(pace_us - passed) : 0;
+}
+
+bool task_pass(gsm_mobile* rec, task_state& state)
+{
+    if (word_get(global_quagga_stop) != 0)
+        return false;
+    if (word_get(is_quectel) == 7) {
+        seconds_sleep(1);
+        return true;
+    }
+    if (mobile_device_exist() == 0) {
+        diag_plain("%s:%d /dev/ttyUSB: No such file or directory\n", "corvel_mobile_dchannel",
+                   __LINE__);
+        return false;
+    }
+    const int fd = port_descriptor(rec);
+    if (fd == -1) {
+        seconds_sleep(1);
+        return true;
+    }
+    microseconds_sleep(task_pace(state, time_of_day_us()));
+    if (may_send(rec, state))
+        send_next(rec, state);
+    bool silent = false;
+    event* const raised = wait_and_hear(rec, state, fd, silent);
+    count_low_power_wait(state, silent);
+    if (raised != nullptr)
+        mobile_handle_event(rec, raised);
+    return true;
+}
+
+void* corvel_mobile_dchannel(void* record)
+{
+    pthread_setname_np(pthread_self(), "MobileTask");
+    if (record == nullptr)
+        return nullptr;
+    mobile_task_begins();
+    libgsm_set_init_flag(word_get(isLowPower) == 0 ? 1 : 0);
+    word_set(cell_first_boot, 0);
+    word_set(mobile_task_stopped, 0);
+    task_state state;
+    state.last_quiet_ms = state.last_tick_ms = monotonic_ms();
+    while (word_get(mobile_task_run) != 0)
+        if (!task_pass(static_cast<gsm_mobile*>(record), state))
+            break;
+    mobile_task_ends();
+    word_set(mobile_task_stopped, 1);
+    return nullptr;
+}
+
+} // namespace kelo

@@ -1,0 +1,115 @@
+// Who the module is, how it is set, and what its SIM says.
+#include "tests/handlers/feed.h"
+
+using namespace kelo;
+
+namespace
+{
+
+void clear_identity()
+{
+    gsm_mobile& r = g_mobile;
+    set_texts("", {r.model, r.mfrs, r.sn, r.imsi, r.iccid, r.gps_loc, r.number, r.smscenter});
+    std::strcpy(r.revision, "old");
+    r.custom_cfg = 1; // the flows are left alone
+}
+
+// Each story fills one field at most, so that all of them in a row tell it.
+std::string identity()
+{
+    const gsm_mobile& r = g_mobile;
+    return std::string(r.model) + r.mfrs + r.sn + r.imsi + r.iccid + r.gps_loc + r.number +
+           r.smscenter +
+           (std::strcmp(r.revision, "old") == 0 ? "" : std::string("rev ") + r.revision);
+}
+
+TEST(Identity, Answers)
+{
+    // clang-format off
+    const story stories[] = {
+        {cgmm_handler, "EC25 E9720", 0, 0, "E9720"}, // the order of the tokens, not of the line
+        {qccid_handler, "+CCID: 01234567890123456789012345678901234", 0, 0, "0123456789012345678901234567890"},
+        {qccid_handler, "#CCID: 8949|+CME ERROR: SIM failure", GSM_EVENT_SIM_FAILED, 0, "8949"},
+        {qccid_handler, "#CCID: 8949|+CME ERROR: SIM busy", 0, 1, "8949"},
+        {cnum_handler, "AT+CNUM|+CNUM: \"Voice\",\"4915112345678\",129", 0, 1, "4915112345678"},
+        {cgmr_handler, "EC25EFAR06A08M4G beta|OK", 0, 1, "rev EC25EFAR06A08M4G"},
+    };
+    // clang-format on
+    run(stories, clear_identity, identity);
+    std::strcpy(g_mobile.model, "V1.0.1-B7"); // pads its version with four blanks, or with five
+    for (const char* line : {"BASE  Version:    BASE_W25.39.4", "BASE  Version:     BASE_W25.39.4",
+                             "BASE  Version:"}) {
+        feed(cgmr_handler, line);
+        EXPECT_EQ(std::string(g_mobile.revision), std::strlen(line) > 14 ? "BASE_W25.39.4" : "");
+    }
+}
+
+TEST(Readback, ScanModeBandsAndProfiles)
+{
+    // clang-format off
+    const story stories[] = { // scan mode, masks, Verizon, profile, version
+        {scanmode_handler, "^SYSCFGEX: \"080302\",40000000,1,2,40000000,,", 0, 0, "0 x/x/x 5 x x"},
+        {band_handler, "OK|+QCFG: \"band\",0xbff,0x1e00b0e18df,0x0", 0, 0, "77 bff/1e00b0e18df/0 5 x x"},
+        {band_handler, "+QCFG: \"band\",0x0000000000000000000F,5,0000000000000000000F", 0, 0, "77 000000000000000/5/000000000000000 5 x x"},
+        {mbn_list_handler, "OK|+QMBNCFG: \"List\",4,1,0,\"hVoLTE-Verizon\",0x060101A0,201801081", 0, 0, "77 x/x/x 0 x x"},
+        {mbn_list_handler, "+QMBNCFG: \"List\",2,1,1,\"HVOLTE-verizon\",0x05010141,202302081|OK", 0, 1, "77 x/x/x 1 x x"},
+        {qmbncfg_list_handler, "+QMBNCFG: \"List\",0,0,0,\"ROW_Generic_3GPP\",0x0501081F", 0, 1, "77 x/x/x 5 ROW_Generic_3GPP! x"},
+        {ati_handler, "Quectel|EC25|OK", 0, 0, "77 x/x/x 5 x x"},
+        {ati_handler, "EG95|Revision: EG95EXGAR08A02M1G", 0, 1, "77 x/x/x 5 x EXGAR08A02M1G!"},
+    };
+    // clang-format on
+    run(
+        stories,
+        [] {
+            gsm_mobile& r = g_mobile;
+            r.currscanmode = 77;
+            verizon_flag = 5;
+            r.qmbn_code_new = r.version_code_new = 0;
+            set_texts("x", {r.band_gsm, r.band_lte, r.band_tds, r.qmbn_code, r.version_code});
+        },
+        [] {
+            const gsm_mobile& r = g_mobile;
+            return told(r.currscanmode, " ", r.band_gsm, "/", r.band_lte, "/", r.band_tds, " ",
+                        libgsm_get_verizon_flag(), " ", r.qmbn_code,
+                        r.qmbn_code_new != 0 ? "! " : " ", r.version_code,
+                        r.version_code_new != 0 ? "!" : "");
+        });
+}
+
+at_list flow = LIST_HEAD_INIT(flow);
+at_info running{};
+at_info waiting{};
+
+TEST(Sim, AnswersAndWhatEndsTheCommandAndTheFlow)
+{
+    // clang-format off
+    const story stories[] = { // SIM ready, the rest of the flow marked as sent
+        {cpin_handler, "AT+CPIN?\r|+CPIN: READY|OK", 0, 1, "1 0"},
+        {cpin_handler, "+CPIN: SIM PIN|OK", GSM_EVENT_PIN_REQUIRED, 1, "0 0"},
+        {cpin_handler, "+CPIN: NOT READY", GSM_EVENT_SIM_FAILED, 0, "0 8"},
+        {cpin_handler, "+CME ERROR: SIM not inserted", GSM_EVENT_SIM_NOT_INSERTED, 0, "0 8"},
+        {cpin_handler, "+CME ERROR: SIM busy|OK", GSM_EVENT_SIM_BUSY, 0, "0 0"},
+        {cpin_handler, "+CME ERROR: 16", GSM_EVENT_PIN_ERROR, 0, "0 0"},
+        {cfun_full_handler, "OK|+CPIN: SIM PIN", 0, 0, "0 0"},
+        {selslot_handler, "OK", 0, 1, "0 0", 14},
+        {selslot_handler, "+QUSIM: 1|OK", 0, 1, "0 0", 18},
+        {netseq_handler, "AT+QCFG=\"nwscanseq\"", 0, 0, "0 16"},
+        {netseq_handler, "ERROR", 0, 1, "0 16"},
+    };
+    // clang-format on
+    list_add_tail(&running.node, &flow);
+    list_add_tail(&waiting.node, &flow);
+    cur_at_list = &flow;
+    g_mobile.cur_at = &running;
+    run(
+        stories,
+        [] {
+            running.flags = waiting.flags = 0;
+            is_pin_ready = 0;
+        },
+        [] {
+            return told(is_pin_ready, " ", running.flags & (waiting.flags | AT_FLAG_ONCE_DONE));
+        });
+}
+
+} // namespace

@@ -1,0 +1,46 @@
+#include "task/task.h"
+#include "tests/testing.h"
+
+using namespace kelo;
+using namespace kelo::test;
+
+namespace
+{
+
+bool at_rest()
+{
+    return word_get(cell_repower_lock) == 0 && word_get(restart_gate) == 0;
+}
+
+void ask_from_threads(int count)
+{
+    std::vector<std::thread> askers;
+    for (int i = 0; i < count; i++)
+        askers.emplace_back(cellular_module_restart_extern);
+    for (std::thread& asker : askers)
+        asker.join();
+}
+
+} // namespace
+
+// The stop waits for a mobile task, so the restart is under way for as long as we like.
+TEST(Restart, OneAtATime)
+{
+    set_5g_debug(1);
+    captured said;
+    word_set(mobile_task_stopped, 0);
+    cell_restart_flag_reset();
+    ask_from_threads(8);
+    EXPECT_EQ(cell_restart_flag_get(), 1);
+    ASSERT_TRUE(wait_until([] { return word_get(cell_repower_lock) == 1; }));
+    cell_restart_flag_reset();
+    ask_from_threads(8);
+    EXPECT_EQ(cell_restart_flag_get(), 0) << "a refused call must not swallow the next new SIM";
+    EXPECT_EQ(count_of(said.text(), "===cellular module restart!"), 1);
+    EXPECT_EQ(cellular_reload(), -1);
+    restart_cellular_thread(nullptr); // one that comes too late gives up
+    EXPECT_TRUE(said.has("repower thread has been locked!"));
+    EXPECT_EQ(word_get(cell_repower_lock), 1);
+    word_set(mobile_task_stopped, 1);
+    EXPECT_TRUE(wait_until(at_rest));
+}

@@ -1,0 +1,146 @@
+#include "support/sleeps.h"
+#include "task/task.h"
+#include "tests/testing.h"
+#include <kelo/sms.h>
+
+namespace
+{
+
+using namespace kelo;
+using kelo::test::add_node;
+using kelo::test::captured;
+using kelo::test::modem_port;
+
+// Commands go out at most one per half second; a stepped clock must neither stop nor spin the task.
+TEST(Task, Pace)
+{
+    constexpr std::int64_t second = 1000000;
+    constexpr std::pair<std::int64_t, long> rows[] = {
+        {1000 * second, 0},
+        {1000 * second, 500000},
+        // The time ahead of the sleep counts: after a full sleep the next pass has none.
+        {1000 * second + 500000, 0},
+        {1000 * second + 600000, 400000},
+        {1000 * second + 1100000, 0},
+        {1000 * second + 1599999, 1},
+        {900 * second, 0}, // back
+        {900 * second + 1, 499999},
+        {900 * second + 1 + (std::int64_t{1} << 31), 0},
+        {900 * second + 1 + (std::int64_t{3} << 31) + 2000, 498000}, // 32 bits, around once
+    };
+    task_state state;
+    for (const auto& [now, sleep] : rows)
+        EXPECT_EQ(task_pace(state, now), sleep) << now;
+}
+
+class TaskPass : public ::testing::Test
+{
+  protected:
+    TaskPass()
+    {
+        state.last_quiet_ms = state.last_tick_ms = monotonic_ms();
+        libgsm_set_init_flag(1);
+    }
+    // A pass whose pace is over. It waits for nothing when the modem says something.
+    void pass(std::string_view modem_says = "\r\n")
+    {
+        port.say(modem_says);
+        state.last_us = 0;
+        ASSERT_TRUE(task_pass(&g_mobile, state));
+    }
+    modem_port port;
+    task_state state;
+};
+
+TEST_F(TaskPass, EndsOnStopAndWithoutADevice)
+{
+    add_node(start_sim1_list, 900, 1, "AT+ONE");
+    global_quagga_stop = 1;
+    EXPECT_FALSE(task_pass(&g_mobile, state));
+    global_quagga_stop = 0;
+    is_quectel = 7; // this family's port is left alone
+    EXPECT_TRUE(task_pass(&g_mobile, state));
+    is_quectel = 0;
+    unlink("/dev/ttyUSB2");
+    captured out;
+    EXPECT_FALSE(task_pass(&g_mobile, state));
+    EXPECT_TRUE(out.has("/dev/ttyUSB: No such file or directory\n"));
+    EXPECT_EQ(port.heard(), "");
+}
+
+// In low power mode a modem gets its first command once it has started, or has had its time.
+TEST_F(TaskPass, LowPowerWaitsForTheModem)
+{
+    constexpr std::pair<int, std::string_view> rows[] = {
+        {3, ""}, {30, "\r\n"}, {1, "\r\n+QIND: PB DONE\r\n"}};
+    for (const auto& [passes, says] : rows) {
+        add_node(start_sim1_list, 900, 1, "AT+ONE");
+        libgsm_set_low_power(1);
+        libgsm_set_init_flag(0);
+        state.low_power_credit = 0;
+        state.running = nullptr;
+        for (int i = 0; i < passes; i++) {
+            EXPECT_EQ(gsm_init_flag, 0) << says << i;
+            pass(says);
+        }
+        EXPECT_EQ(gsm_init_flag, 1);
+        EXPECT_EQ(port.heard(), "");
+        pass();
+        EXPECT_EQ(port.heard(), "AT+ONE\r\n");
+    }
+}
+
+// A message taken while the modem is not registered would fail; one taken while a flow is in its
+// middle would break that flow.
+TEST_F(TaskPass, MessagesGoOutWhenRegisteredAndTheListHasEnded)
+{
+    for (int reg_status = 0; reg_status < 6; reg_status++) {
+        ASSERT_EQ(sms_outbox_enq(0, "tag", "+49123", 20, "0011"), 0);
+        g_mobile.reg_status = reg_status;
+        text_clear(g_mobile.sms_dest);
+        pass();
+        const bool taken = g_mobile.sms_dest[0] != '\0';
+        EXPECT_EQ(taken, reg_status == 1 || reg_status == 5) << reg_status;
+        if (!taken)
+            sms_outbox_free(sms_outbox_deq());
+    }
+    cur_at_list = &start_sim1_list;
+    add_node(start_sim1_list, 900, 1, "AT+ONE")->flags = AT_FLAG_IGNORE;
+    add_node(start_sim1_list, 901, 2, "AT+TWO")->flags = AT_FLAG_IGNORE;
+    at_flow_done = at_seq_cursor = 0;
+    text_clear(g_mobile.sms_dest);
+    ASSERT_EQ(sms_outbox_enq(0, "tag", "+49123", 20, "0011"), 0);
+    for (int i = 0; i < 2; i++) {
+        pass();
+        EXPECT_STREQ(g_mobile.sms_dest, "") << "taken at a command that was passed over";
+    }
+    pass();
+    EXPECT_STREQ(g_mobile.sms_dest, "+49123");
+}
+
+// A modem that talks without a pause must not keep a command waiting for ever.
+TEST_F(TaskPass, TimeTicksUnderEndlessOutput)
+{
+    add_node(start_sim1_list, 900, 1, "AT+ONE", 1);
+    pass();
+    ASSERT_EQ(g_mobile.at_done, 0);
+    state.last_quiet_ms -= 10000;
+    state.last_tick_ms -= 1000;
+    pass();
+    EXPECT_EQ(g_mobile.at_done, 1);
+}
+
+// A port that has hung up is ready at every poll: the task must keep its pace, and say so once.
+TEST_F(TaskPass, AHungUpPortDoesNotSpinTheTask)
+{
+    const int fd = open("/dev/null", O_RDWR | O_CLOEXEC); // stands in: ready, never anything there
+    libgsm_mobile_close_usb(&g_mobile);
+    g_mobile.fd = fd;
+    task_pass(&g_mobile, state);
+    const auto start = std::chrono::steady_clock::now();
+    for (int i = 0; i < 2; i++)
+        task_pass(&g_mobile, state);
+    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(450));
+}
+
+} // namespace
