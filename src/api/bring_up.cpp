@@ -73,7 +73,7 @@ bool worker_create(worker& self)
     if (pthread_create(&thread, nullptr, worker_run, &self) == 0)
         return true;
     word_set(self.alive, 0);
-    diag_error("%s:%d %s: failed to create thread!\n", "init", __LINE__, "init5G");
+    diag_at(error, "init", "%s: failed to create thread!\n", "init5G");
     return false;
 }
 
@@ -104,7 +104,7 @@ bool end_old_run()
 
 bool refuse(const char* why)
 {
-    diag_plain("%s:%d %s: refused, %s!\n", "init", __LINE__, "init5G", why);
+    diag_at(plain, "init", "%s: refused, %s!\n", "init5G", why);
     return false;
 }
 
@@ -119,8 +119,8 @@ bool claim_run()
     if (word_get(run_state) != idle && !end_old_run())
         return refuse("threads of the run before have not ended");
     if (word_get(global_quagga_stop) != 0)
-        diag_plain("%s:%d %s: global_quagga_stop is set, the threads end at once!\n", "init",
-                   __LINE__, "init5G");
+        diag_at(plain, "init", "%s: global_quagga_stop is set, the threads end at once!\n",
+                "init5G");
     word_set(run_state, int{running});
     return true;
 }

@@ -71,16 +71,15 @@ long port_write(gsm_mobile* rec, const char* bytes, std::size_t length, int atte
 {
     long result = write_once(rec, bytes, length);
     for (int left = attempts - 2; result == -1 && left >= 0; left--) {
-        diag_plain("%s:%d [%d/3] failed to write command('%s'), ret=%ld!\n", name, __LINE__, left,
-                   shown, result);
+        diag_at(plain, name, "[%d/3] failed to write command('%s'), ret=%ld!\n", left, shown,
+                result);
         if (port_descriptor(rec) == -1)
             return port_closed;
         seconds_sleep(1);
         result = write_once(rec, bytes, length);
     }
     if (result >= 0 && static_cast<std::size_t>(result) < length)
-        diag_plain("%s:%d short write, %ld of %zu bytes of '%s'\n", name, __LINE__, result, length,
-                   shown);
+        diag_at(plain, name, "short write, %ld of %zu bytes of '%s'\n", result, length, shown);
     if (result > 0 && diag_debug_on()) {
         const label current = label_of_current(rec);
         diag_debug("[SEQ%d,ID%d]>>> %s\n", current.seq, current.id, shown);
@@ -113,7 +112,7 @@ int exec_at_command(gsm_mobile* rec, const char* text)
     if (result == port_closed)
         return -1;
     if (result < 0)
-        diag_plain("%s:%d unexpected error!\n", __func__, __LINE__);
+        diag_at(plain, __func__, "unexpected error!\n");
     return 0;
 }
 
@@ -126,7 +125,7 @@ int read_at_result(gsm_mobile* rec, response& result)
     std::size_t size = 2 * piece;
     result = {static_cast<char*>(std::calloc(1, size)), 0, true};
     if (result.text == nullptr) {
-        diag_plain("%s:%d fatal error!\n", __func__, __LINE__);
+        diag_at(plain, __func__, "fatal error!\n");
         return -1;
     }
     for (;;) {
@@ -144,7 +143,7 @@ int read_at_result(gsm_mobile* rec, response& result)
         char* const larger = static_cast<char*>(std::realloc(result.text, size));
         if (larger == nullptr) {
             std::free(result.text);
-            diag_plain("%s:%d fatal error!\n", __func__, __LINE__);
+            diag_at(plain, __func__, "fatal error!\n");
             return -1;
         }
         result.text = larger;
@@ -186,13 +185,11 @@ bool passed_over(at_info* at)
 {
     const unsigned int flags = at_get_flags(at);
     if ((flags & AT_FLAG_IGNORE) != 0) {
-        diag_plain("%s:%d ignore command '%s'!\n", "libgsm_send_atcommand", __LINE__,
-                   shown_text(at->cmd));
+        diag_at(plain, "libgsm_send_atcommand", "ignore command '%s'!\n", shown_text(at->cmd));
         return true;
     }
     if ((flags & AT_FLAG_SKIP) != 0) {
-        diag_debug("%s:%d skip command '%s'!\n", "libgsm_send_atcommand", __LINE__,
-                   shown_text(at->cmd));
+        diag_at(debug, "libgsm_send_atcommand", "skip command '%s'!\n", shown_text(at->cmd));
         return true;
     }
     return false;
@@ -327,14 +324,13 @@ void send_again(gsm_mobile* rec, at_info* cur)
 // One silent second of the running command.
 void tick_command(gsm_mobile* rec, at_info* cur)
 {
-    diag_debug("%s:%d [%p][id=%d] %d second%s remaining!\n", "libgsm_schedule_run", __LINE__,
-               static_cast<void*>(cur), cur->id, cur->countdown - 1,
-               cur->countdown == 2 ? "" : "s");
+    diag_at(debug, "libgsm_schedule_run", "[%p][id=%d] %d second%s remaining!\n",
+            static_cast<void*>(cur), cur->id, cur->countdown - 1, cur->countdown == 2 ? "" : "s");
     if (cur->countdown == 0 || --cur->countdown > 0)
         return;
     cur->countdown = 0;
-    diag_plain("%s:%d [%p][id=%d] %d times remaining!\n", "libgsm_schedule_run", __LINE__,
-               static_cast<void*>(cur), cur->id, cur->retries_left - 1);
+    diag_at(plain, "libgsm_schedule_run", "[%p][id=%d] %d times remaining!\n",
+            static_cast<void*>(cur), cur->id, cur->retries_left - 1);
     if (cur->retries_left > 0)
         cur->retries_left--;
     if (cur->retries_left > 0)

@@ -43,7 +43,7 @@ at_info* at_info_create(int id, const char* name, const char* cmd, int timeout, 
     if (at == nullptr || !own_text(at->name, name) || !own_text(at->cmd, cmd) ||
         !own_text(at->cmd_template, cmd_template)) {
         at_info_free(at);
-        diag_plain("%s:%d failed to alloc memory!\n", __func__, __LINE__);
+        diag_at(plain, __func__, "failed to alloc memory!\n");
         return nullptr;
     }
     at->id = id;

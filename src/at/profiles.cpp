@@ -5,13 +5,12 @@
 #include "at/at.h"
 
 #include "support/diag.h"
+#include "support/owned.h"
 #include "support/text.h"
 
 #include <cstdio>
 #include <cstdlib>
-#include <dirent.h>
 #include <fcntl.h>
-#include <memory>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -33,15 +32,6 @@ constexpr long size_limit = 256 * 1024;
 constexpr char arrow[] = "=>";
 constexpr char module_key[] = "MODULE";
 constexpr std::size_t family_length = 4; // of model texts that share a profile
-
-struct release {
-    void operator()(char* text) const { std::free(text); }
-    void operator()(std::FILE* file) const { std::fclose(file); }
-    void operator()(DIR* folder) const { closedir(folder); }
-};
-using text_pointer = std::unique_ptr<char, release>;
-using file_pointer = std::unique_ptr<std::FILE, release>;
-using folder_pointer = std::unique_ptr<DIR, release>;
 
 bool is_blank(char c)
 {
@@ -77,8 +67,7 @@ void set_module(cfg_file* cfg, text_pointer name)
     if (name == nullptr)
         return;
     if (cfg->module != nullptr)
-        diag_plain("%s:%d dual module item '%s' vs '%s'\n", __func__, __LINE__, name.get(),
-                   cfg->module);
+        diag_at(plain, __func__, "dual module item '%s' vs '%s'\n", name.get(), cfg->module);
     std::free(cfg->module);
     cfg->module = name.release();
 }
@@ -243,12 +232,12 @@ int search_cfg_file(const char* folder)
 {
     struct stat about = {};
     if (folder == nullptr || stat(folder, &about) != 0) {
-        diag_plain("%s:%d no such file or directory!\n", __func__, __LINE__);
+        diag_at(plain, __func__, "no such file or directory!\n");
         return -1;
     }
     const folder_pointer entries(opendir(folder));
     if (entries == nullptr) {
-        diag_plain("%s:%d failed to open directory(%s)!\n", __func__, __LINE__, folder);
+        diag_at(plain, __func__, "failed to open directory(%s)!\n", folder);
         return -1;
     }
     int count = 0;
@@ -257,8 +246,7 @@ int search_cfg_file(const char* folder)
         if (std::strcmp(name, ".") == 0 || std::strcmp(name, "..") == 0 || !text_has(name, ".conf"))
             continue;
         if (++count > file_limit) {
-            diag_plain("%s:%d too many files in '%s', the rest is passed over\n", __func__,
-                       __LINE__, folder);
+            diag_at(plain, __func__, "too many files in '%s', the rest is passed over\n", folder);
             break;
         }
         cfg_file_add(folder, name);
@@ -269,7 +257,7 @@ int search_cfg_file(const char* folder)
         auto* const cfg = list_entry(node, cfg_file, node);
         const bool read_already = cfg->module != nullptr || !list_empty(&cfg->items);
         if (!read_already && parse_cfg_file(cfg) != 0)
-            diag_plain("%s:%d failed to open file '%s'\n", __func__, __LINE__, cfg->path);
+            diag_at(plain, __func__, "failed to open file '%s'\n", cfg->path);
     }
     return 0;
 }

@@ -1,6 +1,7 @@
 // The AT port: finding it among the modem's USB serial devices, opening it, and setting its line.
 
 #include "core/core.h"
+#include "core/family.h"
 #include "support/diag.h"
 #include "support/text.h"
 
@@ -37,15 +38,13 @@ bool find_port(char (&path)[32], int first, int& index)
     return false;
 }
 
-constexpr int family_with_port_1 = 13;
-
 } // namespace
 
 void libgsm_search_usb_port(gsm_mobile* rec)
 {
     char path[32] = "";
     int index = 0;
-    const bool found = find_port(path, word_get(is_quectel) == family_with_port_1 ? 1 : 2, index);
+    const bool found = find_port(path, ports_from_1() ? 1 : 2, index);
     if (found)
         diag_debug("[%s:%d] %s found!!!!\n", __func__, __LINE__, path);
     else
@@ -68,7 +67,7 @@ int libgsm_mobile_open_usb(gsm_mobile* rec)
         text_set(path, rec->at_dev);
     }
     if (path[0] == '\0' || !path_exists(path)) {
-        diag_plain("%s:%d '%s': no such file or directory!\n", __func__, __LINE__, path);
+        diag_at(plain, __func__, "'%s': no such file or directory!\n", path);
         return -1;
     }
     // A task that ended by itself leaves its port open; it must not be left behind.
@@ -79,7 +78,7 @@ int libgsm_mobile_open_usb(gsm_mobile* rec)
         rec->fd = fd;
     }
     if (fd < 0) {
-        diag_error("%s:%d failed to open dev '%s'!\n", __func__, __LINE__, path);
+        diag_at(error, __func__, "failed to open dev '%s'!\n", path);
         return -1;
     }
     libgsm_mobile_setup_serial(rec); // a line that can't be set is used as it is

@@ -1,6 +1,7 @@
 #include "handlers/handlers.h"
 
 #include "at/answers.h"
+#include "core/family.h"
 #include "services/services.h"
 #include "support/diag.h"
 #include "support/shell.h"
@@ -18,9 +19,9 @@ using action = event* (*)(gsm_mobile* rec, char* line, char* match);
 
 struct general_test {
     const char* needle;
-    int code;        // the event that is raised when there is no action
-    action act;      // its result is the handler's
-    int family = -1; // the only family that the test applies to; -1 means all
+    int code;                    // the event that is raised when there is no action
+    action act;                  // its result is the handler's
+    bool (*applies)() = nullptr; // to the module at hand; null means all
 };
 
 event* on_clip(gsm_mobile*, char*, char* match)
@@ -30,7 +31,7 @@ event* on_clip(gsm_mobile*, char*, char* match)
     const char* const quote = text_find(match, "\"");
     if (quote != nullptr) {
         text_copy_until(gsm_event.callingnum, longest_number + 1, quote + 1, "\"");
-        diag_plain("%s:%d callingnum='%s'\n", "general_handler", __LINE__, gsm_event.callingnum);
+        diag_at(plain, "general_handler", "callingnum='%s'\n", gsm_event.callingnum);
     }
     return raise_event(GSM_EVENT_RING);
 }
@@ -63,8 +64,7 @@ event* on_sim_not_ready(gsm_mobile*, char*, char*)
 
 event* on_context_lost(gsm_mobile*, char*, char*)
 {
-    diag_plain("%s:%d cellular is disconnected and start to redial !!!\n", "general_handler",
-               __LINE__);
+    diag_at(plain, "general_handler", "cellular is disconnected and start to redial !!!\n");
     word_set(cell_pdpdeact, 1);
     return nullptr;
 }
@@ -85,8 +85,7 @@ event* on_qeng(gsm_mobile* rec, char* line, char*)
 
 event* on_cereg(gsm_mobile* rec, char* line, char*)
 {
-    const int family = word_get(is_quectel);
-    return family >= 8 && family <= 10 ? creg_handler(rec, line) : nullptr;
+    return reports_cereg() ? creg_handler(rec, line) : nullptr;
 }
 
 event* on_creg(gsm_mobile* rec, char* line, char*)
@@ -119,11 +118,10 @@ event* on_operator(gsm_mobile* rec, char* line, char*)
 event* on_simst(gsm_mobile*, char*, char* match)
 {
     constexpr int no_sim = 255;
-    const int family = word_get(is_quectel);
     int state = 0;
     int lock_state = 0;
-    if ((family == 13 || family == 15) &&
-        text_scan(match, "^SIMST: %d,%d", &state, &lock_state) == 2 && state == no_sim)
+    if (reports_simst() && text_scan(match, "^SIMST: %d,%d", &state, &lock_state) == 2 &&
+        state == no_sim)
         cell_start_flag_set();
     return nullptr;
 }
@@ -135,8 +133,7 @@ event* on_ndisstat(gsm_mobile*, char* line, char* match)
     int state = 0;
     int cause = 0; // there when the network ended the link, absent when we did
     if (text_scan(line, "^NDISSTAT: %d,%d", &state, &cause) == 2 && state == 0) {
-        diag_plain("%s:%d network is reject and start to redial !!!\n", "general_handler",
-                   __LINE__);
+        diag_at(plain, "general_handler", "network is reject and start to redial !!!\n");
         word_set(cell_pdpdeact, 1);
     }
     return nullptr;
@@ -171,7 +168,7 @@ constexpr general_test general_tests[] = {
     {"+QIURC: \"pdpdeact\"",    0,                           on_context_lost},
     {"+QENG:",                  0,                           on_qeng},
     {"+CEREG:",                 0,                           on_cereg},
-    {"+CREG:",                  0,                           on_creg, 14},
+    {"+CREG:",                  0,                           on_creg, reports_creg},
     {"+SIM: Removed",           0,                           on_sim_gone},
     {"+SIM DROP",               0,                           on_sim_gone},
     {"+QMTSTAT",                0,                           on_mqtt_state},
@@ -198,7 +195,7 @@ event* general_handler(gsm_mobile* rec, char* line)
     }
     for (const general_test& test : general_tests) {
         char* const match = text_find(line, test.needle);
-        if (match == nullptr || (test.family >= 0 && test.family != word_get(is_quectel)))
+        if (match == nullptr || (test.applies != nullptr && !test.applies()))
             continue;
         return test.act == nullptr ? say_event(test.code) : test.act(rec, line, match);
     }
@@ -236,7 +233,7 @@ void dhcpv6_handler(gsm_mobile* rec, char* line)
     if (count < 3)
         return;
     if (!is_ipv6_address(columns[0])) {
-        diag_plain("%s:%d '%.64s' is no address!\n", __func__, __LINE__, columns[0]);
+        diag_at(plain, __func__, "'%.64s' is no address!\n", columns[0]);
         return;
     }
     char command[512];

@@ -27,7 +27,7 @@ event* cgmi_handler(gsm_mobile* rec, char* line)
     if (take_final_line(rec, line, rec->mfrs))
         return nullptr;
     text_set_until(rec->mfrs, line, "\n");
-    diag_plain("%s:%d manufacturer='%s'\n", "cgmi_handler", __LINE__, rec->mfrs);
+    diag_at(plain, "cgmi_handler", "manufacturer='%s'\n", rec->mfrs);
     return nullptr;
 }
 
@@ -42,7 +42,7 @@ event* cgsn_handler(gsm_mobile* rec, char* line)
     if (number == nullptr)
         return nullptr;
     text_set_until(rec->sn, number, "\n");
-    diag_debug("%s:%d sn='%s'\n", "cgsn_handler", __LINE__, rec->sn);
+    diag_at(debug, "cgsn_handler", "sn='%s'\n", rec->sn);
     return nullptr;
 }
 
@@ -57,7 +57,7 @@ event* cimi_handler(gsm_mobile* rec, char* line)
     if (number == nullptr)
         return nullptr;
     text_set_until(rec->imsi, number, "\n");
-    diag_plain("%s:%d imsi='%s'\n", "cimi_handler", __LINE__, rec->imsi);
+    diag_at(plain, "cimi_handler", "imsi='%s'\n", rec->imsi);
     return nullptr;
 }
 
@@ -89,7 +89,7 @@ event* qccid_handler(gsm_mobile* rec, char* line)
         const char* const match = text_find(line, prefix.needle);
         if (match != nullptr) {
             text_set_until(rec->iccid, text_skip(match, prefix.offset), "\n");
-            diag_plain("%s:%d iccid='%s'\n", "qccid_handler", __LINE__, rec->iccid);
+            diag_at(plain, "qccid_handler", "iccid='%s'\n", rec->iccid);
             return nullptr;
         }
     }
@@ -110,7 +110,7 @@ event* cnum_handler(gsm_mobile* rec, char* line)
     // The first column is a name, often empty and then without quotes.
     const char* const quote = text_find(match, ",\"");
     text_set_until(rec->number, quote == nullptr ? "" : quote + 2, "\"\n");
-    diag_plain("%s:%d number='%s'\n", "cnum_handler", __LINE__, rec->number);
+    diag_at(plain, "cnum_handler", "number='%s'\n", rec->number);
     finish_command(rec);
     return nullptr;
 }
@@ -127,7 +127,7 @@ event* csca_handler(gsm_mobile* rec, char* line)
         return nullptr;
     const char* const quote = text_find(match, "\"");
     text_set_until(rec->smscenter, quote == nullptr ? "" : quote + 1, "\"\n");
-    diag_plain("%s:%d sms_center='%s'\n", "csca_handler", __LINE__, rec->smscenter);
+    diag_at(plain, "csca_handler", "sms_center='%s'\n", rec->smscenter);
     rec->reg_seen = 1;
     return nullptr;
 }

@@ -2,6 +2,7 @@
 
 #include "at/answers.h"
 #include "at/at.h"
+#include "core/family.h"
 #include "support/diag.h"
 
 #include <cstdlib>
@@ -16,9 +17,9 @@ namespace
 struct reg_form {
     const char* prefix;
     int commas;
-    int family;   // the only family that has it; -1 means all
-    bool n_first; // the columns start with <n>, as they do in the answer to a query
-    bool follows; // a change of the cell is followed up
+    bool (*only)(); // the modules that have it; null means all
+    bool n_first;   // the columns start with <n>, as they do in the answer to a query
+    bool follows;   // a change of the cell is followed up
     const char* format;
 };
 
@@ -26,30 +27,29 @@ struct reg_form {
 // row that fits counts.
 // clang-format off
 constexpr reg_form reg_forms[] = {
-    // prefix commas family n_first follows format
-    {"+CGREG", 5, -1, true,  false, "+CGREG: %x,%x,\"%[^\"]\",\"%lx\",%x,\"%x\""},
-    {"+CGREG", 4, -1, true,  false, "+CGREG: %x,%x,\"%[^\"]\",\"%lx\",%x"},
-    {"+CGREG", 3, -1, false, false, "+CGREG: %x,\"%[^\"]\",\"%lx\",%x"},
-    {"+CGREG", 1, -1, true,  false, "+CGREG: %x,%x"},
-    {"+CGREG", 0, -1, false, false, "+CGREG: %x"},
-    {"+CREG",  4, -1, true,  true,  "+CREG: %x,%x,\"%[^\"]\",\"%lx\",%d"},
-    {"+CREG",  3, -1, false, true,  "+CREG: %x,\"%[^\"]\",\"%lx\",%d"},
-    {"+CREG",  1, -1, true,  false, "+CREG: %x,%x"},
-    {"+CREG",  0, -1, false, false, "+CREG: %x"},
-    {"+CEREG", 4, -1, true,  false, "+CEREG: %x,%x,\"%[^\"]\",\"%lx\",%x"},
-    {"+CEREG", 3, 15, true,  false, "+CEREG: %x,%x,\"%[^\"]\",\"%lx\""},
-    {"+CEREG", 3, -1, false, false, "+CEREG: %x,\"%[^\"]\",\"%lx\",%x"},
-    {"+CEREG", 1, -1, true,  false, "+CEREG: %x,%x"},
-    {"+CEREG", 0, -1, false, false, "+CEREG: %x"},
+    // prefix commas only n_first follows format
+    {"+CGREG", 5, nullptr, true,  false, "+CGREG: %x,%x,\"%[^\"]\",\"%lx\",%x,\"%x\""},
+    {"+CGREG", 4, nullptr, true,  false, "+CGREG: %x,%x,\"%[^\"]\",\"%lx\",%x"},
+    {"+CGREG", 3, nullptr, false, false, "+CGREG: %x,\"%[^\"]\",\"%lx\",%x"},
+    {"+CGREG", 1, nullptr, true,  false, "+CGREG: %x,%x"},
+    {"+CGREG", 0, nullptr, false, false, "+CGREG: %x"},
+    {"+CREG",  4, nullptr, true,  true,  "+CREG: %x,%x,\"%[^\"]\",\"%lx\",%d"},
+    {"+CREG",  3, nullptr, false, true,  "+CREG: %x,\"%[^\"]\",\"%lx\",%d"},
+    {"+CREG",  1, nullptr, true,  false, "+CREG: %x,%x"},
+    {"+CREG",  0, nullptr, false, false, "+CREG: %x"},
+    {"+CEREG", 4, nullptr, true,  false, "+CEREG: %x,%x,\"%[^\"]\",\"%lx\",%x"},
+    {"+CEREG", 3, cereg_begins_with_n, true,  false, "+CEREG: %x,%x,\"%[^\"]\",\"%lx\""},
+    {"+CEREG", 3, nullptr, false, false, "+CEREG: %x,\"%[^\"]\",\"%lx\",%x"},
+    {"+CEREG", 1, nullptr, true,  false, "+CEREG: %x,%x"},
+    {"+CEREG", 0, nullptr, false, false, "+CEREG: %x"},
 };
 // clang-format on
 
 const reg_form* find_form(const char* prefix, int commas)
 {
-    const int family = word_get(is_quectel);
     for (const reg_form& form : reg_forms)
         if (std::strcmp(form.prefix, prefix) == 0 && form.commas == commas &&
-            (form.family < 0 || form.family == family))
+            (form.only == nullptr || form.only()))
             return &form;
     return nullptr;
 }
@@ -261,7 +261,7 @@ struct gsm_event* cops_handler(struct gsm_mobile* rec, char* line)
         rec->reg_status = 0;
         return raise_event(GSM_EVENT_SIM_DOWN);
     default:
-        diag_plain("%s:%d unexpected error(%s)!\n", "cops_handler", __LINE__, line);
+        diag_at(plain, "cops_handler", "unexpected error(%s)!\n", line);
         return nullptr;
     }
 }

@@ -199,7 +199,7 @@ void parse_nr5g_nsa(gsm_mobile* rec, const char* line, const char* match)
     int rsrq = 0;
     const char* const numbers = text_skip(match, 10); // behind the quote and the comma
     if (text_scan(numbers, "%d,%d,%d,%d,%d,%d", &mcc, &mnc, &pcid, &rsrp, &sinr, &rsrq) < 6) {
-        diag_plain("%s:%d unrecognizable fault('%s')\n", "parse_qeng_info", __LINE__, line);
+        diag_at(plain, "parse_qeng_info", "unrecognizable fault('%s')\n", line);
         return;
     }
     rec->mcc = mcc;

@@ -2,6 +2,7 @@
 
 #include "at/answers.h"
 #include "at/at.h"
+#include "core/family.h"
 
 namespace kelo
 {
@@ -74,24 +75,13 @@ event* cfun_mini_handler(gsm_mobile*, char*)
     return nullptr;
 }
 
-namespace
-{
-
-// Families that report a slot change behind the "OK", or not at all.
-bool slot_ends_on_ok(int family)
-{
-    return family == 10 || family == 11 || family == 14 || family == 16 || family == 17;
-}
-
-} // namespace
-
 event* selslot_handler(gsm_mobile* rec, char* line)
 {
     if (nothing_to_read(rec, line))
         return nullptr;
     lock_scope guard(record_lock);
     if (text_has(line, "OK")) {
-        if (rec->reg_seen != 0 || slot_ends_on_ok(word_get(is_quectel)))
+        if (rec->reg_seen != 0 || slot_ends_on_ok())
             finish_command(rec);
     } else if (text_has(line, "+QUSIM")) {
         rec->reg_seen = 1;

@@ -161,8 +161,8 @@ bool is_value(const char* what, const char* value)
 {
     if (value[0] != '-' && !text_has_control(value))
         return true;
-    diag_plain("%s:%d refused to dial: %s begins with '-' or holds a control character\n", "dialer",
-               __LINE__, what);
+    diag_at(plain, "dialer", "refused to dial: %s begins with '-' or holds a control character\n",
+            what);
     return false;
 }
 
@@ -197,8 +197,8 @@ int dialer_command_build(char* buffer, std::size_t size)
     bool usable = is_value("apn", settings.apn) && is_value("user", settings.user) &&
                   is_value("password", settings.password);
     if (usable && !fill_command(buffer, size, settings)) {
-        diag_plain("%s:%d refused to dial: apn, user and password are too long for one line\n",
-                   "dialer", __LINE__);
+        diag_at(plain, "dialer",
+                "refused to dial: apn, user and password are too long for one line\n");
         usable = false;
     }
     if (!usable) {

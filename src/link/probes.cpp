@@ -89,8 +89,7 @@ int link_ping(const char* interface, const char* target, int wait)
     if (!names_interface(interface) ||
         !build_ping(command, sizeof command, interface, target, wait)) {
         if (word_take(refusal_said))
-            diag_plain("%s:%d refused to ping '%s' through '%s'\n", __func__, __LINE__, target,
-                       interface);
+            diag_at(plain, __func__, "refused to ping '%s' through '%s'\n", target, interface);
         return 0;
     }
     word_set(refusal_said, 0);

@@ -1,6 +1,8 @@
 // SIM selection: the switch from one card to the other.
 
 #include "link/link.h"
+
+#include "core/family.h"
 #include "support/diag.h"
 
 #include <cstdint>
@@ -31,12 +33,11 @@ int gpio_select_simcard(int sim)
         return -1;
     }
     word_set(selected_card, sim);
-    diag_plain("%s:%d switch to SIM%d\n\n", __func__, __LINE__, sim);
+    diag_at(plain, __func__, "switch to SIM%d\n\n", sim);
     std::int32_t level = sim == 1 ? 1 : 0;
     const int result = ioctl(fd, gpio_request, &level);
     if (result < 0)
-        diag_plain("%s:%d %s: failed to ioctl(%d), ret %d!\n", "init", __LINE__, __func__, sim,
-                   result);
+        diag_at(plain, "init", "%s: failed to ioctl(%d), ret %d!\n", __func__, sim, result);
     close(fd);
     return 0;
 }
@@ -47,7 +48,7 @@ using namespace kelo;
 
 int mobile_select_simcard(int sim)
 {
-    if (word_get(is_quectel) == 14)
+    if (slot_by_command())
         libgsm_set_simslot(sim);
     else
         gpio_select_simcard(sim);

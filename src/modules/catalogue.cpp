@@ -4,6 +4,7 @@
 
 #include "modules/modules.h"
 
+#include "core/family.h"
 #include "handlers/handlers.h"
 #include "services/services.h"
 #include "sms/sms.h"
@@ -170,23 +171,12 @@ bool is_empty(const char* text)
 }
 
 // Slow modules get their time in the row itself, so that every node made from now on has it.
-struct family_timeout {
-    int family;
-    int id;
-    int seconds;
-};
-constexpr family_timeout family_timeouts[] = {
-    {13, 33, 60},
-    {10, 33, 20},
-    {10, 13, 30},
-};
-
 void apply_family_timeout(at_info* row)
 {
-    const int family = word_get(is_quectel);
-    for (const family_timeout& entry : family_timeouts)
-        if (entry.family == family && entry.id == row->id)
-            row->timeout = entry.seconds;
+    if (row->id == 33)
+        row->timeout = at_seconds(row->timeout);
+    else if (row->id == 13)
+        row->timeout = cpin_seconds(row->timeout);
 }
 
 int append_node(at_list* list, const at_info* row, const char* cmd, int seq,
@@ -222,7 +212,7 @@ int at_list_add_general(at_list* list, int id, int seq)
     if (row == nullptr)
         return at_no_row; // no message: the caller looks in the private catalogue next
     if (is_empty(row->cmd) || row->handler == nullptr) {
-        diag_plain("%s:%d unexpected error!\n", __func__, __LINE__);
+        diag_at(plain, __func__, "unexpected error!\n");
         return at_no_row;
     }
     apply_family_timeout(row);
@@ -232,25 +222,25 @@ int at_list_add_general(at_list* list, int id, int seq)
 int at_list_add_private(at_list* list, int id, int seq, const cfg_file* cfg)
 {
     if (cfg == nullptr) {
-        diag_plain("%s:%d unknown model!\n", __func__, __LINE__);
+        diag_at(plain, __func__, "unknown model!\n");
         return at_no_row;
     }
     const at_info* const row = find_row(at_private_table, at_private_rows, id);
     if (row == nullptr) {
-        diag_plain("%s:%d the at(id=%d) do not exist in private array!\n", __func__, __LINE__, id);
+        diag_at(plain, __func__, "the at(id=%d) do not exist in private array!\n", id);
         return at_no_row;
     }
     if (is_empty(row->name)) {
-        diag_plain("%s:%d [id=%d] invalid name!\n", __func__, __LINE__, id);
+        diag_at(plain, __func__, "[id=%d] invalid name!\n", id);
         return at_no_row;
     }
     if (row->handler == nullptr) {
-        diag_plain("%s:%d unexpected error!\n", __func__, __LINE__);
+        diag_at(plain, __func__, "unexpected error!\n");
         return at_no_row;
     }
     const char* const value = find_value(cfg, row->name);
     if (value == nullptr) {
-        diag_plain("%s:%d the at(%s) do not exist in cfg file!\n", __func__, __LINE__, row->name);
+        diag_at(plain, __func__, "the at(%s) do not exist in cfg file!\n", row->name);
         return at_no_row;
     }
     return append_node(list, row, nullptr, seq, value);

@@ -28,7 +28,7 @@ int item_timeout(const at_config_item* item)
 {
     if (item->timeout >= 0)
         return item->timeout;
-    diag_plain("%s:%d [ID%d] refused timeout (%d)\n", __func__, __LINE__, item->id, item->timeout);
+    diag_at(plain, __func__, "[ID%d] refused timeout (%d)\n", item->id, item->timeout);
     return 0;
 }
 
@@ -40,8 +40,7 @@ const char* item_text(const at_config_item* item)
         return nullptr;
     if (!text_has_control(item->cmd))
         return item->cmd;
-    diag_plain("%s:%d [ID%d] refused a command with control characters\n", __func__, __LINE__,
-               item->id);
+    diag_at(plain, __func__, "[ID%d] refused a command with control characters\n", item->id);
     return nullptr;
 }
 
@@ -58,7 +57,7 @@ void change_command(at_info* at, const at_config_item* item, const char* text)
     std::free(at->custom_cmd);
     at->custom_cmd = text_duplicate(text);
     if (text != nullptr && at->custom_cmd == nullptr)
-        diag_plain("%s:%d failed to alloc memory!\n", __func__, __LINE__);
+        diag_at(plain, __func__, "failed to alloc memory!\n");
 }
 
 void add_command(at_list* list, const at_config_item* item, const char* text, int highest)
@@ -101,8 +100,7 @@ void libgsm_apply_custom_config()
         const auto* const item = list_entry(node, at_config_item, node);
         at_list* const list = at_list_of(item->flow, item->sim);
         if (list == nullptr) {
-            diag_plain("%s:%d unexpected error(sim=%d, flow=%d)!\n", __func__, __LINE__, item->sim,
-                       item->flow);
+            diag_at(plain, __func__, "unexpected error(sim=%d, flow=%d)!\n", item->sim, item->flow);
             continue;
         }
         at_list_apply_item(list, item);
@@ -125,7 +123,7 @@ void libgsm_set_at_timeout(at_list* list)
             if (at->id != item->id)
                 continue;
             at->timeout = timeout;
-            diag_plain("%s:%d [ID%d] update timeout (%d)\n\n", __func__, __LINE__, at->id, timeout);
+            diag_at(plain, __func__, "[ID%d] update timeout (%d)\n\n", at->id, timeout);
             break;
         }
     }

@@ -52,8 +52,7 @@ void add_step(at_list* list, const flow_step& step, const char* model)
     if (matched_cfg_file == nullptr)
         matched_cfg_file = cfg_file_find(model);
     if (matched_cfg_file == nullptr) {
-        diag_plain("%s:%d failed to match module '%s'\n", "add_remaining_ats_by_model", __LINE__,
-                   model);
+        diag_at(plain, "add_remaining_ats_by_model", "failed to match module '%s'\n", model);
         return;
     }
     at_list_add_private(list, step.id, step.seq, matched_cfg_file);
@@ -148,7 +147,7 @@ void at_select_flow(gsm_mobile* rec, int flow, int sim)
     const bool identified = custom_cfg_of(rec) != 0;
     cur_at_list = list_to_walk(flow, sim, identified);
     if (cur_at_list == nullptr) {
-        diag_plain("%s:%d fatal error!\n", "libgsm_change_flow", __LINE__);
+        diag_at(plain, "libgsm_change_flow", "fatal error!\n");
         return;
     }
     if (flow == FLOW_START || flow == FLOW_RELOAD) {

@@ -29,7 +29,7 @@ event* cgmm_handler(gsm_mobile* rec, char* line)
         const char* const match = text_find(line, token);
         if (match != nullptr) {
             text_set_until(rec->model, match, "\n");
-            diag_plain("%s:%d model='%s'\n", "cgmm_handler", __LINE__, rec->model);
+            diag_at(plain, "cgmm_handler", "model='%s'\n", rec->model);
             return nullptr;
         }
     }
@@ -70,7 +70,7 @@ event* cgmr_handler(gsm_mobile* rec, char* line)
         text_clear(rec->revision);
         return nullptr;
     }
-    diag_plain("%s:%d revision='%s'\n", "cgmr_handler", __LINE__, rec->revision);
+    diag_at(plain, "cgmr_handler", "revision='%s'\n", rec->revision);
     if (rec->custom_cfg != 0)
         return nullptr;
     char model[sizeof rec->model];

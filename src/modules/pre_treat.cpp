@@ -70,8 +70,7 @@ char* at_substitute(const char* text, std::size_t text_length, const char* place
         !text_has(text, placeholder) || value == nullptr || *value == '\0')
         return nullptr;
     if (text_has_control(value)) {
-        diag_plain("%s:%d refused a value with control characters for %s\n", __func__, __LINE__,
-                   placeholder);
+        diag_at(plain, __func__, "refused a value with control characters for %s\n", placeholder);
         return nullptr;
     }
     const std::size_t size = text_length + std::strlen(value);
@@ -254,7 +253,7 @@ int selslot_pre_treat(gsm_mobile* rec, at_info* at)
     }
     word_set(selected_card, slot);
     select_scanmode(slot);
-    diag_plain("%s:%d switch to SIM%d\n\n", __func__, __LINE__, slot);
+    diag_at(plain, __func__, "switch to SIM%d\n\n", slot);
     char value[4];
     format_value(value, "%d", slot);
     at_fill(at, "$NUM", value);
@@ -269,7 +268,7 @@ int cgmm_pre_treat(gsm_mobile* rec, at_info* at)
     take_field(model, rec->model);
     if (*model != '\0')
         skip(at);
-    diag_debug("%s:%d model='%s'\n", __func__, __LINE__, model);
+    diag_at(debug, __func__, "model='%s'\n", model);
     return 0;
 }
 
@@ -279,7 +278,7 @@ int cgmi_pre_treat(gsm_mobile* rec, at_info* at)
     take_field(mfrs, rec->mfrs);
     if (*mfrs != '\0')
         skip(at);
-    diag_debug("%s:%d mfrs='%s'\n", __func__, __LINE__, mfrs);
+    diag_at(debug, __func__, "mfrs='%s'\n", mfrs);
     return 0;
 }
 
@@ -289,7 +288,7 @@ int cgmr_pre_treat(gsm_mobile* rec, at_info* at)
     take_field(revision, rec->revision);
     if (*revision != '\0')
         skip(at);
-    diag_debug("%s:%d revision='%s'\n", __func__, __LINE__, revision);
+    diag_at(debug, __func__, "revision='%s'\n", revision);
     return 0;
 }
 
@@ -299,7 +298,7 @@ int cgsn_pre_treat(gsm_mobile* rec, at_info* at)
     take_field(sn, rec->sn);
     if (*sn != '\0')
         skip(at);
-    diag_plain("%s:%d sn='%s'\n", __func__, __LINE__, sn);
+    diag_at(plain, __func__, "sn='%s'\n", sn);
     return 0;
 }
 

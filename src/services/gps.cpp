@@ -97,7 +97,7 @@ int libgsm_check_gps_location(const char* line)
     rec->gps_on = 0;
     text_set_until(rec->gps_loc, text_skip(found, sizeof report), "\n"); // behind the blank, too
     rec->gps_ready = 1;
-    diag_plain("%s:%d gps='%s'\n", __func__, __LINE__, rec->gps_loc);
+    diag_at(plain, __func__, "gps='%s'\n", rec->gps_loc);
     return 0;
 }
 
@@ -112,7 +112,7 @@ event* gps_handler(gsm_mobile* rec, char* line)
     if (match == nullptr)
         return nullptr;
     text_set_until(rec->gps_loc, text_skip(match, 10), "\n");
-    diag_plain("%s:%d gps='%s'\n", "gps_handler", __LINE__, rec->gps_loc);
+    diag_at(plain, "gps_handler", "gps='%s'\n", rec->gps_loc);
     return nullptr;
 }
 

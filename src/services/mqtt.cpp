@@ -190,8 +190,7 @@ constexpr tls_file tls_files[] = {
 
 bool refuse_file(const char* path, const char* why)
 {
-    diag_plain("%s:%d '%s' is not uploaded, it %s!\n", "libgsm_set_cellular_wake", __LINE__, path,
-               why);
+    diag_at(plain, "libgsm_set_cellular_wake", "'%s' is not uploaded, it %s!\n", path, why);
     return false;
 }
 
@@ -239,8 +238,8 @@ void write_content(const char* name, const char* content, std::size_t length)
         done += static_cast<std::size_t>(written);
     }
     if (done < length)
-        diag_plain("%s:%d %zu of %zu bytes of '%s' were written!\n", "libgsm_set_cellular_wake",
-                   __LINE__, done, length, name);
+        diag_at(plain, "libgsm_set_cellular_wake", "%zu of %zu bytes of '%s' were written!\n", done,
+                length, name);
     std::free(bytes);
 }
 
@@ -363,7 +362,7 @@ void subscription_stands(const mqtt_config& with)
     if (done != nullptr)
         done(1);
     else
-        diag_plain("%s:%d no mqtt_done_callback is set!\n", "libgsm_check_mqtt_sub", __LINE__);
+        diag_at(plain, "libgsm_check_mqtt_sub", "no mqtt_done_callback is set!\n");
     diag_plain("------> update mqtt success");
 }
 

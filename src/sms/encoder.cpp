@@ -49,7 +49,7 @@ bool end_part(sms_pdu_msg* msg, int end)
 
 int too_many_parts()
 {
-    diag_plain("%s:%d refused a message of more than %d parts\n", __func__, __LINE__, most_parts);
+    diag_at(plain, __func__, "refused a message of more than %d parts\n", most_parts);
     return -1;
 }
 

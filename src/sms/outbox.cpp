@@ -56,7 +56,7 @@ sms_outbox_item* sms_outbox_item_create(int mode, const char* tag, const char* n
     if (is_empty(tag) || is_empty(number) || is_empty(body))
         return nullptr;
     if (!is_sendable(number, body)) {
-        diag_plain("%s:%d refused a message with control characters\n", "sms_outbox_enq", __LINE__);
+        diag_at(plain, "sms_outbox_enq", "refused a message with control characters\n");
         return nullptr;
     }
     auto* const item = static_cast<sms_outbox_item*>(std::calloc(1, sizeof(sms_outbox_item)));

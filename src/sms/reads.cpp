@@ -3,6 +3,7 @@
 #include "sms/sms.h"
 
 #include "at/at.h"
+#include "core/family.h"
 #include "support/text.h"
 
 namespace kelo
@@ -50,8 +51,7 @@ event* sms_take_read(gsm_mobile* rec, char* text, char* report)
     for (char *rest = nullptr, *line = strtok_r(text, "\r\n", &rest); line != nullptr;
          line = strtok_r(nullptr, "\r\n", &rest))
         sms_watch_prompt(rec, line);
-    const int family = word_get(is_quectel);
-    if ((family == 13 || family == 15) && acknowledge)
+    if (acknowledge && acknowledges_sms())
         libgsm_send_at("AT+CNMA");
     return raised;
 }

@@ -70,7 +70,7 @@ outcome send_pdu_parts(gsm_mobile* rec, const char* number, const char* text, co
     if (rec == nullptr || text == nullptr || n < 0)
         return outcome::failed;
     if (n > longest_text) {
-        diag_plain("%s:%d refused a message of %d bytes\n", __func__, __LINE__, n);
+        diag_at(plain, __func__, "refused a message of %d bytes\n", n);
         return outcome::failed;
     }
     auto* const work = static_cast<char*>(std::calloc(1, static_cast<std::size_t>(n) + 1));
@@ -139,7 +139,7 @@ int file_length(std::FILE* file)
         length = std::ftell(file);
     std::rewind(file);
     if (length < 0 || length >= longest_text) {
-        diag_plain("%s:%d refused a file of %ld bytes\n", __func__, __LINE__, length);
+        diag_at(plain, __func__, "refused a file of %ld bytes\n", length);
         return -1;
     }
     return static_cast<int>(length);

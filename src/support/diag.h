@@ -17,6 +17,11 @@ extern int debug_5g;
                                               ...); // the same, while debug is on
 [[gnu::format(printf, 1, 2)]] void diag_error(const char* format, ...); // standard error
 
+// A line of one of the classes that opens with a name and the number of the line that says it:
+// diag_at(plain, __func__, "failed to alloc memory!\n").
+#define diag_at(which, name, format, ...)                                                          \
+    diag_##which("%s:%d " format, name, __LINE__ __VA_OPT__(, ) __VA_ARGS__)
+
 bool diag_debug_on();
 
 // For lock.cpp alone: a thread enters and leaves its outermost lock.

@@ -71,7 +71,7 @@ pid_t start(const char* line, int output)
     posix_spawnattr_destroy(&attributes);
     if (error == 0)
         return child;
-    diag_plain("%s:%d failed to run '%s': %s\n", "shell", __LINE__, line, std::strerror(error));
+    diag_at(plain, "shell", "failed to run '%s': %s\n", line, std::strerror(error));
     return -1;
 }
 

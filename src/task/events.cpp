@@ -2,6 +2,7 @@
 
 #include "task/task.h"
 
+#include "core/family.h"
 #include "sms/sms.h"
 #include "support/diag.h"
 #include "support/shell.h"
@@ -40,7 +41,7 @@ void sim_down(gsm_mobile*)
         return;
     sim_failed_count_reset();
     seconds_sleep(1);
-    if (word_get(is_quectel) == 13)
+    if (restarts_when_down())
         cell_start_flag_set();
     else
         cell_reload_flag_set();
@@ -57,8 +58,7 @@ void sim_failed(gsm_mobile* rec)
         text_clear(rec->iccid);
         text_clear(rec->oper);
     }
-    const int family = word_get(is_quectel);
-    if (family != 13 && family != 15)
+    if (!sim_failures_escalate())
         return;
     if (count < sim_cpin_limit) {
         cell_reload_flag_set();

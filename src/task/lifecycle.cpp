@@ -2,6 +2,7 @@
 
 #include "task/task.h"
 
+#include "core/family.h"
 #include "modules/modules.h"
 #include "sms/sms.h"
 #include "support/diag.h"
@@ -52,14 +53,14 @@ void start_locked()
     word_set(is_pin_ready, 0);
     for (const char* line : stale_programs)
         shell_run(line);
-    if (word_get(is_quectel) != 14)
+    if (!slot_by_command())
         select_scanmode(word_get(selected_card));
     copy_sim_settings();
     gsm_mobile* const rec = modem_record();
     if (libgsm_start(rec, word_get(selected_card)) != 0)
         return;
     if (!create_mobile_task(rec))
-        diag_error("%s:%d %s: failed to create thread!!!\n", "gsm", __LINE__, "cellular_start");
+        diag_at(error, "gsm", "%s: failed to create thread!!!\n", "cellular_start");
     word_set(at_ready, 1);
 }
 
@@ -128,13 +129,13 @@ int cellular_start(int low_power)
 {
     diag_plain("--------------------> cellular_start = %d \n", low_power);
     if (!word_take(cell_start_lock)) {
-        diag_plain("%s:%d %s: cellular start thread has been locked!\n", "gsm", __LINE__, __func__);
+        diag_at(plain, "gsm", "%s: cellular start thread has been locked!\n", __func__);
         return -1;
     }
     // A second task would read the same port and lose half of every answer.
     const bool running = word_get(mobile_task_stopped) == 0;
     if (running)
-        diag_plain("%s:%d %s: the mobile task runs already!\n", "gsm", __LINE__, __func__);
+        diag_at(plain, "gsm", "%s: the mobile task runs already!\n", __func__);
     else
         start_locked();
     word_set(cell_start_lock, 0);
@@ -144,12 +145,11 @@ int cellular_start(int low_power)
 int cellular_stop()
 {
     if (on_mobile_task()) {
-        diag_plain("%s:%d %s: the mobile task can't wait for its own end!\n", "gsm", __LINE__,
-                   __func__);
+        diag_at(plain, "gsm", "%s: the mobile task can't wait for its own end!\n", __func__);
         return -1;
     }
     if (!word_take(cell_start_lock)) {
-        diag_plain("%s:%d %s: cellular stop thread has been locked!\n", "gsm", __LINE__, __func__);
+        diag_at(plain, "gsm", "%s: cellular stop thread has been locked!\n", __func__);
         return -1;
     }
     word_set(mobile_task_run, 0);
@@ -165,15 +165,14 @@ int cellular_reload()
 {
     gsm_mobile* const rec = modem_record();
     if (rec == nullptr) {
-        diag_plain("%s:%d %s: unexpected error!\n", "gsm", __LINE__, __func__);
+        diag_at(plain, "gsm", "%s: unexpected error!\n", __func__);
         return -1;
     }
     if (word_get(cell_repower_lock) != 0 || !word_take(cell_start_lock)) {
-        diag_plain("%s:%d %s: cellular reload thread has been locked!\n", "gsm", __LINE__,
-                   __func__);
+        diag_at(plain, "gsm", "%s: cellular reload thread has been locked!\n", __func__);
         return -1;
     }
-    diag_plain("%s:%d %s: reloading cellular modem...\n", "gsm", __LINE__, __func__);
+    diag_at(plain, "gsm", "%s: reloading cellular modem...\n", __func__);
     cellular_reset_status();
     sms_pending_reset();
     libgsm_change_flow(rec, FLOW_RELOAD, word_get(selected_card));

@@ -20,7 +20,7 @@ void* restart_cellular_thread(void*)
     const bool taken = word_take(cell_repower_lock);
     word_set(restart_gate, 0);
     if (!taken) {
-        diag_plain("%s:%d %s: repower thread has been locked!\n", "init", __LINE__, __func__);
+        diag_at(plain, "init", "%s: repower thread has been locked!\n", __func__);
         return nullptr;
     }
     if (cellular_stop() == 0)
@@ -43,12 +43,12 @@ int cellular_module_restart_extern(void)
     }
     const int flag_before = cell_restart_flag_get();
     cell_restart_flag_set();
-    diag_debug("%s:%d %s: ===cellular module restart!\n", "init", __LINE__, __func__);
+    diag_at(debug, "init", "%s: ===cellular module restart!\n", __func__);
     if (!thread_start_detached(restart_cellular_thread, nullptr)) {
         // No restart comes of it: the next "+CPIN: READY" is not ours to swallow.
         word_set(cell_restart_flag, flag_before);
         word_set(restart_gate, 0);
-        diag_error("%s:%d %s: failed to create thread!\n", "init", __LINE__, __func__);
+        diag_at(error, "init", "%s: failed to create thread!\n", __func__);
     }
     return 0;
 }

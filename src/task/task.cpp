@@ -2,6 +2,7 @@
 
 #include "task/task.h"
 
+#include "core/family.h"
 #include "modules/modules.h"
 #include "sms/sms.h"
 #include "support/diag.h"
@@ -114,7 +115,7 @@ void note_hang_up(task_state& state, short ready)
 {
     const bool hung_up = (ready & (POLLHUP | POLLERR | POLLNVAL)) != 0;
     if (hung_up && !state.hung_up)
-        diag_plain("%s:%d the AT port has hung up\n", "corvel_mobile_dchannel", __LINE__);
+        diag_at(plain, "corvel_mobile_dchannel", "the AT port has hung up\n");
     state.hung_up = hung_up;
 }
 
@@ -131,7 +132,7 @@ event* wait_and_hear(gsm_mobile* rec, task_state& state, int fd, bool& silent)
     }
     if (ready < 0) {
         if (errno != EINTR)
-            diag_plain("%s:%d unexpected error!\n", "corvel_mobile_dchannel", __LINE__);
+            diag_at(plain, "corvel_mobile_dchannel", "unexpected error!\n");
         return nullptr;
     }
     note_hang_up(state, port.revents);
@@ -161,13 +162,12 @@ bool task_pass(gsm_mobile* rec, task_state& state)
 {
     if (word_get(global_quagga_stop) != 0)
         return false;
-    if (word_get(is_quectel) == 7) {
+    if (left_alone()) {
         seconds_sleep(1);
         return true;
     }
     if (mobile_device_exist() == 0) {
-        diag_plain("%s:%d /dev/ttyUSB: No such file or directory\n", "corvel_mobile_dchannel",
-                   __LINE__);
+        diag_at(plain, "corvel_mobile_dchannel", "/dev/ttyUSB: No such file or directory\n");
         return false;
     }
     const int fd = port_descriptor(rec);
