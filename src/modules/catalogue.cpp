@@ -171,12 +171,22 @@ bool is_empty(const char* text)
 }
 
 // Slow modules get their time in the row itself, so that every node made from now on has it.
+struct slow_row {
+    bool (*slow)();
+    int id;
+    int seconds;
+};
+constexpr slow_row slow_rows[] = {
+    {slowest_to_start, 33, 60},
+    {slow_to_start, 33, 20},
+    {slow_to_start, 13, 30},
+};
+
 void apply_family_timeout(at_info* row)
 {
-    if (row->id == 33)
-        row->timeout = at_seconds(row->timeout);
-    else if (row->id == 13)
-        row->timeout = cpin_seconds(row->timeout);
+    for (const slow_row& entry : slow_rows)
+        if (entry.id == row->id && entry.slow())
+            row->timeout = entry.seconds;
 }
 
 int append_node(at_list* list, const at_info* row, const char* cmd, int seq,
