@@ -34,18 +34,11 @@ namespace
 
 constexpr char debug_file[] = "/config/5Gdebug";
 
-// One init at a time.
-int init_busy = 0;
-
-// Where the library stands: 1 from an init to the next stop. Written by init and deinit5G.
-enum : int { idle, running, stopping };
-int run_state = idle;
-
 // A thread of the library, and whether it still runs: what an init after a stop waits for. It
 // counts as running from before its creation.
 struct worker {
     void* (*body)(void*);
-    int alive = 0;
+    bool lifecycle::*alive;
 };
 
 // Nobody joins it, and a stop and a new init must not leave one behind each time.
@@ -55,33 +48,27 @@ void* dialer_detached(void*)
     return dialer_thread(&real_dialer_tools);
 }
 
-worker start_worker = {cellular_start_thread}; // detaches itself
-worker dialer_worker = {dialer_detached};
+constexpr worker start_worker = {cellular_start_thread,
+                                 &lifecycle::start_thread}; // detaches itself
+constexpr worker dialer_worker = {dialer_detached, &lifecycle::dialer_thread};
 
 void* worker_run(void* argument)
 {
-    auto* const self = static_cast<worker*>(argument);
+    const auto* const self = static_cast<const worker*>(argument);
     self->body(nullptr);
-    word_set(self->alive, 0);
+    life_set(self->alive, false);
     return nullptr;
 }
 
-bool worker_create(worker& self)
+bool worker_create(const worker& self)
 {
     pthread_t thread = {};
-    word_set(self.alive, 1);
-    if (pthread_create(&thread, nullptr, worker_run, &self) == 0)
+    life_set(self.alive, true);
+    if (pthread_create(&thread, nullptr, worker_run, const_cast<worker*>(&self)) == 0)
         return true;
-    word_set(self.alive, 0);
+    life_set(self.alive, false);
     diag_at(error, "init", "%s: failed to create thread!\n", "init5G");
     return false;
-}
-
-bool nothing_runs()
-{
-    return word_get(start_worker.alive) == 0 && word_get(dialer_worker.alive) == 0 &&
-           word_get(mobile_task_stopped) != 0 && word_get(cell_start_lock) == 0 &&
-           word_get(cell_repower_lock) == 0 && word_get(restart_gate) == 0;
 }
 
 // Waits for the threads of the run before and closes their port. The two words beside
@@ -91,8 +78,11 @@ bool end_old_run()
     const std::int64_t deadline = monotonic_ms() + end_wait_ms;
     for (;;) {
         word_set(conn_mode_flag, 1);
-        word_set(mobile_task_run, 0);
-        if (nothing_runs())
+        const bool ended = in_life([](lifecycle& now) {
+            now.mobile_task_run = false;
+            return now.nothing_runs();
+        });
+        if (ended)
             break;
         if (monotonic_ms() >= deadline)
             return false;
@@ -113,15 +103,16 @@ bool claim_run()
 {
     if (on_mobile_task())
         return refuse("the mobile task can't wait for its own end");
-    const bool stopped = word_get(global_quagga_stop) != 0 || nothing_runs();
-    if (word_get(run_state) == running && !stopped)
+    const lifecycle before = in_life([](const lifecycle& now) { return now; });
+    const bool stopped = word_get(global_quagga_stop) != 0 || before.nothing_runs();
+    if (before.run == lifecycle::running && !stopped)
         return refuse("the library runs already");
-    if (word_get(run_state) != idle && !end_old_run())
+    if (before.run != lifecycle::idle && !end_old_run())
         return refuse("threads of the run before have not ended");
     if (word_get(global_quagga_stop) != 0)
         diag_at(plain, "init", "%s: global_quagga_stop is set, the threads end at once!\n",
                 "init5G");
-    word_set(run_state, int{running});
+    in_life([](lifecycle& now) { now.run = lifecycle::running; });
     return true;
 }
 
@@ -144,7 +135,7 @@ int bring_up(const cellular_setting& wanted, unsigned char low_power, settings_t
     libgsm_set_low_power(low_power);
     cellular_gsm_init(low_power);
     if (!worker_create(start_worker)) {
-        word_set(run_state, int{idle}); // nothing runs: the host may try again
+        in_life([](lifecycle& now) { now.run = lifecycle::idle; }); // the host may try again
         return -1;
     }
     return worker_create(dialer_worker) ? 0 : -1;
@@ -152,12 +143,12 @@ int bring_up(const cellular_setting& wanted, unsigned char low_power, settings_t
 
 int init_when_free(const cellular_setting& wanted, unsigned char low_power, settings_taker* store)
 {
-    if (!word_take(init_busy)) {
+    if (!life_take(&lifecycle::init_under_way)) {
         refuse("another init is under way");
         return -1;
     }
     const int result = claim_run() ? bring_up(wanted, low_power, store) : -1;
-    word_set(init_busy, 0);
+    life_set(&lifecycle::init_under_way, false);
     return result;
 }
 
@@ -179,8 +170,10 @@ int init5G(const struct cellular_setting* settings, unsigned char low_power)
 int deinit5G(void)
 {
     word_set(global_quagga_stop, 1);
-    int before = running;
-    std::atomic_ref<int>(run_state).compare_exchange_strong(before, stopping);
+    in_life([](lifecycle& now) {
+        if (now.run == lifecycle::running)
+            now.run = lifecycle::stopping;
+    });
     return 0;
 }
 

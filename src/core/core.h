@@ -47,6 +47,8 @@ extern int cell_restart_flag;
 extern int sim_failed_count;
 extern int sim_cpin_count;
 extern int no_signal_count;
+extern int mqtt_conn_lost;
+extern int sms_pending_count;
 extern int g_mode_no_service;
 extern int attach_timeout;
 

@@ -20,6 +20,7 @@ int cell_first_boot = 1;     // no mobile task has started yet            task  
 int cell_network_switch = 0; // with scan mode 9: 0 LTE with NR, 1 NR     host                              scan mode's pre-treatment
 int cell_net_proto = 0;      // 0 "IP", 1 "IPV6", 2 "IPV4V6"              host                              APN's pre-treatment
 int cell_network_up = 0;     // the data link is verified up              dialer                            dialer, host, link query
+int cell_repower_lock = 0;   // a restart is stopping and starting        restart                           restart, reload, init, host
 int cell_reload_flag = 0;    // a reload is wanted                        task, host, reload (down)         host
 int cell_pdpdeact = 0;       // the data context was lost                 reports, set_5G_para, host (down) host
 int cell_ccinfo_recv = 0;    // cell lines due behind a "service cell:"   reports and serving cell handler  the same
@@ -39,6 +40,8 @@ int cell_restart_flag = 1;   // we asked for the restart; 1 at load, for the fir
 int sim_failed_count = 0;    // losses of registration in a row           events                            events
 int sim_cpin_count = 0;      // SIM failures in a row                     events                            events
 int no_signal_count = 0;     // reports of no signal, of three            events                            events
+int mqtt_conn_lost = 1;      // no sign of a connected client yet        MQTT query handler                the same
+int sms_pending_count = 0;   // messages handed in and not yet answered   whoever hands in, events, reload  the same
 int g_mode_no_service = 0;   // the chosen 3G mode can't be served        set_5G_para                       kelo_get_cellular
 int attach_timeout = 50;     // 50 or more, its unit is the host's        set_attach_timeout                nobody
 

@@ -299,9 +299,6 @@ mqtt_config begin_attempt()
 
 } // namespace
 
-// Written and read by qmtconn_handler alone.
-int mqtt_conn_lost = 1;
-
 int libgsm_set_cellular_wake()
 {
     const attempt_scope whole;

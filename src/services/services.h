@@ -17,7 +17,6 @@ int libgsm_check_mqtt_sub(const char* line); // every line, ahead of its handler
 int libgsm_mqtt_urc_error(const char* text); // to the host's report callback
 int libgsm_stop_mqtt_update();               // waits for an attempt under way
 
-extern int mqtt_conn_lost; // 1: no sign yet in this query that the MQTT client is connected
 event* qmtconn_handler(gsm_mobile* rec, char* line);
 
 // ---- GPS (gps.cpp)

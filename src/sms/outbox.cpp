@@ -9,9 +9,6 @@
 namespace kelo
 {
 
-// Raised by whoever hands a message in, taken down by the mobile task and by a reload.
-int sms_pending_count = 0;
-
 namespace
 {
 
@@ -31,24 +28,6 @@ bool is_sendable(const char* number, const char* body)
 }
 
 } // namespace
-
-void sms_pending_add()
-{
-    word_add(sms_pending_count, 1);
-}
-
-void sms_pending_answered()
-{
-    std::atomic_ref<int> count(sms_pending_count);
-    int before = count.load();
-    while (!count.compare_exchange_weak(before, before > 0 ? before - 1 : 0)) {
-    }
-}
-
-void sms_pending_reset()
-{
-    word_set(sms_pending_count, 0);
-}
 
 sms_outbox_item* sms_outbox_item_create(int mode, const char* tag, const char* number, int length,
                                         const char* body)

@@ -138,12 +138,6 @@ sms_outbox_item* sms_outbox_item_create(int mode, const char* tag, const char* n
 // Queues all items of a list at once, in order, and empties it.
 void sms_outbox_append(list_head& items);
 
-// Messages handed in and not yet answered. The count never falls below 0: an answer may come late.
-extern int sms_pending_count;
-void sms_pending_add();
-void sms_pending_answered();
-void sms_pending_reset();
-
 // A command that draws the prompt goes out: its body becomes due.
 void sms_send_begins(gsm_mobile* mobile);
 

@@ -158,12 +158,12 @@ int libgsm_send_sms_from_buffer(const char* tag, const char* number, int mode, c
     if (rec == nullptr)
         return -1;
     // Ahead of the queueing: the answer may come before this call is over.
-    sms_pending_add();
+    word_add(sms_pending_count, 1);
     const outcome result = mode == 0 ? send_pdu_parts(rec, number, text, tag, "UTF-8", n)
                                      : send_text(mode, number, text, tag, n);
     if (result != outcome::failed)
         return 0;
-    sms_pending_answered();
+    word_count_down(sms_pending_count);
     return -1;
 }
 

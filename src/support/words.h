@@ -32,4 +32,13 @@ inline int word_add(int& word, int summand)
     return std::atomic_ref<int>(word).fetch_add(summand) + summand;
 }
 
+// Takes one off, but never below 0.
+inline void word_count_down(int& word)
+{
+    const std::atomic_ref<int> count(word);
+    int before = count.load();
+    while (before > 0 && !count.compare_exchange_weak(before, before - 1)) {
+    }
+}
+
 } // namespace kelo

@@ -103,13 +103,13 @@ void ringing(gsm_mobile*)
 void message_sent(gsm_mobile*)
 {
     cellular_clear_status(CELL_STATUS_SMS_FAILED);
-    sms_pending_answered();
+    word_count_down(sms_pending_count);
 }
 
 void message_failed(gsm_mobile*)
 {
     cellular_set_status(CELL_STATUS_SMS_FAILED);
-    sms_pending_answered();
+    word_count_down(sms_pending_count);
 }
 
 void no_signal(gsm_mobile*)

@@ -4,7 +4,6 @@
 
 #include "core/family.h"
 #include "modules/modules.h"
-#include "sms/sms.h"
 #include "support/diag.h"
 #include "support/shell.h"
 #include "support/sleeps.h"
@@ -16,15 +15,17 @@
 namespace kelo
 {
 
-int cell_start_lock = 0;
-int mobile_task_run = 0;
-int mobile_task_stopped = 1; // so that a stop ahead of any start does not wait
+lock life_lock;
+lifecycle life;
+
+bool lifecycle::nothing_runs() const
+{
+    return !start_thread && !dialer_thread && mobile_task_stopped && !cell_start_lock &&
+           !restart_gate && word_get(cell_repower_lock) == 0;
+}
 
 namespace
 {
-
-// Set by the first start that got as far as its task, never cleared; read by cellular_at_is_ready.
-int at_ready = 0;
 
 // The rows and profiles of libgsm_init are there for good once they were added.
 bool lists_filled = false;
@@ -40,16 +41,16 @@ constexpr const char* stale_programs[] = {
 // The new task counts as running from here on, so that a stop right behind waits for it.
 bool create_mobile_task(gsm_mobile* rec)
 {
-    word_set(mobile_task_stopped, 0);
+    life_set(&lifecycle::mobile_task_stopped, false);
     const bool created = thread_start_detached(corvel_mobile_dchannel, rec);
     if (!created)
-        word_set(mobile_task_stopped, 1);
+        life_set(&lifecycle::mobile_task_stopped, true);
     return created;
 }
 
 void start_locked()
 {
-    word_set(mobile_task_run, 1);
+    life_set(&lifecycle::mobile_task_run, true);
     word_set(is_pin_ready, 0);
     for (const char* line : stale_programs)
         shell_run(line);
@@ -61,7 +62,7 @@ void start_locked()
         return;
     if (!create_mobile_task(rec))
         diag_at(error, "gsm", "%s: failed to create thread!!!\n", "cellular_start");
-    word_set(at_ready, 1);
+    life_set(&lifecycle::at_ready, true);
 }
 
 } // namespace
@@ -128,17 +129,17 @@ int cellular_gsm_init(unsigned char low_power)
 int cellular_start(int low_power)
 {
     diag_plain("--------------------> cellular_start = %d \n", low_power);
-    if (!word_take(cell_start_lock)) {
+    if (!life_take(&lifecycle::cell_start_lock)) {
         diag_at(plain, "gsm", "%s: cellular start thread has been locked!\n", __func__);
         return -1;
     }
     // A second task would read the same port and lose half of every answer.
-    const bool running = word_get(mobile_task_stopped) == 0;
+    const bool running = !life_get(&lifecycle::mobile_task_stopped);
     if (running)
         diag_at(plain, "gsm", "%s: the mobile task runs already!\n", __func__);
     else
         start_locked();
-    word_set(cell_start_lock, 0);
+    life_set(&lifecycle::cell_start_lock, false);
     return running ? -1 : 0;
 }
 
@@ -148,16 +149,16 @@ int cellular_stop()
         diag_at(plain, "gsm", "%s: the mobile task can't wait for its own end!\n", __func__);
         return -1;
     }
-    if (!word_take(cell_start_lock)) {
+    if (!life_take(&lifecycle::cell_start_lock)) {
         diag_at(plain, "gsm", "%s: cellular stop thread has been locked!\n", __func__);
         return -1;
     }
-    word_set(mobile_task_run, 0);
+    life_set(&lifecycle::mobile_task_run, false);
     cellular_reset_status();
-    while (word_get(mobile_task_stopped) == 0)
+    while (!life_get(&lifecycle::mobile_task_stopped))
         seconds_sleep(1);
     cellular_gsm_free();
-    word_set(cell_start_lock, 0);
+    life_set(&lifecycle::cell_start_lock, false);
     return 0;
 }
 
@@ -168,21 +169,21 @@ int cellular_reload()
         diag_at(plain, "gsm", "%s: unexpected error!\n", __func__);
         return -1;
     }
-    if (word_get(cell_repower_lock) != 0 || !word_take(cell_start_lock)) {
+    if (word_get(cell_repower_lock) != 0 || !life_take(&lifecycle::cell_start_lock)) {
         diag_at(plain, "gsm", "%s: cellular reload thread has been locked!\n", __func__);
         return -1;
     }
     diag_at(plain, "gsm", "%s: reloading cellular modem...\n", __func__);
     cellular_reset_status();
-    sms_pending_reset();
+    word_set(sms_pending_count, 0);
     libgsm_change_flow(rec, FLOW_RELOAD, word_get(selected_card));
     copy_sim_settings();
     cell_reload_flag_unset();
-    word_set(cell_start_lock, 0);
+    life_set(&lifecycle::cell_start_lock, false);
     return 0;
 }
 
 int cellular_at_is_ready()
 {
-    return word_get(at_ready);
+    return life_get(&lifecycle::at_ready) ? 1 : 0;
 }

@@ -194,14 +194,14 @@ void* corvel_mobile_dchannel(void* record)
     mobile_task_begins();
     libgsm_set_init_flag(word_get(isLowPower) == 0 ? 1 : 0);
     word_set(cell_first_boot, 0);
-    word_set(mobile_task_stopped, 0);
+    life_set(&lifecycle::mobile_task_stopped, false);
     task_state state;
     state.last_quiet_ms = state.last_tick_ms = monotonic_ms();
-    while (word_get(mobile_task_run) != 0)
+    while (life_get(&lifecycle::mobile_task_run))
         if (!task_pass(static_cast<gsm_mobile*>(record), state))
             break;
     mobile_task_ends();
-    word_set(mobile_task_stopped, 1);
+    life_set(&lifecycle::mobile_task_stopped, true);
     return nullptr;
 }
 

@@ -10,16 +10,52 @@
 #include "at/at.h"
 
 #include <cstdint>
+#include <utility>
 
 namespace kelo
 {
 
 // ---- Start and stop (lifecycle.cpp, restart.cpp)
 
-extern int cell_start_lock;     // taken by start, stop and reload, one at a time
-extern int mobile_task_run;     // the mobile task goes on while this is non-zero
-extern int mobile_task_stopped; // no mobile task runs; the task's last act is to set it
-extern int restart_gate;
+// Who runs, and who may change that: one record under one mutex, a leaf. The exported word
+// cell_repower_lock belongs to it, too: 1 while the restart's thread stops and starts.
+struct lifecycle {
+    enum { idle, running, stopping } run = idle; // from an init to the next stop
+    bool init_under_way = false;
+    bool start_thread = false; // the threads of the last init, until they are over
+    bool dialer_thread = false;
+    bool cell_start_lock = false;    // a start, stop or reload is under way
+    bool restart_gate = false;       // a restart was wished for, its thread has not begun yet
+    bool mobile_task_run = false;    // the mobile task is to go on
+    bool mobile_task_stopped = true; // no mobile task runs, not even one that is yet to begin
+    bool at_ready = false;           // a start once got as far as its task
+
+    bool nothing_runs() const;
+};
+
+extern lock life_lock;
+extern lifecycle life;
+
+// Looks at the record, or changes it, in one step.
+template <class Step> auto in_life(const Step& step)
+{
+    const lock_scope hold(life_lock);
+    return step(life);
+}
+
+// True for the one caller that found the flag down, which is up then.
+inline bool life_take(bool lifecycle::*flag)
+{
+    return in_life([&](lifecycle& now) { return !std::exchange(now.*flag, true); });
+}
+inline void life_set(bool lifecycle::*flag, bool value)
+{
+    in_life([&](lifecycle& now) { now.*flag = value; });
+}
+inline bool life_get(bool lifecycle::*flag)
+{
+    return in_life([&](const lifecycle& now) { return now.*flag; });
+}
 
 int libgsm_init(gsm_mobile** place, unsigned char low_power);
 int libgsm_start(gsm_mobile* rec, int sim);

@@ -29,8 +29,8 @@ struct BringUp : testing::Test {
     {
         EXPECT_TRUE(wait_until(
             [&] {
-                return word_get(cell_start_lock) == 0 &&
-                       (threads == 2) == (word_get(mobile_task_stopped) == 0) &&
+                return !life_get(&lifecycle::cell_start_lock) &&
+                       (threads == 2) == !life_get(&lifecycle::mobile_task_stopped) &&
                        entries("/proc/self/task") == at_rest + threads;
             },
             5000));
@@ -76,12 +76,12 @@ TEST_F(BringUp, StoresStartsAndRefusesOthers)
     // ever.
     stop();
     word_set(global_quagga_stop, 0);
-    word_set(mobile_task_stopped, 0);
+    life_set(&lifecycle::mobile_task_stopped, false);
     end_wait_ms = 200;
     start("second");
     EXPECT_TRUE(said.has("refused, threads of the run before have not ended!"));
     EXPECT_STREQ(g_cellSet.apn, "internet");
-    word_set(mobile_task_stopped, 1);
+    life_set(&lifecycle::mobile_task_stopped, true);
     start("second");
     EXPECT_STREQ(g_cellSet.apn, "second");
     expect_running(1);

@@ -13,17 +13,17 @@ TEST(Lifecycle, RefusedCallsChangeNothing)
 {
     gsm_dchan_status = CELL_STATUS_READY;
     cell_reload_flag_set();
-    cell_start_lock = 1;
+    life.cell_start_lock = true;
     EXPECT_EQ(cellular_start(0), -1);
     EXPECT_EQ(cellular_stop(), -1);
     EXPECT_EQ(cellular_reload(), -1);
-    cell_start_lock = 0;
+    life.cell_start_lock = false;
     cell_repower_lock = 1;
     EXPECT_EQ(cellular_reload(), -1);
     cell_repower_lock = 0;
     EXPECT_EQ(gsm_dchan_status, CELL_STATUS_READY);
     EXPECT_EQ(cell_reload_flag, 1);
-    EXPECT_EQ(cell_start_lock, 0);
+    EXPECT_FALSE(life.cell_start_lock);
 }
 
 TEST(Lifecycle, AStopAheadOfAnyStartAndAStartWithoutADevice)
@@ -32,7 +32,7 @@ TEST(Lifecycle, AStopAheadOfAnyStartAndAStartWithoutADevice)
     EXPECT_EQ(cellular_stop(), 0);
     EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(500));
     EXPECT_EQ(cellular_start(0), 0);
-    EXPECT_EQ(mobile_task_stopped, 1);
+    EXPECT_TRUE(life.mobile_task_stopped);
     EXPECT_EQ(cellular_at_is_ready(), 0);
     EXPECT_EQ(cellular_stop(), 0);
 }
@@ -74,7 +74,7 @@ TEST(Lifecycle, OfTwoStartsAtOnceOneIsRefused)
     EXPECT_EQ(cellular_start(0), -1); // over a running task
     EXPECT_EQ(cellular_at_is_ready(), 1);
     EXPECT_EQ(cellular_stop(), 0);
-    EXPECT_EQ(mobile_task_stopped, 1);
+    EXPECT_TRUE(life.mobile_task_stopped);
     EXPECT_EQ(port_descriptor(&g_mobile), -1);
     EXPECT_EQ(cellular_at_is_ready(), 1);
 }

@@ -9,7 +9,7 @@ namespace
 
 bool at_rest()
 {
-    return word_get(cell_repower_lock) == 0 && word_get(restart_gate) == 0;
+    return in_life([](const lifecycle& now) { return now.nothing_runs(); });
 }
 
 void ask_from_threads(int count)
@@ -28,7 +28,7 @@ TEST(Restart, OneAtATime)
 {
     set_5g_debug(1);
     captured said;
-    word_set(mobile_task_stopped, 0);
+    life_set(&lifecycle::mobile_task_stopped, false);
     cell_restart_flag_reset();
     ask_from_threads(8);
     EXPECT_EQ(cell_restart_flag_get(), 1);
@@ -41,6 +41,6 @@ TEST(Restart, OneAtATime)
     restart_cellular_thread(nullptr); // one that comes too late gives up
     EXPECT_TRUE(said.has("repower thread has been locked!"));
     EXPECT_EQ(word_get(cell_repower_lock), 1);
-    word_set(mobile_task_stopped, 1);
+    life_set(&lifecycle::mobile_task_stopped, true);
     EXPECT_TRUE(wait_until(at_rest));
 }
