@@ -33,8 +33,8 @@ constexpr auto between_reports = 1s;
 constexpr int exit_no_modem = 1;
 constexpr int exit_not_done = 3;
 
-// Handlers, not blocked signals: the mask would be inherited by the programs that the library
-// starts, and a dialer that blocks SIGTERM could not be stopped. All they do is write to a pipe.
+// Any thread may run the handlers, those of the library, too: all they do is write to a pipe, which
+// the main loop waits at.
 int signal_pipe[2] = {-1, -1};
 volatile sig_atomic_t stop_seen = 0, reread_seen = 0;
 
@@ -70,10 +70,10 @@ bool install(int number, void (*handler)(int))
 
 bool install_signals(bool reread)
 {
-    // A reader that goes away must not take the modem with it. Ignored, the signal would stay so in
-    // the programs that the library starts.
+    // A reader that goes away must not take the modem with it. The programs that the library starts
+    // have the signal as ever.
     return pipe2(signal_pipe, O_CLOEXEC | O_NONBLOCK) == 0 && install(SIGINT, on_stop) &&
-           install(SIGTERM, on_stop) && install(SIGPIPE, [](int) {}) &&
+           install(SIGTERM, on_stop) && install(SIGPIPE, SIG_IGN) &&
            (!reread || install(SIGHUP, on_reread));
 }
 
@@ -317,7 +317,8 @@ bool Host::is_over(Clock::time_point now) const
     return has_end && !outbox_.busy() && !gps_.busy();
 }
 
-// Bounded, since a start or restart that is under way refuses the stop until it is through.
+// Bounded, since a start or restart that is under way refuses the stop until it is through. The
+// first line waits for an MQTT attempt under way: seconds.
 void Host::stop_modem()
 {
     kelo_deinit_cellular();
