@@ -1,4 +1,4 @@
-#include "fakes.h"
+#include "tests/host/fakes.h"
 
 #include <gtest/gtest.h>
 
