@@ -1,4 +1,4 @@
-#include "check_profiles.h"
+#include "host/check_profiles.h"
 
 #include <algorithm>
 #include <cctype>
@@ -33,11 +33,11 @@ constexpr unsigned sms_modules = quectel_lte_sms | voice_modules | unisoc;
 constexpr unsigned every_module = quectel_lte | sms_modules;
 
 // By the first four characters, as the library finds the file of a model.
-struct Module {
+struct known_module {
     const char* start;
     unsigned families;
 };
-constexpr Module modules[] = {
+constexpr known_module modules[] = {
     {"EC20", quectel_lte | quectel_lte_sms},
     {"EC21", quectel_lte | quectel_lte_sms},
     {"EC25", quectel_lte | quectel_lte_sms | ec25v},
@@ -57,12 +57,12 @@ constexpr Module modules[] = {
     {"MH50", balong},
 };
 
-struct Key {
+struct known_key {
     const char* name;
     const char* placeholder; // that the library fills in; nullptr for none
     unsigned families;       // whose flows reach the key; 0: no flow does
 };
-constexpr Key keys[] = {
+constexpr known_key keys[] = {
     {"AT_ACTIVE_CONT", nullptr, longsung | quectel_5g},
     {"AT_AUDIO_PCM_SLAVE", nullptr, quectel_5g},
     {"AT_CALL_STATE_INIT", nullptr, quectel_5g},
@@ -107,13 +107,13 @@ constexpr Key keys[] = {
 };
 
 // Reached by a flow, and better not there: the step is then dropped, which costs one log line.
-struct LeftOut {
+struct left_out_key {
     const char* key;
     unsigned families;
     bool unfilled; // nothing fills the placeholder on these modules: it would go out as text
     const char* reason;
 };
-constexpr LeftOut left_out[] = {
+constexpr left_out_key left_out[] = {
     {"AT_CBAND", quectel_umts | telit, true, "no band mask is known for this module"},
     {"AT_SET_NET_SEQ", longsung, false, "no command is known that takes this module's value, 17"},
     {"AT_GET_NETWORK", telit, false, "no known answer of this module is among those read"},
@@ -123,9 +123,9 @@ constexpr LeftOut left_out[] = {
 constexpr size_t longest_line = 255;
 constexpr size_t longest_model = 15;
 
-const Key* find_key(string_view name)
+const known_key* find_key(string_view name)
 {
-    for (const Key& key : keys)
+    for (const known_key& key : keys)
         if (name == key.name)
             return &key;
     return nullptr;
@@ -133,36 +133,36 @@ const Key* find_key(string_view name)
 
 unsigned families_of(string_view module)
 {
-    for (const Module& known : modules)
+    for (const known_module& known : modules)
         if (module.substr(0, 4) == known.start)
             return known.families;
     return 0;
 }
 
-const LeftOut* find_left_out(string_view key, unsigned families)
+const left_out_key* find_left_out(string_view key, unsigned families)
 {
-    for (const LeftOut& row : left_out)
+    for (const left_out_key& row : left_out)
         if (key == row.key && (families & row.families))
             return &row;
     return nullptr;
 }
 
-struct Entry {
+struct profile_entry {
     string name, value;
     int line;
 };
 
-struct Profile {
+struct profile_file {
     string file, module;
     int module_line = 0;
-    std::vector<Entry> entries;
+    std::vector<profile_entry> entries;
 };
 
-class Checker
+class checker
 {
   public:
     void check_folder(const std::filesystem::path& folder);
-    std::vector<Finding> take() { return std::move(findings_); }
+    std::vector<finding> take() { return std::move(findings_); }
 
   private:
     void say(const string& file, int line, string text)
@@ -170,14 +170,15 @@ class Checker
         findings_.push_back({file, line, std::move(text)});
     }
     void read_file(const std::filesystem::path& path);
-    void read_line(Profile& profile, string_view line, int number);
-    void read_module(Profile& profile, string_view value, int number);
+    void read_line(profile_file& profile, string_view line, int number);
+    void read_module(profile_file& profile, string_view value, int number);
     void check_shared_start();
-    void check_profile(const Profile& profile);
-    void check_value(const Profile& profile, const Entry& entry, const Key& key, unsigned families);
+    void check_profile(const profile_file& profile);
+    void check_value(const profile_file& profile, const profile_entry& entry, const known_key& key,
+                     unsigned families);
 
-    std::vector<Profile> profiles_;
-    std::vector<Finding> findings_;
+    std::vector<profile_file> profiles_;
+    std::vector<finding> findings_;
 };
 
 string in_quotes(string_view text)
@@ -197,7 +198,7 @@ string_view trim_tail(string_view text)
     return last == string_view::npos ? string_view() : text.substr(0, last + 1);
 }
 
-void Checker::check_folder(const std::filesystem::path& folder)
+void checker::check_folder(const std::filesystem::path& folder)
 {
     std::error_code fault;
     std::vector<std::filesystem::path> paths;
@@ -214,16 +215,16 @@ void Checker::check_folder(const std::filesystem::path& folder)
     for (const auto& path : paths)
         read_file(path);
     check_shared_start();
-    for (const Profile& profile : profiles_)
+    for (const profile_file& profile : profiles_)
         check_profile(profile);
-    std::stable_sort(findings_.begin(), findings_.end(), [](const Finding& a, const Finding& b) {
+    std::stable_sort(findings_.begin(), findings_.end(), [](const finding& a, const finding& b) {
         return std::tie(a.file, a.line) < std::tie(b.file, b.line);
     });
 }
 
-void Checker::read_file(const std::filesystem::path& path)
+void checker::read_file(const std::filesystem::path& path)
 {
-    Profile profile;
+    profile_file profile;
     profile.file = path.filename().string();
     std::error_code fault;
     std::ifstream in(path, std::ios::binary);
@@ -243,7 +244,7 @@ void Checker::read_file(const std::filesystem::path& path)
     profiles_.push_back(std::move(profile));
 }
 
-void Checker::read_line(Profile& profile, string_view line, int number)
+void checker::read_line(profile_file& profile, string_view line, int number)
 {
     if (line.find('\0') != string_view::npos)
         return say(profile.file, number, "holds a NUL: the line ends there");
@@ -281,7 +282,7 @@ void Checker::read_line(Profile& profile, string_view line, int number)
     profile.entries.push_back({string(name), string(value), number});
 }
 
-void Checker::read_module(Profile& profile, string_view value, int number)
+void checker::read_module(profile_file& profile, string_view value, int number)
 {
     if (profile.module_line != 0)
         say(profile.file, number,
@@ -297,10 +298,10 @@ void Checker::read_module(Profile& profile, string_view value, int number)
 }
 
 // Of two files that share four characters, the one that the folder lists first serves both models.
-void Checker::check_shared_start()
+void checker::check_shared_start()
 {
     std::map<string, string> first;
-    for (const Profile& profile : profiles_) {
+    for (const profile_file& profile : profiles_) {
         if (profile.module.empty())
             continue;
         const auto [other, is_new] = first.emplace(profile.module.substr(0, 4), profile.file);
@@ -311,7 +312,7 @@ void Checker::check_shared_start()
     }
 }
 
-void Checker::check_profile(const Profile& profile)
+void checker::check_profile(const profile_file& profile)
 {
     const unsigned families = families_of(profile.module);
     if (profile.module_line == 0)
@@ -321,8 +322,8 @@ void Checker::check_profile(const Profile& profile)
             "no flow is known for a model like " + in_quotes(profile.module));
 
     std::map<string_view, int> seen;
-    for (const Entry& entry : profile.entries) {
-        const Key* key = find_key(entry.name);
+    for (const profile_entry& entry : profile.entries) {
+        const known_key* key = find_key(entry.name);
         if (key == nullptr) {
             say(profile.file, entry.line, "unknown key " + in_quotes(entry.name));
             continue;
@@ -334,7 +335,7 @@ void Checker::check_profile(const Profile& profile)
                     " already, which wins");
         check_value(profile, entry, *key, families);
     }
-    for (const Key& key : keys)
+    for (const known_key& key : keys)
         if ((key.families & families) && !seen.count(key.name) &&
             !find_left_out(key.name, families))
             say(profile.file, 0, string(key.name) + " is missing: a flow of this module sends it");
@@ -361,8 +362,8 @@ std::vector<string_view> placeholders(string_view value)
     return found;
 }
 
-void Checker::check_value(const Profile& profile, const Entry& entry, const Key& key,
-                          unsigned families)
+void checker::check_value(const profile_file& profile, const profile_entry& entry,
+                          const known_key& key, unsigned families)
 {
     const string_view value = entry.value;
     if (value.empty())
@@ -381,7 +382,7 @@ void Checker::check_value(const Profile& profile, const Entry& entry, const Key&
     if (!whole_command && value.substr(0, 2) != "AT" && value.substr(0, 2) != "at")
         say(profile.file, entry.line, entry.name + " does not begin with AT");
 
-    const LeftOut* out = find_left_out(entry.name, families);
+    const left_out_key* out = find_left_out(entry.name, families);
     int uses = 0;
     for (const string_view placeholder : placeholders(value)) {
         if (key.placeholder == nullptr || placeholder != key.placeholder)
@@ -406,11 +407,11 @@ void Checker::check_value(const Profile& profile, const Entry& entry, const Key&
 
 } // namespace
 
-std::vector<Finding> check_profiles(const std::filesystem::path& folder)
+std::vector<finding> check_profiles(const std::filesystem::path& folder)
 {
-    Checker checker;
-    checker.check_folder(folder);
-    return checker.take();
+    checker all;
+    all.check_folder(folder);
+    return all.take();
 }
 
 } // namespace kelo_host

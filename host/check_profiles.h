@@ -8,13 +8,13 @@
 namespace kelo_host
 {
 
-struct Finding {
+struct finding {
     std::string file; // name without its folder; empty for the folder itself
     int line = 0;     // 0: about the whole file
     std::string text;
 };
 
 // Sorted by file and line; empty for a clean folder.
-std::vector<Finding> check_profiles(const std::filesystem::path& folder);
+std::vector<finding> check_profiles(const std::filesystem::path& folder);
 
 } // namespace kelo_host

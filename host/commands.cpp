@@ -1,4 +1,4 @@
-#include "commands.h"
+#include "host/commands.h"
 
 namespace kelo_host
 {
@@ -24,36 +24,38 @@ std::string_view next_word(std::string_view& rest)
     return word;
 }
 
-struct Row {
+struct verb_row {
     std::string_view name;
-    Verb verb;
+    command_verb verb;
 };
-constexpr Row rows[] = {
-    {"sim", Verb::sim}, {"set", Verb::set}, {"restart", Verb::restart}, {"reload", Verb::reload},
-    {"sms", Verb::sms}, {"gps", Verb::gps}, {"help", Verb::help},       {"quit", Verb::quit},
+constexpr verb_row rows[] = {
+    {"sim", command_verb::sim},         {"set", command_verb::set},
+    {"restart", command_verb::restart}, {"reload", command_verb::reload},
+    {"sms", command_verb::sms},         {"gps", command_verb::gps},
+    {"help", command_verb::help},       {"quit", command_verb::quit},
 };
 
-Verb find_verb(std::string_view name)
+command_verb find_verb(std::string_view name)
 {
-    for (const Row& row : rows)
+    for (const verb_row& row : rows)
         if (name == row.name)
             return row.verb;
-    return Verb::nothing;
+    return command_verb::nothing;
 }
 
 // Takes the arguments of a command. Returns what is wrong.
-std::string take_arguments(Command& command, std::string_view rest)
+std::string take_arguments(user_command& command, std::string_view rest)
 {
     switch (command.verb) {
-    case Verb::sim:
+    case command_verb::sim:
         if (rest != "1" && rest != "2")
             return "sim takes 1 or 2";
         command.sim = rest[0] - '0';
         return "";
-    case Verb::set:
+    case command_verb::set:
         command.text = rest;
         return rest.empty() ? "set takes fields, as apn=internet auth=1" : "";
-    case Verb::sms:
+    case command_verb::sms:
         command.number = next_word(rest);
         command.text = rest;
         return message_fault(command.number, command.text);
@@ -67,15 +69,15 @@ std::string take_arguments(Command& command, std::string_view rest)
 const char command_help[] =
     "sim 1|2, set NAME=VALUE..., restart, reload, sms NUMBER TEXT, gps, help, quit";
 
-std::optional<Command> parse_command(std::string_view line, std::string& error)
+std::optional<user_command> parse_command(std::string_view line, std::string& error)
 {
     std::string_view rest = trim(line);
-    Command command;
+    user_command command;
     if (rest.empty() || rest.front() == '#')
         return command;
     const std::string_view name = next_word(rest);
     command.verb = find_verb(name);
-    error = command.verb == Verb::nothing
+    error = command.verb == command_verb::nothing
                 ? "no command '" + std::string(name) + "': there are " + command_help
                 : take_arguments(command, rest);
     return error.empty() ? std::optional(command) : std::nullopt;

@@ -8,17 +8,17 @@
 namespace kelo_host
 {
 
-enum class Verb { nothing, sim, set, restart, reload, sms, gps, help, quit };
+enum class command_verb { nothing, sim, set, restart, reload, sms, gps, help, quit };
 
-struct Command {
-    Verb verb = Verb::nothing; // of an empty line or a comment
+struct user_command {
+    command_verb verb = command_verb::nothing; // of an empty line or a comment
     int sim = 0;
     std::string number;
     std::string text; // of the message, or the fields of `set`
 };
 
 // Nothing for what is no command; then `error` says why.
-std::optional<Command> parse_command(std::string_view line, std::string& error);
+std::optional<user_command> parse_command(std::string_view line, std::string& error);
 
 // The commands, for people.
 extern const char command_help[];

@@ -1,6 +1,6 @@
-#include "custom_file.h"
+#include "host/custom_file.h"
 
-#include "fields.h"
+#include "host/fields.h"
 
 #include <cerrno>
 #include <charconv>
@@ -15,21 +15,21 @@ namespace kelo_host
 namespace
 {
 
-struct NumberField {
+struct number_field {
     const char* name;
-    int CustomItem::*target;
+    int custom_item::*target;
     int low, high;
 };
 
 // A flow counts every position up to its highest one, so positions stay small.
-constexpr NumberField number_fields[] = {
-    {"sim", &CustomItem::sim, 1, 2},   {"flow", &CustomItem::flow, FLOW_START, FLOW_RELOAD},
-    {"id", &CustomItem::id, 1, 9999},  {"timeout", &CustomItem::timeout, 1, 600},
-    {"seq", &CustomItem::seq, 1, 999},
+constexpr number_field number_fields[] = {
+    {"sim", &custom_item::sim, 1, 2},   {"flow", &custom_item::flow, FLOW_START, FLOW_RELOAD},
+    {"id", &custom_item::id, 1, 9999},  {"timeout", &custom_item::timeout, 1, 600},
+    {"seq", &custom_item::seq, 1, 999},
 };
 constexpr size_t longest_cmd = 512;
 
-std::string set_number(CustomItem& item, const NumberField& known, const Field& field)
+std::string set_number(custom_item& item, const number_field& known, const line_field& field)
 {
     int number = 0;
     const std::string& text = field.value.value_or("");
@@ -42,7 +42,7 @@ std::string set_number(CustomItem& item, const NumberField& known, const Field& 
     return "";
 }
 
-std::string set_cmd(CustomItem& item, const Field& field)
+std::string set_cmd(custom_item& item, const line_field& field)
 {
     if (!field.quoted)
         return "cmd takes a text in quotes, as cmd=\"AT+CMEE=2\"";
@@ -57,11 +57,11 @@ std::string set_cmd(CustomItem& item, const Field& field)
     return "";
 }
 
-std::string set_field(CustomItem& item, const Field& field)
+std::string set_field(custom_item& item, const line_field& field)
 {
     if (field.name.empty())
         return "a name is missing ahead of '='";
-    for (const NumberField& known : number_fields)
+    for (const number_field& known : number_fields)
         if (field.name == known.name)
             return set_number(item, known, field);
     if (field.name == "cmd")
@@ -76,10 +76,10 @@ std::string set_field(CustomItem& item, const Field& field)
            "': there are sim, flow, id, ignore, timeout, seq and cmd";
 }
 
-std::string whole_item_fault(const CustomItem& item)
+std::string whole_item_fault(const custom_item& item)
 {
     for (const char* name : {"sim", "flow", "id"})
-        for (const NumberField& known : number_fields)
+        for (const number_field& known : number_fields)
             if (std::strcmp(known.name, name) == 0 && item.*known.target == 0)
                 return std::string(name) + " is missing";
     if (!item.ignore && !item.timeout && !item.seq && item.cmd.empty())
@@ -90,9 +90,9 @@ std::string whole_item_fault(const CustomItem& item)
 }
 
 // The item of one line, none for an empty one or a fault.
-std::optional<CustomItem> parse_line(std::string_view line, std::string& error)
+std::optional<custom_item> parse_line(std::string_view line, std::string& error)
 {
-    CustomItem item;
+    custom_item item;
     std::set<std::string> seen;
     while (auto field = next_field(line, error)) {
         if (!seen.insert(field->name).second)
@@ -110,9 +110,9 @@ std::optional<CustomItem> parse_line(std::string_view line, std::string& error)
 
 } // namespace
 
-CustomFile parse_custom(std::istream& in, const std::string& name)
+custom_file parse_custom(std::istream& in, const std::string& name)
 {
-    CustomFile file;
+    custom_file file;
     std::string line;
     for (int number = 1; std::getline(in, line); number++) {
         if (!line.empty() && line.back() == '\r') // written on another system
@@ -120,7 +120,7 @@ CustomFile parse_custom(std::istream& in, const std::string& name)
         std::string error;
         auto item = parse_line(line, error);
         if (item) {
-            for (const CustomItem& other : file.items)
+            for (const custom_item& other : file.items)
                 if (other.sim == item->sim && other.flow == item->flow && other.id == item->id)
                     error = "this command of this SIM and flow was changed in line " +
                             std::to_string(other.line) + " already";
@@ -137,7 +137,7 @@ CustomFile parse_custom(std::istream& in, const std::string& name)
     return file;
 }
 
-CustomFile read_custom_file(const std::string& path)
+custom_file read_custom_file(const std::string& path)
 {
     std::ifstream in(path);
     if (!in)
@@ -145,12 +145,12 @@ CustomFile read_custom_file(const std::string& path)
     return parse_custom(in, path);
 }
 
-void install_custom(const std::vector<CustomItem>& items)
+void install_custom(const std::vector<custom_item>& items)
 {
     // The library reads them at every change of flow until the process ends.
     static std::deque<std::string> texts;
     static std::deque<at_config_item> records;
-    for (const CustomItem& item : items) {
+    for (const custom_item& item : items) {
         at_config_item& record = records.emplace_back();
         record.sim = item.sim;
         record.flow = item.flow;

@@ -18,7 +18,7 @@
 namespace kelo_host
 {
 
-struct CustomItem {
+struct custom_item {
     int sim = 0, flow = 0, id = 0;
     bool ignore = false;
     int timeout = 0; // seconds, 0: as it is
@@ -27,15 +27,18 @@ struct CustomItem {
     int line = 0;    // of the file
 };
 
-struct CustomFile {
-    std::vector<CustomItem> items;
+struct custom_file {
+    std::vector<custom_item> items;
     std::vector<std::string> errors; // "name:line: what is wrong"; empty for a good file
 };
 
-CustomFile parse_custom(std::istream& in, const std::string& name);
-CustomFile read_custom_file(const std::string& path);
+// NOLINTNEXTLINE(readability-identifier-naming): until its last user follows
+using CustomFile = custom_file;
+
+custom_file parse_custom(std::istream& in, const std::string& name);
+custom_file read_custom_file(const std::string& path);
 
 // Hands the items to the library, for the life of the process: once, before cellular_gsm_init.
-void install_custom(const std::vector<CustomItem>& items);
+void install_custom(const std::vector<custom_item>& items);
 
 } // namespace kelo_host

@@ -1,4 +1,4 @@
-#include "display.h"
+#include "host/display.h"
 
 #include <cerrno>
 #include <cstdlib>
@@ -26,7 +26,7 @@ void write_all(int fd, std::string_view text)
 
 } // namespace
 
-Display::Display(bool json) : json_(json)
+display::display(bool json) : json_(json)
 {
     if (json_) {
         // Objects only on standard output, so that a reader needs no filter.
@@ -38,7 +38,7 @@ Display::Display(bool json) : json_(json)
     }
 }
 
-void Display::update(const Json& status, long seconds)
+void display::update(const json_value& status, long seconds)
 {
     if (live_) {
         draw(status, seconds);
@@ -52,10 +52,10 @@ void Display::update(const Json& status, long seconds)
     last_ = status;
 }
 
-void Display::show(const Message& message)
+void display::show(const joined_message& message)
 {
     if (json_) {
-        Json object;
+        json_value object;
         object["message"] = {{"sender", message.sender}, {"time", message.time},
                              {"zone", message.zone},     {"text", message.text},
                              {"parts", message.parts},   {"total", message.total}};
@@ -82,7 +82,7 @@ void Display::show(const Message& message)
     }
 }
 
-void Display::finish(const Json& status, long seconds)
+void display::finish(const json_value& status, long seconds)
 {
     update(status, seconds);
     if (json_)
@@ -96,12 +96,12 @@ void Display::finish(const Json& status, long seconds)
     write_all(fd_, text);
 }
 
-void Display::say(const std::string& line)
+void display::say(const std::string& line)
 {
     write_all(json_ ? STDERR_FILENO : fd_, "kelo-host: " + line + "\n");
 }
 
-void Display::draw(const Json& status, long seconds)
+void display::draw(const json_value& status, long seconds)
 {
     winsize size = {};
     if (ioctl(fd_, TIOCGWINSZ, &size) != 0 || size.ws_row < 20 || size.ws_col < 40)

@@ -1,4 +1,4 @@
-#include "fields.h"
+#include "host/fields.h"
 
 #include <algorithm>
 
@@ -15,7 +15,7 @@ bool is_blank(char c)
 
 } // namespace
 
-std::optional<Field> next_field(std::string_view& rest, std::string& error)
+std::optional<line_field> next_field(std::string_view& rest, std::string& error)
 {
     while (!rest.empty() && is_blank(rest.front()))
         rest.remove_prefix(1);
@@ -23,7 +23,7 @@ std::optional<Field> next_field(std::string_view& rest, std::string& error)
         return std::nullopt;
 
     const size_t name_end = std::min(rest.find_first_of("= \t#"), rest.size());
-    Field field{std::string(rest.substr(0, name_end)), std::nullopt, false};
+    line_field field{std::string(rest.substr(0, name_end)), std::nullopt, false};
     rest.remove_prefix(name_end);
     if (rest.empty() || rest.front() != '=')
         return field;

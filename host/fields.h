@@ -9,7 +9,7 @@
 namespace kelo_host
 {
 
-struct Field {
+struct line_field {
     std::string name;
     std::optional<std::string> value; // none: a bare word
     bool quoted = false;
@@ -17,6 +17,6 @@ struct Field {
 
 // Takes the next field off `rest`; nothing at the end of the line or at a comment.
 // A fault leaves its text in `error`.
-std::optional<Field> next_field(std::string_view& rest, std::string& error);
+std::optional<line_field> next_field(std::string_view& rest, std::string& error);
 
 } // namespace kelo_host

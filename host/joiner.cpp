@@ -1,4 +1,4 @@
-#include "joiner.h"
+#include "host/joiner.h"
 
 #include <algorithm>
 #include <utility>
@@ -40,7 +40,7 @@ std::string text_of(const kelo_sms& sms)
 
 } // namespace
 
-void Joiner::add(const kelo_sms& sms, Clock::time_point now)
+void joiner::add(const kelo_sms& sms, clock::time_point now)
 {
     const bool unreadable = sms.length == 0 && sms.sender[0] == '\0' && sms.pdu[0] != '\0';
     const std::string text =
@@ -52,7 +52,7 @@ void Joiner::add(const kelo_sms& sms, Clock::time_point now)
         return;
     }
 
-    const Key key{sms.sender, sms.reference, sms.total};
+    const part_key key{sms.sender, sms.reference, sms.total};
     if (const auto old = waiting_.find(key); old != waiting_.end()) {
         const auto same = old->second.texts.find(sms.number);
         if (same != old->second.texts.end()) {
@@ -70,7 +70,7 @@ void Joiner::add(const kelo_sms& sms, Clock::time_point now)
         waiting_.erase(oldest);
     }
 
-    Parts& parts = waiting_[key];
+    waiting_parts& parts = waiting_[key];
     parts.texts[sms.number] = text;
     parts.last = now;
     if (parts.texts.begin()->first == sms.number) {
@@ -83,7 +83,7 @@ void Joiner::add(const kelo_sms& sms, Clock::time_point now)
     }
 }
 
-std::vector<Message> Joiner::take(Clock::time_point now)
+std::vector<joined_message> joiner::take(clock::time_point now)
 {
     for (auto entry = waiting_.begin(); entry != waiting_.end();) {
         if (now - entry->second.last < patience_) {
@@ -96,12 +96,12 @@ std::vector<Message> Joiner::take(Clock::time_point now)
     return std::exchange(ready_, {});
 }
 
-std::vector<Message> Joiner::take_all()
+std::vector<joined_message> joiner::take_all()
 {
-    return take(Clock::time_point::max());
+    return take(clock::time_point::max());
 }
 
-void Joiner::give(const Key& key, const Parts& parts)
+void joiner::give(const part_key& key, const waiting_parts& parts)
 {
     std::string text;
     for (int number = 1; number <= key.total; number++) {

@@ -11,7 +11,7 @@
 namespace kelo_host
 {
 
-struct Message {
+struct joined_message {
     std::string sender, time, zone;
     std::string
         text;      // UTF-8, if the sender kept to it; what is missing shows as "[part 2 missing]"
@@ -20,39 +20,39 @@ struct Message {
 };
 
 // Parts come in any order, those of several messages in between each other, and some twice.
-class Joiner
+class joiner
 {
   public:
-    using Clock = std::chrono::steady_clock;
+    using clock = std::chrono::steady_clock;
 
     // A message whose next part does not come within `patience` is given as far as it is there.
-    explicit Joiner(Clock::duration patience) : patience_(patience) {}
+    explicit joiner(clock::duration patience) : patience_(patience) {}
 
-    void add(const kelo_sms& sms, Clock::time_point now);
+    void add(const kelo_sms& sms, clock::time_point now);
 
     // Takes what is ready: whole messages, in the order of their last parts, then the late ones.
-    std::vector<Message> take(Clock::time_point now);
+    std::vector<joined_message> take(clock::time_point now);
 
     // Takes everything, as at the end.
-    std::vector<Message> take_all();
+    std::vector<joined_message> take_all();
 
   private:
-    struct Key {
+    struct part_key {
         std::string sender;
         int reference, total;
-        auto operator<=>(const Key&) const = default;
+        auto operator<=>(const part_key&) const = default;
     };
-    struct Parts {
+    struct waiting_parts {
         std::map<int, std::string> texts; // by number
         std::string time, zone;           // of the lowest number there is
-        Clock::time_point last;           // when the last part came
+        clock::time_point last;           // when the last part came
     };
 
-    void give(const Key& key, const Parts& parts);
+    void give(const part_key& key, const waiting_parts& parts);
 
-    Clock::duration patience_;
-    std::map<Key, Parts> waiting_;
-    std::vector<Message> ready_;
+    clock::duration patience_;
+    std::map<part_key, waiting_parts> waiting_;
+    std::vector<joined_message> ready_;
 };
 
 } // namespace kelo_host

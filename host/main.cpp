@@ -1,14 +1,14 @@
 // kelo-host: a supervisor for one modem, ready to run on a device, and an example of the calls.
-#include "check_profiles.h"
-#include "commands.h"
-#include "custom_file.h"
-#include "display.h"
-#include "joiner.h"
-#include "options.h"
-#include "outbox.h"
-#include "services.h"
-#include "settings_file.h"
-#include "supervisor.h"
+#include "host/check_profiles.h"
+#include "host/commands.h"
+#include "host/custom_file.h"
+#include "host/display.h"
+#include "host/joiner.h"
+#include "host/options.h"
+#include "host/outbox.h"
+#include "host/services.h"
+#include "host/settings_file.h"
+#include "host/supervisor.h"
 
 #include <kelo/kelo.h>
 
@@ -25,7 +25,7 @@ namespace
 
 using namespace kelo_host;
 using namespace std::chrono_literals;
-using Clock = Supervisor::Clock;
+using clock = supervisor::clock;
 
 constexpr int poll_ms = 250;
 constexpr int poll_busy_ms = 100; // while messages are followed
@@ -33,8 +33,8 @@ constexpr auto between_reports = 1s;
 constexpr int exit_no_modem = 1;
 constexpr int exit_not_done = 3;
 
-// Handlers, not blocked signals: the mask would be inherited by the programs that the library
-// starts, and a dialer that blocks SIGTERM could not be stopped. All they do is write to a pipe.
+// Any thread may run the handlers, those of the library, too: all they do is write to a pipe, which
+// the main loop waits at.
 int signal_pipe[2] = {-1, -1};
 volatile sig_atomic_t stop_seen = 0, reread_seen = 0;
 
@@ -70,18 +70,18 @@ bool install(int number, void (*handler)(int))
 
 bool install_signals(bool reread)
 {
-    // A reader that goes away must not take the modem with it. Ignored, the signal would stay so in
-    // the programs that the library starts.
+    // A reader that goes away must not take the modem with it. The programs that the library starts
+    // have the signal as ever.
     return pipe2(signal_pipe, O_CLOEXEC | O_NONBLOCK) == 0 && install(SIGINT, on_stop) &&
-           install(SIGTERM, on_stop) && install(SIGPIPE, [](int) {}) &&
+           install(SIGTERM, on_stop) && install(SIGPIPE, SIG_IGN) &&
            (!reread || install(SIGHUP, on_reread));
 }
 
 // Lines of standard input, as they come.
-class Input
+class input_lines
 {
   public:
-    explicit Input(bool open) : open_(open) {}
+    explicit input_lines(bool open) : open_(open) {}
 
     // Waits for a signal or for input.
     void wait(int ms)
@@ -124,13 +124,13 @@ class Input
 int run_check(const std::string& folder)
 {
     const auto findings = check_profiles(folder);
-    for (const Finding& finding : findings) {
+    for (const finding& one : findings) {
         std::string place = folder;
-        if (!finding.file.empty())
-            place += "/" + finding.file;
-        if (finding.line > 0)
-            place += ":" + std::to_string(finding.line);
-        std::printf("%s: %s\n", place.c_str(), printable(finding.text).c_str());
+        if (!one.file.empty())
+            place += "/" + one.file;
+        if (one.line > 0)
+            place += ":" + std::to_string(one.line);
+        std::printf("%s: %s\n", place.c_str(), printable(one.text).c_str());
     }
     std::printf("%s: %s\n", folder.c_str(),
                 findings.empty() ? "clean"
@@ -138,10 +138,10 @@ int run_check(const std::string& folder)
     return findings.empty() ? 0 : 1;
 }
 
-class Host
+class host
 {
   public:
-    Host(const Options& options, const cellular_setting& settings)
+    host(const host_options& options, const cellular_setting& settings)
         : options_(options), settings_(settings), display_(options.json), input_(options.commands),
           supervisor_(say_), outbox_(say_), mqtt_(say_), gps_(say_),
           joiner_(std::chrono::seconds(options.join_seconds))
@@ -152,40 +152,40 @@ class Host
 
   private:
     void start();
-    void pass(Clock::time_point now);
-    void receive(Clock::time_point now);
-    void run_command(const std::string& line, Clock::time_point now);
-    void act(const Command& command, Clock::time_point now);
+    void pass(clock::time_point now);
+    void receive(clock::time_point now);
+    void run_command(const std::string& line, clock::time_point now);
+    void act(const user_command& command, clock::time_point now);
     void change(const cellular_setting& settings);
     void reread();
     void stop_modem();
-    bool is_over(Clock::time_point now) const;
-    Json read(Clock::time_point now);
+    bool is_over(clock::time_point now) const;
+    json_value read(clock::time_point now);
     long seconds() const
     {
         return static_cast<long>(
-            std::chrono::duration_cast<std::chrono::seconds>(Clock::now() - begun_).count());
+            std::chrono::duration_cast<std::chrono::seconds>(clock::now() - begun_).count());
     }
 
-    const Options& options_;
+    const host_options& options_;
     cellular_setting settings_;
-    Display display_;
-    Input input_;
-    const Say say_ = [this](const std::string& line) { display_.say(line); };
-    Supervisor supervisor_;
-    Outbox outbox_;
-    Mqtt mqtt_;
-    Gps gps_;
-    Joiner joiner_;
+    display display_;
+    input_lines input_;
+    const speaker say_ = [this](const std::string& line) { display_.say(line); };
+    supervisor supervisor_;
+    outbox outbox_;
+    mqtt_client mqtt_;
+    gps_engine gps_;
+    joiner joiner_;
     cellular_status report_{};
-    Clock::time_point next_report_{};
-    const Clock::time_point begun_ = Clock::now();
+    clock::time_point next_report_{};
+    const clock::time_point begun_ = clock::now();
     int lost_ = 0;
     bool quit_ = false;
 };
 
 // Words and settings first: the library looks at them from its start on.
-void Host::start()
+void host::start()
 {
     is_quectel = options_.family;
     selected_card = options_.sim;
@@ -196,12 +196,12 @@ void Host::start()
     if (!options_.sms_number.empty())
         outbox_.add(options_.sms_number, options_.sms_text);
     if (options_.gps)
-        gps_.start(Clock::now());
+        gps_.start(clock::now());
     if (options_.mqtt && !mqtt_.start(*options_.mqtt))
         display_.say("MQTT: the settings were refused");
 }
 
-Json Host::read(Clock::time_point now)
+json_value host::read(clock::time_point now)
 {
     if (now >= next_report_) {
         kelo_get_cellular(&report_);
@@ -210,12 +210,12 @@ Json Host::read(Clock::time_point now)
     return read_status(supervisor_.received(), report_, mqtt_.state());
 }
 
-void Host::receive(Clock::time_point now)
+void host::receive(clock::time_point now)
 {
     kelo_sms sms{};
     while (kelo_take_sms(&sms))
         joiner_.add(sms, now);
-    for (const Message& message : joiner_.take(now)) {
+    for (const joined_message& message : joiner_.take(now)) {
         supervisor_.note_message();
         display_.show(message);
     }
@@ -226,7 +226,7 @@ void Host::receive(Clock::time_point now)
 }
 
 // What the record takes at a start alone costs a restart; the rest is changed at once.
-void Host::change(const cellular_setting& settings)
+void host::change(const cellular_setting& settings)
 {
     const bool restart = needs_restart(settings_, settings);
     settings_ = settings;
@@ -237,7 +237,7 @@ void Host::change(const cellular_setting& settings)
     display_.say(restart ? "new settings: the modem task restarts" : "new settings are in use");
 }
 
-void Host::reread()
+void host::reread()
 {
     cellular_setting settings = options_.settings;
     const auto errors = read_settings_file(options_.settings_file, settings);
@@ -248,40 +248,40 @@ void Host::reread()
     change(settings);
 }
 
-void Host::act(const Command& command, Clock::time_point now)
+void host::act(const user_command& command, clock::time_point now)
 {
     switch (command.verb) {
-    case Verb::nothing:
+    case command_verb::nothing:
         return;
-    case Verb::sim:
+    case command_verb::sim:
         mobile_select_simcard(command.sim);
         cellular_module_restart_extern(); // it brings that SIM's settings to the modem
         return display_.say("SIM " + std::to_string(command.sim) +
                             " is asked for: the modem task restarts");
-    case Verb::set: {
+    case command_verb::set: {
         cellular_setting settings = settings_;
         const std::string error = set_settings(settings, command.text);
         return error.empty() ? change(settings) : display_.say("set: " + printable(error));
     }
-    case Verb::restart:
+    case command_verb::restart:
         cellular_module_restart_extern();
         return display_.say("the modem task restarts");
-    case Verb::reload:
+    case command_verb::reload:
         return display_.say(cellular_reload() == 0 ? "the reload flow runs"
                                                    : "no reload during a start or restart");
-    case Verb::sms:
+    case command_verb::sms:
         return outbox_.add(command.number, command.text);
-    case Verb::gps:
+    case command_verb::gps:
         return gps_.start(now);
-    case Verb::help:
+    case command_verb::help:
         return display_.say(command_help);
-    case Verb::quit:
+    case command_verb::quit:
         quit_ = true;
         return;
     }
 }
 
-void Host::run_command(const std::string& line, Clock::time_point now)
+void host::run_command(const std::string& line, clock::time_point now)
 {
     std::string error;
     if (const auto command = parse_command(line, error))
@@ -290,7 +290,7 @@ void Host::run_command(const std::string& line, Clock::time_point now)
         display_.say(printable(error));
 }
 
-void Host::pass(Clock::time_point now)
+void host::pass(clock::time_point now)
 {
     if (reread_seen) {
         reread_seen = 0;
@@ -306,7 +306,7 @@ void Host::pass(Clock::time_point now)
     display_.update(read(now), seconds());
 }
 
-bool Host::is_over(Clock::time_point now) const
+bool host::is_over(clock::time_point now) const
 {
     if (stop_seen || quit_)
         return true;
@@ -317,8 +317,9 @@ bool Host::is_over(Clock::time_point now) const
     return has_end && !outbox_.busy() && !gps_.busy();
 }
 
-// Bounded, since a start or restart that is under way refuses the stop until it is through.
-void Host::stop_modem()
+// Bounded, since a start or restart that is under way refuses the stop until it is through. The
+// first line waits for an MQTT attempt under way: seconds.
+void host::stop_modem()
 {
     kelo_deinit_cellular();
     for (int tries = 0; cellular_stop() != 0; tries++) {
@@ -328,19 +329,19 @@ void Host::stop_modem()
     }
 }
 
-int Host::run()
+int host::run()
 {
     start();
-    while (!is_over(Clock::now())) {
-        pass(Clock::now());
+    while (!is_over(clock::now())) {
+        pass(clock::now());
         input_.wait(outbox_.busy() ? poll_busy_ms : poll_ms);
     }
 
     // The last state of the running modem: the stop itself clears the status word.
-    receive(Clock::now());
-    for (const Message& message : joiner_.take_all())
+    receive(clock::now());
+    for (const joined_message& message : joiner_.take_all())
         display_.show(message);
-    const Json status = read(Clock::now());
+    const json_value status = read(clock::now());
     stop_modem();
     display_.finish(status, seconds());
     const int unknown = outbox_.not_sent() + (outbox_.busy() ? 1 : 0);
@@ -364,13 +365,13 @@ bool print_errors(const std::vector<std::string>& errors)
 
 int main(int argc, char** argv)
 {
-    Options options;
+    host_options options;
     if (const auto status = parse_options(argc, argv, options))
         return *status;
     if (!options.check_profiles.empty())
         return run_check(options.check_profiles);
     if (!options.custom_file.empty()) {
-        const CustomFile custom = read_custom_file(options.custom_file);
+        const custom_file custom = read_custom_file(options.custom_file);
         if (print_errors(custom.errors))
             return exit_usage;
         install_custom(custom.items);
@@ -384,5 +385,5 @@ int main(int argc, char** argv)
         return exit_usage;
     }
     std::setvbuf(stdout, nullptr, _IOLBF, 0);
-    return Host(options, settings).run();
+    return host(options, settings).run();
 }

@@ -1,7 +1,7 @@
-#include "options.h"
+#include "host/options.h"
 
-#include "commands.h"
-#include "settings_file.h"
+#include "host/commands.h"
+#include "host/settings_file.h"
 
 #include <CLI/CLI.hpp>
 
@@ -16,8 +16,8 @@ namespace
 {
 
 // An option that is a setting of the library by another name.
-CLI::Option* add_setting(CLI::App& app, Options& options, const char* option, const char* setting,
-                         const std::string& help)
+CLI::Option* add_setting(CLI::App& app, host_options& options, const char* option,
+                         const char* setting, const std::string& help)
 {
     return app.add_option_function<std::string>(
         option,
@@ -29,7 +29,7 @@ CLI::Option* add_setting(CLI::App& app, Options& options, const char* option, co
         help);
 }
 
-void add_settings(CLI::App& app, Options& options)
+void add_settings(CLI::App& app, host_options& options)
 {
     options.settings = default_settings();
     auto* apn = add_setting(app, options, "--apn", "apn", "Access point name");
@@ -55,7 +55,7 @@ void add_settings(CLI::App& app, Options& options)
                    "read again on SIGHUP");
 }
 
-struct MqttTexts {
+struct mqtt_texts {
     std::string broker, topic, client_id = "kelo-host", user, password;
     std::vector<std::string> tls;
     int keepalive = 60;
@@ -69,7 +69,7 @@ template <size_t size> void put(char (&field)[size], const std::string& text, co
     std::memcpy(field, text.c_str(), text.size() + 1);
 }
 
-void add_mqtt(CLI::App& app, MqttTexts& texts)
+void add_mqtt(CLI::App& app, mqtt_texts& texts)
 {
     auto* broker = app.add_option("--mqtt", texts.broker,
                                   "HOST:PORT of a broker for the MQTT client inside the modem");
@@ -87,7 +87,7 @@ void add_mqtt(CLI::App& app, MqttTexts& texts)
         ->expected(0, 3);
 }
 
-void take_mqtt(const CLI::App& app, const MqttTexts& texts, Options& options)
+void take_mqtt(const CLI::App& app, const mqtt_texts& texts, host_options& options)
 {
     if (texts.broker.empty())
         return;
@@ -119,7 +119,7 @@ void take_mqtt(const CLI::App& app, const MqttTexts& texts, Options& options)
 
 } // namespace
 
-std::optional<int> parse_options(int argc, const char* const* argv, Options& options)
+std::optional<int> parse_options(int argc, const char* const* argv, host_options& options)
 {
     CLI::App app("Owns a USB cellular modem: starts the library, shows what it sees, acts on its "
                  "requests.",
@@ -151,7 +151,7 @@ std::optional<int> parse_options(int argc, const char* const* argv, Options& opt
     app.add_option("--join-seconds", options.join_seconds,
                    "How long a received message waits for its next part (default 60)")
         ->check(CLI::Range(1, 86400));
-    MqttTexts mqtt;
+    mqtt_texts mqtt;
     add_mqtt(app, mqtt);
     app.add_flag("--gps", options.gps, "Fetch a position");
     app.add_flag("--commands", options.commands,

@@ -10,7 +10,7 @@
 namespace kelo_host
 {
 
-struct Options {
+struct host_options {
     std::optional<int> seconds; // run time; without it until a signal, or until all is done
     int family = 0;             // is_quectel
     int low_power = 0;
@@ -31,6 +31,6 @@ struct Options {
 constexpr int exit_usage = 2;
 
 // Fills `options`. Returns nothing to go on, or the status to exit with at once.
-std::optional<int> parse_options(int argc, const char* const* argv, Options& options);
+std::optional<int> parse_options(int argc, const char* const* argv, host_options& options);
 
 } // namespace kelo_host

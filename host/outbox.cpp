@@ -1,4 +1,4 @@
-#include "outbox.h"
+#include "host/outbox.h"
 
 #include <kelo/sms.h>
 
@@ -18,10 +18,10 @@ constexpr auto answer_within = 150s; // the modem takes up to two minutes with t
 constexpr auto register_within = 300s;
 
 // The octets of a text in hexadecimal, one after the other; 0 behind its end.
-class Octets
+class octet_reader
 {
   public:
-    explicit Octets(std::string_view hex) : hex_(hex) {}
+    explicit octet_reader(std::string_view hex) : hex_(hex) {}
     int take()
     {
         int value = 0;
@@ -41,9 +41,9 @@ class Octets
 
 } // namespace
 
-PduPart part_of_pdu(std::string_view hex)
+pdu_part part_of_pdu(std::string_view hex)
 {
-    Octets octets(hex);
+    octet_reader octets(hex);
     octets.pass(octets.take()); // service centre
     const int first = octets.take();
     const bool has_header = (first & 0x40) != 0;
@@ -65,44 +65,44 @@ PduPart part_of_pdu(std::string_view hex)
     return {number, total};
 }
 
-SendWatch::State SendWatch::look(const gsm_mobile& mobile, bool failed)
+send_watch::state send_watch::look(const gsm_mobile& mobile, bool failed)
 {
     begins_ = false;
     if (tag_ != mobile.sms_tag || mobile.flow != FLOW_SMS_PDU)
-        return State::unchanged;
+        return state::unchanged;
     // The answer to a part shows with the next one's PDU already: the library takes that at once.
-    const State state = outcome(mobile, failed);
+    const state known = outcome(mobile, failed);
     if (pdu_ != mobile.sms_text) {
         pdu_ = mobile.sms_text;
         part_ = part_of_pdu(pdu_);
         begins_ = true;
         done_ = unseen_ = other_event_ = false;
     }
-    return state;
+    return known;
 }
 
-SendWatch::State SendWatch::outcome(const gsm_mobile& mobile, bool failed)
+send_watch::state send_watch::outcome(const gsm_mobile& mobile, bool failed)
 {
     if (done_)
-        return State::unchanged;
+        return state::unchanged;
     unseen_ = unseen_ || mobile.reg_seen == 0;
     other_event_ = other_event_ || mobile.last_event != GSM_EVENT_SMS_SEND_OK;
     const bool sent = (unseen_ && mobile.reg_seen != 0) ||
                       (other_event_ && mobile.last_event == GSM_EVENT_SMS_SEND_OK);
     done_ = sent || failed;
     if (failed)
-        return State::failed;
+        return state::failed;
     if (!sent)
-        return State::unchanged;
-    return ++sent_ >= part_.total ? State::sent : State::part_sent;
+        return state::unchanged;
+    return ++sent_ >= part_.total ? state::sent : state::part_sent;
 }
 
-void Outbox::add(std::string number, std::string text)
+void outbox::add(std::string number, std::string text)
 {
     waiting_.push_back({std::move(number), std::move(text)});
 }
 
-void Outbox::pass(Clock::time_point now)
+void outbox::pass(clock::time_point now)
 {
     if (waiting_.empty())
         return;
@@ -116,17 +116,17 @@ void Outbox::pass(Clock::time_point now)
         return std::to_string(watch_.parts_sent()) + " of " + std::to_string(watch_.parts()) +
                " parts " + what;
     };
-    if (state != SendWatch::State::unchanged || watch_.part_begins())
+    if (state != send_watch::state::unchanged || watch_.part_begins())
         progress_ = now;
     switch (state) {
-    case SendWatch::State::failed:
+    case send_watch::state::failed:
         return end(false, "failed, with " + parts("sent"));
-    case SendWatch::State::sent:
+    case send_watch::state::sent:
         return end(true, "sent, " + parts("confirmed"));
-    case SendWatch::State::part_sent:
+    case send_watch::state::part_sent:
         say_("message to " + waiting_.front().number + ": " + parts("sent"));
         break;
-    case SendWatch::State::unchanged:
+    case send_watch::state::unchanged:
         if (now - progress_ >= answer_within)
             return end(false, "no answer in 150 s, with " + parts("sent"));
         break;
@@ -135,7 +135,7 @@ void Outbox::pass(Clock::time_point now)
         cellular_clear_status(CELL_STATUS_SMS_FAILED); // of a part before
 }
 
-void Outbox::begin(Clock::time_point now)
+void outbox::begin(clock::time_point now)
 {
     if (!timed_)
         progress_ = now;
@@ -145,9 +145,9 @@ void Outbox::begin(Clock::time_point now)
             end(false, "not sent: the modem was not registered in 300 s");
         return;
     }
-    const Item& item = waiting_.front();
+    const queued_message& item = waiting_.front();
     const std::string tag = "kelo-host-" + std::to_string(++tags_);
-    watch_ = SendWatch(tag);
+    watch_ = send_watch(tag);
     progress_ = now;
     queued_ = libgsm_send_sms_from_buffer(tag.c_str(), item.number.c_str(), 0, item.text.data(),
                                           static_cast<int>(item.text.size())) == 0;
@@ -155,7 +155,7 @@ void Outbox::begin(Clock::time_point now)
         end(false, "refused by the library: too long, or no memory");
 }
 
-void Outbox::end(bool sent, const std::string& line)
+void outbox::end(bool sent, const std::string& line)
 {
     not_sent_ += !sent;
     say_("message to " + waiting_.front().number + ": " + line);

@@ -18,32 +18,32 @@ namespace kelo_host
 
 // Which part of how many a PDU is, by its user data header: SMS-SUBMIT behind its service centre,
 // in hexadecimal. One of one without such numbers.
-struct PduPart {
+struct pdu_part {
     int number = 1, total = 1;
 };
-PduPart part_of_pdu(std::string_view hex);
+pdu_part part_of_pdu(std::string_view hex);
 
 // Follows the parts of one message.
-class SendWatch
+class send_watch
 {
   public:
-    enum class State { unchanged, part_sent, sent, failed };
+    enum class state { unchanged, part_sent, sent, failed };
 
-    explicit SendWatch(std::string tag) : tag_(std::move(tag)) {}
+    explicit send_watch(std::string tag) : tag_(std::move(tag)) {}
 
     // A look at the record, and at CELL_STATUS_SMS_FAILED, which is to be cleared when a part
     // begins.
-    State look(const gsm_mobile& mobile, bool failed);
+    state look(const gsm_mobile& mobile, bool failed);
 
     bool part_begins() const { return begins_; } // with the last look
     int parts() const { return part_.total; }
     int parts_sent() const { return sent_; }
 
   private:
-    State outcome(const gsm_mobile& mobile, bool failed);
+    state outcome(const gsm_mobile& mobile, bool failed);
 
     std::string tag_, pdu_;
-    PduPart part_;
+    pdu_part part_;
     int sent_ = 0;
     bool begins_ = false;
     bool done_ = true;         // what became of the part is known
@@ -51,33 +51,33 @@ class SendWatch
     bool other_event_ = false; // the last event was another one since
 };
 
-class Outbox
+class outbox
 {
   public:
-    using Clock = std::chrono::steady_clock;
+    using clock = std::chrono::steady_clock;
 
     // `say` takes one line on what became of a message.
-    explicit Outbox(std::function<void(const std::string&)> say) : say_(std::move(say)) {}
+    explicit outbox(std::function<void(const std::string&)> say) : say_(std::move(say)) {}
 
     void add(std::string number, std::string text);
-    void pass(Clock::time_point now);
+    void pass(clock::time_point now);
 
     bool busy() const { return !waiting_.empty(); }
     int not_sent() const { return not_sent_; } // failed, or nobody knows
 
   private:
-    struct Item {
+    struct queued_message {
         std::string number, text;
     };
-    void begin(Clock::time_point now);
+    void begin(clock::time_point now);
     void end(bool sent, const std::string& line);
 
     std::function<void(const std::string&)> say_;
-    std::deque<Item> waiting_; // the first is the one under way
-    SendWatch watch_{""};
+    std::deque<queued_message> waiting_; // the first is the one under way
+    send_watch watch_{""};
     bool queued_ = false; // the first is in the library's hands
     bool timed_ = false;
-    Clock::time_point progress_{};
+    clock::time_point progress_{};
     int tags_ = 0, not_sent_ = 0;
 };
 

@@ -1,6 +1,6 @@
-#include "services.h"
+#include "host/services.h"
 
-#include "status.h"
+#include "host/status.h"
 
 #include <kelo/gps.h>
 #include <kelo/gsm.h>
@@ -49,7 +49,7 @@ std::deque<std::string> take_reports()
 
 } // namespace
 
-bool Mqtt::start(const mqtt_config& config)
+bool mqtt_client::start(const mqtt_config& config)
 {
     config_ = config;
     config_.mqtt_done_callback = on_done;
@@ -58,7 +58,7 @@ bool Mqtt::start(const mqtt_config& config)
     return active_;
 }
 
-void Mqtt::pass(Clock::time_point now, int restarts)
+void mqtt_client::pass(clock::time_point now, int restarts)
 {
     if (!active_)
         return;
@@ -86,22 +86,22 @@ void Mqtt::pass(Clock::time_point now, int restarts)
     kelo_set_cellular_wake(&config_);
 }
 
-const char* Mqtt::state() const
+const char* mqtt_client::state() const
 {
     return !active_ ? "off" : subscribed_ ? "subscribed" : "connecting";
 }
 
-void Gps::start(Clock::time_point now)
+void gps_engine::start(clock::time_point now)
 {
-    if (state_ != State::off)
+    if (state_ != state::off)
         return say_("GPS: a position is asked for already");
-    state_ = State::wanted;
+    state_ = state::wanted;
     begun_ = next_ = now;
 }
 
-void Gps::pass(Clock::time_point now)
+void gps_engine::pass(clock::time_point now)
 {
-    if (state_ == State::off || now < next_)
+    if (state_ == state::off || now < next_)
         return;
     next_ = now + between_gps_tries;
     if (now - begun_ >= position_within) {
@@ -110,9 +110,9 @@ void Gps::pass(Clock::time_point now)
         return stop();
     }
     // Behind the first flow: the engine's OK must not end one of its commands.
-    if (state_ == State::wanted) {
+    if (state_ == state::wanted) {
         if (mobile_is_ready() && kelo_set_gps_on() == 0 && kelo_start_gps_location() == 0) {
-            state_ = State::running;
+            state_ = state::running;
             say_("GPS: the engine is on, waiting for a position");
         }
         return;
@@ -124,11 +124,11 @@ void Gps::pass(Clock::time_point now)
     stop();
 }
 
-void Gps::stop()
+void gps_engine::stop()
 {
-    if (state_ == State::running)
+    if (state_ == state::running)
         kelo_stop_gps_location();
-    state_ = State::off;
+    state_ = state::off;
 }
 
 } // namespace kelo_host

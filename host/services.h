@@ -10,22 +10,22 @@
 namespace kelo_host
 {
 
-using Say = std::function<void(const std::string&)>;
+using speaker = std::function<void(const std::string&)>;
 
 // Keeps one subscription. One object a process: the library's callbacks know no more.
-class Mqtt
+class mqtt_client
 {
   public:
-    using Clock = std::chrono::steady_clock;
+    using clock = std::chrono::steady_clock;
 
-    explicit Mqtt(Say say) : say_(std::move(say)) {}
+    explicit mqtt_client(speaker say) : say_(std::move(say)) {}
 
     // False, and the library has said why, when the settings are refused.
     bool start(const mqtt_config& config);
 
     // Tells what came in, and brings a lost subscription up again. `restarts`: how often the modem
     // was walked anew, which may have cost the connection without a report.
-    void pass(Clock::time_point now, int restarts);
+    void pass(clock::time_point now, int restarts);
 
     bool active() const { return active_; }
 
@@ -33,34 +33,34 @@ class Mqtt
     const char* state() const;
 
   private:
-    Say say_;
+    speaker say_;
     mqtt_config config_{};
     bool active_ = false, subscribed_ = false, wanted_ = false;
     int restarts_ = 0;
-    Clock::time_point next_{};
+    clock::time_point next_{};
 };
 
 // Fetches one position.
-class Gps
+class gps_engine
 {
   public:
-    using Clock = std::chrono::steady_clock;
+    using clock = std::chrono::steady_clock;
 
-    explicit Gps(Say say) : say_(std::move(say)) {}
+    explicit gps_engine(speaker say) : say_(std::move(say)) {}
 
-    void start(Clock::time_point now);
-    void pass(Clock::time_point now);
+    void start(clock::time_point now);
+    void pass(clock::time_point now);
 
-    bool busy() const { return state_ != State::off; }
+    bool busy() const { return state_ != state::off; }
     int not_found() const { return not_found_; }
 
   private:
-    enum class State { off, wanted, running };
+    enum class state { off, wanted, running };
     void stop();
 
-    Say say_;
-    State state_ = State::off;
-    Clock::time_point next_{}, begun_{};
+    speaker say_;
+    state state_ = state::off;
+    clock::time_point next_{}, begun_{};
     int not_found_ = 0;
 };
 

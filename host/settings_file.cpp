@@ -1,6 +1,6 @@
-#include "settings_file.h"
+#include "host/settings_file.h"
 
-#include "fields.h"
+#include "host/fields.h"
 
 #include <cerrno>
 #include <charconv>
@@ -14,24 +14,24 @@ namespace kelo_host
 namespace
 {
 
-enum class Kind { number, text, pin };
+enum class value_kind { number, text, pin };
 
-struct Known {
+struct known_setting {
     const char* name;
-    Kind kind;
+    value_kind kind;
     size_t offset;
     int low, high; // of a number; high: most characters of a text
 };
 
 // clang-format off
-#define TEXT(name) #name, Kind::text, offsetof(cellular_setting, name), 0, sizeof(cellular_setting::name) - 1
-#define NUMBER(name, low, high) #name, Kind::number, offsetof(cellular_setting, name), low, high
-constexpr Known known_settings[] = {
+#define TEXT(name) #name, value_kind::text, offsetof(cellular_setting, name), 0, sizeof(cellular_setting::name) - 1
+#define NUMBER(name, low, high) #name, value_kind::number, offsetof(cellular_setting, name), low, high
+constexpr known_setting known_settings[] = {
     {NUMBER(enable, 0, 1)},
     {TEXT(apn)},
     {TEXT(user)},
     {TEXT(password)},
-    {"pin", Kind::pin, offsetof(cellular_setting, pin), 4, 8}, // 3GPP TS 31.101 9.5.1
+    {"pin", value_kind::pin, offsetof(cellular_setting, pin), 4, 8}, // 3GPP TS 31.101 9.5.1
     {NUMBER(auth, 0, 4)},
     {NUMBER(net_mode, 0, 5)},
     {NUMBER(attach_timeout, 0, 86400)},
@@ -43,7 +43,7 @@ constexpr Known known_settings[] = {
 // clang-format on
 
 // What goes between the quotes of an AT command, and to the dialer and ping as an argument.
-std::string text_fault(const Known& known, std::string_view value)
+std::string text_fault(const known_setting& known, std::string_view value)
 {
     if (value.size() > static_cast<size_t>(known.high))
         return "is longer than " + std::to_string(known.high) + " characters";
@@ -55,14 +55,14 @@ std::string text_fault(const Known& known, std::string_view value)
     return "";
 }
 
-bool is_pin(const Known& known, std::string_view value)
+bool is_pin(const known_setting& known, std::string_view value)
 {
     return value.empty() || (value.size() >= static_cast<size_t>(known.low) &&
                              value.size() <= static_cast<size_t>(known.high) &&
                              value.find_first_not_of("0123456789") == value.npos);
 }
 
-std::string set_number(int& target, const Known& known, std::string_view value)
+std::string set_number(int& target, const known_setting& known, std::string_view value)
 {
     int number = 0;
     const auto [end, fault] = std::from_chars(value.data(), value.data() + value.size(), number);
@@ -74,12 +74,13 @@ std::string set_number(int& target, const Known& known, std::string_view value)
     return "";
 }
 
-std::string set_known(cellular_setting& settings, const Known& known, std::string_view value)
+std::string set_known(cellular_setting& settings, const known_setting& known,
+                      std::string_view value)
 {
     char* const place = reinterpret_cast<char*>(&settings) + known.offset;
-    if (known.kind == Kind::number)
+    if (known.kind == value_kind::number)
         return set_number(*reinterpret_cast<int*>(place), known, value);
-    if (known.kind == Kind::pin && !is_pin(known, value))
+    if (known.kind == value_kind::pin && !is_pin(known, value))
         return "is not four to eight digits"; // and not shown: it may be nearly right
     if (const std::string fault = text_fault(known, value); !fault.empty())
         return fault;
@@ -101,14 +102,14 @@ cellular_setting default_settings()
 
 std::string set_setting(cellular_setting& settings, std::string_view name, std::string_view value)
 {
-    for (const Known& known : known_settings) {
+    for (const known_setting& known : known_settings) {
         if (name != known.name)
             continue;
         const std::string fault = set_known(settings, known, value);
         return fault.empty() ? "" : std::string(name) + " " + fault;
     }
     std::string names;
-    for (const Known& known : known_settings)
+    for (const known_setting& known : known_settings)
         names += (names.empty() ? "" : ", ") + std::string(known.name);
     return "unknown setting '" + std::string(name) + "': there are " + names;
 }

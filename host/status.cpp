@@ -1,4 +1,4 @@
-#include "status.h"
+#include "host/status.h"
 
 #include <kelo/kelo.h>
 
@@ -40,9 +40,9 @@ size_t utf8_length(std::string_view text)
     return length;
 }
 
-Json text_or_null(std::string_view text)
+json_value text_or_null(std::string_view text)
 {
-    return text.empty() ? Json(nullptr) : Json(printable(text));
+    return text.empty() ? json_value(nullptr) : json_value(printable(text));
 }
 
 // <AcT>, 3GPP TS 27.007 10.1.20.
@@ -69,12 +69,12 @@ const char* technology_of(int act)
 }
 
 // A registration line that names the area names the technology too; 0 may also be a reset field.
-Json technology(const gsm_mobile& mobile)
+json_value technology(const gsm_mobile& mobile)
 {
     if (mobile.act[0])
         return printable(mobile.act);
     const char* name = mobile.lac[0] ? technology_of(mobile.tech) : nullptr;
-    return name ? Json(name) : Json(nullptr);
+    return name ? json_value(name) : json_value(nullptr);
 }
 
 const char* sim_text()
@@ -106,7 +106,7 @@ std::string operator_name(const std::string& oper)
 }
 
 // The serving cell's figures stand at their reset values until a report fills them.
-void add_cell(Json& status, const gsm_mobile& mobile, bool registered)
+void add_cell(json_value& status, const gsm_mobile& mobile, bool registered)
 {
     status["area"] = text_or_null(mobile.lac);
     char cell[20] = "";
@@ -115,10 +115,12 @@ void add_cell(Json& status, const gsm_mobile& mobile, bool registered)
         std::snprintf(cell, sizeof cell, "%llX", static_cast<unsigned long long>(whole));
     status["cell"] = text_or_null(cell);
     status["band"] = text_or_null(mobile.band);
-    status["channel"] = mobile.channel ? Json(mobile.channel) : Json(nullptr);
+    status["channel"] = mobile.channel ? json_value(mobile.channel) : json_value(nullptr);
 
     const bool measured = mobile.qeng_net_stem != 0 && mobile.rsrp != -120;
-    const auto figure = [&](int value) { return measured ? Json(value) : Json(nullptr); };
+    const auto figure = [&](int value) {
+        return measured ? json_value(value) : json_value(nullptr);
+    };
     status["pcid"] = figure(mobile.pcid);
     status["rsrp_dbm"] = figure(mobile.rsrp);
     status["rsrq_db"] = figure(mobile.rsrq);
@@ -126,7 +128,7 @@ void add_cell(Json& status, const gsm_mobile& mobile, bool registered)
 }
 
 // Text of one value for people.
-std::string show(const Json& value)
+std::string show(const json_value& value)
 {
     if (value.is_null())
         return "-";
@@ -135,7 +137,7 @@ std::string show(const Json& value)
     return value.dump();
 }
 
-std::string bars(const Json& dbm)
+std::string bars(const json_value& dbm)
 {
     constexpr int full = 5;
     int lit = 0;
@@ -174,7 +176,7 @@ std::string printable(std::string_view text)
     return clean;
 }
 
-Json signal_dbm(int rssi)
+json_value signal_dbm(int rssi)
 {
     if (rssi >= 1 && rssi <= 31)
         return -113 + 2 * rssi;
@@ -183,13 +185,14 @@ Json signal_dbm(int rssi)
     return nullptr; // 0 too: it is what stands there before the first report
 }
 
-Json read_status(const Received& received, const cellular_status& report, const char* mqtt)
+json_value read_status(const received_counts& received, const cellular_status& report,
+                       const char* mqtt)
 {
     constexpr const char* net_types[] = {"none", "5G", "4G", "3G"};
     constexpr const char* sim_states[] = {"failed or missing", "present", "identified"};
     const auto name_of = [](const auto& names, int at) {
-        return at >= 0 && static_cast<size_t>(at) < std::size(names) ? Json(names[at])
-                                                                     : Json(nullptr);
+        return at >= 0 && static_cast<size_t>(at) < std::size(names) ? json_value(names[at])
+                                                                     : json_value(nullptr);
     };
     gsm_mobile mobile{};
     const bool has_record = kelo_copy_mobile(&mobile) != 0;
@@ -198,7 +201,7 @@ Json read_status(const Received& received, const cellular_status& report, const 
     libgsm_get_modem_status(text, sizeof text, cellular_get_cur_status());
     const char* registration = has_record ? libgsm_get_network_info() : nullptr;
 
-    Json status;
+    json_value status;
     status["status"] = printable(text);
     status["link"] = !word(g_netWorkCardFlag) ? "off" : kelo_get_connect_status() ? "up" : "down";
     status["net_type"] = name_of(net_types, report.net_type);
@@ -206,7 +209,9 @@ Json read_status(const Received& received, const cellular_status& report, const 
     status["operator"] = text_or_null(operator_name(mobile.oper));
     status["plmn"] = text_or_null(mobile.plmn);
     status["technology"] = technology(mobile);
-    status["5g"] = mobile.is5g == 2 ? Json("SA") : mobile.is5g == 1 ? Json("NSA") : Json(nullptr);
+    status["5g"] = mobile.is5g == 2   ? json_value("SA")
+                   : mobile.is5g == 1 ? json_value("NSA")
+                                      : json_value(nullptr);
     add_cell(status, mobile, registered);
     status["signal_dbm"] = signal_dbm(mobile.rssi);
     status["sim"] = sim_text();
@@ -219,7 +224,8 @@ Json read_status(const Received& received, const cellular_status& report, const 
     status["model"] = text_or_null(mobile.model);
     status["revision"] = text_or_null(mobile.revision);
     status["serial"] = text_or_null(mobile.sn);
-    status["port"] = mobile.fd >= 0 && has_record ? text_or_null(mobile.at_dev) : Json(nullptr);
+    status["port"] =
+        mobile.fd >= 0 && has_record ? text_or_null(mobile.at_dev) : json_value(nullptr);
     status["mqtt"] = mqtt;
     status["sms_received"] = received.sms;
     status["calls_received"] = received.calls;
@@ -227,18 +233,18 @@ Json read_status(const Received& received, const cellular_status& report, const 
     return status;
 }
 
-std::vector<std::string> changes(const Json& before, const Json& now)
+std::vector<std::string> changes(const json_value& before, const json_value& now)
 {
     std::vector<std::string> lines;
     for (const auto& [name, value] : now.items()) {
-        const Json old = before.is_object() ? before.value(name, Json()) : Json();
+        const json_value old = before.is_object() ? before.value(name, json_value()) : json_value();
         if (old != value)
             lines.push_back(name + ": " + show(old) + " -> " + show(value));
     }
     return lines;
 }
 
-std::vector<std::string> screen(const Json& status, long seconds, size_t width)
+std::vector<std::string> screen(const json_value& status, long seconds, size_t width)
 {
     const auto s = [&](const char* name) { return show(status.at(name)); };
     char up[32];
@@ -272,9 +278,9 @@ std::vector<std::string> screen(const Json& status, long seconds, size_t width)
     return lines;
 }
 
-std::string to_text(const Json& status)
+std::string to_text(const json_value& status)
 {
-    return status.dump(-1, ' ', false, Json::error_handler_t::replace);
+    return status.dump(-1, ' ', false, json_value::error_handler_t::replace);
 }
 
 } // namespace kelo_host

@@ -11,32 +11,33 @@
 namespace kelo_host
 {
 
-using Json = nlohmann::ordered_json;
+using json_value = nlohmann::ordered_json;
 
 // What came in since the start; sms: messages, in as many parts as they had.
-struct Received {
+struct received_counts {
     int sms = 0, calls = 0, mqtt = 0;
 };
 
 // One object of named values; null for what is not known. Its texts are safe to print: no control
 // characters, whatever the modem sent. `report` is of kelo_get_cellular, which can take as long as
 // two shell lines do, `mqtt` a state as Mqtt has it.
-Json read_status(const Received& received, const cellular_status& report, const char* mqtt);
+json_value read_status(const received_counts& received, const cellular_status& report,
+                       const char* mqtt);
 
 // What differs between two of them, as "name: old -> new".
-std::vector<std::string> changes(const Json& before, const Json& now);
+std::vector<std::string> changes(const json_value& before, const json_value& now);
 
 // The screen, one string a line, none longer than `width` characters.
-std::vector<std::string> screen(const Json& status, long seconds, size_t width);
+std::vector<std::string> screen(const json_value& status, long seconds, size_t width);
 
 // As `text`, with what could act on a terminal, or is no UTF-8, replaced by '?'.
 std::string printable(std::string_view text);
 
 // Of the +CSQ figure, 3GPP TS 27.007 8.5, and of the wider range of TD-SCDMA modules; null:
 // unknown.
-Json signal_dbm(int rssi);
+json_value signal_dbm(int rssi);
 
 // Text of one JSON object.
-std::string to_text(const Json& status);
+std::string to_text(const json_value& status);
 
 } // namespace kelo_host

@@ -1,4 +1,4 @@
-#include "supervisor.h"
+#include "host/supervisor.h"
 
 #include <kelo/kelo.h>
 
@@ -25,9 +25,9 @@ bool is_up(const int& exported)
 
 } // namespace
 
-void Supervisor::pass(Clock::time_point now)
+void supervisor::pass(clock::time_point now)
 {
-    if (grace_ == Clock::time_point{})
+    if (grace_ == clock::time_point{})
         grace_ = now + first_start;
     note_received();
     count_restarts();
@@ -36,7 +36,7 @@ void Supervisor::pass(Clock::time_point now)
     retry_if_lost(now);
 }
 
-void Supervisor::note_received()
+void supervisor::note_received()
 {
     // Cleared at once: a report that comes in the meantime raises the flag again.
     if (kelo_is_sms_received())
@@ -57,14 +57,14 @@ void Supervisor::note_received()
     }
 }
 
-void Supervisor::count_restarts()
+void supervisor::count_restarts()
 {
     const bool restarting = is_up(cell_repower_lock);
     restarts_ += restarting_ && !restarting;
     restarting_ = restarting;
 }
 
-void Supervisor::reload_if_wanted(Clock::time_point now)
+void supervisor::reload_if_wanted(clock::time_point now)
 {
     if (!is_up(cell_reload_flag) || now < next_reload_)
         return;
@@ -75,7 +75,7 @@ void Supervisor::reload_if_wanted(Clock::time_point now)
     }
 }
 
-void Supervisor::restart_if_wanted()
+void supervisor::restart_if_wanted()
 {
     if (!cell_start_flag_get())
         return;
@@ -86,7 +86,7 @@ void Supervisor::restart_if_wanted()
 
 // A start that finds no port leaves no task behind, and a task ends when the modem's devices are
 // gone. Neither comes back by itself.
-void Supervisor::retry_if_lost(Clock::time_point now)
+void supervisor::retry_if_lost(clock::time_point now)
 {
     gsm_mobile mobile{};
     if (is_up(cell_repower_lock) || !kelo_copy_mobile(&mobile))

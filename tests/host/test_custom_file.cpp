@@ -1,4 +1,4 @@
-#include "custom_file.h"
+#include "host/custom_file.h"
 
 #include <gtest/gtest.h>
 
@@ -10,7 +10,7 @@ namespace kelo_host
 namespace
 {
 
-CustomFile parse(const std::string& text)
+custom_file parse(const std::string& text)
 {
     std::istringstream in(text);
     return parse_custom(in, "f");
@@ -18,7 +18,7 @@ CustomFile parse(const std::string& text)
 
 TEST(CustomFile, ReadsEveryFieldInAnyOrder)
 {
-    const CustomFile file =
+    const custom_file file =
         parse("# a comment\n\n"
               "sim=1 flow=2 id=13 timeout=30 seq=7 cmd=\"AT+CPIN?\" # behind\r\n"
               "\tcmd='AT+QMBNCFG=\"Autosel\",0' id=64 flow=1 sim=2\n"
@@ -27,7 +27,7 @@ TEST(CustomFile, ReadsEveryFieldInAnyOrder)
               "sim=2 flow=1 id=96 cmd=\"AT#X=' # '\"");
     ASSERT_EQ(file.errors, std::vector<std::string>());
     ASSERT_EQ(file.items.size(), 5u);
-    const CustomItem& first = file.items[0];
+    const custom_item& first = file.items[0];
     EXPECT_EQ(std::tuple(first.sim, first.flow, first.id, first.timeout, first.seq, first.ignore),
               std::tuple(1, 2, 13, 30, 7, false));
     EXPECT_EQ(first.cmd, "AT+CPIN?");
@@ -58,7 +58,7 @@ TEST(CustomFile, TellsWhatIsWrongAndWhere)
         {"sim=1 sim=1 flow=1 id=1 ignore", "sim stands twice"},
     };
     for (const auto& [line, fault] : rows) {
-        const CustomFile file = parse("# one\n" + std::string(line) + "\n");
+        const custom_file file = parse("# one\n" + std::string(line) + "\n");
         ASSERT_EQ(file.errors.size(), 1u) << line;
         EXPECT_EQ(file.errors[0].substr(0, 5), "f:2: ") << line;
         EXPECT_NE(file.errors[0].find(fault), std::string::npos)
@@ -70,9 +70,9 @@ TEST(CustomFile, TellsWhatIsWrongAndWhere)
 // The second of two items for one command would silently win.
 TEST(CustomFile, RefusesASecondItemForACommand)
 {
-    const CustomFile file = parse("sim=1 flow=1 id=13 ignore\n"
-                                  "sim=1 flow=2 id=13 ignore\n"
-                                  "sim=1 flow=1 id=13 seq=4\n");
+    const custom_file file = parse("sim=1 flow=1 id=13 ignore\n"
+                                   "sim=1 flow=2 id=13 ignore\n"
+                                   "sim=1 flow=1 id=13 seq=4\n");
     ASSERT_EQ(file.errors.size(), 1u);
     EXPECT_EQ(file.errors[0].substr(0, 5), "f:3: ");
     EXPECT_NE(file.errors[0].find("line 1"), std::string::npos);

@@ -1,4 +1,4 @@
-#include "status.h"
+#include "host/status.h"
 
 #include <gtest/gtest.h>
 

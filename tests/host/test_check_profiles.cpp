@@ -1,4 +1,4 @@
-#include "check_profiles.h"
+#include "host/check_profiles.h"
 
 #include <gtest/gtest.h>
 
@@ -27,6 +27,7 @@ void replace(std::string& text, const std::string& from, const std::string& to)
     text.replace(at, from.size(), to);
 }
 
+// NOLINTNEXTLINE(readability-identifier-naming): the name of the suite
 class CheckProfiles : public testing::Test
 {
   protected:
@@ -41,8 +42,8 @@ class CheckProfiles : public testing::Test
     std::string findings()
     {
         std::string all;
-        for (const Finding& finding : check_profiles(folder_))
-            all += finding.file + ":" + std::to_string(finding.line) + ": " + finding.text + "\n";
+        for (const finding& one : check_profiles(folder_))
+            all += one.file + ":" + std::to_string(one.line) + ": " + one.text + "\n";
         return all;
     }
 

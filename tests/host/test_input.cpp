@@ -1,7 +1,7 @@
 // What users and senders put in: commands with settings, and messages in parts.
-#include "commands.h"
-#include "joiner.h"
-#include "settings_file.h"
+#include "host/commands.h"
+#include "host/joiner.h"
+#include "host/settings_file.h"
 #include <cstring>
 #include <gtest/gtest.h>
 
@@ -22,7 +22,7 @@ TEST(Commands, AndTheirSettingsAreTakenOrRefusedWithAReason)
         cellular_setting settings = default_settings();
         std::string error;
         const auto command = parse_command(line, error);
-        if (command && command->verb == Verb::set)
+        if (command && command->verb == command_verb::set)
             error = set_settings(settings, command->text);
         EXPECT_EQ(error.empty(), *reason == '\0') << line << ": " << error;
         EXPECT_NE(error.find(reason), std::string::npos) << line << ": " << error;
@@ -40,13 +40,13 @@ TEST(Joiner, PutsPartsTogetherHoweverTheyCome)
         {59, "2", 7, 3, 2, "123;"}, {60, "?", 7, 2, 3, "?;o[part 2 missing];"}, {60, "p", 8, 2, 1, ""},
         {60, "q", 8, 2, 1, "p[part 2 missing];"}}; // the reference is used again
     // clang-format on
-    Joiner joiner(std::chrono::seconds(60));
+    joiner parts(std::chrono::seconds(60));
     for (const auto& [second, text, reference, total, number, ready] : rows) {
         const kelo_sms sms{0, "", "", "", "", {*text}, 1, 0, reference, total, number, ""};
-        const Joiner::Clock::time_point now{std::chrono::seconds(second)};
-        joiner.add(sms, now);
+        const joiner::clock::time_point now{std::chrono::seconds(second)};
+        parts.add(sms, now);
         std::string all;
-        for (const Message& one : joiner.take(now))
+        for (const joined_message& one : parts.take(now))
             all += one.text + ";";
         EXPECT_EQ(all, ready);
     }
