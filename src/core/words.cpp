@@ -8,52 +8,52 @@
 #include <kelo/link.h>
 
 // clang-format off
-//                             what it says                               written by                        read by
-int is_quectel = 0;          // family code of the module                 host, ahead of the start          everybody
-int selected_card = 1;       // active SIM, 1 or 2                        host, slot change, SIM switch     start, reload, SIM settings, events
-int isLowPower = 0;          // low power mode, 0 to 255                  libgsm_set_low_power              task, start, APN rule, MQTT, radio reset
-int is_pin_ready = 0;        // SIM unlocked and ready                    task, start, init, dialer         dialer, MQTT, reports, link query
-int needSetApn = 0;          // the flow sends the APN to the modem       host, cellular_restart            APN rule
-int conn_mode_flag = 0;      // non-zero ends the dialer thread           host, init (both ways)            dialer
-int global_quagga_stop = 0;  // ends task and dialer                      deinit5G, host                    task, dialer, init
-int cell_first_boot = 1;     // no mobile task has started yet            task                              host
-int cell_network_switch = 0; // with scan mode 9: 0 LTE with NR, 1 NR     host                              scan mode's pre-treatment
-int cell_net_proto = 0;      // 0 "IP", 1 "IPV6", 2 "IPV4V6"              host                              APN's pre-treatment
-int cell_network_up = 0;     // the data link is verified up              dialer                            dialer, host, link query
-int cell_repower_lock = 0;   // a restart is stopping and starting        restart                           restart, reload, init, host
-int cell_reload_flag = 0;    // a reload is wanted                        task, host, reload (down)         host
-int cell_pdpdeact = 0;       // the data context was lost                 reports, set_5G_para, host (down) host
-int cell_ccinfo_recv = 0;    // cell lines due behind a "service cell:"   reports and serving cell handler  the same
-int g_NetStaFlag = 0;        // swallow the next SIM up of an NR-SA cell  host, reports (down)              reports
-int g_netWorkCardFlag = 0;   // the data link is wanted                   host's calls                      dialer
-int g_stability5GCount = 0;  // the host's own                            host, init (0)                    host
-unsigned int gsm_dchan_status = 0; // the status word                     task, stop, reload, host          everybody
+//                                    what it says                                                        written by                              read by
+int is_quectel = 0;                // family code of the module                                           host, ahead of the start                everybody
+int selected_card = 1;             // active SIM, 1 or 2                                                  host, slot change, SIM switch           start, reload, SIM settings, events
+int isLowPower = 0;                // low power mode, 0 to 255                                            libgsm_set_low_power                    task, start, APN rule, MQTT, radio reset
+int is_pin_ready = 0;              // SIM unlocked and ready                                              task, start, init, dialer               dialer, MQTT, reports, link query
+int needSetApn = 0;                // the flow sends the APN to the modem                                 host, cellular_restart                  APN rule
+int conn_mode_flag = 0;            // non-zero ends the dialer thread                                     host, init (both ways)                  dialer
+int global_quagga_stop = 0;        // ends task and dialer                                                deinit5G, host                          task, dialer, init
+int cell_first_boot = 1;           // no mobile task has started yet                                      task                                    host
+int cell_network_switch = 0;       // with scan mode 9: 0 LTE with NR, 1 NR                               host                                    scan mode's pre-treatment
+int cell_net_proto = 0;            // 0 "IP", 1 "IPV6", 2 "IPV4V6"                                        host                                    APN's pre-treatment
+int cell_network_up = 0;           // the data link is verified up                                        dialer                                  dialer, host, link query
+int cell_repower_lock = 0;         // a restart is stopping and starting                                  restart                                 restart, reload, init, host
+int cell_reload_flag = 0;          // a reload is wanted                                                  task, host, reload (down)               host
+int cell_pdpdeact = 0;             // the data context was lost                                           reports, set_5G_para, host (down) host
+int cell_ccinfo_recv = 0;          // cell lines due behind a "service cell:"                             reports and serving cell handler        the same
+int g_NetStaFlag = 0;              // swallow the next SIM up of an NR-SA cell                            host, reports (down)                    reports
+int g_netWorkCardFlag = 0;         // the data link is wanted                                             host's calls                            dialer
+int g_stability5GCount = 0;        // the host's own                                                      host, init (0)                          host
+unsigned int gsm_dchan_status = 0; // the status word                                                     task, stop, reload, host                everybody
 
 namespace kelo
 {
 
-int gsm_init_flag = 0;       // the modem has finished its own start      task, low power wait, host        task
-int at_flow_done = 0;        // a choice of a command found none          task; change of flow (down)       task, reports
-int verizon_flag = 0;        // Verizon's carrier profile is active       profile list handler              APN commands, MQTT
-int cell_start_flag = 0;     // a fresh start is wanted                   events, reports, host (down)      host
-int cell_restart_flag = 1;   // we asked for the restart; 1 at load, for the first report of a SIM  restart, events  events
-int sim_failed_count = 0;    // losses of registration in a row           events                            events
-int sim_cpin_count = 0;      // SIM failures in a row                     events                            events
-int no_signal_count = 0;     // reports of no signal, of three            events                            events
-int mqtt_conn_lost = 1;      // no sign of a connected client yet        MQTT query handler                the same
-int sms_pending_count = 0;   // messages handed in and not yet answered   whoever hands in, events, reload  the same
-int g_mode_no_service = 0;   // the chosen 3G mode can't be served        set_5G_para                       kelo_get_cellular
-int attach_timeout = 50;     // 50 or more, its unit is the host's        set_attach_timeout                nobody
+int gsm_init_flag = 0;             // the modem has finished its own start                                task, low power wait, host              task
+int at_flow_done = 0;              // a choice of a command found none                                    task; change of flow (down)             task, reports
+int verizon_flag = 0;              // Verizon's carrier profile is active                                 profile list handler                    APN commands, MQTT
+int cell_start_flag = 0;           // a fresh start is wanted                                             events, reports, host (down)            host
+int cell_restart_flag = 1;         // we asked for the restart; 1 at load, for the first report of a SIM  restart, events                         events
+int sim_failed_count = 0;          // losses of registration in a row                                     events                                  events
+int sim_cpin_count = 0;            // SIM failures in a row                                               events                                  events
+int no_signal_count = 0;           // reports of no signal, of three                                      events                                  events
+int mqtt_conn_lost = 1;            // no sign of a connected client yet                                   MQTT query handler                      the same
+int sms_pending_count = 0;         // messages handed in and not yet answered                             whoever hands in, events, reload        the same
+int g_mode_no_service = 0;         // the chosen 3G mode can't be served                                  set_5G_para                             kelo_get_cellular
+int attach_timeout = 50;           // 50 or more, its unit is the host's                                  set_attach_timeout                      nobody
 
 namespace
 {
 
-int sim_status = 0;          // 1 up, 0 down, -1 failed                   events, host                      host, report
-int start_status = 0;        // an init has begun                         init, host                        host
-int sms_received = 0;        // until the host takes it down              reception, host                   host
-int call_received = 0;       // the same                                  events, host                      host
-int mqtt_received = 0;       // the same                                  reports, host                     host
-int sim_switch_flag = 0;     // told, and of no use                       host                              nobody
+int sim_status = 0;                // 1 up, 0 down, -1 failed                                             events, host                            host, report
+int start_status = 0;              // an init has begun                                                   init, host                              host
+int sms_received = 0;              // until the host takes it down                                        reception, host                         host
+int call_received = 0;             // the same                                                            events, host                            host
+int mqtt_received = 0;             // the same                                                            reports, host                           host
+int sim_switch_flag = 0;           // told, and of no use                                                 host                                    nobody
 // clang-format on
 
 int set_received(int& flag, int value, const char* text)

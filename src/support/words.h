@@ -32,12 +32,12 @@ inline int word_add(int& word, int summand)
     return std::atomic_ref<int>(word).fetch_add(summand) + summand;
 }
 
-// Takes one off, but never below 0.
+// Takes one off; what lies below 0 then is 0.
 inline void word_count_down(int& word)
 {
     const std::atomic_ref<int> count(word);
     int before = count.load();
-    while (before > 0 && !count.compare_exchange_weak(before, before - 1)) {
+    while (!count.compare_exchange_weak(before, before > 0 ? before - 1 : 0)) {
     }
 }
 
