@@ -9,7 +9,6 @@
 #include "support/text.h"
 
 #include <climits>
-#include <cstdlib>
 
 list_head cell_at_config_h = LIST_HEAD_INIT(cell_at_config_h);
 
@@ -46,16 +45,12 @@ const char* item_text(const at_config_item* item)
 
 void change_command(at_info* at, const at_config_item* item, const char* text)
 {
-    if (item->ignore != 0)
-        at->flags |= AT_FLAG_IGNORE;
-    else
-        at->flags &= ~AT_FLAG_IGNORE;
+    at->flags = (at->flags & ~AT_FLAG_IGNORE) | (item->ignore != 0 ? AT_FLAG_IGNORE : 0);
     at->custom_seq = item->seq;
     const int timeout = item_timeout(item);
     if (timeout != 0)
         at->timeout = timeout;
-    std::free(at->custom_cmd);
-    at->custom_cmd = text_duplicate(text);
+    text_replace(at->custom_cmd, text_pointer(text_duplicate(text)));
     if (text != nullptr && at->custom_cmd == nullptr)
         diag_at(plain, __func__, "failed to alloc memory!\n");
 }
