@@ -5,7 +5,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <cstring>
 #include <string>
 
@@ -46,10 +45,8 @@ template <std::size_t size> void set(char (&field)[size], const char* text)
 
 std::string substitute(const char* text, const char* placeholder, const char* value)
 {
-    char* const result = at_substitute(text, std::strlen(text), placeholder, value);
-    const std::string copy = result != nullptr ? result : "(null)";
-    std::free(result);
-    return copy;
+    const text_pointer result = at_substitute(text, std::strlen(text), placeholder, value);
+    return result != nullptr ? result.get() : "(null)";
 }
 
 } // namespace
