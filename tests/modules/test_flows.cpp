@@ -14,10 +14,10 @@ using kelo::test::captured;
 // found serves for the rest of the process.
 TEST(Flows, AFlowHasTheStepsOfItsModuleAndNoOther)
 {
-    cfg_file profile = {};
+    static cfg_file profile = {};
     profile.module = strdup("EC25");
     list_init(&profile.items);
-    cfg_item item = {strdup("AT_SEND_PIN"), strdup("AT+PIN"), {}};
+    static cfg_item item = {strdup("AT_SEND_PIN"), strdup("AT+PIN"), {}};
     list_add_tail(&item.node, &profile.items);
     at_list list = LIST_HEAD_INIT(list);
     captured out;

@@ -65,22 +65,28 @@ TEST(ModuleTable, WhatIsKnownOfAModel)
     constexpr struct {
         const char *model, *revision, *network, *sequence, *mask;
         apn_form apn;
-    } rows[] = {{"EC25", "EC25EFAR06", "LTE", "00", "d3,1a0000800d5,0", apn_form::context},
-                {"EP06", "EP06APACR01", "LTE", "00", "fff0,1e0021600d5,20", apn_form::context},
-                {"EP06", "EP06AR01", "LTE", "00", "260,2000001003301185a,0", apn_form::context},
-                {"EC21", "EC21KLR06", "LTE", "00", "0,d5,0", apn_form::context},
-                {"EG95", "EG95EFBR06", "LTE", "00", "260,300181a,0", apn_form::context},
-                {"EC25V", "x", "LTE", "00", nullptr, apn_form::context},
-                {"x", "EG95EFBR06", "LTE", "00", nullptr, apn_form::context},
-                {"U9300C", "EG25GGB", "LTE", "17", "3ff,1e00b0e18df,0", apn_form::name},
-                {"E9720-A", "x", "LTE", "17", nullptr, apn_form::name},
-                {"ML303", "x", "LTE", "00", nullptr, apn_form::name},
-                {"MH5000-31", "x", "LTE", "00", nullptr, apn_form::name_with_protocol},
-                {"UC15", "x", "UMTS", "00", nullptr, apn_form::context},
-                {"UC15-A", "x", "LTE", "00", nullptr, apn_form::context},
-                {"SIM2000", "x", "CDMA", "00", nullptr, apn_form::context},
-                {"M35", "x", "GSM", "00", nullptr, apn_form::context},
-                {"", "", "LTE", "00", nullptr, apn_form::context}};
+    } rows[] = {
+        {"EC25", "EC25EFAR06", "LTE", "00", "d3,1a0000800d5,0", apn_form::context},
+        {"EC25", "EC25AUTFAR06A03M4G", "LTE", "00", "ff,80080000df,0", apn_form::context},
+        {"EC25", "EC25AFFAR07A04M4G", "LTE", "00", "260,42000000000000381a,0", apn_form::context},
+        {"EC21", "EC21AUTLR01", "LTE", "00", "0,8000044,0", apn_form::context},
+        {"EC21", "EC21AUTR01", "LTE", "00", "50,8000055,0", apn_form::context},
+        {"EP06", "EP06APACR01", "LTE", "00", "fff0,1e0021600d5,20", apn_form::context},
+        {"EP06", "EP06AR01", "LTE", "00", "260,2000001003301185a,0", apn_form::context},
+        {"EC21", "EC21KLR06", "LTE", "00", "0,d5,0", apn_form::context},
+        {"EG95", "EG95EFBR06", "LTE", "00", "260,300181a,0", apn_form::context},
+        {"EC25V", "x", "LTE", "00", nullptr, apn_form::context},
+        {"x", "EG95EFBR06", "LTE", "00", nullptr, apn_form::context},
+        {"U9300C", "x", "LTE", "17", "896,1272,131072", apn_form::name},
+        {"U9300C", "EG25GGB", "LTE", "17", "3ff,1e00b0e18df,0", apn_form::name},
+        {"E9720-A", "x", "LTE", "17", nullptr, apn_form::name},
+        {"ML303", "x", "LTE", "00", nullptr, apn_form::name},
+        {"MH5000-31", "x", "LTE", "00", nullptr, apn_form::name_with_protocol},
+        {"UC15", "x", "UMTS", "00", nullptr, apn_form::context},
+        {"UC15-A", "x", "LTE", "00", nullptr, apn_form::context},
+        {"SIM2000", "x", "CDMA", "00", nullptr, apn_form::context},
+        {"M35", "x", "GSM", "00", nullptr, apn_form::context},
+        {"", "", "LTE", "00", nullptr, apn_form::context}};
     for (const auto& row : rows) {
         SCOPED_TRACE(std::string(row.model) + " " + row.revision);
         EXPECT_STREQ(module_network(row.model), row.network);
