@@ -27,6 +27,7 @@ enum : unsigned {
     unisoc = 1u << 6,
     quectel_5g = 1u << 7,
     balong = 1u << 8,
+    unmasked = 1u << 9, // of all, those whose band mask is not known
 };
 constexpr unsigned voice_modules = ec25v | quectel_umts | longsung | telit | quectel_5g | balong;
 constexpr unsigned sms_modules = quectel_lte_sms | voice_modules | unisoc;
@@ -44,11 +45,11 @@ constexpr known_module modules[] = {
     {"EG25", quectel_lte},
     {"EG95", quectel_lte},
     {"EP06", quectel_lte},
-    {"UC15", quectel_umts},
-    {"UC20", quectel_umts},
+    {"UC15", quectel_umts | unmasked},
+    {"UC20", quectel_umts | unmasked},
     {"U930", longsung},
-    {"E972", longsung},
-    {"LE91", telit},
+    {"E972", longsung | unmasked},
+    {"LE91", telit | unmasked},
     {"V1.0", unisoc},
     {"RM50", quectel_5g},
     {"RM51", quectel_5g},
@@ -114,7 +115,7 @@ struct left_out_key {
     const char* reason;
 };
 constexpr left_out_key left_out[] = {
-    {"AT_CBAND", quectel_umts | telit, true, "no band mask is known for this module"},
+    {"AT_CBAND", unmasked, true, "no band mask is known for this module"},
     {"AT_SET_NET_SEQ", longsung, false, "no command is known that takes this module's value, 17"},
     {"AT_GET_NETWORK", telit, false, "no known answer of this module is among those read"},
     {"AT_CHECK_NETWORK", telit, false, "no known answer of this module is among those read"},
@@ -412,6 +413,23 @@ std::vector<finding> check_profiles(const std::filesystem::path& folder)
     checker all;
     all.check_folder(folder);
     return all.take();
+}
+
+std::vector<std::string> known_keys()
+{
+    std::vector<std::string> names;
+    for (const auto& key : keys)
+        names.emplace_back(key.name);
+    return names;
+}
+
+key_facts facts_of(std::string_view module, std::string_view key)
+{
+    const unsigned families = families_of(module);
+    const auto* const known = find_key(key);
+    const auto* const out = find_left_out(key, families);
+    return {known->placeholder != nullptr ? known->placeholder : "",
+            (known->families & families) != 0, out != nullptr && out->unfilled};
 }
 
 } // namespace kelo_host

@@ -3,6 +3,7 @@
 
 #include <filesystem>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace kelo_host
@@ -16,5 +17,14 @@ struct finding {
 
 // Sorted by file and line; empty for a clean folder.
 std::vector<finding> check_profiles(const std::filesystem::path& folder);
+
+// What the check takes for true of the keys, so that a test can hold it to the library.
+std::vector<std::string> known_keys();
+struct key_facts {
+    std::string placeholder; // empty for none
+    bool reached;            // by a flow of the module
+    bool unfilled;           // nothing fills the placeholder on the module
+};
+key_facts facts_of(std::string_view module, std::string_view key); // one of known_keys
 
 } // namespace kelo_host

@@ -8,8 +8,8 @@
 #include "support/diag.h"
 #include "support/text.h"
 
+#include <algorithm>
 #include <climits>
-#include <cstdlib>
 
 list_head cell_at_config_h = LIST_HEAD_INIT(cell_at_config_h);
 
@@ -46,22 +46,24 @@ const char* item_text(const at_config_item* item)
 
 void change_command(at_info* at, const at_config_item* item, const char* text)
 {
-    if (item->ignore != 0)
-        at->flags |= AT_FLAG_IGNORE;
-    else
-        at->flags &= ~AT_FLAG_IGNORE;
+    at->flags = (at->flags & ~AT_FLAG_IGNORE) | (item->ignore != 0 ? AT_FLAG_IGNORE : 0);
     at->custom_seq = item->seq;
     const int timeout = item_timeout(item);
     if (timeout != 0)
         at->timeout = timeout;
-    std::free(at->custom_cmd);
-    at->custom_cmd = text_duplicate(text);
+    text_replace(at->custom_cmd, text_pointer(text_duplicate(text)));
     if (text != nullptr && at->custom_cmd == nullptr)
         diag_at(plain, __func__, "failed to alloc memory!\n");
 }
 
-void add_command(at_list* list, const at_config_item* item, const char* text, int highest)
+void add_command(at_list* list, const at_config_item* item, const char* text)
 {
+    int highest = lowest_added_seq;
+    list_head* node = nullptr;
+    list_for_each(node, list)
+    {
+        highest = std::max(highest, at_of(node)->seq);
+    }
     const int next = highest < INT_MAX ? highest + 1 : highest;
     const int timeout = item_timeout(item);
     at_info* const at = at_info_create(
@@ -71,25 +73,28 @@ void add_command(at_list* list, const at_config_item* item, const char* text, in
         at_list_append(list, at);
 }
 
+// The first command of a number, or null.
+at_info* find_command(at_list* list, int id)
+{
+    list_head* node = nullptr;
+    list_for_each(node, list)
+    {
+        if (at_of(node)->id == id)
+            return at_of(node);
+    }
+    return nullptr;
+}
+
 } // namespace
 
 void at_list_apply_item(at_list* list, const at_config_item* item)
 {
     const char* const text = item_text(item);
-    int highest = lowest_added_seq;
-    list_head* node = nullptr;
-    list_for_each(node, list)
-    {
-        at_info* const at = at_of(node);
-        if (at->id == item->id) {
-            change_command(at, item, text);
-            return;
-        }
-        if (at->seq > highest)
-            highest = at->seq;
-    }
-    if (text != nullptr)
-        add_command(list, item, text, highest);
+    at_info* const at = find_command(list, item->id);
+    if (at != nullptr)
+        change_command(at, item, text);
+    else if (text != nullptr)
+        add_command(list, item, text);
 }
 
 void libgsm_apply_custom_config()
@@ -114,18 +119,11 @@ void libgsm_set_at_timeout(at_list* list)
     {
         const auto* const item = list_entry(node, at_config_item, node);
         const int timeout = item_timeout(item);
-        if (timeout == 0)
+        at_info* const at = timeout != 0 ? find_command(list, item->id) : nullptr;
+        if (at == nullptr)
             continue;
-        list_head* at_node = nullptr;
-        list_for_each(at_node, list)
-        {
-            at_info* const at = at_of(at_node);
-            if (at->id != item->id)
-                continue;
-            at->timeout = timeout;
-            diag_at(plain, __func__, "[ID%d] update timeout (%d)\n\n", at->id, timeout);
-            break;
-        }
+        at->timeout = timeout;
+        diag_at(plain, __func__, "[ID%d] update timeout (%d)\n\n", at->id, timeout);
     }
 }
 

@@ -1,10 +1,10 @@
 // Flows: how the lists are filled for a module, and how one of them becomes the current list.
 
 #include "modules/modules.h"
+
+#include "modules/commands.h"
 #include "support/diag.h"
 #include "support/text.h"
-
-#include <cstdlib>
 
 namespace kelo
 {
@@ -14,36 +14,6 @@ namespace
 
 // Profile of the detected module, found on first need.
 const cfg_file* matched_cfg_file = nullptr;
-
-const model_table* table_of(int flow)
-{
-    switch (flow) {
-    case FLOW_START:
-        return &flow_start_models;
-    case FLOW_RELOAD:
-        return &flow_reload_models;
-    case FLOW_SMS_TEXT:
-        return &flow_sms_text_models;
-    case FLOW_SMS_PDU:
-        return &flow_sms_pdu_models;
-    default:
-        return nullptr;
-    }
-}
-
-// The revision tells variants apart that share a model text; where it names no key, the model text
-// stands for the first key that begins with it.
-const model_flow* find_row(const model_table* table, const char* model, const char* revision)
-{
-    if (table == nullptr)
-        return nullptr;
-    for (int i = 0; i < table->count; i++) {
-        const model_flow& row = table->rows[i];
-        if (text_begins(revision, row.key) || text_begins(row.key, model))
-            return &row;
-    }
-    return nullptr;
-}
 
 void add_step(at_list* list, const flow_step& step, const char* model)
 {
@@ -64,20 +34,16 @@ int add_remaining_ats_by_model(const char* model, const char* revision, int flow
 {
     if (model == nullptr || *model == '\0' || revision == nullptr || *revision == '\0')
         return -1;
-    const model_flow* const row = find_row(table_of(flow), model, revision);
-    if (row == nullptr)
-        return 0;
-    for (int i = 0; i < row->count; i++)
-        add_step(list, row->steps[i], model);
+    for (const flow_step& step : module_steps(model, revision, flow))
+        add_step(list, step, model);
     return 0;
 }
 
 void at_compose_flows(gsm_mobile* rec, const char* model, const char* revision)
 {
-    add_remaining_ats_by_model(model, revision, FLOW_START, &start_sim1_list);
-    add_remaining_ats_by_model(model, revision, FLOW_RELOAD, &reload_sim1_list);
-    add_remaining_ats_by_model(model, revision, FLOW_START, &start_sim2_list);
-    add_remaining_ats_by_model(model, revision, FLOW_RELOAD, &reload_sim2_list);
+    for (const int sim : {1, 2})
+        for (const int flow : {FLOW_START, FLOW_RELOAD})
+            add_remaining_ats_by_model(model, revision, flow, at_list_of(flow, sim));
     add_remaining_ats_by_model(model, revision, FLOW_SMS_TEXT, &sms_text_list);
     add_remaining_ats_by_model(model, revision, FLOW_SMS_PDU, &sms_pdu_list);
     // One step: a change of flow by another thread sees the lists without custom items and leaves
@@ -92,8 +58,7 @@ void at_compose_flows(gsm_mobile* rec, const char* model, const char* revision)
 
 bool at_may_go(const at_info* at)
 {
-    constexpr int set_apn = 50;
-    if (at->id != set_apn)
+    if (at->id != command::set_apn)
         return true;
     const int need = word_get(needSetApn);
     const int low_power = word_get(isLowPower);
@@ -134,8 +99,7 @@ void at_list_reset(at_list* list)
     {
         at_info* const at = at_of(node);
         at->flags &= ~(AT_FLAG_SENT | AT_FLAG_SKIP | AT_FLAG_IGNORE);
-        std::free(at->custom_cmd);
-        at->custom_cmd = nullptr;
+        text_replace(at->custom_cmd, nullptr);
         at->custom_seq = 0;
     }
 }
@@ -183,8 +147,5 @@ const char* libgsm_get_modem_network_type()
     if (rec == nullptr)
         return "LTE";
     lock_scope guard(record_lock);
-    for (std::size_t i = 0; i < modem_network_rows; i++)
-        if (std::strcmp(rec->model, modem_network_table[i].model) == 0)
-            return modem_network_table[i].network;
-    return "LTE";
+    return module_network(rec->model);
 }

@@ -7,17 +7,6 @@
 namespace kelo
 {
 
-namespace
-{
-
-// Tried in this order, whatever the order in the line.
-constexpr const char* model_tokens[] = {
-    "E9720", "EC20", "EC21", "EC25",  "EG25",  "EP06",  "Quectel_M35", "U9300C", "LE910",
-    "UC15",  "UC20", "EG95", "RM500", "RM510", "RG500", "RG510",       "MH5000", "V1.0.1-B7",
-};
-
-} // namespace
-
 event* cgmm_handler(gsm_mobile* rec, char* line)
 {
     if (nothing_to_read(rec, line))
@@ -25,13 +14,9 @@ event* cgmm_handler(gsm_mobile* rec, char* line)
     lock_scope guard(record_lock);
     if (take_final_line(rec, line, rec->model))
         return nullptr;
-    for (const char* token : model_tokens) {
-        const char* const match = text_find(line, token);
-        if (match != nullptr) {
-            text_set_until(rec->model, match, "\n");
-            diag_at(plain, "cgmm_handler", "model='%s'\n", rec->model);
-            return nullptr;
-        }
+    if (const char* const model = module_in(line)) {
+        text_set_until(rec->model, model, "\n");
+        diag_at(plain, "cgmm_handler", "model='%s'\n", rec->model);
     }
     return nullptr;
 }

@@ -7,8 +7,11 @@
 #pragma once
 
 #include "at/at.h"
+#include "support/owned.h"
 
 #include <cstddef>
+#include <span>
+#include <utility>
 
 namespace kelo
 {
@@ -33,37 +36,43 @@ extern at_info at_private_table[];
 extern const std::size_t at_general_rows;
 extern const std::size_t at_private_rows;
 
-// ---- Flows (flows.cpp, their tables in flow_tables.cpp)
+// ---- The table of modules (module_table.cpp)
 
 struct flow_step {
     int seq;
     int id;
 };
+// Of the flow for a module; empty for none. The revision tells variants apart that share a model
+// text; where it names no key, the model text stands for the first key that begins with it.
+std::span<const flow_step> module_steps(const char* model, const char* revision, int flow);
 
-struct model_flow {
-    const char* key;
-    int count;
-    const flow_step* steps;
+const char* module_in(const char* line); // where the model starts in a line, or null
+const char* module_network(const char* model);
+const char* module_net_sequence(const char* model);
+const char* module_band_mask(const char* model, const char* revision); // or null
+
+enum class apn_form {
+    context, // the whole definition of a context
+    name,
+    name_with_protocol,
 };
+apn_form module_apn_form(const char* model);
 
-struct model_table {
-    const model_flow* rows;
-    int count;
+struct mode_value {
+    int scanmode;
+    const char* value;
+    const char* nr_alone = nullptr; // when set, cell_network_switch chooses: 0 value, 1 this one
 };
-
-extern const model_table flow_start_models;
-extern const model_table flow_reload_models;
-extern const model_table flow_sms_text_models;
-extern const model_table flow_sms_pdu_models;
-
-struct modem_network {
-    const char* model;
-    const char* network;
-    int number;
+struct mode_values {
+    std::span<const mode_value> values;
+    const char* otherwise; // for the scan modes without a value
+    bool mapped;           // the value is the number that the modem reports in currscanmode, too
 };
+const mode_values* module_modes(const char* model); // or null
 
-extern const modem_network modem_network_table[];
-extern const std::size_t modem_network_rows;
+const char* module_key(std::size_t index); // of a row, for tests; null behind the last
+
+// ---- Flows (flows.cpp)
 
 int add_remaining_ats_by_model(const char* model, const char* revision, int flow, at_list* list);
 
@@ -82,6 +91,14 @@ void at_select_flow(gsm_mobile* rec, int flow, int sim); // the same, caller hol
 event* cgmm_handler(gsm_mobile* rec, char* line);
 event* cgmr_handler(gsm_mobile* rec, char* line);
 
+// ---- Texts of a node
+
+// The old text of the field ends.
+inline void text_replace(char*& field, text_pointer text)
+{
+    const text_pointer old(std::exchange(field, text.release()));
+}
+
 // ---- Custom commands (custom_config.cpp)
 
 // Callers of all three hold flow_lock.
@@ -91,33 +108,14 @@ void at_list_apply_item(at_list* list, const at_config_item* item);
 
 // ---- Pre-treatment (pre_treat.cpp)
 
-char* at_substitute(const char* text, std::size_t text_length, const char* placeholder,
-                    const char* value);
+text_pointer at_substitute(const char* text, std::size_t text_length, const char* placeholder,
+                           const char* value);
 
-int general_pre_treat(gsm_mobile* mobile, at_info* at);
-int cband_pre_treat(gsm_mobile* mobile, at_info* at);
-int netseq_pre_treat(gsm_mobile* mobile, at_info* at);
-int netmode_pre_treat(gsm_mobile* mobile, at_info* at);
-int apn_pre_treat(gsm_mobile* mobile, at_info* at);
-int userpwd_pre_treat(gsm_mobile* mobile, at_info* at);
-int cont3_pre_treat(gsm_mobile* mobile, at_info* at);
-int cpin_pre_treat(gsm_mobile* mobile, at_info* at);
-int sms_des_pre_treat(gsm_mobile* mobile, at_info* at);
-int sms_len_pre_treat(gsm_mobile* mobile, at_info* at);
-int smsc_pre_treat(gsm_mobile* mobile, at_info* at);
-int ucs2_pre_treat(gsm_mobile* mobile, at_info* at);
-int volte_pre_treat(gsm_mobile* mobile, at_info* at);
-int selslot_pre_treat(gsm_mobile* mobile, at_info* at);
-int cgmm_pre_treat(gsm_mobile* mobile, at_info* at);
-int cgmi_pre_treat(gsm_mobile* mobile, at_info* at);
-int cgmr_pre_treat(gsm_mobile* mobile, at_info* at);
-int cgsn_pre_treat(gsm_mobile* mobile, at_info* at);
-
-// Makes `text` the command's text; null leaves the old one. The text becomes the node's. Takes
-// flow_lock.
-void at_install(at_info* at, char* text);
-
-// Installs the command's template with `value` in the place of `placeholder`.
-void at_fill(at_info* at, const char* placeholder, const char* value);
+// Each is the operation of the rows that name it.
+using pre_treatment = int(gsm_mobile* mobile, at_info* at);
+pre_treatment general_pre_treat, cband_pre_treat, netseq_pre_treat, netmode_pre_treat,
+    apn_pre_treat, userpwd_pre_treat, cont3_pre_treat, cpin_pre_treat, sms_des_pre_treat,
+    sms_len_pre_treat, smsc_pre_treat, ucs2_pre_treat, volte_pre_treat, selslot_pre_treat,
+    cgmm_pre_treat, cgmi_pre_treat, cgmr_pre_treat, cgsn_pre_treat;
 
 } // namespace kelo

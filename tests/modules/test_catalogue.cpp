@@ -1,3 +1,4 @@
+#include "modules/commands.h"
 #include "modules/modules.h"
 #include "tests/testing.h"
 
@@ -23,15 +24,15 @@ TEST(Catalogue, PrivateRowsTakeTheFirstItemOfTheirExactKey)
     }
     at_list list = LIST_HEAD_INIT(list);
     captured out;
-    EXPECT_EQ(at_list_add_private(&list, 50, 1, nullptr), at_no_row);
+    EXPECT_EQ(at_list_add_private(&list, command::set_apn, 1, nullptr), at_no_row);
     EXPECT_TRUE(out.has("unknown model!\n"));
-    EXPECT_EQ(at_list_add_private(&list, 9, 1, &profile), at_no_row);
+    EXPECT_EQ(at_list_add_private(&list, command::cgmm, 1, &profile), at_no_row);
     EXPECT_TRUE(out.has("the at(id=9) do not exist in private array!\n"));
-    EXPECT_EQ(at_list_add_private(&list, 15, 1, &profile), at_no_row);
+    EXPECT_EQ(at_list_add_private(&list, command::get_iccid, 1, &profile), at_no_row);
     EXPECT_TRUE(out.has("the at(AT_GET_ICCID) do not exist in cfg file!\n"));
     ASSERT_TRUE(list_empty(&list));
 
-    ASSERT_EQ(at_list_add_private(&list, 50, 54, &profile), at_added);
+    ASSERT_EQ(at_list_add_private(&list, command::set_apn, 54, &profile), at_added);
     const at_info* const at = at_of(list.next);
     EXPECT_STREQ(at->cmd_template, "AT+B=\"$APN\"");
     EXPECT_EQ(at->cmd, nullptr); // until its pre-treatment has run
@@ -42,8 +43,10 @@ TEST(Catalogue, PrivateRowsTakeTheFirstItemOfTheirExactKey)
 // A slow family's time is written into the row, and so outlives the family code.
 TEST(Catalogue, FamilyTimeoutsLast)
 {
-    constexpr std::array<int, 3> rows[] = {{0, 33, 30},  {0, 13, 5},   {13, 33, 60}, {0, 33, 60},
-                                           {10, 33, 20}, {10, 13, 30}, {0, 13, 30},  {10, 12, 3}};
+    using namespace command;
+    constexpr std::array<int, 3> rows[] = {
+        {0, attention, 30},  {0, cpin, 5},   {13, attention, 60}, {0, attention, 60},
+        {10, attention, 20}, {10, cpin, 30}, {0, cpin, 30},       {10, cgsn, 3}};
     for (const auto& [family, id, timeout] : rows) {
         at_list list = LIST_HEAD_INIT(list);
         is_quectel = family;

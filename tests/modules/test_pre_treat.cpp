@@ -5,7 +5,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <cstring>
 #include <string>
 
@@ -46,10 +45,8 @@ template <std::size_t size> void set(char (&field)[size], const char* text)
 
 std::string substitute(const char* text, const char* placeholder, const char* value)
 {
-    char* const result = at_substitute(text, std::strlen(text), placeholder, value);
-    const std::string copy = result != nullptr ? result : "(null)";
-    std::free(result);
-    return copy;
+    const text_pointer result = at_substitute(text, std::strlen(text), placeholder, value);
+    return result != nullptr ? result.get() : "(null)";
 }
 
 } // namespace
@@ -62,25 +59,6 @@ TEST_F(PreTreat, Substitute)
     for (const char* value : {"", "1\r", "1\nAT", "\x1a"})
         EXPECT_EQ(substitute("a$X", "$X", value), "(null)");
     EXPECT_EQ(substitute("a$Y", "$X", "1"), "(null)");
-}
-
-TEST_F(PreTreat, BandRowsGoByTheFirstPrefix)
-{
-    constexpr const char* rows[][3] = {
-        // revision, model, masks
-        {"EC25AUTFAR06A03M4G", "EC25", "ff,80080000df,0"},
-        {"EC25AFFAR07A04M4G", "EC25", "260,42000000000000381a,0"},
-        {"EC21AUTLR01", "EC21", "0,8000044,0"},
-        {"EC21AUTR01", "EC21", "50,8000055,0"},
-        {"11.433.45", "U9300C", "896,1272,131072"},
-        {"EC25VFAR01", "U9300C", "0,1008,0"},
-    };
-    for (const auto& [revision, model, masks] : rows) {
-        set(g_mobile.revision, revision);
-        set(g_mobile.model, model);
-        EXPECT_EQ(run(cband_pre_treat, "AT=$BAND,1"), std::string("AT=") + masks + ",1");
-        EXPECT_FALSE(skipped()) << revision;
-    }
 }
 
 TEST_F(PreTreat, BandIsSkippedWhenTheModemHasIt)
