@@ -20,10 +20,8 @@ constexpr const char* model_tokens[] = {
 
 event* cgmm_handler(gsm_mobile* rec, char* line)
 {
-    if (nothing_to_read(rec, line))
-        return nullptr;
     lock_scope guard(record_lock);
-    if (take_final_line(rec, line, rec->model))
+    if (finish_on_final(rec, line, filled(rec->model)))
         return nullptr;
     for (const char* token : model_tokens) {
         const char* const match = text_find(line, token);
@@ -55,10 +53,8 @@ const char* revision_start(const char* model, const char* line)
 
 event* cgmr_handler(gsm_mobile* rec, char* line)
 {
-    if (nothing_to_read(rec, line))
-        return nullptr;
     lock_scope guard(record_lock);
-    if (take_final_line(rec, line, rec->revision))
+    if (finish_on_final(rec, line, filled(rec->revision)))
         return nullptr;
     const char* const start = revision_start(rec->model, line);
     if (start == nullptr)

@@ -103,10 +103,8 @@ int libgsm_check_gps_location(const char* line)
 
 event* gps_handler(gsm_mobile* rec, char* line)
 {
-    if (nothing_to_read(rec, line))
-        return nullptr;
     lock_scope guard(record_lock);
-    if (take_final_line(rec, line, rec->gps_loc))
+    if (finish_on_final(rec, line, filled(rec->gps_loc)))
         return nullptr;
     const char* const match = text_find(line, "+QGPSLOC");
     if (match == nullptr)
