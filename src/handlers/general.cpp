@@ -31,7 +31,7 @@ event* on_clip(gsm_mobile*, char* line)
     lock_scope guard(record_lock);
     const char* const quote = text_find(text_find(line, "+CLIP:"), "\"");
     if (quote != nullptr) {
-        text_copy_until(gsm_event.callingnum, longest_number + 1, quote + 1, "\"");
+        text_copy(gsm_event.callingnum, longest_number + 1, quote + 1, "\"");
         diag_at(plain, "general_handler", "callingnum='%s'\n", gsm_event.callingnum);
     }
     return raise_event(GSM_EVENT_RING);
@@ -140,7 +140,7 @@ event* dhcpv6_handler(gsm_mobile*, char* line)
     if (text_columns(text_skip(text_find(line, "^DHCPV6:"), prefix), columns, 3) < 3)
         return nullptr;
     char address[65];
-    text_set_until(address, columns[0], ",");
+    text_set(address, columns[0], ",");
     if (!is_ipv6_address(address)) {
         diag_at(plain, __func__, "'%s' is no address!\n", address);
         return nullptr;

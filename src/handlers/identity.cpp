@@ -12,7 +12,7 @@ event* cgmi_handler(gsm_mobile* rec, char* line)
     lock_scope guard(record_lock);
     if (finish_on_final(rec, line, filled(rec->mfrs)))
         return nullptr;
-    text_set_until(rec->mfrs, line, "\n");
+    text_set(rec->mfrs, line, "\n");
     diag_at(plain, __func__, "manufacturer='%s'\n", rec->mfrs);
     return nullptr;
 }
@@ -30,7 +30,7 @@ template <std::size_t size> bool take_digits(gsm_mobile* rec, const char* line, 
     const char* const number = line + std::strspn(line, "\n");
     if (*number < '0' || *number > '9')
         return false;
-    text_set_until(field, number, "\n");
+    text_set(field, number, "\n");
     return true;
 }
 
@@ -77,7 +77,7 @@ event* qccid_handler(gsm_mobile* rec, char* line)
     for (const iccid_prefix& prefix : iccid_prefixes) {
         const char* const match = text_find(line, prefix.needle);
         if (match != nullptr) {
-            text_set_until(rec->iccid, text_skip(match, prefix.offset), "\n");
+            text_set(rec->iccid, text_skip(match, prefix.offset), "\n");
             diag_at(plain, __func__, "iccid='%s'\n", rec->iccid);
             return nullptr;
         }
@@ -95,7 +95,7 @@ event* cnum_handler(gsm_mobile* rec, char* line)
     }
     // The first column is a name, often empty and then without quotes.
     const char* const quote = text_find(match, ",\"");
-    text_set_until(rec->number, quote == nullptr ? "" : quote + 2, "\"\n");
+    text_set(rec->number, quote == nullptr ? "" : quote + 2, "\"\n");
     diag_at(plain, __func__, "number='%s'\n", rec->number);
     finish_command(rec);
     return nullptr;
@@ -110,7 +110,7 @@ event* csca_handler(gsm_mobile* rec, char* line)
     if (match == nullptr)
         return nullptr;
     const char* const quote = text_find(match, "\"");
-    text_set_until(rec->smscenter, quote == nullptr ? "" : quote + 1, "\"\n");
+    text_set(rec->smscenter, quote == nullptr ? "" : quote + 1, "\"\n");
     diag_at(plain, __func__, "sms_center='%s'\n", rec->smscenter);
     rec->reg_seen = 1;
     return nullptr;

@@ -146,7 +146,7 @@ void read_columns(serving_cell& told, const char* line, std::span<const column_r
             scan(text, hex(told.*rule.field));
             break;
         case kind::area:
-            text_set_until(told.lac, text, ",");
+            text_set(told.lac, text, ",");
             break;
         case kind::cell:
             scan(text, hex(told.cell));

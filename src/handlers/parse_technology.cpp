@@ -70,7 +70,7 @@ std::optional<technology> read_technology(const char* line)
         read_qnwinfo(told, line, qnwinfo);
     } else if (const char* const psrat = text_find(line, "+PSRAT")) {
         if (!text_has(psrat, "NONE"))
-            text_set_until(told.act, text_skip(psrat, 8), "\n");
+            text_set(told.act, text_skip(psrat, 8), "\n");
     } else if (const char* const zpas = text_find(line, "+ZPAS")) {
         if (!text_has(zpas, "No Service"))
             scan(zpas, "+ZPAS: ", quoted(told.act));

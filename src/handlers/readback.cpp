@@ -31,7 +31,7 @@ const char* read_mask(char (&field)[size], const char* text, const char* ends)
 {
     if (text_begins(text, "0x"))
         text += 2;
-    text_set_until(field, text, ends);
+    text_set(field, text, ends);
     text += std::strcspn(text, ends);
     return text_skip(text, 1);
 }
@@ -119,7 +119,7 @@ event* qmbncfg_list_handler(gsm_mobile* rec, char* line)
     if (match == nullptr)
         return nullptr;
     char name[sizeof rec->qmbn_code];
-    text_set_until(name, text_skip(match, 7), "\",\n"); // behind the opening quote
+    text_set(name, text_skip(match, 7), "\",\n"); // behind the opening quote
     libgsm_update_qmbncfg_code(name);
     lock_scope guard(record_lock);
     finish_command(rec);

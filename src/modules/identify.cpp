@@ -26,7 +26,7 @@ event* cgmm_handler(gsm_mobile* rec, char* line)
     for (const char* token : model_tokens) {
         const char* const match = text_find(line, token);
         if (match != nullptr) {
-            text_set_until(rec->model, match, "\n");
+            text_set(rec->model, match, "\n");
             diag_at(plain, "cgmm_handler", "model='%s'\n", rec->model);
             return nullptr;
         }
@@ -59,7 +59,7 @@ event* cgmr_handler(gsm_mobile* rec, char* line)
     const char* const start = revision_start(rec->model, line);
     if (start == nullptr)
         return nullptr;
-    text_set_until(rec->revision, start, "\n ");
+    text_set(rec->revision, start, "\n ");
     // An echo or a line with a prefix is no revision. Nor is nothing: it would use up the one
     // chance to complete the flows.
     if (rec->revision[0] == '\0' || std::strpbrk(rec->revision, "+:\",") != nullptr) {

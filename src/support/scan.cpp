@@ -76,7 +76,7 @@ bool take_part(const char*& text, const text_part& part)
     const std::size_t length = std::strcspn(text, part.ends);
     if (length == 0)
         return false;
-    text_copy_until(part.field, part.size, text, part.ends);
+    text_copy(part.field, part.size, text, part.ends);
     text += length;
     return take_part(text, part.closing);
 }

@@ -3,12 +3,7 @@
 namespace kelo
 {
 
-void text_copy(char* field, std::size_t size, const char* source)
-{
-    text_copy_until(field, size, source, "");
-}
-
-void text_copy_until(char* field, std::size_t size, const char* source, const char* ends)
+void text_copy(char* field, std::size_t size, const char* source, const char* ends)
 {
     std::size_t length = 0;
     while (length + 1 < size && source[length] != '\0' &&

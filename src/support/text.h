@@ -7,21 +7,14 @@
 namespace kelo
 {
 
-// Fills a field with `source` up to its end or the field's, and zeroes the rest.
-void text_copy(char* field, std::size_t size, const char* source);
-
-// The same, but the source ends at the first character of `ends` too.
-void text_copy_until(char* field, std::size_t size, const char* source, const char* ends);
-
-template <std::size_t size> inline void text_set(char (&field)[size], const char* source)
-{
-    text_copy(field, size, source);
-}
+// Fills a field with `source`, up to its end, the first character of `ends` or the field's size,
+// and zeroes the rest.
+void text_copy(char* field, std::size_t size, const char* source, const char* ends = "");
 
 template <std::size_t size>
-inline void text_set_until(char (&field)[size], const char* source, const char* ends)
+inline void text_set(char (&field)[size], const char* source, const char* ends = "")
 {
-    text_copy_until(field, size, source, ends);
+    text_copy(field, size, source, ends);
 }
 
 template <std::size_t size> inline void text_clear(char (&field)[size])

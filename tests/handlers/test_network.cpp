@@ -16,8 +16,8 @@ void reset_registration()
     g_mobile.reg_n = g_mobile.reg_stat = g_mobile.tech = g_mobile.rac = 9;
     g_mobile.reg_status = 5;
     std::strcpy(g_mobile.lac, "old");
-    full_cell_id = 0;
-    g_mobile.cid = 0;
+    full_cell_id = 7;
+    g_mobile.cid = 7;
 }
 
 std::string registered()
@@ -28,7 +28,7 @@ std::string registered()
                 libgsm_get_cid64(), " tech", r.tech, " rac", r.rac, " =", r.reg_status);
 }
 
-// Technologies and stats below are hexadecimal, as they are read.
+// All below is hexadecimal, as it is read, but for the technology of a "+CREG".
 TEST(Registration, LinesOfEveryLayout)
 {
     // clang-format off
@@ -37,8 +37,11 @@ TEST(Registration, LinesOfEveryLayout)
         {"RG500Q-EA RG500QEAAAR11A06M4G", creg_handler, "+CEREG: 2,1,\"3AA800\",\"3A5B4C104\",11|OK", up, 1, "n2 stat1 3AA800/3A5B4C104 tech11 rac9 =1"},
         {"UC20 UC20GQBR03A14E1G", creg_handler, "+CGREG: 2,1,\"01F4\",\"0057E3A2\",6,\"2B\"|OK", up, 1, "n2 stat1 01F4/57E3A2 tech6 rac2B =1"},
         {"MH5000-31 10.1.2.5(H1212SP2C00)", creg_handler, "+CEREG: 2,1,\"5A1C\",\"7C4B10D\"|OK", up, 1, "n2 stat1 5A1C/7C4B10D tech9 rac9 =1", 15},
+        {"RM500Q-GL RM500QGLABR11A06M4G", creg_handler, "+CREG: 2,1,\"5A1C\",\"7C4B10D\",13|OK", up, 1, "n2 stat1 5A1C/7C4B10D techD rac9 =1"},
+        {"", creg_handler, "+CREG: 2,1,\"\",\"7C4B10D\",7", up, 0, "n2 stat1 old/0 tech9 rac9 =1"},
+        {"EC25 EC25EFAR06A08M4G", creg_handler, "+CREG: 5|OK", up, 1, "n9 stat5 old/7 tech9 rac9 =5"},
         // an unknown layout or stat: the event follows the old status
-        {"", creg_handler, "+CEREG: 3,3,,,,0,15", up, 0, "n9 stat9 old/0 tech9 rac9 =5"},
+        {"", creg_handler, "+CEREG: 3,3,,,,0,15", up, 0, "n9 stat9 old/7 tech9 rac9 =5"},
         {"", creg_handler, "+CGREG: 2,1,\"0123456789ABCDEF0123\",\"A\",7", up, 0, "n2 stat1 0123456789ABCDE/A tech7 rac9 =1"},
     };
     // clang-format on
@@ -46,8 +49,8 @@ TEST(Registration, LinesOfEveryLayout)
     // With tries left, only a registered modem ends the query.
     query.retries_left = 3;
     const story again[] = {
-        {"", creg_handler, "+CGREG: 2,2|OK", down, 0, "n2 stat2 old/0 tech9 rac9 =2"},
-        {"", creg_handler, "+CGREG: 2,2|+CGREG: 2,1|OK", up, 1, "n2 stat1 old/0 tech9 rac9 =1"},
+        {"", creg_handler, "+CGREG: 2,2|OK", down, 0, "n2 stat2 old/7 tech9 rac9 =2"},
+        {"", creg_handler, "+CGREG: 2,2|+CGREG: 2,1|OK", up, 1, "n2 stat1 old/7 tech9 rac9 =1"},
     };
     run(again, reset_registration, registered);
 }

@@ -73,8 +73,8 @@ TEST(Scan, NumbersBeyondTheirFieldHaveOneReading)
         EXPECT_EQ(value, r.want) << r.text;
     }
     std::uint64_t cell = 0;
-    EXPECT_TRUE(scan("F0123456789ABCDEF", hex(cell)));
-    EXPECT_EQ(cell, 0x0123456789ABCDEFull);
+    EXPECT_TRUE(scan("F1F23456789ABCDEF", hex(cell)));
+    EXPECT_EQ(cell, 0x1F23456789ABCDEFull);
 }
 
 } // namespace
