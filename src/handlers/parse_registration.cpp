@@ -66,7 +66,8 @@ std::optional<registration> read_registration(const char* line)
     });
     if (form == nullptr)
         return told;
-    // All numbers are hexadecimal, <n> and <stat> too, but for the technology of a "+CREG".
+    // All numbers are hexadecimal, <n> and <stat> too, but for the technology of a "+CREG". A scan
+    // ends with the commas of its line.
     const bool creg = std::strcmp(prefix, "+CREG") == 0;
     told.follows = creg && commas >= 3;
     const auto tech = creg ? dec(told.tech) : hex(told.tech);
