@@ -4,6 +4,8 @@
 
 #include "at/at.h"
 #include "handlers/handlers.h"
+#include "modules/modules.h"
+#include "services/services.h"
 
 #include <cstdio>
 #include <cstdlib>

@@ -1,4 +1,4 @@
-// What the response handlers share.
+// What the handlers of answers share: the ways in which a command ends, events, cell ids.
 #pragma once
 
 #include "core/core.h"
@@ -8,50 +8,52 @@
 namespace kelo
 {
 
-// Nothing to handle: the contract answers it with null.
-inline bool nothing_to_read(const gsm_mobile* rec, const char* line)
-{
-    return rec == nullptr || line == nullptr;
-}
+// ---- How a command ends. The caller holds record_lock.
 
-inline bool is_final_line(const char* line)
-{
-    return text_has(line, "OK") || text_has(line, "ERROR");
-}
-
-// Ends the running command. The caller holds record_lock.
+// At once, by a line that says all.
 inline void finish_command(gsm_mobile* rec)
 {
     rec->at_done = 1;
 }
 
-// Ends it on its final line, once its answer has been seen. The caller holds record_lock.
-inline void finish_if_seen(gsm_mobile* rec)
+// By a final line: true for one. A command whose answer has to come first is not complete without
+// it, and goes on.
+inline bool finish_on(gsm_mobile* rec, bool final_line, bool complete)
 {
-    if (rec->reg_seen != 0)
+    if (final_line && complete)
         finish_command(rec);
+    return final_line;
 }
 
-// Takes a final line of a command whose answer has to be seen first. False for any other line. The
-// caller holds record_lock.
-inline bool ends_if_seen(gsm_mobile* rec, const char* line)
+// By "OK" alone: an error is left to the time-out, or means something of its own.
+inline bool finish_on_ok(gsm_mobile* rec, const char* line, bool complete = true)
 {
-    if (!is_final_line(line))
-        return false;
-    finish_if_seen(rec);
-    return true;
+    return finish_on(rec, text_has(line, "OK"), complete);
 }
 
-// The final line ends a command only once its field is filled: an answer that has not come yet is
-// waited for, and asked for again. The caller holds record_lock.
-inline bool take_final_line(gsm_mobile* rec, const char* line, const char* field)
+// By "ERROR" alone: the answer itself ends the command otherwise.
+inline bool finish_on_error(gsm_mobile* rec, const char* line)
 {
-    if (!is_final_line(line))
-        return false;
-    if (field[0] != '\0')
-        finish_command(rec);
-    return true;
+    return finish_on(rec, text_has(line, "ERROR"), true);
 }
+
+// By either.
+inline bool finish_on_final(gsm_mobile* rec, const char* line, bool complete = true)
+{
+    return finish_on(rec, text_has(line, "OK") || text_has(line, "ERROR"), complete);
+}
+
+// What makes a command complete: the line that it asks for, or the field that it fills.
+inline bool answer_seen(const gsm_mobile* rec)
+{
+    return rec->reg_seen != 0;
+}
+inline bool filled(const char* field)
+{
+    return field[0] != '\0';
+}
+
+// ----
 
 // An event as the result of a handler that does not hold record_lock.
 inline event* say_event(int code)

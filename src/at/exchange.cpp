@@ -275,7 +275,7 @@ read_outcome libgsm_check_event(gsm_mobile* rec, at_info* cur)
 {
     read_outcome outcome;
     response got = {};
-    if (read_at_result(rec, got) != 0)
+    if (rec == nullptr || read_at_result(rec, got) != 0)
         return outcome;
     outcome.drained = got.drained;
     outcome.heard = got.length > 0;

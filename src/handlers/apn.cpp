@@ -1,3 +1,4 @@
+// The APN has been set: the context that it does not use is cleared.
 #include "handlers/handlers.h"
 
 #include "at/answers.h"
@@ -8,14 +9,11 @@ namespace kelo
 
 event* apn_handler(gsm_mobile* rec, char* line)
 {
-    if (nothing_to_read(rec, line) || !is_final_line(line))
-        return nullptr;
     {
         lock_scope guard(record_lock);
-        if (rec->reg_seen != 0) {
-            finish_command(rec);
+        const bool cleared = answer_seen(rec);
+        if (!finish_on_final(rec, line, cleared) || cleared)
             return nullptr;
-        }
         rec->reg_seen = 1;
     }
     // Clears the context that the first command did not use: a Verizon APN sits in context 3, the

@@ -1,109 +1,24 @@
+// What the modem says of its own settings: scan mode, bands, carrier profile, version.
 #include "handlers/handlers.h"
 
 #include "at/answers.h"
 #include "at/at.h"
-
-#include <cstring>
+#include "handlers/parse.h"
+#include "support/scan.h"
 
 namespace kelo
 {
 
-namespace
-{
-
-struct mode_word {
-    const char* word;
-    int mode;
-};
-
-constexpr mode_word mode_prefs[] = {
-    {"AUTO", 0}, {"WCDMA", 2}, {"LTE", 3}, {"LTE:NR5G", 9}, {"NR5G", 10},
-};
-
-// With their quotes: a list of several systems means automatic.
-constexpr mode_word syscfg_orders[] = {{"\"02\"", 2}, {"\"03\"", 3}, {"\"08\"", 9}};
-
-void read_nwscanmode(gsm_mobile* rec, const char*, const char* match)
-{
-    text_scan(match, "+QCFG: \"nwscanmode\",%d", &rec->currscanmode);
-}
-
-void read_mododr(gsm_mobile* rec, const char*, const char* match)
-{
-    text_scan(match, "+MODODR: %d", &rec->currscanmode);
-}
-
-void read_mode_pref(gsm_mobile* rec, const char*, const char* match)
-{
-    char word[32] = "";
-    text_scan(match, "+QNWPREFCFG: \"mode_pref\",%s", word, sizeof word);
-    for (const mode_word& pref : mode_prefs)
-        if (std::strcmp(word, pref.word) == 0)
-            rec->currscanmode = pref.mode;
-}
-
-void read_syscfgex(gsm_mobile* rec, const char* line, const char*)
-{
-    rec->currscanmode = 0;
-    for (const mode_word& order : syscfg_orders)
-        if (text_has(line, order.word)) {
-            rec->currscanmode = order.mode;
-            return;
-        }
-}
-
-void read_gtrat(gsm_mobile* rec, const char*, const char* match)
-{
-    int rat = -1;
-    text_scan(match, "+GTRAT: %d", &rat);
-    switch (rat) {
-    case 2:
-    case 3:
-        rec->currscanmode = rat;
-        break;
-    case 16:
-    case 17:
-        rec->currscanmode = 9;
-        break;
-    case 14:
-        rec->currscanmode = 10;
-        break;
-    default:
-        rec->currscanmode = 0;
-        break;
-    }
-}
-
-struct scanmode_report {
-    const char* needle;
-    void (*read)(gsm_mobile* rec, const char* line, const char* match);
-};
-
-constexpr scanmode_report scanmode_reports[] = {
-    {"+QCFG: \"nwscanmode\"", read_nwscanmode},
-    {"+MODODR", read_mododr},
-    {"+QNWPREFCFG: \"mode_pref\"", read_mode_pref},
-    {"^SYSCFGEX:", read_syscfgex},
-    {"+GTRAT:", read_gtrat},
-};
-
-} // namespace
-
 event* scanmode_handler(gsm_mobile* rec, char* line)
 {
-    if (nothing_to_read(rec, line))
-        return nullptr;
     lock_scope guard(record_lock);
-    if (ends_if_seen(rec, line))
+    if (finish_on_final(rec, line, answer_seen(rec)))
         return nullptr;
-    for (const scanmode_report& report : scanmode_reports) {
-        const char* const match = text_find(line, report.needle);
-        if (match != nullptr) {
-            report.read(rec, line, match);
-            rec->reg_seen = 1;
-            return nullptr;
-        }
-    }
+    std::optional<int> mode;
+    if (!read_scan_mode(line, mode))
+        return nullptr;
+    rec->reg_seen = 1;
+    rec->currscanmode = mode.value_or(rec->currscanmode);
     return nullptr;
 }
 
@@ -116,7 +31,7 @@ const char* read_mask(char (&field)[size], const char* text, const char* ends)
 {
     if (text_begins(text, "0x"))
         text += 2;
-    text_set_until(field, text, ends);
+    text_set(field, text, ends);
     text += std::strcspn(text, ends);
     return text_skip(text, 1);
 }
@@ -125,10 +40,8 @@ const char* read_mask(char (&field)[size], const char* text, const char* ends)
 
 event* band_handler(gsm_mobile* rec, char* line)
 {
-    if (nothing_to_read(rec, line))
-        return nullptr;
     lock_scope guard(record_lock);
-    if (ends_if_seen(rec, line))
+    if (finish_on_final(rec, line, answer_seen(rec)))
         return nullptr;
     const char* masks = nullptr;
     if (const char* const qcfg = text_find(line, "+QCFG: \"band\""))
@@ -146,26 +59,18 @@ event* band_handler(gsm_mobile* rec, char* line)
 
 event* netseq_handler(gsm_mobile* rec, char* line)
 {
-    if (nothing_to_read(rec, line))
-        return nullptr;
     // Once per process, whatever the answer was.
     at_flag_current(rec, AT_FLAG_ONCE_DONE);
-    if (is_final_line(line)) {
-        lock_scope guard(record_lock);
-        finish_command(rec);
-    }
+    lock_scope guard(record_lock);
+    finish_on_final(rec, line);
     return nullptr;
 }
 
 event* mbn_list_handler(gsm_mobile* rec, char* line)
 {
-    if (nothing_to_read(rec, line))
-        return nullptr;
     lock_scope guard(record_lock);
-    if (text_has(line, "OK")) {
-        finish_if_seen(rec);
+    if (finish_on_ok(rec, line, answer_seen(rec)))
         return nullptr;
-    }
     if (text_has(line, "+QMBNCFG:"))
         rec->reg_seen = 1;
     const char* const list = text_find(line, "\"List\",");
@@ -174,44 +79,47 @@ event* mbn_list_handler(gsm_mobile* rec, char* line)
     // The positions fit an index of one digit.
     int selected = 0;
     int activated = 0;
-    text_scan(text_skip(list, 9), "%d", &selected);
-    text_scan(text_skip(list, 11), "%d", &activated);
+    scan(text_skip(list, 9), dec(selected));
+    scan(text_skip(list, 11), dec(activated));
     word_set(verizon_flag, selected & activated);
     return nullptr;
 }
 
-int libgsm_update_version_code(const char* text)
+namespace
+{
+
+// A text for the host to fetch, and the word that says that it is new.
+template <std::size_t size>
+int update_code(char (gsm_mobile::*field)[size], int gsm_mobile::*is_new, const char* text)
 {
     gsm_mobile* const record = modem_record();
     if (record == nullptr || text == nullptr)
         return -1;
     lock_scope guard(record_lock);
-    record->version_code_new = 1;
-    text_set(record->version_code, text);
+    record->*is_new = 1;
+    text_set(record->*field, text);
     return 0;
+}
+
+} // namespace
+
+int libgsm_update_version_code(const char* text)
+{
+    return update_code(&gsm_mobile::version_code, &gsm_mobile::version_code_new, text);
 }
 
 int libgsm_update_qmbncfg_code(const char* text)
 {
-    gsm_mobile* const record = modem_record();
-    if (record == nullptr || text == nullptr)
-        return -1;
-    lock_scope guard(record_lock);
-    record->qmbn_code_new = 1;
-    text_set(record->qmbn_code, text);
-    return 0;
+    return update_code(&gsm_mobile::qmbn_code, &gsm_mobile::qmbn_code_new, text);
 }
 
 event* qmbncfg_list_handler(gsm_mobile* rec, char* line)
 {
-    if (nothing_to_read(rec, line))
-        return nullptr;
-    char* const match = text_find(line, "0,0,0,");
+    const char* const match = text_find(line, "0,0,0,");
     if (match == nullptr)
         return nullptr;
-    // Behind the opening quote of the name, in a line that goes that far.
-    char* const name = match + strnlen(match, 7);
-    name[std::strcspn(name, "\",\n")] = '\0';
+    char name[sizeof rec->qmbn_code];
+    text_set(name, text_skip(match, 7), "\",\n"); // behind the opening quote
     libgsm_update_qmbncfg_code(name);
     lock_scope guard(record_lock);
     finish_command(rec);
@@ -220,8 +128,6 @@ event* qmbncfg_list_handler(gsm_mobile* rec, char* line)
 
 event* ati_handler(gsm_mobile* rec, char* line)
 {
-    if (nothing_to_read(rec, line))
-        return nullptr;
     const char* const match = text_find(line, "EG95");
     if (match == nullptr)
         return nullptr;

@@ -1,9 +1,11 @@
+// Registration, operator, technology and signal: the answers to their queries. Their reports come
+// here as well, by way of the general handler.
 #include "handlers/handlers.h"
 
 #include "at/answers.h"
-#include "at/at.h"
-#include "core/family.h"
+#include "handlers/parse.h"
 #include "support/diag.h"
+#include "support/scan.h"
 
 #include <cstdlib>
 
@@ -12,47 +14,6 @@ namespace kelo
 
 namespace
 {
-
-// One layout of a registration line, told by its prefix and its number of commas.
-struct reg_form {
-    const char* prefix;
-    int commas;
-    bool (*only)(); // the modules that have it; null means all
-    bool n_first;   // the columns start with <n>, as they do in the answer to a query
-    bool follows;   // a change of the cell is followed up
-    const char* format;
-};
-
-// The stat columns are read as hexadecimal too. Only "+CREG" has a decimal technology. The first
-// row that fits counts.
-// clang-format off
-constexpr reg_form reg_forms[] = {
-    // prefix commas only n_first follows format
-    {"+CGREG", 5, nullptr, true,  false, "+CGREG: %x,%x,\"%[^\"]\",\"%lx\",%x,\"%x\""},
-    {"+CGREG", 4, nullptr, true,  false, "+CGREG: %x,%x,\"%[^\"]\",\"%lx\",%x"},
-    {"+CGREG", 3, nullptr, false, false, "+CGREG: %x,\"%[^\"]\",\"%lx\",%x"},
-    {"+CGREG", 1, nullptr, true,  false, "+CGREG: %x,%x"},
-    {"+CGREG", 0, nullptr, false, false, "+CGREG: %x"},
-    {"+CREG",  4, nullptr, true,  true,  "+CREG: %x,%x,\"%[^\"]\",\"%lx\",%d"},
-    {"+CREG",  3, nullptr, false, true,  "+CREG: %x,\"%[^\"]\",\"%lx\",%d"},
-    {"+CREG",  1, nullptr, true,  false, "+CREG: %x,%x"},
-    {"+CREG",  0, nullptr, false, false, "+CREG: %x"},
-    {"+CEREG", 4, nullptr, true,  false, "+CEREG: %x,%x,\"%[^\"]\",\"%lx\",%x"},
-    {"+CEREG", 3, cereg_begins_with_n, true,  false, "+CEREG: %x,%x,\"%[^\"]\",\"%lx\""},
-    {"+CEREG", 3, nullptr, false, false, "+CEREG: %x,\"%[^\"]\",\"%lx\",%x"},
-    {"+CEREG", 1, nullptr, true,  false, "+CEREG: %x,%x"},
-    {"+CEREG", 0, nullptr, false, false, "+CEREG: %x"},
-};
-// clang-format on
-
-const reg_form* find_form(const char* prefix, int commas)
-{
-    for (const reg_form& form : reg_forms)
-        if (std::strcmp(form.prefix, prefix) == 0 && form.commas == commas &&
-            (form.only == nullptr || form.only()))
-            return &form;
-    return nullptr;
-}
 
 // A new cell seen behind the flow asks the modem, once, what cell it is.
 void follow_cell(gsm_mobile* rec, std::uint64_t cell)
@@ -73,18 +34,20 @@ void follow_cell(gsm_mobile* rec, std::uint64_t cell)
     rec->pending_at = query;
 }
 
-void read_form(gsm_mobile* rec, const reg_form& form, const char* text)
+void store_registration(gsm_mobile* rec, const registration& told)
 {
-    std::uint64_t cell = 0;
-    gsm_mobile& to = *rec;
-    const int values = form.n_first ? text_scan(text, form.format, &to.reg_n, &to.reg_stat, to.lac,
-                                                sizeof to.lac, &cell, &to.tech, &to.rac)
-                                    : text_scan(text, form.format, &to.reg_stat, to.lac,
-                                                sizeof to.lac, &cell, &to.tech);
-    if (form.follows)
-        follow_cell(rec, cell);
-    else if (values >= (form.n_first ? 4 : 3))
-        store_cell_id(rec, cell);
+    rec->reg_n = told.n.value_or(rec->reg_n);
+    rec->reg_stat = told.stat.value_or(rec->reg_stat);
+    rec->tech = told.tech.value_or(rec->tech);
+    rec->rac = told.rac.value_or(rec->rac);
+    if (filled(told.lac))
+        text_set(rec->lac, told.lac);
+    if (told.follows)
+        follow_cell(rec, told.cell.value_or(0));
+    else if (told.cell)
+        store_cell_id(rec, *told.cell);
+    if (rec->reg_stat >= 0 && rec->reg_stat <= 5)
+        rec->reg_status = rec->reg_stat;
 }
 
 // Whether the modem is registered, as an event. While it is not and the command has tries left, the
@@ -108,125 +71,37 @@ event* judge_registration(gsm_mobile* rec)
     }
 }
 
-} // namespace
-
-event* creg_handler(gsm_mobile* rec, char* line)
-{
-    if (nothing_to_read(rec, line))
-        return nullptr;
-    lock_scope guard(record_lock);
-    if (ends_if_seen(rec, line))
-        return nullptr;
-    const char* prefix = nullptr;
-    const char* match = nullptr;
-    for (const char* candidate : {"+CGREG", "+CREG", "+CEREG"}) {
-        const char* const found = text_find(line, candidate);
-        if (found != nullptr) {
-            prefix = candidate;
-            match = found;
-        }
-    }
-    if (match == nullptr)
-        return nullptr;
-    const reg_form* const form = find_form(prefix, text_commas(match));
-    if (form != nullptr)
-        read_form(rec, *form, match);
-    if (rec->reg_stat >= 0 && rec->reg_stat <= 5)
-        rec->reg_status = rec->reg_stat;
-    return judge_registration(rec);
-}
-
-event* csq_handler(gsm_mobile* rec, char* line)
-{
-    if (nothing_to_read(rec, line))
-        return nullptr;
-    lock_scope guard(record_lock);
-    if (ends_if_seen(rec, line))
-        return nullptr;
-    const char* const match = text_find(line, "+CSQ:");
-    if (match != nullptr) {
-        text_scan(match, "+CSQ: %d,%d", &rec->rssi, &rec->ber);
-        rec->reg_seen = 1;
-    }
-    return nullptr;
-}
-
-namespace
-{
-
 // A numeric operator of five digits, by its length and first character.
 bool is_short_plmn(const char* name)
 {
     return std::strlen(name) == 5 && name[0] >= '0' && name[0] <= '9';
 }
 
-void read_qnwinfo(gsm_mobile* rec, char* line, const char* match)
-{
-    text_clear(rec->act);
-    text_clear(rec->plmn);
-    text_clear(rec->band);
-    if (text_has(match, "No Service"))
-        return;
-    if (text_scan(match, "+QNWINFO: \"%[^\"]\",\"%[^\"]\",\"%[^\"]\",%d", rec->act, sizeof rec->act,
-                  rec->plmn, sizeof rec->plmn, rec->band, sizeof rec->band, &rec->channel) == 4)
-        return;
-    // Early EC20 firmware prints the operator without quotes: what is readable is read.
-    char* columns[4];
-    const std::size_t count = text_columns(line, columns, std::size(columns));
-    if (count > 0)
-        text_scan(columns[0], "+QNWINFO: \"%[^\"]\"", rec->act, sizeof rec->act);
-    if (count > 1)
-        text_scan(columns[1], "\"%[^\"]\"", rec->plmn, sizeof rec->plmn);
-    if (count > 2)
-        text_scan(columns[2], "\"%[^\"]\"", rec->band, sizeof rec->band);
-    if (count > 3)
-        text_scan(columns[3], "%d", &rec->channel);
-}
-
-void read_psrat(gsm_mobile* rec, const char* match)
-{
-    text_clear(rec->act);
-    text_clear(rec->plmn);
-    text_clear(rec->band);
-    if (!text_has(match, "NONE"))
-        text_set_until(rec->act, text_skip(match, 8), "\n");
-}
-
-void read_zpas(gsm_mobile* rec, const char* match)
-{
-    text_clear(rec->act);
-    text_clear(rec->plmn);
-    text_clear(rec->band);
-    if (!text_has(match, "No Service"))
-        text_scan(match, "+ZPAS: \"%[^\"]\"", rec->act, sizeof rec->act);
-}
-
-struct technology_word {
-    const char* needle;
-    const char* act;
-};
-
-// Tried from the top: "NR" may stand in other words.
-constexpr technology_word hcsq_words[] = {
-    {"GSM", "GSM"},
-    {"WCDMA", "WCDMA"},
-    {"LTE", "LTE"},
-    {"NR", "5G NR"},
-};
-
-void read_hcsq(gsm_mobile* rec, const char* match)
-{
-    text_clear(rec->act);
-    if (text_has(match, "NOSERVICE"))
-        return;
-    for (const technology_word& word : hcsq_words)
-        if (text_has(match, word.needle)) {
-            text_set(rec->act, word.act);
-            return;
-        }
-}
-
 } // namespace
+
+event* creg_handler(gsm_mobile* rec, char* line)
+{
+    lock_scope guard(record_lock);
+    if (finish_on_final(rec, line, answer_seen(rec)))
+        return nullptr;
+    const std::optional<registration> told = read_registration(line);
+    if (!told)
+        return nullptr;
+    store_registration(rec, *told);
+    return judge_registration(rec);
+}
+
+event* csq_handler(gsm_mobile* rec, char* line)
+{
+    lock_scope guard(record_lock);
+    if (finish_on_final(rec, line, answer_seen(rec)))
+        return nullptr;
+    if (const char* const match = text_find(line, "+CSQ:")) {
+        scan(match, "+CSQ: ", dec(rec->rssi), ",", dec(rec->ber));
+        rec->reg_seen = 1;
+    }
+    return nullptr;
+}
 
 } // namespace kelo
 
@@ -234,56 +109,45 @@ using namespace kelo;
 
 struct gsm_event* cops_handler(struct gsm_mobile* rec, char* line)
 {
-    if (nothing_to_read(rec, line))
+    if (rec == nullptr || line == nullptr)
         return nullptr;
     lock_scope guard(record_lock);
-    if (ends_if_seen(rec, line))
+    if (finish_on_final(rec, line, answer_seen(rec)))
         return nullptr;
-    const char* const match = text_find(line, "+COPS");
-    if (match == nullptr)
+    const std::optional<network_operator> told = read_operator(line);
+    if (!told)
         return nullptr;
     rec->reg_seen = 1;
-    switch (text_commas(match)) {
-    case 3: {
-        int mode = 0;
-        int format = 0;
-        int tech = 0;
-        char name[128] = "";
-        text_scan(match, "+COPS: %d,%d,\"%[^\"]\",%d", &mode, &format, name, sizeof name, &tech);
-        if (is_short_plmn(name))
-            text_set(rec->plmn, name);
-        else
-            text_set(rec->oper, name);
-        rec->reg_status = 1;
-        return raise_event(GSM_EVENT_SIM_UP);
-    }
-    case 0:
-        rec->reg_status = 0;
-        return raise_event(GSM_EVENT_SIM_DOWN);
-    default:
-        diag_at(plain, "cops_handler", "unexpected error(%s)!\n", line);
+    if (told->kind == network_operator::unreadable) {
+        diag_at(plain, __func__, "unexpected error(%s)!\n", line);
         return nullptr;
     }
+    const bool named = told->kind == network_operator::named;
+    if (named && is_short_plmn(told->name))
+        text_set(rec->plmn, told->name);
+    else if (named)
+        text_set(rec->oper, told->name);
+    rec->reg_status = named ? 1 : 0;
+    return raise_event(named ? GSM_EVENT_SIM_UP : GSM_EVENT_SIM_DOWN);
 }
 
 struct gsm_event* nwinfo_handler(struct gsm_mobile* rec, char* line)
 {
-    if (nothing_to_read(rec, line))
+    if (rec == nullptr || line == nullptr)
         return nullptr;
     lock_scope guard(record_lock);
-    if (ends_if_seen(rec, line))
+    if (finish_on_final(rec, line, answer_seen(rec)))
         return nullptr;
-    const char* match = nullptr;
-    if ((match = text_find(line, "+QNWINFO")) != nullptr)
-        read_qnwinfo(rec, line, match);
-    else if ((match = text_find(line, "+PSRAT")) != nullptr)
-        read_psrat(rec, match);
-    else if ((match = text_find(line, "+ZPAS")) != nullptr)
-        read_zpas(rec, match);
-    else if ((match = text_find(line, "^HCSQ")) != nullptr)
-        read_hcsq(rec, match);
-    if (match != nullptr)
-        rec->reg_seen = 1;
+    const std::optional<technology> told = read_technology(line);
+    if (!told)
+        return nullptr;
+    rec->reg_seen = 1;
+    text_set(rec->act, told->act);
+    if (told->partial)
+        return nullptr;
+    text_set(rec->plmn, told->plmn);
+    text_set(rec->band, told->band);
+    rec->channel = told->channel.value_or(rec->channel);
     return nullptr;
 }
 

@@ -1,8 +1,10 @@
+// The SIM: its state, its slot, and the radio that goes down and up with it.
 #include "handlers/handlers.h"
 
 #include "at/answers.h"
 #include "at/at.h"
 #include "core/family.h"
+#include "support/rows.h"
 
 namespace kelo
 {
@@ -35,23 +37,20 @@ constexpr sim_answer sim_answers[] = {
 
 event* cpin_handler(gsm_mobile* rec, char* line)
 {
-    if (nothing_to_read(rec, line))
-        return nullptr;
     {
         lock_scope guard(record_lock);
-        if (text_has(line, "OK")) {
-            finish_if_seen(rec);
+        if (finish_on_ok(rec, line, answer_seen(rec)))
             return nullptr;
-        }
         if (text_has(line, "+CPIN"))
             rec->reg_seen = 1;
     }
-    for (const sim_answer& answer : sim_answers)
-        if (text_has(line, answer.needle)) {
-            if (answer.ends_flow)
-                at_flow_skip_rest();
-            return say_event(answer.code);
-        }
+    const auto* const answer =
+        find_row(sim_answers, [&](const auto& row) { return text_has(line, row.needle); });
+    if (answer != nullptr) {
+        if (answer->ends_flow)
+            at_flow_skip_rest();
+        return say_event(answer->code);
+    }
     if (text_has(line, "+CPIN: READY"))
         word_set(is_pin_ready, 1);
     return nullptr;
@@ -60,8 +59,6 @@ event* cpin_handler(gsm_mobile* rec, char* line)
 // The radio is up when the SIM reports, not when the command is accepted.
 event* cfun_full_handler(gsm_mobile* rec, char* line)
 {
-    if (nothing_to_read(rec, line))
-        return nullptr;
     if (text_has(line, "+CPIN: READY") || text_has(line, "+QUSIM:")) {
         lock_scope guard(record_lock);
         finish_command(rec);
@@ -77,26 +74,16 @@ event* cfun_mini_handler(gsm_mobile*, char*)
 
 event* selslot_handler(gsm_mobile* rec, char* line)
 {
-    if (nothing_to_read(rec, line))
-        return nullptr;
     lock_scope guard(record_lock);
-    if (text_has(line, "OK")) {
-        if (rec->reg_seen != 0 || slot_ends_on_ok())
-            finish_command(rec);
-    } else if (text_has(line, "+QUSIM")) {
+    if (!finish_on_ok(rec, line, answer_seen(rec) || slot_ends_on_ok()) && text_has(line, "+QUSIM"))
         rec->reg_seen = 1;
-    }
     return nullptr;
 }
 
 event* ok_handler(gsm_mobile* rec, char* line)
 {
-    if (nothing_to_read(rec, line))
-        return nullptr;
-    if (text_has(line, "OK")) {
-        lock_scope guard(record_lock);
-        finish_command(rec);
-    }
+    lock_scope guard(record_lock);
+    finish_on_ok(rec, line);
     return nullptr;
 }
 

@@ -3,6 +3,7 @@
 #include "link/link.h"
 
 #include "support/diag.h"
+#include "support/scan.h"
 #include "support/shell.h"
 #include "support/text.h"
 
@@ -71,9 +72,9 @@ ping_summary ping_summary_read(char* line)
         return summary;
     const char* const behind = text_skip(mark, std::strlen(summary_mark) + 1);
     *mark = '\0';
-    text_scan(line, "%d", &summary.transmitted);
+    scan(line, dec(summary.transmitted));
     if (text_has(behind, " received"))
-        text_scan(behind, "%d", &summary.received);
+        scan(behind, dec(summary.received));
     if (summary.received < 0)
         summary.received = 0;
     return summary;

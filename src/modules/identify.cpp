@@ -9,13 +9,11 @@ namespace kelo
 
 event* cgmm_handler(gsm_mobile* rec, char* line)
 {
-    if (nothing_to_read(rec, line))
-        return nullptr;
     lock_scope guard(record_lock);
-    if (take_final_line(rec, line, rec->model))
+    if (finish_on_final(rec, line, filled(rec->model)))
         return nullptr;
     if (const char* const model = module_in(line)) {
-        text_set_until(rec->model, model, "\n");
+        text_set(rec->model, model, "\n");
         diag_at(plain, "cgmm_handler", "model='%s'\n", rec->model);
     }
     return nullptr;
@@ -40,15 +38,13 @@ const char* revision_start(const char* model, const char* line)
 
 event* cgmr_handler(gsm_mobile* rec, char* line)
 {
-    if (nothing_to_read(rec, line))
-        return nullptr;
     lock_scope guard(record_lock);
-    if (take_final_line(rec, line, rec->revision))
+    if (finish_on_final(rec, line, filled(rec->revision)))
         return nullptr;
     const char* const start = revision_start(rec->model, line);
     if (start == nullptr)
         return nullptr;
-    text_set_until(rec->revision, start, "\n ");
+    text_set(rec->revision, start, "\n ");
     // An echo or a line with a prefix is no revision. Nor is nothing: it would use up the one
     // chance to complete the flows.
     if (rec->revision[0] == '\0' || std::strpbrk(rec->revision, "+:\",") != nullptr) {

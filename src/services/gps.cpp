@@ -95,7 +95,7 @@ int libgsm_check_gps_location(const char* line)
     if (found == nullptr)
         return 0;
     rec->gps_on = 0;
-    text_set_until(rec->gps_loc, text_skip(found, sizeof report), "\n"); // behind the blank, too
+    text_set(rec->gps_loc, text_skip(found, sizeof report), "\n"); // behind the blank, too
     rec->gps_ready = 1;
     diag_at(plain, __func__, "gps='%s'\n", rec->gps_loc);
     return 0;
@@ -103,15 +103,13 @@ int libgsm_check_gps_location(const char* line)
 
 event* gps_handler(gsm_mobile* rec, char* line)
 {
-    if (nothing_to_read(rec, line))
-        return nullptr;
     lock_scope guard(record_lock);
-    if (take_final_line(rec, line, rec->gps_loc))
+    if (finish_on_final(rec, line, filled(rec->gps_loc)))
         return nullptr;
     const char* const match = text_find(line, "+QGPSLOC");
     if (match == nullptr)
         return nullptr;
-    text_set_until(rec->gps_loc, text_skip(match, 10), "\n");
+    text_set(rec->gps_loc, text_skip(match, 10), "\n");
     diag_at(plain, "gps_handler", "gps='%s'\n", rec->gps_loc);
     return nullptr;
 }

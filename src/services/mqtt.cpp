@@ -409,8 +409,6 @@ int libgsm_mqtt_urc_error(const char* text)
 // final "OK" disarms it.
 event* qmtconn_handler(gsm_mobile* rec, char* line)
 {
-    if (nothing_to_read(rec, line))
-        return nullptr;
     if (text_has(line, "AT+QMTCONN?"))
         word_set(mqtt_conn_lost, 1);
     const bool connecting = text_has(line, "+QMTCONN: 0,0");

@@ -3,6 +3,7 @@
 #include "sms/sms.h"
 
 #include "support/diag.h"
+#include "support/scan.h"
 #include "support/sleeps.h"
 #include "support/text.h"
 
@@ -65,7 +66,7 @@ void cut_line_end(char* text)
 int leading_number(const char* text)
 {
     int number = 0;
-    text_scan(text, "%d", &number);
+    scan(text, dec(number));
     return number;
 }
 

@@ -7,6 +7,7 @@
 // begins.
 #include "sms/sms.h"
 
+#include "at/answers.h"
 #include "at/at.h"
 #include "support/sleeps.h"
 #include "support/text.h"
@@ -119,21 +120,16 @@ void sms_watch_prompt(gsm_mobile* rec, const char* line)
 
 event* sms_send_handler(gsm_mobile* rec, char* line)
 {
-    if (rec == nullptr || line == nullptr)
-        return nullptr;
     lock_scope hold(record_lock);
-    if (text_has(line, "OK")) {
-        // One ahead of the prompt belongs to something else and does not end the step.
-        if (rec->reg_seen != 0)
-            rec->at_done = 1;
+    // An "OK" ahead of the prompt belongs to something else and does not end the step.
+    if (finish_on_ok(rec, line, answer_seen(rec)))
         return nullptr;
-    }
     if (text_has(line, "+CMGS:")) {
         rec->reg_seen = 1;
         return raise_event(GSM_EVENT_SMS_SEND_OK);
     }
     if (text_has(line, "+CMS ERROR")) {
-        rec->at_done = 1;
+        finish_command(rec);
         return raise_event(GSM_EVENT_SMS_SEND_FAILED);
     }
     hold.release();

@@ -31,6 +31,7 @@ inline std::string told(const auto&... parts)
 
 // One command and its answer. Lines end at '|'.
 struct story {
+    const char* module; // who said so, empty for nobody
     at_handler handler;
     const char* lines;
     int code;           // the last event that the lines raise, 0 for none
@@ -58,7 +59,7 @@ template <std::size_t size>
 void run(const story (&stories)[size], void (*reset)(), std::string (*record)())
 {
     for (const story& s : stories) {
-        SCOPED_TRACE(s.lines);
+        SCOPED_TRACE(std::string(s.module) + ": " + s.lines);
         is_quectel = s.family;
         g_mobile.reg_seen = 0;
         g_mobile.at_done = 0;

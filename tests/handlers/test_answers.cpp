@@ -1,6 +1,8 @@
 // Who the module is, how it is set, and what its SIM says.
 #include "tests/handlers/feed.h"
 
+#include "handlers/parse.h"
+
 using namespace kelo;
 
 namespace
@@ -27,12 +29,13 @@ TEST(Identity, Answers)
 {
     // clang-format off
     const story stories[] = {
-        {cgmm_handler, "EC25 E9720", 0, 0, "E9720"}, // the order of the tokens, not of the line
-        {qccid_handler, "+CCID: 01234567890123456789012345678901234", 0, 0, "0123456789012345678901234567890"},
-        {qccid_handler, "#CCID: 8949|+CME ERROR: SIM failure", GSM_EVENT_SIM_FAILED, 0, "8949"},
-        {qccid_handler, "#CCID: 8949|+CME ERROR: SIM busy", 0, 1, "8949"},
-        {cnum_handler, "AT+CNUM|+CNUM: \"Voice\",\"4915112345678\",129", 0, 1, "4915112345678"},
-        {cgmr_handler, "EC25EFAR06A08M4G beta|OK", 0, 1, "rev EC25EFAR06A08M4G"},
+        {"", cgmm_handler, "EC25 E9720", 0, 0, "E9720"}, // the order of the tokens, not of the line
+        {"", qccid_handler, "+CCID: 01234567890123456789012345678901234", 0, 0, "0123456789012345678901234567890"},
+        {"LE910-EUG 17.00.523", qccid_handler, "#CCID: 8949|+CME ERROR: SIM failure", GSM_EVENT_SIM_FAILED, 0, "8949"},
+        {"LE910-EUG 17.00.523", qccid_handler, "#CCID: 8949|+CME ERROR: SIM busy", 0, 1, "8949"},
+        {"", cnum_handler, "AT+CNUM|+CNUM: \"Voice\",\"4915112345678\",129", 0, 1, "4915112345678"},
+        {"EC25 EC25EFAR06A08M4G", csca_handler, "AT+CSCA?\r|+CSCA: \"+491710760000\",145|OK", 0, 1, "+491710760000"},
+        {"", cgmr_handler, "EC25EFAR06A08M4G beta|OK", 0, 1, "rev EC25EFAR06A08M4G"},
     };
     // clang-format on
     run(stories, clear_identity, identity);
@@ -48,14 +51,14 @@ TEST(Readback, ScanModeBandsAndProfiles)
 {
     // clang-format off
     const story stories[] = { // scan mode, masks, Verizon, profile, version
-        {scanmode_handler, "^SYSCFGEX: \"080302\",40000000,1,2,40000000,,", 0, 0, "0 x/x/x 5 x x"},
-        {band_handler, "OK|+QCFG: \"band\",0xbff,0x1e00b0e18df,0x0", 0, 0, "77 bff/1e00b0e18df/0 5 x x"},
-        {band_handler, "+QCFG: \"band\",0x0000000000000000000F,5,0000000000000000000F", 0, 0, "77 000000000000000/5/000000000000000 5 x x"},
-        {mbn_list_handler, "OK|+QMBNCFG: \"List\",4,1,0,\"hVoLTE-Verizon\",0x060101A0,201801081", 0, 0, "77 x/x/x 0 x x"},
-        {mbn_list_handler, "+QMBNCFG: \"List\",2,1,1,\"HVOLTE-verizon\",0x05010141,202302081|OK", 0, 1, "77 x/x/x 1 x x"},
-        {qmbncfg_list_handler, "+QMBNCFG: \"List\",0,0,0,\"ROW_Generic_3GPP\",0x0501081F", 0, 1, "77 x/x/x 5 ROW_Generic_3GPP! x"},
-        {ati_handler, "Quectel|EC25|OK", 0, 0, "77 x/x/x 5 x x"},
-        {ati_handler, "EG95|Revision: EG95EXGAR08A02M1G", 0, 1, "77 x/x/x 5 x EXGAR08A02M1G!"},
+        {"MH5000-31 10.1.2.5(H1212SP2C00)", scanmode_handler, "^SYSCFGEX: \"080302\",40000000,1,2,40000000,,", 0, 0, "0 x/x/x 5 x x"},
+        {"EG25-G EG25GGBR07A08M2G", band_handler, "OK|+QCFG: \"band\",0xbff,0x1e00b0e18df,0x0", 0, 0, "77 bff/1e00b0e18df/0 5 x x"},
+        {"", band_handler, "+QCFG: \"band\",0x0000000000000000000F,5,0000000000000000000F", 0, 0, "77 000000000000000/5/000000000000000 5 x x"},
+        {"EC25 EC25EFAR06A08M4G", mbn_list_handler, "OK|+QMBNCFG: \"List\",4,1,0,\"hVoLTE-Verizon\",0x060101A0,201801081", 0, 0, "77 x/x/x 0 x x"},
+        {"", mbn_list_handler, "+QMBNCFG: \"List\",2,1,1,\"HVOLTE-verizon\",0x05010141,202302081|OK", 0, 1, "77 x/x/x 1 x x"},
+        {"EG25-G EG25GGBR07A08M2G", qmbncfg_list_handler, "+QMBNCFG: \"List\",0,0,0,\"ROW_Generic_3GPP\",0x0501081F", 0, 1, "77 x/x/x 5 ROW_Generic_3GPP! x"},
+        {"", ati_handler, "Quectel|EC25|OK", 0, 0, "77 x/x/x 5 x x"},
+        {"EG95 EG95EXGAR08A02M1G", ati_handler, "EG95|Revision: EG95EXGAR08A02M1G", 0, 1, "77 x/x/x 5 x EXGAR08A02M1G!"},
     };
     // clang-format on
     run(
@@ -76,6 +79,32 @@ TEST(Readback, ScanModeBandsAndProfiles)
         });
 }
 
+TEST(Readback, ScanModes)
+{
+    // clang-format off
+    const struct {
+        const char *module, *line;
+        int mode;
+    } rows[] = {
+        {"EC25 EC25EFAR06A08M4G", "+QCFG: \"nwscanmode\",3", 3},
+        {"U9300C LQA0013.1.1_M573A", "+MODODR: 5", 5},
+        {"RM500Q-GL RM500QGLABR11A06M4G", "+QNWPREFCFG: \"mode_pref\",AUTO", 0},
+        {"RM500Q-GL RM500QGLABR11A06M4G", "+QNWPREFCFG: \"mode_pref\",LTE:NR5G", 9},
+        {"RM510Q-GL RM510QGLAAR11A03M4G", "+QNWPREFCFG: \"mode_pref\",NR5G", 10},
+        {"RM510Q-GL RM510QGLAAR11A03M4G", "+QNWPREFCFG: \"mode_pref\",NR5G:LTE", 77}, // not known: as it was
+        {"MH5000-31 10.1.2.5(H1212SP2C00)", "^SYSCFGEX: \"03\",3FFFFFFF,0,2,40", 3},
+        {"MH5000-31 10.1.2.5(H1212SP2C00)", "^SYSCFGEX: \"00\",3FFFFFFF,1,2,7FFFFFFFFFFFFFFF", 0},
+        {"Fibocom", "+GTRAT: 2", 2}, {"Fibocom", "+GTRAT: 3", 3}, {"Fibocom", "+GTRAT: 10", 0},
+        {"Fibocom", "+GTRAT: 14", 10}, {"Fibocom", "+GTRAT: 16", 9}, {"Fibocom", "+GTRAT: 17,6,3", 9},
+    };
+    // clang-format on
+    for (const auto& row : rows) {
+        std::optional<int> mode;
+        EXPECT_TRUE(read_scan_mode(row.line, mode));
+        EXPECT_EQ(mode.value_or(77), row.mode) << row.module << ": " << row.line;
+    }
+}
+
 at_list flow = LIST_HEAD_INIT(flow);
 at_info running{};
 at_info waiting{};
@@ -84,17 +113,17 @@ TEST(Sim, AnswersAndWhatEndsTheCommandAndTheFlow)
 {
     // clang-format off
     const story stories[] = { // SIM ready, the rest of the flow marked as sent
-        {cpin_handler, "AT+CPIN?\r|+CPIN: READY|OK", 0, 1, "1 0"},
-        {cpin_handler, "+CPIN: SIM PIN|OK", GSM_EVENT_PIN_REQUIRED, 1, "0 0"},
-        {cpin_handler, "+CPIN: NOT READY", GSM_EVENT_SIM_FAILED, 0, "0 8"},
-        {cpin_handler, "+CME ERROR: SIM not inserted", GSM_EVENT_SIM_NOT_INSERTED, 0, "0 8"},
-        {cpin_handler, "+CME ERROR: SIM busy|OK", GSM_EVENT_SIM_BUSY, 0, "0 0"},
-        {cpin_handler, "+CME ERROR: 16", GSM_EVENT_PIN_ERROR, 0, "0 0"},
-        {cfun_full_handler, "OK|+CPIN: SIM PIN", 0, 0, "0 0"},
-        {selslot_handler, "OK", 0, 1, "0 0", 14},
-        {selslot_handler, "+QUSIM: 1|OK", 0, 1, "0 0", 18},
-        {netseq_handler, "AT+QCFG=\"nwscanseq\"", 0, 0, "0 16"},
-        {netseq_handler, "ERROR", 0, 1, "0 16"},
+        {"EC25 EC25EFAR06A08M4G", cpin_handler, "AT+CPIN?\r|+CPIN: READY|OK", 0, 1, "1 0"},
+        {"EC25 EC25EFAR06A08M4G", cpin_handler, "+CPIN: SIM PIN|OK", GSM_EVENT_PIN_REQUIRED, 1, "0 0"},
+        {"", cpin_handler, "+CPIN: NOT READY", GSM_EVENT_SIM_FAILED, 0, "0 8"},
+        {"", cpin_handler, "+CME ERROR: SIM not inserted", GSM_EVENT_SIM_NOT_INSERTED, 0, "0 8"},
+        {"", cpin_handler, "+CME ERROR: SIM busy|OK", GSM_EVENT_SIM_BUSY, 0, "0 0"},
+        {"", cpin_handler, "+CME ERROR: 16", GSM_EVENT_PIN_ERROR, 0, "0 0"},
+        {"", cfun_full_handler, "OK|+CPIN: SIM PIN", 0, 0, "0 0"},
+        {"", selslot_handler, "OK", 0, 1, "0 0", 14},
+        {"RM500Q-GL RM500QGLABR11A06M4G", selslot_handler, "+QUSIM: 1|OK", 0, 1, "0 0", 18},
+        {"", netseq_handler, "AT+QCFG=\"nwscanseq\"", 0, 0, "0 16"},
+        {"", netseq_handler, "ERROR", 0, 1, "0 16"},
     };
     // clang-format on
     list_add_tail(&running.node, &flow);

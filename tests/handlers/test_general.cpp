@@ -16,17 +16,21 @@ TEST(General, Reports)
     const std::string long_caller = "+CLIP: \"" + digits;
     // clang-format off
     const story stories[] = { // caller, rssi/ber, context lost, reload and start wanted, cell lines to come
-        {general_handler, "+CLIP: \"+4915112345678\",145,,,,0", GSM_EVENT_RING, 0, "+4915112345678 9/9 0000"},
-        {general_handler, long_caller.c_str(), GSM_EVENT_RING, 0, digits.substr(0, 64) + " 9/9 0000"},
-        {general_handler, "+CMS ERROR: 304", GSM_EVENT_SMS_SEND_FAILED, 1, "x 9/9 0000"},
-        {general_handler, "+QIND: \"csq\",32,3|+CSQ:", GSM_EVENT_NO_SIGNAL, 0, "x 32/3 0000"},
-        {general_handler, "+CPIN: READY", GSM_EVENT_SIM_INSERTED, 0, "x 9/9 0000"},
-        {general_handler, "+CEREG: 2,1", GSM_EVENT_SIM_UP, 0, "x 9/9 0000", 8},
+        {"EC25 EC25EFAR06A08M4G", general_handler, "+CLIP: \"+4915112345678\",145,,,,0", GSM_EVENT_RING, 0, "+4915112345678 9/9 0000"},
+        {"", general_handler, long_caller.c_str(), GSM_EVENT_RING, 0, digits.substr(0, 64) + " 9/9 0000"},
+        {"", general_handler, "+CMS ERROR: 304", GSM_EVENT_SMS_SEND_FAILED, 1, "x 9/9 0000"},
+        {"", general_handler, "+QIND: \"csq\",32,3|+CSQ:", GSM_EVENT_NO_SIGNAL, 0, "x 32/3 0000"},
+        {"", general_handler, "+CPIN: READY", GSM_EVENT_SIM_INSERTED, 0, "x 9/9 0000"},
+        {"", general_handler, "+CEREG: 2,1", GSM_EVENT_SIM_UP, 0, "x 9/9 0000", 8},
         // dropped ahead of a cell line that is to come, and taken for it
-        {general_handler, "LTE service cell:|+CEREG: 2,1", 0, 0, "x 9/9 0001", 11},
-        {general_handler, "+SIM: Inserted|+SIM: Removed", 0, 0, "x 9/9 0100"},
-        {general_handler, "^NDISSTAT: 0,33,,\"IPV4\"", 0, 0, "x 9/9 1000", 13},
-        {general_handler, "^NDISSTAT: 0,33,,\"IPV6\"|^NDISSTAT: 0,,,\"IPV4\"|^NDISSTAT: 1,0,,\"IPV4\"|x ^NDISSTAT: 0,33,,\"IPV4\"|^SIMST: 255,0", 0, 0, "x 9/9 0000"},
+        {"", general_handler, "LTE service cell:|+CEREG: 2,1", 0, 0, "x 9/9 0001", 11},
+        {"", general_handler, "+SIM: Inserted|+SIM: Removed", 0, 0, "x 9/9 0100"},
+        {"Fibocom", general_handler, "+SIM DROP", 0, 0, "x 9/9 0100"},
+        {"MH5000-31 10.1.2.5(H1212SP2C00)", general_handler, "^SIMST: 255,0", 0, 0, "x 9/9 0010", 13},
+        {"MH5000-31 10.1.2.5(H1212SP2C00)", general_handler, "^SIMST: 255,0", 0, 0, "x 9/9 0010", 15},
+        {"", general_handler, "^SIMST: 1,0|^SIMST: 255", 0, 0, "x 9/9 0000", 15},
+        {"MH5000-31 10.1.2.5(H1212SP2C00)", general_handler, "^NDISSTAT: 0,33,,\"IPV4\"", 0, 0, "x 9/9 1000", 13},
+        {"", general_handler, "^NDISSTAT: 0,33,,\"IPV6\"|^NDISSTAT: 0,,,\"IPV4\"|^NDISSTAT: 1,0,,\"IPV4\"|x ^NDISSTAT: 0,33,,\"IPV4\"|^SIMST: 255,0", 0, 0, "x 9/9 0000"},
     };
     // clang-format on
     run(
@@ -74,5 +78,26 @@ TEST(General, Ipv6AddressGoesToTheShellOnlyAsAnAddress)
 }
 
 std::string last_report;
+
+// The echo arms it; an end of the query says it once, unless a connected client was reported.
+TEST(General, MqttIsLostWhenItsQueryEndsWithoutAConnection)
+{
+    kelo_set_urc_callback([](const char* text) { last_report += text; });
+    // clang-format off
+    const story stories[] = {
+        {"EC25 EC25EFAR06A08M4G", qmtconn_handler, "AT+QMTCONN?\r|+QMTCONN: 0,3|OK", 0, 1, ""},
+        {"EC25 EC25EFAR06A08M4G", qmtconn_handler, "AT+QMTCONN?\r|OK", 0, 0, "Mqtt is lost"},
+        {"", qmtconn_handler, "AT+QMTCONN?\r|+QMTCONN: 0,0|OK", 0, 1, "Mqtt is lost"},
+        {"", qmtconn_handler, "OK", 0, 0, ""}, // of another command
+    };
+    // clang-format on
+    run(
+        stories,
+        [] {
+            last_report.clear();
+            mqtt_conn_lost = 0;
+        },
+        [] { return last_report; });
+}
 
 } // namespace

@@ -16,11 +16,11 @@ void reset_registration()
     g_mobile.reg_n = g_mobile.reg_stat = g_mobile.tech = g_mobile.rac = 9;
     g_mobile.reg_status = 5;
     std::strcpy(g_mobile.lac, "old");
-    full_cell_id = 0;
-    g_mobile.cid = 0;
+    full_cell_id = 7;
+    g_mobile.cid = 7;
 }
 
-std::string registration()
+std::string registered()
 {
     const gsm_mobile& r = g_mobile;
     EXPECT_EQ(static_cast<unsigned>(r.cid), full_cell_id & 0xffffffff);
@@ -28,38 +28,46 @@ std::string registration()
                 libgsm_get_cid64(), " tech", r.tech, " rac", r.rac, " =", r.reg_status);
 }
 
-// Technologies and stats below are hexadecimal, as they are read.
+// All below is hexadecimal, as it is read, but for the technology of a "+CREG".
 TEST(Registration, LinesOfEveryLayout)
 {
     // clang-format off
     const story stories[] = {
-        {creg_handler, "+CREG: 1,\"5A1C\",\"7C4B10D\",7|OK", up, 1, "n9 stat1 5A1C/7C4B10D tech7 rac9 =1"},
-        {creg_handler, "+CEREG: 2,1,\"3AA800\",\"3A5B4C104\",11|OK", up, 1, "n2 stat1 3AA800/3A5B4C104 tech11 rac9 =1"},
-        {creg_handler, "+CGREG: 2,1,\"01F4\",\"0057E3A2\",6,\"2B\"|OK", up, 1, "n2 stat1 01F4/57E3A2 tech6 rac2B =1"},
-        {creg_handler, "+CEREG: 2,1,\"5A1C\",\"7C4B10D\"|OK", up, 1, "n2 stat1 5A1C/7C4B10D tech9 rac9 =1", 15},
+        {"EC25 EC25EFAR06A08M4G", creg_handler, "+CREG: 1,\"5A1C\",\"7C4B10D\",7|OK", up, 1, "n9 stat1 5A1C/7C4B10D tech7 rac9 =1"},
+        {"RG500Q-EA RG500QEAAAR11A06M4G", creg_handler, "+CEREG: 2,1,\"3AA800\",\"3A5B4C104\",11|OK", up, 1, "n2 stat1 3AA800/3A5B4C104 tech11 rac9 =1"},
+        {"UC20 UC20GQBR03A14E1G", creg_handler, "+CGREG: 2,1,\"01F4\",\"0057E3A2\",6,\"2B\"|OK", up, 1, "n2 stat1 01F4/57E3A2 tech6 rac2B =1"},
+        {"MH5000-31 10.1.2.5(H1212SP2C00)", creg_handler, "+CEREG: 2,1,\"5A1C\",\"7C4B10D\"|OK", up, 1, "n2 stat1 5A1C/7C4B10D tech9 rac9 =1", 15},
+        {"RM500Q-GL RM500QGLABR11A06M4G", creg_handler, "+CREG: 2,1,\"5A1C\",\"7C4B10D\",13|OK", up, 1, "n2 stat1 5A1C/7C4B10D techD rac9 =1"},
+        {"", creg_handler, "+CREG: 2,1,\"\",\"7C4B10D\",7", up, 0, "n2 stat1 old/0 tech9 rac9 =1"},
+        {"EC25 EC25EFAR06A08M4G", creg_handler, "+CREG: 5|OK", up, 1, "n9 stat5 old/7 tech9 rac9 =5"},
         // an unknown layout or stat: the event follows the old status
-        {creg_handler, "+CEREG: 3,3,,,,0,15", up, 0, "n9 stat9 old/0 tech9 rac9 =5"},
-        {creg_handler, "+CGREG: 2,1,\"0123456789ABCDEF0123\",\"A\",7", up, 0, "n2 stat1 0123456789ABCDE/A tech7 rac9 =1"},
+        {"", creg_handler, "+CEREG: 3,3,,,,0,15", up, 0, "n9 stat9 old/7 tech9 rac9 =5"},
+        {"", creg_handler, "+CGREG: 2,1,\"0123456789ABCDEF0123\",\"A\",7", up, 0, "n2 stat1 0123456789ABCDE/A tech7 rac9 =1"},
     };
     // clang-format on
-    run(stories, reset_registration, registration);
+    run(stories, reset_registration, registered);
     // With tries left, only a registered modem ends the query.
     query.retries_left = 3;
     const story again[] = {
-        {creg_handler, "+CGREG: 2,2|OK", down, 0, "n2 stat2 old/0 tech9 rac9 =2"},
-        {creg_handler, "+CGREG: 2,2|+CGREG: 2,1|OK", up, 1, "n2 stat1 old/0 tech9 rac9 =1"},
+        {"", creg_handler, "+CGREG: 2,2|OK", down, 0, "n2 stat2 old/7 tech9 rac9 =2"},
+        {"", creg_handler, "+CGREG: 2,2|+CGREG: 2,1|OK", up, 1, "n2 stat1 old/7 tech9 rac9 =1"},
     };
-    run(again, reset_registration, registration);
+    run(again, reset_registration, registered);
 }
 
 TEST(Registration, OperatorTechnologySignal)
 {
+    for (at_handler exported : {cops_handler, nwinfo_handler}) { // a host may call them with less
+        char line[] = "+COPS: 0|OK";
+        EXPECT_EQ(exported(nullptr, line), nullptr);
+        EXPECT_EQ(exported(&g_mobile, nullptr), nullptr);
+    }
     // clang-format off
     const story stories[] = { // act/plmn/band oper, channel, rssi, status
-        {cops_handler, "+COPS: 0,2,\"46000\",7|OK", up, 1, "x/46000/x x 9 9 1"},
-        {cops_handler, "+COPS: 0,0,\"Telefonica, O2\",7", 0, 0, "x/x/x x 9 9 5"},
-        {nwinfo_handler, "+ZPAS: \"EDGE\",\"CS_PS\"|OK", 0, 1, "EDGE// x 9 9 5"},
-        {nwinfo_handler, "^HCSQ: \"NR\",61,201,22", 0, 0, "5G NR/x/x x 9 9 5"},
+        {"EC25 EC25EFAR06A08M4G", cops_handler, "+COPS: 0,2,\"46000\",7|OK", up, 1, "x/46000/x x 9 9 1"},
+        {"EG25-G EG25GGBR07A08M2G", cops_handler, "+COPS: 0,0,\"Telefonica, O2\",7", 0, 0, "x/x/x x 9 9 5"},
+        {"ZTE", nwinfo_handler, "+ZPAS: \"EDGE\",\"CS_PS\"|OK", 0, 1, "EDGE// x 9 9 5"},
+        {"MH5000-31 10.1.2.5(H1212SP2C00)", nwinfo_handler, "^HCSQ: \"NR\",61,201,22", 0, 0, "5G NR/x/x x 9 9 5"},
     };
     // clang-format on
     run(
@@ -105,28 +113,38 @@ const std::string untouched =
 // clang-format off
 const story qeng_stories[] = {
     // EC25, RM500Q: LTE. A column that was not measured keeps its field; an empty one moves the others up.
-    {nullptr, "+QENG: \"servingcell\",\"NOCONN\",\"LTE\",\"FDD\",262,01,1A2F403,214,1300,3,5,5,5A1C,-97,-11,-66,14,31", 0, 0,
+    {"EC25 EC25EFAR06A08M4G", nullptr, "+QENG: \"servingcell\",\"NOCONN\",\"LTE\",\"FDD\",262,01,1A2F403,214,1300,3,5,5,5A1C,-97,-11,-66,14,31", 0, 0,
      "x 5g7 262/1 cid 1A2F403=107252:3 pci 214 lac 5A1C ch 1300 bw 5/5 rsrp -97 rsrq -11 sinr 14 cqi 31 stem 3"},
-    {nullptr, "+QENG: \"LTE\",\"FDD\",262,-,1A2F403,-,1300,3,5,5,5A1C,-,-11,-66,14,-", 0, 0,
+    {"", nullptr, "+QENG: \"LTE\",\"FDD\",262,-,1A2F403,-,1300,3,5,5,5A1C,-,-11,-66,14,-", 0, 0,
      "x 5g7 262/7 cid 1A2F403=107252:3 pci 7 lac 5A1C ch 1300 bw 5/5 rsrp 7 rsrq -11 sinr 14 cqi 7 stem 3"},
-    {nullptr, "+QENG: \"servingcell\",\"NOCONN\",\"WCDMA\",262,02,1F4A,57E3A2,3012,118,0,-87,-6,-,-,-,-,-", 0, 0,
+    {"EC25 EC25EFAR06A08M4G", nullptr, "+QENG: \"servingcell\",\"NOCONN\",\"WCDMA\",262,02,1F4A,57E3A2,3012,118,0,-87,-6,-,-,-,-,-", 0, 0,
      "WCDMA 5g7 7/7 cid 57E3A2=22499:162 pci 7 lac 1F4A ch 3012 bw 0/0 rsrp -87 rsrq 0 sinr -6 cqi 0 stem 2"},
     // RG500Q: standalone, with a cell id of 36 bits; and cut behind column 4.
-    {nullptr, "+QENG: \"servingcell\",\"NOCONN\",\"NR5G-SA\",\"TDD\",460,00,3A5B4C104,412,3AA800,504990,41,12,-84,-10,24,1,44", up, 0,
+    {"RG500Q-EA RG500QEAAAR11A06M4G", nullptr, "+QENG: \"servingcell\",\"NOCONN\",\"NR5G-SA\",\"TDD\",460,00,3A5B4C104,412,3AA800,504990,41,12,-84,-10,24,1,44", up, 0,
      "5G NR 5g2 460/0 cid 3A5B4C104=-5917503:4 pci 412 lac 3AA800 ch 504990 bw 0/12 rsrp -84 rsrq -10 sinr 24 cqi 0 stem 9"},
-    {nullptr, "+QENG: \"servingcell\",\"LIMSRV\",\"NR5G-SA\",\"FDD\",001,01", up, 0,
+    {"", nullptr, "+QENG: \"servingcell\",\"LIMSRV\",\"NR5G-SA\",\"FDD\",001,01", up, 0,
      "5G NR 5g2 1/1 cid 7=7:7 pci 7 lac x ch 7 bw 0/7 rsrp 7 rsrq 7 sinr 7 cqi 0 stem 9"},
-    {nullptr, "+QENG: \"NR5G-NSA\",262,01,65535,-32768,-32768,-32768", 0, 0,
+    {"RM500Q-GL RM500QGLABR11A06M4G", nullptr, "+QENG: \"NR5G-NSA\",262,01,65535,-32768,-32768,-32768", 0, 0,
      "x 5g7 262/1 cid 7=7:7 pci 7 lac x ch 7 bw 7/7 rsrp 7 rsrq 7 sinr 7 cqi 7 stem 9"},
+    // a leg is only released when nothing of it is measured
+    {"", nullptr, "+QENG: \"NR5G-NSA\",262,01,310,-96,-32768,-10", 0, 0,
+     "5G NR 5g1 262/1 cid 7=7:7 pci 310 lac x ch 7 bw 7/7 rsrp -96 rsrq -10 sinr -32768 cqi 7 stem 9"},
+    {"", nullptr, "+QENG: \"NR5G-NSA\",262,01,310,-32768,-32768,-10", 0, 0,
+     "5G NR 5g1 262/1 cid 7=7:7 pci 310 lac x ch 7 bw 7/7 rsrp -32768 rsrq -10 sinr -32768 cqi 7 stem 9"},
+    {"", nullptr, "+QENG: \"NR5G-NSA\",262,01,310,-32768,18,-32768", 0, 0,
+     "5G NR 5g1 262/1 cid 7=7:7 pci 310 lac x ch 7 bw 7/7 rsrp -32768 rsrq -32768 sinr 18 cqi 7 stem 9"},
+    {"", nullptr, "+QENG: \"NR5G-NSA\",262,01,310,-96,-32768,-32768", 0, 0,
+     "5G NR 5g1 262/1 cid 7=7:7 pci 310 lac x ch 7 bw 7/7 rsrp -96 rsrq -32768 sinr -32768 cqi 7 stem 9"},
+    {"RM510Q-GL RM510QGLAAR11A03M4G", nullptr, "+QENG: \"NR5G-NSA\",", 0, 0, untouched + "9"},
 };
 
 // Fibocom: the header of a dual connection announces two lines, a third is none; that of LTE one.
 const story cell_line_stories[] = {
-    {nullptr, "+GTCCINFO:|LTE-NR EN-DC service cell:|1,4,460,00,2495,2C17811,9FE9,C,141,100,18,47,60,21", 0, 0,
+    {"Fibocom", nullptr, "+GTCCINFO:|LTE-NR EN-DC service cell:|1,4,460,00,2495,2C17811,9FE9,C,141,100,18,47,60,21", 0, 0,
      "x 5g7 460/0 cid 2C17811=180600:17 pci 12 lac 2495 ch 40937 bw 7/100 rsrp -81 rsrq 21 sinr 18 cqi 7 stem 7"},
-    {nullptr, "1,9,460,00,,,7B4AE,19C,5041,100,56,74,60,65|1,9,1,1,,,1,1,1,1,1,1,1,1", 0, 0,
+    {"Fibocom", nullptr, "1,9,460,00,,,7B4AE,19C,5041,100,56,74,60,65|1,9,1,1,,,1,1,1,1,1,1,1,1", 0, 0,
      "x 5g7 460/0 cid 7=7:7 pci 412 lac x ch 505006 bw 7/100 rsrp -97 rsrq 65 sinr 56 cqi 7 stem 7"},
-    {nullptr, "LTE service cell:|1,4,262,01|1,9,1,1", 0, 0,
+    {"", nullptr, "LTE service cell:|1,4,262,01|1,9,1,1", 0, 0,
      "x 5g7 262/1 cid 7=7:7 pci 7 lac x ch 7 bw 7/7 rsrp 7 rsrq 7 sinr 7 cqi 7 stem 7"},
 };
 // clang-format on
@@ -150,10 +168,11 @@ TEST(ServingCell, LinesThroughBothCallers)
 TEST(ServingCell, FinalLinesAndTheSwallowedSimUp)
 {
     const story stories[] = {
-        {servingcell_handler, "+QENG: \"servingcell\",\"SEARCH\"|OK", 0, 1, untouched + "1"},
+        {"EC25 EC25EFAR06A08M4G", servingcell_handler, "+QENG: \"servingcell\",\"SEARCH\"|OK", 0, 1,
+         untouched + "1"},
         // while a cell line is to come, any other line is taken for it
-        {servingcell_handler, "LTE service cell:|+CME ERROR: 4", 0, 0, untouched + "7"},
-        {general_handler, "LTE service cell:|OK|1,4,262,01", 0, 1, untouched + "7"},
+        {"", servingcell_handler, "LTE service cell:|+CME ERROR: 4", 0, 0, untouched + "7"},
+        {"", general_handler, "LTE service cell:|OK|1,4,262,01", 0, 1, untouched + "7"},
     };
     run(stories, reset_figures, figures);
     const char* const standalone = "+QENG: \"servingcell\",\"NOCONN\",\"NR5G-SA\"";

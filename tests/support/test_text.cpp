@@ -1,3 +1,4 @@
+#include "support/scan.h"
 #include "support/text.h"
 
 #include <gtest/gtest.h>
@@ -11,38 +12,38 @@ namespace
 using namespace kelo;
 
 // A modem's column wider than the record's field must not lose the columns behind it.
-TEST(TextScan, CutsALongTextAndReadsWhatStandsBehind)
+TEST(Scan, CutsALongTextAndReadsWhatStandsBehind)
 {
     char oper[4] = "???";
-    char word[4] = "???";
-    int tech = 0;
-    EXPECT_EQ(text_scan("+COPS: 0,\"Kelo Mobile\" longer 7", "+COPS: 0,\"%[^\"]\" %s %d", oper,
-                        sizeof oper, word, sizeof word, &tech),
-              3);
-    EXPECT_STREQ(oper, "Kel");
-    EXPECT_STREQ(word, "lon");
+    char name[4] = "???";
+    char tail[4] = "???";
+    std::optional<int> tech;
+    EXPECT_TRUE(scan("+COPS:\t0,\"Kelo Mobile\" longer 7,odd;even", "+COPS: 0,", quoted(oper), " ",
+                     word(name), dec(tech), ",", until(tail, ".;"), ";even"));
+    EXPECT_EQ(std::string(oper) + name + tail, "Kellonodd");
     EXPECT_EQ(tech, 7);
 }
 
 // A broken line leaves the record as it was from the first column that fails.
-TEST(TextScan, StopsAtTheFirstConversionThatFails)
+TEST(Scan, StopsAtTheFirstPartThatFails)
 {
     struct row {
         const char* text;
-        int values, first, second;
+        bool all;
+        int first, second;
         const char* third;
     };
     constexpr row rows[] = {
-        {"1,2,\"x\"", 3, 1, 2, "x"},     {"1,2,\"\"", 2, 1, 2, "old"},
-        {"1,,\"x\"", 1, 1, -5, "old"},   {"", 0, -5, -5, "old"},
-        {"-,2,\"x\"", 0, -5, -5, "old"}, {" \t1 ,2,\"x", 1, 1, -5, "old"},
+        {"1,2,\"x\"", true, 1, 2, "x"},        {"1,2,\"\"", false, 1, 2, "old"},
+        {"1,,\"x\"", false, 1, -5, "old"},     {"", false, -5, -5, "old"},
+        {"-,2,\"x\"", false, -5, -5, "old"},   {" \t1 ,2,\"x", false, 1, -5, "old"},
+        {"+-1,2,\"x\"", false, -5, -5, "old"}, {"1,2,\"x", false, 1, 2, "x"},
     };
     for (const row& r : rows) {
         SCOPED_TRACE(r.text);
         int first = -5, second = -5;
         char third[8] = "old";
-        EXPECT_EQ(text_scan(r.text, "%d,%d,\"%[^\"]\"", &first, &second, third, sizeof third),
-                  r.values);
+        EXPECT_EQ(scan(r.text, dec(first), ",", dec(second), ",", quoted(third)), r.all);
         EXPECT_EQ(first, r.first);
         EXPECT_EQ(second, r.second);
         EXPECT_STREQ(third, r.third);
@@ -50,27 +51,30 @@ TEST(TextScan, StopsAtTheFirstConversionThatFails)
 }
 
 // A number beyond its field has one reading, whatever the word size.
-TEST(TextScan, NumbersBeyondTheirFieldHaveOneReading)
+TEST(Scan, NumbersBeyondTheirFieldHaveOneReading)
 {
     struct row {
-        const char *format, *text;
+        int base;
+        const char* text;
         int want;
     };
-    constexpr row rows[] = {{"%d", "2147483648", INT_MAX},
-                            {"%d", "-99999999999999999999999", INT_MIN},
-                            {"%d", "18446744073709551617", INT_MAX},
-                            {"%x", "FFFFFFFF", -1},
-                            {"%x", "712345678", 0x12345678},
-                            {"%x", "0x10", 16},
-                            {"%x", "-1", -1}};
+    constexpr row rows[] = {{10, "2147483648", INT_MAX},
+                            {10, "-99999999999999999999999", INT_MIN},
+                            {10, "18446744073709551617", INT_MAX},
+                            {10, " +7", 7},
+                            {16, "FFFFFFFF", -1},
+                            {16, "712345678", 0x12345678},
+                            {16, "-0x10", -16},
+                            {16, "0xg", 0},
+                            {16, "00000000000000000000a", 10}};
     for (const row& r : rows) {
         int value = 42;
-        EXPECT_EQ(text_scan(r.text, r.format, &value), 1) << r.text;
+        EXPECT_TRUE(scan(r.text, r.base == 10 ? dec(value) : hex(value))) << r.text;
         EXPECT_EQ(value, r.want) << r.text;
     }
     std::uint64_t cell = 0;
-    EXPECT_EQ(text_scan("F0123456789ABCDEF", "%lx", &cell), 1);
-    EXPECT_EQ(cell, 0x0123456789ABCDEFull);
+    EXPECT_TRUE(scan("F1F23456789ABCDEF", hex(cell)));
+    EXPECT_EQ(cell, 0x1F23456789ABCDEFull);
 }
 
 } // namespace

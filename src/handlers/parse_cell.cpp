@@ -1,0 +1,218 @@
+// Serving cell reports.
+#include "handlers/parse.h"
+
+#include "support/rows.h"
+#include "support/scan.h"
+#include "support/text.h"
+
+#include <climits>
+#include <iterator>
+#include <span>
+
+namespace kelo
+{
+
+namespace
+{
+
+struct stem_word {
+    const char* needle;
+    int stem;
+};
+
+// Tried from the top, the first that the line holds decides: "TD" stands in "TDSCDMA" too, and
+// "CDMA" in "WCDMA".
+constexpr stem_word stem_words[] = {
+    {"5G", 9},  {"FDD", 3},   {"TDSCDMA", 2}, {"TD", 3},
+    {"LTE", 3}, {"WCDMA", 2}, {"CDMA", 2},    {"", 1},
+};
+
+} // namespace
+
+int classify_net_stem(const char* line)
+{
+    return find_row(stem_words, [&](const auto& row) { return text_has(line, row.needle); })->stem;
+}
+
+namespace
+{
+
+enum class kind {
+    decimal,
+    hexadecimal,
+    area,  // text
+    cell,  // hexadecimal
+    index, // decimal, corrected to dBm
+};
+
+struct column_rule {
+    std::size_t column; // from 1
+    kind read_as;
+    std::optional<int> serving_cell::*field = nullptr; // null: that of the kind
+};
+
+// Columns are counted with a run of commas as one separator, so that an empty column moves those
+// behind it up by one. Columns that are not named are not read.
+
+// clang-format off
+// Column 1 is the word "NR5G-SA" itself.
+constexpr column_rule nr5g_sa_columns[] = {
+    {3,  kind::decimal,     &serving_cell::mcc},
+    {4,  kind::decimal,     &serving_cell::mnc},
+    {5,  kind::cell},
+    {6,  kind::decimal,     &serving_cell::pcid},
+    {7,  kind::area},
+    {8,  kind::decimal,     &serving_cell::earfcn},
+    {10, kind::decimal,     &serving_cell::dl_bandwidth},
+    {11, kind::decimal,     &serving_cell::rsrp},
+    {12, kind::decimal,     &serving_cell::rsrq},
+    {13, kind::decimal,     &serving_cell::sinr},
+};
+
+// Column 1 is the word "LTE" itself.
+constexpr column_rule lte_columns[] = {
+    {3,  kind::decimal,     &serving_cell::mcc},
+    {4,  kind::decimal,     &serving_cell::mnc},
+    {5,  kind::cell},
+    {6,  kind::decimal,     &serving_cell::pcid},
+    {7,  kind::decimal,     &serving_cell::earfcn},
+    {9,  kind::decimal,     &serving_cell::ul_bandwidth},
+    {10, kind::decimal,     &serving_cell::dl_bandwidth},
+    {11, kind::area},
+    {12, kind::decimal,     &serving_cell::rsrp},
+    {13, kind::decimal,     &serving_cell::rsrq},
+    {15, kind::decimal,     &serving_cell::sinr},
+    {16, kind::decimal,     &serving_cell::cqi},
+};
+
+// Column 1 is the head of the line.
+constexpr column_rule wcdma_columns[] = {
+    {6,  kind::area},
+    {7,  kind::cell},
+    {8,  kind::decimal,     &serving_cell::earfcn},
+    {11, kind::decimal,     &serving_cell::rsrp},
+    {12, kind::decimal,     &serving_cell::sinr},
+};
+
+// Cell lines without a prefix. Only those of technology 4 (LTE) carry area and cell; the NR line of
+// a dual connection leaves both empty.
+constexpr column_rule ccinfo_lte_columns[] = {
+    {3,  kind::decimal,     &serving_cell::mcc},
+    {4,  kind::decimal,     &serving_cell::mnc},
+    {5,  kind::area},
+    {6,  kind::cell},
+    {7,  kind::hexadecimal, &serving_cell::earfcn},
+    {8,  kind::hexadecimal, &serving_cell::pcid},
+    {10, kind::decimal,     &serving_cell::dl_bandwidth},
+    {11, kind::decimal,     &serving_cell::sinr},
+    {13, kind::index,       &serving_cell::rsrp},
+    {14, kind::decimal,     &serving_cell::rsrq},
+};
+
+constexpr column_rule ccinfo_other_columns[] = {
+    {3,  kind::decimal,     &serving_cell::mcc},
+    {4,  kind::decimal,     &serving_cell::mnc},
+    {5,  kind::hexadecimal, &serving_cell::earfcn},
+    {6,  kind::hexadecimal, &serving_cell::pcid},
+    {8,  kind::decimal,     &serving_cell::dl_bandwidth},
+    {9,  kind::decimal,     &serving_cell::sinr},
+    {11, kind::index,       &serving_cell::rsrp},
+    {12, kind::decimal,     &serving_cell::rsrq},
+};
+// clang-format on
+
+// The index minus the offset, which stays an int however low the index is.
+int index_to_dbm(int index, int offset)
+{
+    return index < INT_MIN + offset ? INT_MIN : index - offset;
+}
+
+// Reads the columns that the rules name, up to the first that is missing.
+void read_columns(serving_cell& told, const char* line, std::span<const column_rule> rules,
+                  int index_offset = 0)
+{
+    const char* columns[16];
+    const std::size_t count = text_columns(line, columns, std::size(columns));
+    for (const column_rule& rule : rules) {
+        if (rule.column > count)
+            return;
+        const char* const text = columns[rule.column - 1];
+        int index = 0;
+        switch (rule.read_as) {
+        case kind::decimal:
+            scan(text, dec(told.*rule.field));
+            break;
+        case kind::hexadecimal:
+            scan(text, hex(told.*rule.field));
+            break;
+        case kind::area:
+            text_set(told.lac, text, ",");
+            break;
+        case kind::cell:
+            scan(text, hex(told.cell));
+            break;
+        case kind::index:
+            if (scan(text, dec(index)))
+                told.*rule.field = index_to_dbm(index, index_offset);
+            break;
+        }
+    }
+}
+
+// False for a line that lacks a figure.
+bool read_nr5g_nsa(serving_cell& told, const char* match)
+{
+    constexpr int unmeasured = -32768;                // of a released NR leg
+    const char* const numbers = text_skip(match, 10); // behind the quote and the comma
+    if (!scan(numbers, dec(told.mcc), ",", dec(told.mnc), ",", dec(told.pcid), ",", dec(told.rsrp),
+              ",", dec(told.sinr), ",", dec(told.rsrq)))
+        return false;
+    if (told.rsrp == unmeasured && told.sinr == unmeasured && told.rsrq == unmeasured) {
+        told.pcid = told.rsrp = told.sinr = told.rsrq = std::nullopt;
+    } else {
+        told.act = "5G NR";
+        told.is5g = 1;
+    }
+    return true;
+}
+
+} // namespace
+
+std::optional<serving_cell> read_qeng(const char* line)
+{
+    serving_cell told;
+    if (const char* const nsa = text_find(line, "NR5G-NSA")) {
+        if (!read_nr5g_nsa(told, nsa))
+            return std::nullopt;
+    } else if (const char* const sa = text_find(line, "NR5G-SA")) {
+        told.act = "5G NR";
+        told.is5g = 2;
+        told.cqi = told.ul_bandwidth = 0;
+        read_columns(told, sa, nr5g_sa_columns);
+    } else if (const char* const lte = text_find(line, "LTE")) {
+        read_columns(told, lte, lte_columns);
+    } else if (text_has(line, "WCDMA")) {
+        told.act = "WCDMA";
+        told.cqi = told.ul_bandwidth = told.dl_bandwidth = told.rsrq = 0;
+        read_columns(told, line, wcdma_columns);
+    }
+    return told;
+}
+
+serving_cell read_cell_line(const char* line)
+{
+    constexpr int lte = 4;
+    constexpr int nr = 9;
+    int technology = 0;
+    const char* columns[2];
+    if (text_columns(line, columns, 2) == 2)
+        scan(columns[1], dec(technology));
+    serving_cell told;
+    if (technology == lte)
+        read_columns(told, line, ccinfo_lte_columns, 141);
+    else
+        read_columns(told, line, ccinfo_other_columns, technology == nr ? 157 : 141);
+    return told;
+}
+
+} // namespace kelo
