@@ -1,5 +1,5 @@
 // Months at rest, in small: reports come, nothing grows, next to nothing is used.
-#include "story.h"
+#include "tests/e2e/story.h"
 
 #include <cstdlib>
 
@@ -24,6 +24,7 @@ TEST_F(Life, KELO_LIFE_NAME)
         "+QMTRECV: 0,1,\"door\",\"open\"",
     };
     constexpr std::size_t count = std::size(reports);
+    set_pace(1);
     start_and_come_to_rest();
     const auto live = [&](std::size_t from, int reports_to_send) {
         for (std::size_t i = from; i < from + static_cast<std::size_t>(reports_to_send); i++) {

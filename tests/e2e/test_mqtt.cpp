@@ -1,6 +1,6 @@
 // MQTT from the host's settings to a real broker and back: mosquitto on loopback, its loss, its
 // refusals, and TLS with certificates made on the spot.
-#include "story.h"
+#include "tests/e2e/story.h"
 
 #include <cstdlib>
 #include <cstring>

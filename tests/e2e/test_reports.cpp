@@ -1,5 +1,5 @@
 // Reports that come while no command runs.
-#include "story.h"
+#include "tests/e2e/story.h"
 
 using namespace kelo_story;
 
