@@ -1,7 +1,5 @@
 #include "feed.h"
 
-#include <kelo/mqtt.h>
-
 #include <fstream>
 #include <sys/stat.h>
 
@@ -72,7 +70,5 @@ TEST(General, Ipv6AddressGoesToTheShellOnlyAsAnAddress)
     EXPECT_EQ(seen, "-6 address add 2409:8900:1234:5678:1:2:3:4/64 dev wwan0\n"
                     "-6 address add ::ffff:10.0.0.1/64 dev wwan0\n");
 }
-
-std::string last_report;
 
 } // namespace
