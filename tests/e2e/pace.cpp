@@ -38,6 +38,8 @@ int note_library(dl_phdr_info* info, std::size_t, void* found)
     return 1;
 }
 
+} // namespace
+
 bool in_library(const void* caller)
 {
     static const range library = [] {
@@ -48,8 +50,6 @@ bool in_library(const void* caller)
     const auto at = reinterpret_cast<std::uintptr_t>(caller);
     return at >= library.begin && at < library.end;
 }
-
-} // namespace
 
 void set_pace(int times_as_fast)
 {

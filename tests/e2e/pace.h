@@ -21,4 +21,7 @@ inline std::chrono::milliseconds real(std::chrono::milliseconds told)
     return told / pace();
 }
 
+// Whether a return address stands in libkelo.so.
+bool in_library(const void* caller);
+
 } // namespace kelo_story
