@@ -27,6 +27,7 @@ enum : unsigned {
     unisoc = 1u << 6,
     quectel_5g = 1u << 7,
     balong = 1u << 8,
+    e9720 = 1u << 9, // of longsung, the one without a known band mask
 };
 constexpr unsigned voice_modules = ec25v | quectel_umts | longsung | telit | quectel_5g | balong;
 constexpr unsigned sms_modules = quectel_lte_sms | voice_modules | unisoc;
@@ -47,7 +48,7 @@ constexpr Module modules[] = {
     {"UC15", quectel_umts},
     {"UC20", quectel_umts},
     {"U930", longsung},
-    {"E972", longsung},
+    {"E972", longsung | e9720},
     {"LE91", telit},
     {"V1.0", unisoc},
     {"RM50", quectel_5g},
@@ -114,7 +115,7 @@ struct LeftOut {
     const char* reason;
 };
 constexpr LeftOut left_out[] = {
-    {"AT_CBAND", quectel_umts | telit, true, "no band mask is known for this module"},
+    {"AT_CBAND", quectel_umts | telit | e9720, true, "no band mask is known for this module"},
     {"AT_SET_NET_SEQ", longsung, false, "no command is known that takes this module's value, 17"},
     {"AT_GET_NETWORK", telit, false, "no known answer of this module is among those read"},
     {"AT_CHECK_NETWORK", telit, false, "no known answer of this module is among those read"},
