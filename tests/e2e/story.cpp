@@ -18,18 +18,18 @@ namespace kelo_story
 
 bool eventually(const std::function<bool()>& test, milliseconds limit)
 {
-    const Clock::time_point end = Clock::now() + limit;
+    const monotonic_clock::time_point end = monotonic_clock::now() + limit;
     while (!test()) { // asked once a look: a test may take what it finds
-        if (Clock::now() >= end)
+        if (monotonic_clock::now() >= end)
             return false;
         usleep(5000);
     }
     return true;
 }
 
-milliseconds since(Clock::time_point start)
+milliseconds since(monotonic_clock::time_point start)
 {
-    return std::chrono::duration_cast<milliseconds>(Clock::now() - start);
+    return std::chrono::duration_cast<milliseconds>(monotonic_clock::now() - start);
 }
 
 std::size_t heap_bytes()
@@ -60,7 +60,7 @@ std::int64_t thread_cpu_us(const char* name)
     return result;
 }
 
-BarePort::BarePort(const std::string& path)
+bare_port::bare_port(const std::string& path)
     : path_(path), master_(posix_openpt(O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC))
 {
     char name[64] = "";
@@ -72,7 +72,7 @@ BarePort::BarePort(const std::string& path)
     thread_ = std::thread([this] { run(); });
 }
 
-BarePort::~BarePort()
+bare_port::~bare_port()
 {
     stop_ = true;
     thread_.join();
@@ -80,14 +80,14 @@ BarePort::~BarePort()
     unlink(path_.c_str());
 }
 
-void BarePort::talk(const std::string& block, milliseconds pause)
+void bare_port::talk(const std::string& block, milliseconds pause)
 {
     const std::lock_guard lock(mutex_);
     block_ = block;
     pause_ = pause;
 }
 
-void BarePort::run()
+void bare_port::run()
 {
     std::string block;
     milliseconds pause = 0ms;
@@ -113,7 +113,7 @@ void BarePort::run()
     }
 }
 
-bool BarePort::hears(const std::string& text, milliseconds limit)
+bool bare_port::hears(const std::string& text, milliseconds limit)
 {
     return eventually(
         [&] {
@@ -157,7 +157,7 @@ void Story::TearDown()
 
 void Story::plug(const std::string& model, const std::map<std::string, std::string>& variables)
 {
-    kelo_emulator::Options options;
+    kelo_emulator::modem_options options;
     options.model = model;
     options.port = port;
     options.variables = variables;
@@ -240,11 +240,11 @@ std::size_t Story::count_said(const std::string& text) const
     return count;
 }
 
-std::vector<std::pair<Clock::time_point, std::string>> Story::command_times() const
+std::vector<std::pair<monotonic_clock::time_point, std::string>> Story::command_times() const
 {
-    std::vector<std::pair<Clock::time_point, std::string>> times;
-    for (const kelo_emulator::LogEntry& entry : modem.log())
-        if (entry.from == kelo_emulator::From::host && entry.bytes.size() > 1)
+    std::vector<std::pair<monotonic_clock::time_point, std::string>> times;
+    for (const kelo_emulator::log_entry& entry : modem.log())
+        if (entry.from == kelo_emulator::speaker::host && entry.bytes.size() > 1)
             times.emplace_back(entry.time, entry.bytes.substr(0, entry.bytes.size() - 1));
     return times;
 }

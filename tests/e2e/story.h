@@ -22,9 +22,9 @@ namespace kelo_story
 {
 
 using namespace std::chrono_literals;
-using kelo_emulator::Clock;
 using kelo_emulator::milliseconds;
-using Lines = std::vector<std::string>;
+using kelo_emulator::monotonic_clock;
+using line_list = std::vector<std::string>;
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 inline constexpr bool sanitized = true;
@@ -44,7 +44,7 @@ constexpr milliseconds within(milliseconds limit)
 }
 
 bool eventually(const std::function<bool()>& test, milliseconds limit);
-milliseconds since(Clock::time_point start);
+milliseconds since(monotonic_clock::time_point start);
 
 // An exported word, as another thread may write it at any time.
 template <class Word> Word word(Word& exported)
@@ -58,17 +58,17 @@ std::int64_t thread_cpu_us(const char* name); // -1: no thread of that name
 // How long the thread that makes this call needs for `work`.
 template <class Work> milliseconds time_of(const Work& work)
 {
-    const Clock::time_point start = Clock::now();
+    const monotonic_clock::time_point start = monotonic_clock::now();
     work();
     return since(start);
 }
 
 // A port without a modem behind it: the test reads and writes its far end.
-class BarePort
+class bare_port
 {
   public:
-    explicit BarePort(const std::string& path);
-    ~BarePort();
+    explicit bare_port(const std::string& path);
+    ~bare_port();
     // Writes `block` again and again, `pause` between two, as fast as the port takes it.
     void talk(const std::string& block, milliseconds pause = 0ms);
     bool hears(const std::string& text, milliseconds limit); // from the library
@@ -88,7 +88,7 @@ class Story : public testing::Test
 {
   protected:
     static constexpr const char* port = "/dev/ttyUSB2";
-    kelo_emulator::Modem modem;
+    kelo_emulator::emulated_modem modem;
 
     void SetUp() override;
     void TearDown() override;
@@ -112,7 +112,7 @@ class Story : public testing::Test
     std::size_t count_said(const std::string& text) const;
 
     // Times of the commands on the wire.
-    std::vector<std::pair<Clock::time_point, std::string>> command_times() const;
+    std::vector<std::pair<monotonic_clock::time_point, std::string>> command_times() const;
     milliseconds gap_behind(const std::string& command) const; // to the next command
 
   private:

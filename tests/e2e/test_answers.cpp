@@ -15,13 +15,13 @@ TEST_F(Answers, HostChangesCommands)
     change(15, 0, 0, "AT+CSQ\r\nATD1;");            // refused: the row's own text goes out
     plug("EC25");
     order("silence AT+CIMI");
-    const Lines expected = {
+    const line_list expected = {
         "AT+QSIMDET=1,0",         "AT+QMTCONN?", "AT+CMEE=2", "AT+QMBNCFG=\"Autosel\",1",
         "AT+QCFG=\"nwscanmode\"", "AT+CPIN?",    "AT+CIMI",   "AT+QCCID",
         "AT+QMBNCFG=\"List\"",    "AT+CGREG?",   "AT+COPS?"};
     start();
     ASSERT_TRUE(wire("AT+COPS?", 40s));
-    Lines first = modem.commands();
+    line_list first = modem.commands();
     first.erase(first.begin(), first.begin() + 2); // AT+CGMM, AT+CGMR
     EXPECT_EQ(first, expected);
     EXPECT_GE(gap_behind("AT+CIMI"), real(8500ms));

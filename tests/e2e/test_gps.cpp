@@ -36,7 +36,7 @@ TEST_F(Story, GpsFromNoFixToAFixFetchedOnce)
 
     modem.clear_log();
     quiet(2500ms);
-    EXPECT_EQ(modem.commands(), Lines{}); // one answer ends the queries
+    EXPECT_EQ(modem.commands(), line_list{}); // one answer ends the queries
     // The other forms of a position, and a report that nobody asked for.
     libgsm_send_at("AT+QGPSLOC=0");
     EXPECT_TRUE(modem.wait_sent("+QGPSLOC: *,3113.4493N,12121.2878E,*", within(2s)));

@@ -85,13 +85,13 @@ TEST_F(Hostile, EndlessStream)
 {
     set_pace(1);
     change(9, 2);
-    BarePort bare(port);
+    bare_port bare(port);
     bare.talk("$GPGSV,4,1,13,02,32,118,22*7F\r\n" + every_byte() + std::string(2000, 'x') +
               "\r\nRING\r\n");
     ASSERT_EQ(cellular_gsm_init(0), 0);
     usleep(200000);
     const std::size_t before = heap_bytes();
-    const Clock::time_point begin = Clock::now();
+    const monotonic_clock::time_point begin = monotonic_clock::now();
     start();
     ASSERT_TRUE(bare.hears("AT+CGMM\r\n", within(3s)));
     EXPECT_EQ(libgsm_send_at("AT+HELLO"), 0);
@@ -111,7 +111,7 @@ TEST_F(Hostile, EndlessStream)
 // port with the settings that a fresh serial device has.
 TEST_F(Hostile, ControlCharactersReachNoLineDiscipline)
 {
-    BarePort bare(port);
+    bare_port bare(port);
     start();
     ASSERT_TRUE(bare.hears("AT+CGMM\r\n", within(3s)));
     bare.talk("\r\nEC25\r\n\x03\x1a\x1c\x13\r\nOK\r\n\x13", 100ms); // 0x13 is XOFF

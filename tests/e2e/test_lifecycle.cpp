@@ -15,7 +15,7 @@ TEST_F(Lifecycle, StopRightBehindStart)
         EXPECT_EQ(record().fd, -1);
         modem.clear_log();
         quiet(700ms);
-        EXPECT_EQ(modem.commands(), Lines{});
+        EXPECT_EQ(modem.commands(), line_list{});
         EXPECT_EQ(thread_cpu_us("MobileTask"), -1);
     }
 }
@@ -63,13 +63,13 @@ TEST_F(Lifecycle, Reload)
     EXPECT_EQ(word(cell_reload_flag), 0);
     EXPECT_EQ(cellular_get_cur_status(), CELL_STATUS_NO_SIM);
     EXPECT_STREQ(record().imsi, "");
-    const Lines expected = {"AT+CFUN=0",
-                            "AT+CFUN=1",
-                            "AT+CPIN?",
-                            "AT+CIMI",
-                            "AT+QCCID",
-                            "AT+QMBNCFG=\"List\"",
-                            "AT+QCFG=\"nwscanmode\""};
+    const line_list expected = {"AT+CFUN=0",
+                                "AT+CFUN=1",
+                                "AT+CPIN?",
+                                "AT+CIMI",
+                                "AT+QCCID",
+                                "AT+QMBNCFG=\"List\"",
+                                "AT+QCFG=\"nwscanmode\""};
     wire(expected.back(), 40s);
     quiet(2500ms); // nothing comes behind the last, but for one that is passed over
     EXPECT_EQ(modem.commands(), expected);

@@ -37,9 +37,10 @@ TEST_F(Life, KELO_LIFE_NAME)
     const std::size_t heap = heap_bytes();
     const std::int64_t cpu = thread_cpu_us("MobileTask");
     ASSERT_GE(cpu, 0);
-    const Clock::time_point begin = Clock::now();
+    const monotonic_clock::time_point begin = monotonic_clock::now();
     live(0, seconds > 60 ? seconds : 2 * seconds);
-    const auto lived = std::chrono::duration_cast<std::chrono::microseconds>(Clock::now() - begin);
+    const auto lived =
+        std::chrono::duration_cast<std::chrono::microseconds>(monotonic_clock::now() - begin);
     EXPECT_LE(heap_bytes(), heap + 16 * 1024);
     // 0.2 % of a core.
     EXPECT_LE(thread_cpu_us("MobileTask") - cpu, lived.count() / 500 * (sanitized ? 20 : 1));

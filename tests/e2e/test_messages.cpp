@@ -89,12 +89,12 @@ TEST_P(Outbox, WaitsForRegistrationAndKeepsOrder)
     EXPECT_EQ(sms_outbox_enq(1, "third", "+4915112345678", 11, "Door 3 open"), 0);
     EXPECT_EQ(sms_outbox_enq(0, "forged", "1\"\r\nATD1;", 17, pdus[1]), -1);
     quiet(2200ms);
-    EXPECT_EQ(modem.commands(), Lines{});
+    EXPECT_EQ(modem.commands(), line_list{});
 
     register_modem();
     ASSERT_TRUE(eventually([&] { return modem.sent_messages().size() == 3; }, within(25s)));
     quiet(1500ms);
-    Lines expected;
+    line_list expected;
     for (const char* length : {"22", "17"}) {
         expected.push_back("AT+CMGF=0");
         if (GetParam() == 0)

@@ -13,58 +13,58 @@ namespace
 // The start flow of one module, worked out by hand from the flow tables, the catalogue and the
 // module's profile. What has a mark goes out at the first start alone (1), with the settings of
 // `tuned` alone (t), or with both.
-struct Flow {
+struct module_flow {
     const char* name;
     const char* commands;
 };
 
-const Flow ec25 = {"EC25", R"(
+const module_flow ec25 = {"EC25", R"(
     1:AT+CGMM 1:AT+CGMR AT+QSIMDET=1,0 AT+QMTCONN? AT+QMBNCFG="Autosel",1 AT+CPIN? AT+CIMI
     AT+QCCID 1:AT+CGSN AT+QMBNCFG="List" t:AT+QICSGP=1,3,"internet","me","secret",1
     t:AT+QICSGP=3,3,"","","",0 AT+QCFG="nwscanmode" 1t:AT+QCFG="nwscanmode",0,1 AT+CGREG?
     AT+COPS?)"};
-const Flow eg95 = {"EG95", ec25.commands}; // the same rows and values
+const module_flow eg95 = {"EG95", ec25.commands}; // the same rows and values
 // Of a model text that begins with EC25V, and of no other.
-const Flow ec25v = {"EC25", R"(
+const module_flow ec25v = {"EC25", R"(
     1:AT+CGMM 1:AT+CGMR AT+QSIMDET=1,0 AT+QMTCONN? 1:AT+CGMI 1:AT+CGSN AT+QGPS=1
     AT+QMBNCFG="Autosel",1 AT+CPIN? AT+CIMI AT+QCCID AT+QCFG="band" 1:AT+QCFG="band",0,1008,0,1
     1:AT+QCFG="nwscanseq",00,1 AT+CGDCONT=1,"IPV4V6","vzwims" AT+CGDCONT=3,"IPV4V6","vzwinternet"
     AT+QCFG="nwscanmode" AT+CLIP=1 AT+CGREG=2 AT+CSCS="GSM" AT+CMGF=0;+CNMI=2,2,0,0,0 AT+CNUM
     AT+CSCS="GSM" AT+QINDCFG="csq",1 AT+QNWINFO AT+CGREG? AT+COPS=3,0 AT+COPS? AT+CSQ)"};
-const Flow uc20 = {"UC20", R"(
+const module_flow uc20 = {"UC20", R"(
     1:AT+CGMM 1:AT+CGMR AT+QSIMDET=1,0 AT+QMTCONN? 1:AT+CGMI 1:AT+CGSN AT+CPIN? AT+CIMI AT+QCCID
     1:AT+QCFG="nwscanseq",00,1 AT+QCFG="nwscanmode" 1t:AT+QCFG="nwscanmode",2,1 AT+CLIP=1
     AT+CGREG=2 AT+CSCS="GSM" AT+CMGF=0;+CNMI=2,2,0,0,0 AT+CNUM AT+CSCS="GSM"
     t:AT+CSCA="+491710760000" AT+QCFG="band" AT+QINDCFG="csq",1 AT+QNWINFO AT+CGREG? AT+COPS=3,0
     AT+COPS? AT+CSQ)"};
-const Flow le910 = {"LE910", R"(
+const module_flow le910 = {"LE910", R"(
     1:AT+CGMM 1:AT+CGMR AT+QSIMDET=1,0 AT+QMTCONN? 1:AT+CGMI 1:AT+CGSN AT+CPIN? AT+CIMI AT#CCID
     t:AT+WS46=22 AT+CLIP=1 AT+CGREG=2 AT+CSCS="GSM" AT+CMGF=0;+CNMI=2,2,0,0,0 AT+CNUM
     AT+CSCS="GSM" t:AT+CSCA="+491710760000" AT+CREG=2 AT+CGREG? AT+COPS=3,0 AT+COPS? AT+CSQ)"};
-const Flow mh5000 = {"MH5000-31", R"(
+const module_flow mh5000 = {"MH5000-31", R"(
     1:AT+CGMM 1:AT+CGMR AT+QSIMDET=1,0 AT+QMTCONN? 1:AT+CGMI 1:AT+CGSN AT+CPIN? AT+CIMI
     AT^ICCID? AT^SYSCFGEX? t:AT+CGDCONT=1,"IP","internet" t:AT+QICSGP=3,3,"","","",0
     AT^SYSCFGEX? 1t:AT^SYSCFGEX="02",3FFFFFFF,1,2,7FFFFFFFFFFFFFFF,, AT+CLIP=1 AT+CEREG=2
     AT+CSCS="GSM";+CMGF=0;+CNMI=2,2,0,0,0 AT+CNUM AT+CSCS="GSM" t:AT+CSCA="+491710760000"
     AT+CLVL=4 AT+COPS=3,0 AT+COPS? AT^HCSQ? AT+CEREG? AT+COPS=3,2 AT+COPS? AT+CSQ)"};
-const Flow u9300c = {"U9300C", R"(
+const module_flow u9300c = {"U9300C", R"(
     1:AT+CGMM 1:AT+CGMR AT+QSIMDET=1,0 AT+QMTCONN? 1:AT+CGMI 1:AT+CGSN AT+CPIN? AT+CIMI AT+ICCID
     AT+BNDPRF? 1t:AT+BNDPRF=896,1272,131072 t:AT+CGDCONT=1,"IP","internet"
     t:AT+QICSGP=3,3,"","","",0 t:AT$QCPDPP=1,1,"secret","me" AT$QCRMCALL=1,1,1,2,1 AT+MODODR?
     1t:AT+MODODR=7 AT+CLIP=1 AT+CGREG=2 AT+CSCS="GSM" AT+CMGF=0;+CNMI=2,2,0,0,0 AT+CNUM
     AT+CSCS="GSM" t:AT+CSCA="+491710760000" AT+CREG=2 AT+PSRAT AT+CGREG? AT+COPS=3,0 AT+COPS?
     AT+COPS=3,2 AT+COPS? AT+CSQ)"};
-const Flow e9720 = {"E9720", R"(
+const module_flow e9720 = {"E9720", R"(
     1:AT+CGMM 1:AT+CGMR AT+QSIMDET=1,0 AT+QMTCONN? 1:AT+CGMI 1:AT+CGSN AT+CPIN? AT+CIMI AT+ICCID
     AT+BNDPRF? t:AT+CGDCONT=1,"IP","internet" t:AT+QICSGP=3,3,"","","",0
     t:AT$QCPDPP=1,1,"secret","me" AT$QCRMCALL=1,1,1,2,1 AT+MODODR? 1t:AT+MODODR=5 AT+CLIP=1
     AT+CGREG=2 AT+CSCS="GSM" AT+CMGF=0;+CNMI=2,2,0,0,0 AT+CNUM AT+CSCS="GSM"
     t:AT+CSCA="+491710760000" AT+CREG=2 AT+PSRAT AT+CGREG? AT+COPS=3,0 AT+COPS? AT+COPS=3,2
     AT+COPS? AT+CSQ)"};
-const Flow v101b7 = {"V1.0.1-B7", R"(
+const module_flow v101b7 = {"V1.0.1-B7", R"(
     1:AT+CGMM 1:AT+CGMR AT+QSIMDET=1,0 AT+QMTCONN? 1:AT+CGMI 1:AT+CGSN AT+QGPS=1 AT+CPIN?
     AT+CIMI AT+CLIP=1 AT+CGREG=2 AT+CSCS="GSM";+CMGF=0;+CNMI=2,2,0,0,0 AT+CGREG? AT+COPS=3,0 AT+COPS? AT+CSQ)"};
-const Flow rm500q = {"RM500Q", R"(
+const module_flow rm500q = {"RM500Q", R"(
     1:AT+CGMM 1:AT+CGMR AT+QSIMDET=1,0 AT+QMTCONN? 1:AT+CGMI 1:AT+CGSN AT+QGPS=1
     AT+QMBNCFG="Autosel",1 AT+CPIN? AT+CIMI AT+QCCID t:AT+QICSGP=1,3,"internet","me","secret",1
     t:AT+QICSGP=3,3,"","","",0 AT+CGACT=1,1 AT+QNWPREFCFG="mode_pref"
@@ -74,9 +74,9 @@ const Flow rm500q = {"RM500Q", R"(
     AT+CREG=2 AT+QINDCFG="csq",1 AT+QNWINFO AT+CREG? AT+COPS=3,0 AT+COPS? AT+CSQ
     AT+QENG="servingcell")"};
 
-Lines lines_of(const Flow& flow, bool first, bool tuned)
+line_list lines_of(const module_flow& flow, bool first, bool tuned)
 {
-    Lines lines;
+    line_list lines;
     std::istringstream text(flow.commands);
     for (std::string word; text >> word;) {
         const std::string marks = word.substr(0, word.find("AT"));
@@ -100,19 +100,19 @@ std::string known(const gsm_mobile& is)
     return text;
 }
 
-struct Module {
+struct module_case {
     const char* name;
-    const Flow& flow;
+    const module_flow& flow;
     int scan_code; // -1: untouched, as all settings of the host; else tuned
     std::map<std::string, std::string> variables;
     std::string known;
 
-    friend void PrintTo(const Module& one, std::ostream* out) { *out << one.name; }
+    friend void PrintTo(const module_case& one, std::ostream* out) { *out << one.name; }
 };
 
 // clang-format off
 #define NO_CELL "0,0,0,0,0,0,-120,0,0,0"
-const Module modules[] = {
+const module_case modules[] = {
     {"EC25_tuned",   ec25,    0, {{"nwscanmode", "3"}}, "Telekom.de,,,; ,0,0; ,,; 0; " NO_CELL},
     {"EG95",         eg95,   -1, {}, "Telekom.de,,,; ,0,0; ,,; 0; " NO_CELL},
     {"EC25V",        ec25v,  -1, {{"model", "EC25V"}, {"revision", "EC25VFAR02A07M4G"}},
@@ -141,10 +141,10 @@ const Module modules[] = {
 };
 // clang-format on
 
-class Models : public Story, public testing::WithParamInterface<Module>
+class Models : public Story, public testing::WithParamInterface<module_case>
 {
   protected:
-    void expect_flow(const Lines& expected)
+    void expect_flow(const line_list& expected)
     {
         ASSERT_TRUE(wire(expected.back(), 60s,
                          static_cast<std::size_t>(
@@ -173,7 +173,7 @@ class Registration : public Story, public testing::WithParamInterface<std::tuple
 // the modem has already; an answer that does not reach the record.
 TEST_P(Models, FromPowerOnToReadyTwice)
 {
-    const Module& module = GetParam();
+    const module_case& module = GetParam();
     const bool tuned = module.scan_code >= 0;
     plug(module.flow.name, module.variables);
     if (tuned) {
@@ -212,35 +212,35 @@ TEST_F(Network, LowPowerStartWithItsApn)
     ASSERT_EQ(libgsm_set_apn("internet", "me", "secret", 2), 0);
     start();
     ASSERT_TRUE(wire("AT+COPS?", 60s));
-    const Lines expected = {"AT+CGMM",
-                            "AT+CGMR",
-                            "AT+CGSN",
-                            "ATI",
-                            "AT+QSCLK=1",
-                            R"(AT+QCFG="risignaltype","physical")",
-                            "AT+QSIMDET=1,0",
-                            R"(AT+QMBNCFG="AutoSel",1)",
-                            R"(at+qcfg="ims",1)",
-                            "AT+CREG=1",
-                            R"(AT+QINDCFG="act",1,1 )",
-                            R"(at+qcfg="urc/ri/smsincoming","pulse",20,1)",
-                            R"(at+qcfg="urc/ri/other","pulse",20,1)",
-                            R"(at+qcfg="urc/ri/ring","always",120,1,4000,"on",1)",
-                            R"(AT+QSSLCFG="seclevel",1,0)",
-                            R"(AT+QSSLCFG="ignorelocaltime",1,1)",
-                            R"(AT+QSSLCFG="ignoreinvalidcertsign",1,1)",
-                            R"(AT+QSSLCFG="ignoremulticertchainverify",1,1)",
-                            R"(AT+QSSLCFG="sni",1,1)",
-                            R"(AT+QMBNCFG="Autosel",1)",
-                            "AT+CPIN?",
-                            "AT+CIMI",
-                            "AT+QCCID",
-                            R"(AT+QMBNCFG="List")",
-                            R"(AT+QICSGP=1,3,"internet","me","secret",2)",
-                            R"(AT+QICSGP=3,3,"","","",0)",
-                            R"(AT+QCFG="nwscanmode")",
-                            "AT+CGREG?",
-                            "AT+COPS?"};
+    const line_list expected = {"AT+CGMM",
+                                "AT+CGMR",
+                                "AT+CGSN",
+                                "ATI",
+                                "AT+QSCLK=1",
+                                R"(AT+QCFG="risignaltype","physical")",
+                                "AT+QSIMDET=1,0",
+                                R"(AT+QMBNCFG="AutoSel",1)",
+                                R"(at+qcfg="ims",1)",
+                                "AT+CREG=1",
+                                R"(AT+QINDCFG="act",1,1 )",
+                                R"(at+qcfg="urc/ri/smsincoming","pulse",20,1)",
+                                R"(at+qcfg="urc/ri/other","pulse",20,1)",
+                                R"(at+qcfg="urc/ri/ring","always",120,1,4000,"on",1)",
+                                R"(AT+QSSLCFG="seclevel",1,0)",
+                                R"(AT+QSSLCFG="ignorelocaltime",1,1)",
+                                R"(AT+QSSLCFG="ignoreinvalidcertsign",1,1)",
+                                R"(AT+QSSLCFG="ignoremulticertchainverify",1,1)",
+                                R"(AT+QSSLCFG="sni",1,1)",
+                                R"(AT+QMBNCFG="Autosel",1)",
+                                "AT+CPIN?",
+                                "AT+CIMI",
+                                "AT+QCCID",
+                                R"(AT+QMBNCFG="List")",
+                                R"(AT+QICSGP=1,3,"internet","me","secret",2)",
+                                R"(AT+QICSGP=3,3,"","","",0)",
+                                R"(AT+QCFG="nwscanmode")",
+                                "AT+CGREG?",
+                                "AT+COPS?"};
     EXPECT_EQ(modem.commands(), expected);
 }
 
@@ -257,7 +257,7 @@ TEST_P(CarrierList, PutsTheApnIntoItsContext)
                                                                // holds the line of Verizon whole
     start();
     ASSERT_TRUE(wire("AT+QICSGP=*", 60s, 2));
-    const Lines all = modem.commands();
+    const line_list all = modem.commands();
     const auto first = std::find_if(all.begin(), all.end(),
                                     [](const auto& line) { return line.starts_with("AT+QICSGP"); });
     const std::string filled = ",3,\"vzwinternet\",\"\",\"\",0", cleared = ",3,\"\",\"\",\"\",0";

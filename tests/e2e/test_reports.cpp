@@ -36,5 +36,5 @@ TEST_F(Reports, CallsSignalContextAndMessages)
 
     modem.report("+QMTRECV: 0,1,\"door\",\"open\"");
     EXPECT_TRUE(eventually([] { return cellular_is_mqtt_received() == 1; }, within(2s)));
-    EXPECT_EQ(modem.commands(), Lines{"ATH"});
+    EXPECT_EQ(modem.commands(), line_list{"ATH"});
 }
