@@ -1,4 +1,4 @@
-#include "broker.h"
+#include "emulator/broker.h"
 
 #include <algorithm>
 #include <chrono>
@@ -17,23 +17,23 @@
 namespace kelo_emulator
 {
 
-struct Broker::Shared {
-    struct Request {
+struct broker_client::shared_state {
+    struct broker_request {
         int id;
         std::string topic;
         int qos;
     };
     std::mutex mutex;
     std::condition_variable ended_now;
-    std::vector<Request> requests;
-    std::vector<BrokerEvent> events;
+    std::vector<broker_request> requests;
+    std::vector<broker_event> events;
     bool wanted = true, ended = false;
 
     // The connection's thread alone.
     std::map<int, int> ids; // of SUBSCRIBE packets: the modem's
     bool connected = false, answered = false;
 
-    void add(BrokerEvent event)
+    void add(broker_event event)
     {
         const std::lock_guard lock(mutex);
         events.push_back(std::move(event));
@@ -44,23 +44,23 @@ namespace
 {
 
 // The uploaded files at paths, for as long as the client reads them.
-class Folder
+class scratch_folder
 {
   public:
-    Folder()
+    scratch_folder()
     {
         std::string name = (std::filesystem::temp_directory_path() / "kelo-tls-XXXXXX").string();
         if (mkdtemp(name.data())) // for its owner alone
             path_ = name;
     }
-    ~Folder()
+    ~scratch_folder()
     {
         std::error_code ignored;
         if (!path_.empty())
             std::filesystem::remove_all(path_, ignored);
     }
-    Folder(const Folder&) = delete;
-    Folder& operator=(const Folder&) = delete;
+    scratch_folder(const scratch_folder&) = delete;
+    scratch_folder& operator=(const scratch_folder&) = delete;
 
     // Null for no content.
     const char* put(const char* name, const std::string& content)
@@ -77,7 +77,7 @@ class Folder
     std::map<std::string, std::string> paths_;
 };
 
-bool set_tls(mosquitto* client, const BrokerTarget& target, Folder& folder)
+bool set_tls(mosquitto* client, const broker_target& target, scratch_folder& folder)
 {
     const char* const ca = target.verify > 0 ? folder.put("ca", target.ca) : nullptr;
     const char* const cert = target.verify > 1 ? folder.put("cert", target.cert) : nullptr;
@@ -93,7 +93,7 @@ bool set_tls(mosquitto* client, const BrokerTarget& target, Folder& folder)
 
 } // namespace
 
-void Broker::run(const std::shared_ptr<Shared>& shared, const BrokerTarget& target)
+void broker_client::run(const std::shared_ptr<shared_state>& shared, const broker_target& target)
 {
     constexpr int step_ms = 20;
     static const int library = mosquitto_lib_init();
@@ -103,26 +103,26 @@ void Broker::run(const std::shared_ptr<Shared>& shared, const BrokerTarget& targ
     if (client && !target.user.empty())
         mosquitto_username_pw_set(client, target.user.c_str(), target.password.c_str());
     mosquitto_connect_callback_set(client, [](mosquitto*, void* self, int code) {
-        auto* const s = static_cast<Shared*>(self);
+        auto* const s = static_cast<shared_state*>(self);
         s->connected = code == 0;
         s->answered = true;
-        s->add({BrokerEvent::answered, code, 0, "", ""});
+        s->add({broker_event::answered, code, 0, "", ""});
     });
     mosquitto_subscribe_callback_set(
         client, [](mosquitto*, void* self, int id, int count, const int* granted) {
-            auto* const s = static_cast<Shared*>(self);
-            s->add({BrokerEvent::subscribed, count > 0 ? granted[0] : 128, s->ids[id], "", ""});
+            auto* const s = static_cast<shared_state*>(self);
+            s->add({broker_event::subscribed, count > 0 ? granted[0] : 128, s->ids[id], "", ""});
         });
     mosquitto_message_callback_set(
         client, [](mosquitto*, void* self, const mosquitto_message* message) {
-            static_cast<Shared*>(self)->add(
-                {BrokerEvent::message, 0, message->mid, message->topic,
+            static_cast<shared_state*>(self)->add(
+                {broker_event::message, 0, message->mid, message->topic,
                  std::string(static_cast<const char*>(message->payload),
                              static_cast<std::size_t>(message->payloadlen))});
         });
     bool going = client != nullptr;
     if (going) {
-        Folder folder;
+        scratch_folder folder;
         const int keepalive = target.keepalive == 0 ? 0 : std::max(target.keepalive, 5);
         going = (!target.tls || set_tls(client, target, folder)) &&
                 mosquitto_connect(client, target.host.c_str(), target.port, keepalive) ==
@@ -130,19 +130,19 @@ void Broker::run(const std::shared_ptr<Shared>& shared, const BrokerTarget& targ
     }
     bool wanted = true;
     while (going && wanted) {
-        std::vector<Shared::Request> requests;
+        std::vector<shared_state::broker_request> requests;
         {
             const std::lock_guard lock(shared->mutex);
             requests.swap(shared->requests);
             wanted = shared->wanted;
         }
-        for (const Shared::Request& request : requests) {
+        for (const shared_state::broker_request& request : requests) {
             int id = 0;
             if (mosquitto_subscribe(client, &id, request.topic.c_str(), request.qos) ==
                 MOSQ_ERR_SUCCESS)
                 shared->ids[id] = request.id;
             else
-                shared->add({BrokerEvent::subscribed, 128, request.id, "", ""});
+                shared->add({broker_event::subscribed, 128, request.id, "", ""});
         }
         going = mosquitto_loop(client, step_ms, 1) == MOSQ_ERR_SUCCESS;
     }
@@ -150,9 +150,9 @@ void Broker::run(const std::shared_ptr<Shared>& shared, const BrokerTarget& targ
         mosquitto_disconnect(client);
         mosquitto_loop(client, step_ms, 1);
     } else if (shared->connected) {
-        shared->add({BrokerEvent::lost, 0, 0, "", ""});
+        shared->add({broker_event::lost, 0, 0, "", ""});
     } else if (!shared->answered) {
-        shared->add({BrokerEvent::failed, 0, 0, "", ""});
+        shared->add({broker_event::failed, 0, 0, "", ""});
     }
     if (client)
         mosquitto_destroy(client);
@@ -161,12 +161,13 @@ void Broker::run(const std::shared_ptr<Shared>& shared, const BrokerTarget& targ
     shared->ended_now.notify_all();
 }
 
-Broker::Broker(const BrokerTarget& target) : shared_(std::make_shared<Shared>())
+broker_client::broker_client(const broker_target& target)
+    : shared_(std::make_shared<shared_state>())
 {
     thread_ = std::thread([shared = shared_, target] { run(shared, target); });
 }
 
-Broker::~Broker()
+broker_client::~broker_client()
 {
     std::unique_lock lock(shared_->mutex);
     shared_->wanted = false;
@@ -180,21 +181,21 @@ Broker::~Broker()
         thread_.detach();
 }
 
-void Broker::subscribe(int id, const std::string& topic, int qos)
+void broker_client::subscribe(int id, const std::string& topic, int qos)
 {
     const std::lock_guard lock(shared_->mutex);
     shared_->requests.push_back({id, topic, qos});
 }
 
-std::vector<BrokerEvent> Broker::take()
+std::vector<broker_event> broker_client::take()
 {
-    std::vector<BrokerEvent> events;
+    std::vector<broker_event> events;
     const std::lock_guard lock(shared_->mutex);
     events.swap(shared_->events);
     return events;
 }
 
-bool Broker::listens(const std::string& host, int port)
+bool broker_client::listens(const std::string& host, int port)
 {
     addrinfo hints = {};
     hints.ai_socktype = SOCK_STREAM;

@@ -12,7 +12,7 @@
 namespace kelo_emulator
 {
 
-struct BrokerTarget {
+struct broker_target {
     std::string host;
     int port = 0;
     std::string client_id, user, password;
@@ -22,8 +22,8 @@ struct BrokerTarget {
     std::string ca, cert, key; // contents, PEM
 };
 
-struct BrokerEvent {
-    enum Kind {
+struct broker_event {
+    enum event_kind {
         answered,   // code: of CONNACK, 0 accepted
         failed,     // no CONNACK came
         subscribed, // id: of the request; code: granted QoS, or 128
@@ -35,24 +35,24 @@ struct BrokerEvent {
     std::string topic, payload;
 };
 
-class Broker
+class broker_client
 {
   public:
     // Whether something listens there; takes a second at most.
     static bool listens(const std::string& host, int port);
 
-    explicit Broker(const BrokerTarget& target); // connects
-    ~Broker();                                   // disconnects
-    Broker(const Broker&) = delete;
-    Broker& operator=(const Broker&) = delete;
+    explicit broker_client(const broker_target& target); // connects
+    ~broker_client();                                    // disconnects
+    broker_client(const broker_client&) = delete;
+    broker_client& operator=(const broker_client&) = delete;
 
     void subscribe(int id, const std::string& topic, int qos);
-    std::vector<BrokerEvent> take();
+    std::vector<broker_event> take();
 
   private:
-    struct Shared;
-    static void run(const std::shared_ptr<Shared>& shared, const BrokerTarget& target);
-    std::shared_ptr<Shared> shared_;
+    struct shared_state;
+    static void run(const std::shared_ptr<shared_state>& shared, const broker_target& target);
+    std::shared_ptr<shared_state> shared_;
     std::thread thread_;
 };
 

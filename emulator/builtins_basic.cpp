@@ -1,6 +1,6 @@
 // Built-ins of every module: echo, error form, radio off and on, character set; and the helpers
 // that the other built-ins share.
-#include "core.h"
+#include "emulator/core.h"
 
 #include <cctype>
 
@@ -10,24 +10,24 @@ namespace kelo_emulator
 namespace
 {
 
-using Captures = std::vector<std::string>;
+using capture_list = std::vector<std::string>;
 
-void nothing(Core&, const Captures&, Reply&) {}
+void nothing(modem_core&, const capture_list&, command_reply&) {}
 
-void echo_on(Core& core, const Captures&, Reply&)
+void echo_on(modem_core& core, const capture_list&, command_reply&)
 {
     core.session.echo = true;
 }
 
-void echo_off(Core& core, const Captures&, Reply&)
+void echo_off(modem_core& core, const capture_list&, command_reply&)
 {
     core.session.echo = false;
 }
 
 // Back to the stored settings; the radio and what is registered stay.
-void defaults(Core& core, const Captures&, Reply&)
+void defaults(modem_core& core, const capture_list&, command_reply&)
 {
-    Session fresh;
+    session_state fresh;
     core.session.echo = core.get("echo", "1") != "0";
     core.session.cmee = core.get_number("cmee", 1);
     for (int& n : core.session.reg_n)
@@ -41,17 +41,17 @@ void defaults(Core& core, const Captures&, Reply&)
     core.session.clip = core.session.crc = false;
 }
 
-void cmee_read(Core& core, const Captures&, Reply& reply)
+void cmee_read(modem_core& core, const capture_list&, command_reply& reply)
 {
     reply.lines = {"+CMEE: " + std::to_string(core.session.cmee)};
 }
 
-void cmee_test(Core&, const Captures&, Reply& reply)
+void cmee_test(modem_core&, const capture_list&, command_reply& reply)
 {
     reply.lines = {"+CMEE: (0-2)"};
 }
 
-void cmee_set(Core& core, const Captures& captures, Reply& reply)
+void cmee_set(modem_core& core, const capture_list& captures, command_reply& reply)
 {
     const long mode = parse_number(captures[0], 2);
     if (mode < 0)
@@ -60,17 +60,17 @@ void cmee_set(Core& core, const Captures& captures, Reply& reply)
         core.session.cmee = static_cast<int>(mode);
 }
 
-void cfun_read(Core& core, const Captures&, Reply& reply)
+void cfun_read(modem_core& core, const capture_list&, command_reply& reply)
 {
     reply.lines = {"+CFUN: " + std::to_string(core.session.cfun)};
 }
 
-void cfun_test(Core&, const Captures&, Reply& reply)
+void cfun_test(modem_core&, const capture_list&, command_reply& reply)
 {
     reply.lines = {"+CFUN: (0,1,4),(0,1)"};
 }
 
-void cfun_set(Core& core, const Captures& captures, Reply& reply)
+void cfun_set(modem_core& core, const capture_list& captures, command_reply& reply)
 {
     const std::vector<std::string> values = arguments(captures[0]);
     const long mode = parse_number(values[0], 4);
@@ -92,7 +92,7 @@ void cfun_set(Core& core, const Captures& captures, Reply& reply)
     reply.then = [&core, before, mode] {
         if (mode == 0 && before != 0) {
             core.relock_sim(); // the card loses its power, and with it the PIN
-            if (core.sim.state != SimState::absent)
+            if (core.sim.state != sim_state::absent)
                 core.report_sequence("sim_off");
         }
         if (mode != 0 && before == 0)
@@ -101,17 +101,17 @@ void cfun_set(Core& core, const Captures& captures, Reply& reply)
     };
 }
 
-void cscs_read(Core& core, const Captures&, Reply& reply)
+void cscs_read(modem_core& core, const capture_list&, command_reply& reply)
 {
     reply.lines = {"+CSCS: \"" + core.session.charset + "\""};
 }
 
-void cscs_test(Core& core, const Captures&, Reply& reply)
+void cscs_test(modem_core& core, const capture_list&, command_reply& reply)
 {
     reply.lines = {"+CSCS: " + core.get("charsets", "(\"GSM\",\"IRA\",\"UCS2\")")};
 }
 
-void cscs_set(Core& core, const Captures& captures, Reply& reply)
+void cscs_set(modem_core& core, const capture_list& captures, command_reply& reply)
 {
     const std::string wanted = unquote(captures[0]);
     const std::string known = core.get("charsets", "(\"GSM\",\"IRA\",\"UCS2\")");
@@ -121,7 +121,7 @@ void cscs_set(Core& core, const Captures& captures, Reply& reply)
         core.session.charset = wanted;
 }
 
-constexpr Builtin table[] = {
+constexpr builtin_row table[] = {
     {nullptr, "AT", nothing},          {nullptr, "ATE", echo_on},
     {nullptr, "ATE0", echo_off},       {nullptr, "ATE1", echo_on},
     {nullptr, "ATZ*", defaults},       {nullptr, "AT&F*", defaults},
@@ -136,35 +136,36 @@ constexpr Builtin table[] = {
 
 } // namespace
 
-Builtins basic_builtins()
+builtin_table basic_builtins()
 {
     return {table, std::size(table)};
 }
 
-const std::vector<Builtins>& all_builtins()
+const std::vector<builtin_table>& all_builtins()
 {
-    static const std::vector<Builtins> all = {basic_builtins(), sim_builtins(),  network_builtins(),
-                                              sms_builtins(),   misc_builtins(), data_builtins()};
+    static const std::vector<builtin_table> all = {basic_builtins(),   sim_builtins(),
+                                                   network_builtins(), sms_builtins(),
+                                                   misc_builtins(),    data_builtins()};
     return all;
 }
 
 std::set<std::string> builtin_uses()
 {
     std::set<std::string> uses;
-    for (const Builtins& part : all_builtins())
+    for (const builtin_table& part : all_builtins())
         for (std::size_t i = 0; i < part.count; ++i)
             if (part.first[i].use)
                 uses.insert(part.first[i].use);
     return uses;
 }
 
-void cme(Reply& reply, int number)
+void cme(command_reply& reply, int number)
 {
     reply.lines.clear();
     reply.final_result = "+CME ERROR: " + std::to_string(number);
 }
 
-void cms(Reply& reply, int number)
+void cms(command_reply& reply, int number)
 {
     reply.lines.clear();
     reply.final_result = "+CMS ERROR: " + std::to_string(number);

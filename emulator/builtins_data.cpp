@@ -4,7 +4,7 @@
 //
 // To a real broker, +QMTOPEN tells whether something listens there; the handshake of TLS is made
 // together with the CONNECT, so that what fails in it is told by +QMTCONN.
-#include "core.h"
+#include "emulator/core.h"
 
 #include <algorithm>
 
@@ -14,14 +14,14 @@ namespace kelo_emulator
 namespace
 {
 
-using Captures = std::vector<std::string>;
+using capture_list = std::vector<std::string>;
 
 enum { closed = 0, opened = 1, connected = 3 }; // as +QMTCONN? counts
 
 // The client of the first argument; null, with the error in the reply, when there is none or it is
 // not as far as `least`.
-MqttClient* client(Core& core, const std::vector<std::string>& values, std::size_t count, int least,
-                   Reply& reply)
+mqtt_client* client(modem_core& core, const std::vector<std::string>& values, std::size_t count,
+                    int least, command_reply& reply)
 {
     const long number = parse_number(values[0], mqtt_clients - 1);
     if (number < 0 || values.size() < count || core.session.mqtt[number].state < least) {
@@ -31,17 +31,17 @@ MqttClient* client(Core& core, const std::vector<std::string>& values, std::size
     return &core.session.mqtt[number];
 }
 
-int result_ms(const Core& core)
+int result_ms(const modem_core& core)
 {
     return core.get_number("mqtt_ms", 200);
 }
 
-void later(Core& core, Reply& reply, const std::string& text)
+void later(modem_core& core, command_reply& reply, const std::string& text)
 {
     reply.reports.push_back({result_ms(core), text});
 }
 
-void mqtt_configure(Core& core, const Captures& captures, Reply& reply)
+void mqtt_configure(modem_core& core, const capture_list& captures, command_reply& reply)
 {
     const std::vector<std::string> values = arguments(captures[0]);
     const auto number = [&](std::size_t i, long limit) {
@@ -54,7 +54,7 @@ void mqtt_configure(Core& core, const Captures& captures, Reply& reply)
         reply.final_result = "ERROR";
         return;
     }
-    MqttClient& chosen = core.session.mqtt[index];
+    mqtt_client& chosen = core.session.mqtt[index];
     if (ssl) {
         chosen.ssl = on == 1;
         chosen.ssl_context = static_cast<int>(std::max(number(3, ssl_contexts - 1), 0L));
@@ -64,19 +64,19 @@ void mqtt_configure(Core& core, const Captures& captures, Reply& reply)
 }
 
 // What the TLS context names of the RAM drive; the names are those of +QSSLCFG.
-std::string tls_file(Core& core, const MqttClient& from, const char* name)
+std::string tls_file(modem_core& core, const mqtt_client& from, const char* name)
 {
     const auto found = core.files.find(core.session.ssl[from.ssl_context][name]);
     return found == core.files.end() ? "" : found->second;
 }
 
-int tls_level(Core& core, const MqttClient& from)
+int tls_level(modem_core& core, const mqtt_client& from)
 {
     const long level = parse_number(core.session.ssl[from.ssl_context]["seclevel"], 2);
     return from.ssl && level > 0 ? static_cast<int>(level) : 0;
 }
 
-bool tls_files_missing(Core& core, const MqttClient& from)
+bool tls_files_missing(modem_core& core, const mqtt_client& from)
 {
     const int level = tls_level(core, from);
     return (level > 0 && tls_file(core, from, "cacert").empty()) ||
@@ -86,7 +86,7 @@ bool tls_files_missing(Core& core, const MqttClient& from)
 
 // Where the client really connects to: the broker that was chosen, or one of this machine. Port 0
 // is the pretended broker.
-void choose_broker(Core& core, MqttClient& opening, const std::string& host, long port)
+void choose_broker(modem_core& core, mqtt_client& opening, const std::string& host, long port)
 {
     const std::string chosen = core.get("mqtt_broker");
     const std::size_t colon = chosen.rfind(':');
@@ -101,10 +101,10 @@ void choose_broker(Core& core, MqttClient& opening, const std::string& host, lon
     }
 }
 
-void mqtt_open(Core& core, const Captures& captures, Reply& reply)
+void mqtt_open(modem_core& core, const capture_list& captures, command_reply& reply)
 {
     const std::vector<std::string> values = arguments(captures[0]);
-    MqttClient* opening = client(core, values, 3, closed, reply);
+    mqtt_client* opening = client(core, values, 3, closed, reply);
     if (!opening)
         return;
     const long port = parse_number(values[2], 65535);
@@ -118,25 +118,26 @@ void mqtt_open(Core& core, const Captures& captures, Reply& reply)
     else if (result == 0)
         choose_broker(core, *opening, values[1], port);
     constexpr int network_error = 5;
-    if (result == 0 && (tls_files_missing(core, *opening) ||
-                        (opening->port != 0 && !Broker::listens(opening->host, opening->port))))
+    if (result == 0 &&
+        (tls_files_missing(core, *opening) ||
+         (opening->port != 0 && !broker_client::listens(opening->host, opening->port))))
         result = network_error;
     if (result == 0)
         opening->state = opened;
     later(core, reply, "+QMTOPEN: " + values[0] + "," + std::to_string(result));
 }
 
-void mqtt_connect(Core& core, const Captures& captures, Reply& reply)
+void mqtt_connect(modem_core& core, const capture_list& captures, command_reply& reply)
 {
     const std::vector<std::string> values = arguments(captures[0]);
-    MqttClient* connecting = client(core, values, 2, opened, reply);
+    mqtt_client* connecting = client(core, values, 2, opened, reply);
     if (!connecting)
         return;
-    const Faults& faults = core.faults;
+    const fault_settings& faults = core.faults;
     const bool accepted = faults.mqtt_result == 0 && faults.mqtt_refusal == 0;
     if (accepted && connecting->port != 0) {
         const bool tls = connecting->ssl;
-        connecting->broker = std::make_shared<Broker>(BrokerTarget{
+        connecting->broker = std::make_shared<broker_client>(broker_target{
             connecting->host, connecting->port, values[1], values.size() > 2 ? values[2] : "",
             values.size() > 3 ? values[3] : "", connecting->keepalive, tls,
             tls_level(core, *connecting), tls_file(core, *connecting, "cacert"),
@@ -153,7 +154,7 @@ void mqtt_connect(Core& core, const Captures& captures, Reply& reply)
     later(core, reply, text);
 }
 
-void mqtt_read(Core& core, const Captures&, Reply& reply)
+void mqtt_read(modem_core& core, const capture_list&, command_reply& reply)
 {
     for (int i = 0; i < mqtt_clients; ++i)
         if (core.session.mqtt[i].state != closed)
@@ -161,10 +162,10 @@ void mqtt_read(Core& core, const Captures&, Reply& reply)
                                   std::to_string(core.session.mqtt[i].state));
 }
 
-void mqtt_subscribe(Core& core, const Captures& captures, Reply& reply)
+void mqtt_subscribe(modem_core& core, const capture_list& captures, command_reply& reply)
 {
     const std::vector<std::string> values = arguments(captures[0]);
-    MqttClient* asking = client(core, values, 4, connected, reply);
+    mqtt_client* asking = client(core, values, 4, connected, reply);
     if (!asking)
         return;
     const long id = parse_number(values[1], 65535);
@@ -179,32 +180,32 @@ void mqtt_subscribe(Core& core, const Captures& captures, Reply& reply)
                   (core.faults.mqtt_no_topic ? "128" : values[3]));
 }
 
-void mqtt_disconnect(Core& core, const Captures& captures, Reply& reply)
+void mqtt_disconnect(modem_core& core, const capture_list& captures, command_reply& reply)
 {
     const std::vector<std::string> values = arguments(captures[0]);
-    if (MqttClient* leaving = client(core, values, 1, connected, reply)) {
+    if (mqtt_client* leaving = client(core, values, 1, connected, reply)) {
         leaving->state = opened;
         leaving->broker.reset();
         later(core, reply, "+QMTDISC: " + values[0] + ",0");
     }
 }
 
-void mqtt_close(Core& core, const Captures& captures, Reply& reply)
+void mqtt_close(modem_core& core, const capture_list& captures, command_reply& reply)
 {
     const std::vector<std::string> values = arguments(captures[0]);
-    if (MqttClient* closing = client(core, values, 1, opened, reply)) {
+    if (mqtt_client* closing = client(core, values, 1, opened, reply)) {
         closing->state = closed;
         closing->broker.reset();
         later(core, reply, "+QMTCLOSE: " + values[0] + ",0");
     }
 }
 
-void gps_read(Core& core, const Captures&, Reply& reply)
+void gps_read(modem_core& core, const capture_list&, command_reply& reply)
 {
     reply.lines = {core.session.gps ? "+QGPS: 1" : "+QGPS: 0"};
 }
 
-void gps_on(Core& core, const Captures& captures, Reply& reply)
+void gps_on(modem_core& core, const capture_list& captures, command_reply& reply)
 {
     if (captures[0].empty() || captures[0][0] < '1' || captures[0][0] > '4')
         cme(reply, 501);
@@ -214,14 +215,14 @@ void gps_on(Core& core, const Captures& captures, Reply& reply)
         core.session.gps = true;
 }
 
-void gps_off(Core& core, const Captures&, Reply& reply)
+void gps_off(modem_core& core, const capture_list&, command_reply& reply)
 {
     if (!core.session.gps)
         cme(reply, 505);
     core.session.gps = false;
 }
 
-void gps_location(Core& core, const Captures& captures, Reply& reply)
+void gps_location(modem_core& core, const capture_list& captures, command_reply& reply)
 {
     if (!core.session.gps)
         cme(reply, 505);
@@ -231,7 +232,7 @@ void gps_location(Core& core, const Captures& captures, Reply& reply)
         reply.lines = {"+QGPSLOC: " + core.text(core.get("gps_mode" + captures[0]))};
 }
 
-constexpr Builtin table[] = {
+constexpr builtin_row table[] = {
     {"mqtt", "AT+QMTCFG=*", mqtt_configure},
     {"mqtt", "AT+QMTOPEN=*", mqtt_open},
     {"mqtt", "AT+QMTCONN?", mqtt_read},
@@ -248,46 +249,46 @@ constexpr Builtin table[] = {
 } // namespace
 
 // Looks for what the broker said, as long as this connection is the client's.
-void Core::watch_broker(int number)
+void modem_core::watch_broker(int number)
 {
     constexpr int look_ms = 10;
-    const std::weak_ptr<Broker> watched = session.mqtt[number].broker;
+    const std::weak_ptr<broker_client> watched = session.mqtt[number].broker;
     after(look_ms, [this, number, watched] {
-        const std::shared_ptr<Broker> broker = watched.lock();
+        const std::shared_ptr<broker_client> broker = watched.lock();
         if (!broker)
             return;
-        for (const BrokerEvent& event : broker->take())
+        for (const broker_event& event : broker->take())
             broker_says(number, event);
         if (session.mqtt[number].broker == broker)
             watch_broker(number);
     });
 }
 
-void Core::broker_says(int number, const BrokerEvent& event)
+void modem_core::broker_says(int number, const broker_event& event)
 {
-    MqttClient& of = session.mqtt[number];
+    mqtt_client& of = session.mqtt[number];
     const std::string index = std::to_string(number);
     const auto report_later = [this](const std::string& words) {
         after(result_ms(*this), [this, words] { report(words); });
     };
     switch (event.kind) {
-    case BrokerEvent::answered:
+    case broker_event::answered:
         of.state = event.code == 0 ? connected : closed;
         report_later("+QMTCONN: " + index + ",0," + std::to_string(event.code));
         break;
-    case BrokerEvent::failed:
+    case broker_event::failed:
         of.state = closed;
         report_later("+QMTCONN: " + index + ",2");
         break;
-    case BrokerEvent::subscribed:
+    case broker_event::subscribed:
         report_later("+QMTSUB: " + index + "," + std::to_string(event.id) + ",0," +
                      std::to_string(event.code));
         break;
-    case BrokerEvent::message: // as it is, whatever is in it
+    case broker_event::message: // as it is, whatever is in it
         put("\r\n+QMTRECV: " + index + "," + std::to_string(event.id) + ",\"" + event.topic +
             "\",\"" + event.payload + "\"\r\n");
         break;
-    case BrokerEvent::lost:
+    case broker_event::lost:
         of.state = closed;
         report("+QMTSTAT: " + index + ",1");
         break;
@@ -296,7 +297,7 @@ void Core::broker_says(int number, const BrokerEvent& event)
         of.broker.reset();
 }
 
-Builtins data_builtins()
+builtin_table data_builtins()
 {
     return {table, std::size(table)};
 }

@@ -1,16 +1,16 @@
 // Calls (3GPP TS 27.007, 6, 7.6; V.250) and the RAM files of Quectel modules (+QFUPL).
-#include "core.h"
+#include "emulator/core.h"
 
 namespace kelo_emulator
 {
 
-void Core::ring(const std::string& number)
+void modem_core::ring(const std::string& number)
 {
     session.call = {true, false, number, session.call.serial + 1};
     ring_again(session.call.serial);
 }
 
-void Core::ring_again(unsigned serial)
+void modem_core::ring_again(unsigned serial)
 {
     if (!session.call.active || session.call.answered || session.call.serial != serial)
         return;
@@ -25,14 +25,14 @@ void Core::ring_again(unsigned serial)
     after(get_number("ring_ms", 5000), [this, serial] { ring_again(serial); });
 }
 
-void Core::hang_up(bool by_peer)
+void modem_core::hang_up(bool by_peer)
 {
     if (session.call.active && by_peer)
         report("NO CARRIER");
     session.call.active = false;
 }
 
-void Core::file_ready()
+void modem_core::file_ready()
 {
     // XOR of all 16-bit words, the first byte of a pair high
     unsigned sum = 0;
@@ -43,7 +43,7 @@ void Core::file_ready()
     snprintf(digits, sizeof digits, "%x", sum);
     files[session.target].swap(session.body);
     session.body.clear();
-    Reply reply;
+    command_reply reply;
     reply.lines = {"+QFUPL: " + std::to_string(session.file_size) + "," + digits};
     deliver("AT+QFUPL", {reply});
 }
@@ -51,16 +51,16 @@ void Core::file_ready()
 namespace
 {
 
-using Captures = std::vector<std::string>;
+using capture_list = std::vector<std::string>;
 
 constexpr long max_file = 256 * 1024;
 
-void clip_read(Core& core, const Captures&, Reply& reply)
+void clip_read(modem_core& core, const capture_list&, command_reply& reply)
 {
     reply.lines = {core.session.clip ? "+CLIP: 1,1" : "+CLIP: 0,1"};
 }
 
-void clip_set(Core& core, const Captures& captures, Reply& reply)
+void clip_set(modem_core& core, const capture_list& captures, command_reply& reply)
 {
     const long on = parse_number(captures[0], 1);
     if (on < 0) {
@@ -71,7 +71,7 @@ void clip_set(Core& core, const Captures& captures, Reply& reply)
     reply.wait_ms = core.get_number("clip_ms", 0); // a query of the network on some
 }
 
-void crc_set(Core& core, const Captures& captures, Reply& reply)
+void crc_set(modem_core& core, const capture_list& captures, command_reply& reply)
 {
     const long on = parse_number(captures[0], 1);
     if (on < 0)
@@ -80,19 +80,19 @@ void crc_set(Core& core, const Captures& captures, Reply& reply)
         core.session.crc = on == 1;
 }
 
-void answer_call(Core& core, const Captures&, Reply& reply)
+void answer_call(modem_core& core, const capture_list&, command_reply& reply)
 {
     if (!core.session.call.active)
         reply.final_result = "NO CARRIER";
     core.session.call.answered = true;
 }
 
-void end_call(Core& core, const Captures&, Reply&)
+void end_call(modem_core& core, const capture_list&, command_reply&)
 {
     core.hang_up(false);
 }
 
-void dial(Core& core, const Captures& captures, Reply& reply)
+void dial(modem_core& core, const capture_list& captures, command_reply& reply)
 {
     if (!core.service() || captures[0].empty()) {
         reply.final_result = "NO CARRIER";
@@ -101,7 +101,7 @@ void dial(Core& core, const Captures& captures, Reply& reply)
     core.session.call = {true, true, captures[0], core.session.call.serial + 1};
 }
 
-void qfupl(Core& core, const Captures& captures, Reply& reply)
+void qfupl(modem_core& core, const capture_list& captures, command_reply& reply)
 {
     const std::vector<std::string> values = arguments(captures[0]);
     const long size = values.size() > 1 ? parse_number(values[1], max_file) : -1;
@@ -116,22 +116,22 @@ void qfupl(Core& core, const Captures& captures, Reply& reply)
     }
     core.session.target = values[0];
     core.session.file_size = static_cast<std::size_t>(size);
-    reply.input = Reply::Input::file;
+    reply.input = command_reply::input_kind::file;
     core.session.opening_file = true;
     reply.final_result.clear();
     const unsigned upload = ++core.session.upload;
     core.after(static_cast<int>(seconds) * 1000, [&core, upload] {
-        if (core.session.input != Reply::Input::file || core.session.upload != upload)
+        if (core.session.input != command_reply::input_kind::file || core.session.upload != upload)
             return;
-        core.session.input = Reply::Input::none;
+        core.session.input = command_reply::input_kind::none;
         core.session.body.clear();
-        Reply late;
+        command_reply late;
         cme(late, 421);
         core.put_final(late);
     });
 }
 
-void qfdel(Core& core, const Captures& captures, Reply& reply)
+void qfdel(modem_core& core, const capture_list& captures, command_reply& reply)
 {
     const std::string name = unquote(captures[0]);
     if (name == "*" || name == "RAM:*")
@@ -141,7 +141,7 @@ void qfdel(Core& core, const Captures& captures, Reply& reply)
 }
 
 // The TLS contexts, which name files.
-void qsslcfg(Core& core, const Captures& captures, Reply& reply)
+void qsslcfg(modem_core& core, const capture_list& captures, command_reply& reply)
 {
     const std::vector<std::string> values = arguments(captures[0]);
     const long context = values.size() > 1 ? parse_number(values[1], ssl_contexts - 1) : -1;
@@ -156,13 +156,13 @@ void qsslcfg(Core& core, const Captures& captures, Reply& reply)
         reply.lines = {"+QSSLCFG: \"" + values[0] + "\"," + values[1] + "," + value};
 }
 
-void qflst(Core& core, const Captures&, Reply& reply)
+void qflst(modem_core& core, const capture_list&, command_reply& reply)
 {
     for (const auto& [name, bytes] : core.files)
         reply.lines.push_back("+QFLST: \"" + name + "\"," + std::to_string(bytes.size()));
 }
 
-constexpr Builtin table[] = {
+constexpr builtin_row table[] = {
     {"calls", "AT+CLIP?", clip_read},
     {"calls", "AT+CLIP=*", clip_set},
     {"calls", "AT+CRC=*", crc_set},
@@ -178,7 +178,7 @@ constexpr Builtin table[] = {
 
 } // namespace
 
-Builtins misc_builtins()
+builtin_table misc_builtins()
 {
     return {table, std::size(table)};
 }

@@ -1,6 +1,6 @@
 // Registration, operator, signal and serving cell: 3GPP TS 27.007, 7.2, 7.3, 8.5, 10.1.20,
 // 10.1.22, 10.1.47; +QENG, +QNWINFO and +QINDCFG are Quectel's.
-#include "core.h"
+#include "emulator/core.h"
 
 namespace kelo_emulator
 {
@@ -8,30 +8,30 @@ namespace kelo_emulator
 namespace
 {
 
-struct DomainName {
+struct domain_name {
     const char* name;
     const char* prefix;
 };
 
-constexpr DomainName domains[domain_count] = {
+constexpr domain_name domains[domain_count] = {
     {"creg", "+CREG: "},
     {"cgreg", "+CGREG: "},
     {"cereg", "+CEREG: "},
     {"c5greg", "+C5GREG: "},
 };
 
-struct CellKind {
+struct cell_kind {
     const char* name;
     int act; // as in +CREG and +COPS
 };
 
-constexpr CellKind cells[] = {
+constexpr cell_kind cells[] = {
     {"GSM", 0}, {"WCDMA", 2}, {"LTE", 7}, {"NR5G-SA", 11}, {"NR5G-NSA", 13},
 };
 
 int act_of(const std::string& cell)
 {
-    for (const CellKind& kind : cells)
+    for (const cell_kind& kind : cells)
         if (cell == kind.name)
             return kind.act;
     return 7;
@@ -39,9 +39,9 @@ int act_of(const std::string& cell)
 
 } // namespace
 
-int Core::reg_stat(int domain) const
+int modem_core::reg_stat(int domain) const
 {
-    const bool identified = sim_error() == 0 || sim.state == SimState::busy;
+    const bool identified = sim_error() == 0 || sim.state == sim_state::busy;
     if (session.cfun != 1 || detached || !identified)
         return 0;
     const bool old_radio = cell == "GSM" || cell == "WCDMA";
@@ -50,7 +50,7 @@ int Core::reg_stat(int domain) const
     return reg_target[domain];
 }
 
-bool Core::service() const
+bool modem_core::service() const
 {
     for (int domain = 0; domain < domain_count; ++domain)
         if (reg_stat(domain) == 1 || reg_stat(domain) == 5)
@@ -58,7 +58,7 @@ bool Core::service() const
     return false;
 }
 
-std::string Core::reg_columns(int domain, int n, int stat) const
+std::string modem_core::reg_columns(int domain, int n, int stat) const
 {
     std::string columns = std::to_string(stat);
     if (n < 2 || (stat != 1 && stat != 5))
@@ -72,7 +72,7 @@ std::string Core::reg_columns(int domain, int n, int stat) const
 }
 
 // Reports what has changed since the last report or read, in the form that n asks for.
-void Core::update_registration()
+void modem_core::update_registration()
 {
     for (int domain = 0; domain < domain_count; ++domain) {
         const int n = session.reg_n[domain];
@@ -90,21 +90,22 @@ void Core::update_registration()
 namespace
 {
 
-using Captures = std::vector<std::string>;
+using capture_list = std::vector<std::string>;
 
-template <int domain> void reg_read(Core& core, const Captures&, Reply& reply)
+template <int domain> void reg_read(modem_core& core, const capture_list&, command_reply& reply)
 {
     const int n = core.session.reg_n[domain];
     reply.lines = {domains[domain].prefix + std::to_string(n) + "," +
                    core.reg_columns(domain, n, core.reg_stat(domain))};
 }
 
-template <int domain> void reg_test(Core&, const Captures&, Reply& reply)
+template <int domain> void reg_test(modem_core&, const capture_list&, command_reply& reply)
 {
     reply.lines = {std::string(domains[domain].prefix) + "(0-2)"};
 }
 
-template <int domain> void reg_set(Core& core, const Captures& captures, Reply& reply)
+template <int domain>
+void reg_set(modem_core& core, const capture_list& captures, command_reply& reply)
 {
     const long n = parse_number(captures[0], 2);
     if (n < 0)
@@ -114,7 +115,7 @@ template <int domain> void reg_set(Core& core, const Captures& captures, Reply& 
     core.columns_seen[domain] = core.reg_columns(domain, 2, core.reg_stat(domain));
 }
 
-std::string operator_name(const Core& core, int format)
+std::string operator_name(const modem_core& core, int format)
 {
     if (format == 2)
         return core.get("operator_numeric", "26201");
@@ -123,7 +124,7 @@ std::string operator_name(const Core& core, int format)
     return core.session.charset == "UCS2" ? ucs2_hex(name) : name;
 }
 
-void cops_read(Core& core, const Captures&, Reply& reply)
+void cops_read(modem_core& core, const capture_list&, command_reply& reply)
 {
     reply.wait_ms = core.get_number("cops_ms", 0);
     if (core.detached || !core.service()) {
@@ -135,7 +136,7 @@ void cops_read(Core& core, const Captures&, Reply& reply)
                    operator_name(core, format) + "\"," + std::to_string(act_of(core.cell))};
 }
 
-void cops_test(Core& core, const Captures&, Reply& reply)
+void cops_test(modem_core& core, const capture_list&, command_reply& reply)
 {
     if (const int error = core.sim_error()) {
         cme(reply, error);
@@ -147,7 +148,7 @@ void cops_test(Core& core, const Captures&, Reply& reply)
                    "),,(0-4),(0-2)"};
 }
 
-void cops_set(Core& core, const Captures& captures, Reply& reply)
+void cops_set(modem_core& core, const capture_list& captures, command_reply& reply)
 {
     const std::vector<std::string> values = arguments(captures[0]);
     const long mode = parse_number(values[0], 4);
@@ -168,7 +169,7 @@ void cops_set(Core& core, const Captures& captures, Reply& reply)
     reply.then = [&core] { core.update_registration(); };
 }
 
-void csq(Core& core, const Captures&, Reply& reply)
+void csq(modem_core& core, const capture_list&, command_reply& reply)
 {
     const bool heard = core.session.cfun == 1;
     reply.lines = {"+CSQ: " + (heard ? core.get("rssi", "24") : "99") + "," +
@@ -177,7 +178,8 @@ void csq(Core& core, const Captures&, Reply& reply)
 
 // The lines of the cell stand in the dialogue file, `|` between them; ${service} is NOCONN or
 // CONNECT there.
-void cell_lines(Core& core, const std::string& variable, const char* without, Reply& reply)
+void cell_lines(modem_core& core, const std::string& variable, const char* without,
+                command_reply& reply)
 {
     const std::string lines = core.service() ? core.get(variable + core.cell) : "";
     if (lines.empty()) {
@@ -189,7 +191,7 @@ void cell_lines(Core& core, const std::string& variable, const char* without, Re
         reply.lines.push_back(core.text(line));
 }
 
-void qeng(Core& core, const Captures&, Reply& reply)
+void qeng(modem_core& core, const capture_list&, command_reply& reply)
 {
     const bool denied = core.session.cfun == 1 && core.reg_target[creg] == 3;
     cell_lines(core, "qeng_",
@@ -197,12 +199,12 @@ void qeng(Core& core, const Captures&, Reply& reply)
                reply);
 }
 
-void qnwinfo(Core& core, const Captures&, Reply& reply)
+void qnwinfo(modem_core& core, const capture_list&, command_reply& reply)
 {
     cell_lines(core, "qnwinfo_", "+QNWINFO: No Service", reply);
 }
 
-void context_set(Core& core, const Captures& captures, Reply& reply)
+void context_set(modem_core& core, const capture_list& captures, command_reply& reply)
 {
     if (!core.service())
         cme(reply, 30);
@@ -210,12 +212,12 @@ void context_set(Core& core, const Captures& captures, Reply& reply)
         core.session.context = captures[0].empty() || captures[0][0] != '0';
 }
 
-void qindcfg(Core& core, const Captures& captures, Reply&)
+void qindcfg(modem_core& core, const capture_list& captures, command_reply&)
 {
     core.session.unsolicited_csq = captures[0][0] == '1';
 }
 
-constexpr Builtin table[] = {
+constexpr builtin_row table[] = {
     {"network", "AT+CREG?", reg_read<creg>},     {"network", "AT+CREG=?", reg_test<creg>},
     {"network", "AT+CREG=*", reg_set<creg>},     {"network", "AT+CGREG?", reg_read<cgreg>},
     {"network", "AT+CGREG=?", reg_test<cgreg>},  {"network", "AT+CGREG=*", reg_set<cgreg>},
@@ -230,7 +232,7 @@ constexpr Builtin table[] = {
 
 } // namespace
 
-Builtins network_builtins()
+builtin_table network_builtins()
 {
     return {table, std::size(table)};
 }

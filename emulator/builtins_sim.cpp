@@ -1,52 +1,54 @@
 // SIM and PIN: 3GPP TS 27.007, 8.3 (+CPIN), 7.4 (+CLCK), 7.5 (+CPWD); +QSIMSTAT, +QPINC and
 // +QUIMSLOT are Quectel's.
-#include "core.h"
+#include "emulator/core.h"
 
 namespace kelo_emulator
 {
 
-int Core::sim_error() const
+int modem_core::sim_error() const
 {
     if (session.cfun == 0)
-        return sim.state == SimState::absent ? 10 : 13;
+        return sim.state == sim_state::absent ? 10 : 13;
     switch (sim.state) {
-    case SimState::ready:
+    case sim_state::ready:
         return 0;
-    case SimState::pin:
+    case sim_state::pin:
         return 11;
-    case SimState::puk:
+    case sim_state::puk:
         return 12;
-    case SimState::absent:
+    case sim_state::absent:
         return 10;
-    case SimState::busy:
+    case sim_state::busy:
         return 14;
-    case SimState::failure:
+    case sim_state::failure:
         break;
     }
     return 13;
 }
 
-void Core::relock_sim()
+void modem_core::relock_sim()
 {
-    if (sim.state == SimState::absent || sim.state == SimState::failure)
+    if (sim.state == sim_state::absent || sim.state == sim_state::failure)
         return;
-    sim.state = sim.pin_tries == 0 ? SimState::puk : sim.locked ? SimState::pin : SimState::ready;
+    sim.state = sim.pin_tries == 0 ? sim_state::puk
+                : sim.locked       ? sim_state::pin
+                                   : sim_state::ready;
 }
 
-void Core::sim_up()
+void modem_core::sim_up()
 {
-    if (sim.state == SimState::ready)
+    if (sim.state == sim_state::ready)
         report_sequence("sim_ready");
-    else if (sim.state == SimState::pin || sim.state == SimState::puk)
+    else if (sim.state == sim_state::pin || sim.state == sim_state::puk)
         report_sequence("sim_locked");
 }
 
 namespace
 {
 
-using Captures = std::vector<std::string>;
+using capture_list = std::vector<std::string>;
 
-void cpin_read(Core& core, const Captures&, Reply& reply)
+void cpin_read(modem_core& core, const capture_list&, command_reply& reply)
 {
     const int error = core.sim_error();
     if (error == 0)
@@ -61,9 +63,9 @@ void cpin_read(Core& core, const Captures&, Reply& reply)
         cme(reply, error);
 }
 
-void unlocked(Core& core, Reply& reply)
+void unlocked(modem_core& core, command_reply& reply)
 {
-    core.sim.state = SimState::ready;
+    core.sim.state = sim_state::ready;
     core.sim.pin_tries = 3;
     core.sim.puk_tries = 10;
     reply.wait_ms = core.get_number("pin_ms", 100);
@@ -74,19 +76,19 @@ void unlocked(Core& core, Reply& reply)
 }
 
 // One try of the PIN. False, with the error in the reply, when it was wrong.
-bool pin_right(Core& core, const std::string& pin, Reply& reply)
+bool pin_right(modem_core& core, const std::string& pin, command_reply& reply)
 {
     if (pin == core.sim.pin) {
         core.sim.pin_tries = 3;
         return true;
     }
     if (core.sim.pin_tries > 0 && --core.sim.pin_tries == 0)
-        core.sim.state = SimState::puk;
+        core.sim.state = sim_state::puk;
     cme(reply, 16);
     return false;
 }
 
-void cpin_set(Core& core, const Captures& captures, Reply& reply)
+void cpin_set(modem_core& core, const capture_list& captures, command_reply& reply)
 {
     const std::vector<std::string> codes = arguments(captures[0]);
     const int error = core.sim_error();
@@ -99,7 +101,7 @@ void cpin_set(Core& core, const Captures& captures, Reply& reply)
             unlocked(core, reply);
         } else {
             if (--core.sim.puk_tries == 0)
-                core.sim.state = SimState::failure; // blocked for good
+                core.sim.state = sim_state::failure; // blocked for good
             cme(reply, 16);
         }
     } else {
@@ -107,7 +109,7 @@ void cpin_set(Core& core, const Captures& captures, Reply& reply)
     }
 }
 
-void clck(Core& core, const Captures& captures, Reply& reply)
+void clck(modem_core& core, const capture_list& captures, command_reply& reply)
 {
     const std::vector<std::string> values = arguments(captures[0]);
     const int error = core.sim_error();
@@ -124,7 +126,7 @@ void clck(Core& core, const Captures& captures, Reply& reply)
     }
 }
 
-void cpwd(Core& core, const Captures& captures, Reply& reply)
+void cpwd(modem_core& core, const capture_list& captures, command_reply& reply)
 {
     const std::vector<std::string> values = arguments(captures[0]);
     if (values.size() != 3 || values[0] != "SC")
@@ -135,22 +137,22 @@ void cpwd(Core& core, const Captures& captures, Reply& reply)
         core.sim.pin = values[2];
 }
 
-void qpinc(Core& core, const Captures&, Reply& reply)
+void qpinc(modem_core& core, const capture_list&, command_reply& reply)
 {
-    if (core.sim.state == SimState::absent)
+    if (core.sim.state == sim_state::absent)
         cme(reply, 10);
     else
         reply.lines = {"+QPINC: \"SC\"," + std::to_string(core.sim.pin_tries) + "," +
                        std::to_string(core.sim.puk_tries)};
 }
 
-void simstat_read(Core& core, const Captures&, Reply& reply)
+void simstat_read(modem_core& core, const capture_list&, command_reply& reply)
 {
     reply.lines = {std::string("+QSIMSTAT: ") + (core.session.simstat ? "1," : "0,") +
-                   (core.sim.state == SimState::absent ? "0" : "1")};
+                   (core.sim.state == sim_state::absent ? "0" : "1")};
 }
 
-void simstat_set(Core& core, const Captures& captures, Reply& reply)
+void simstat_set(modem_core& core, const capture_list& captures, command_reply& reply)
 {
     if (captures[0] != "0" && captures[0] != "1")
         cme(reply, 50);
@@ -158,19 +160,19 @@ void simstat_set(Core& core, const Captures& captures, Reply& reply)
         core.session.simstat = captures[0] == "1";
 }
 
-void qinistat(Core& core, const Captures&, Reply& reply)
+void qinistat(modem_core& core, const capture_list&, command_reply& reply)
 {
     // 1 CPIN ready, 2 SMS done, 4 phone book done
     reply.lines = {std::string("+QINISTAT: ") + (core.sim_error() ? "0" : "7")};
 }
 
-void slot_read(Core& core, const Captures&, Reply& reply)
+void slot_read(modem_core& core, const capture_list&, command_reply& reply)
 {
     reply.lines = {"+QUIMSLOT: " + core.get("slot", "1")};
 }
 
 // The card in the other slot answers from now on, and its reports come behind the OK.
-void slot_set(Core& core, const Captures& captures, Reply& reply)
+void slot_set(modem_core& core, const capture_list& captures, command_reply& reply)
 {
     std::map<std::string, std::string>& variables = core.dialogue.variables;
     if (captures[0] != "1" && captures[0] != "2")
@@ -191,7 +193,7 @@ void slot_set(Core& core, const Captures& captures, Reply& reply)
     };
 }
 
-constexpr Builtin table[] = {
+constexpr builtin_row table[] = {
     {"sim", "AT+CPIN?", cpin_read},
     {"sim", "AT+CPIN=*", cpin_set},
     {"sim", "AT+CLCK=*", clck},
@@ -206,7 +208,7 @@ constexpr Builtin table[] = {
 
 } // namespace
 
-Builtins sim_builtins()
+builtin_table sim_builtins()
 {
     return {table, std::size(table)};
 }

@@ -1,5 +1,5 @@
 // Messages: 3GPP TS 27.005 (commands and reports), 23.040 (the PDU of a delivered message).
-#include "core.h"
+#include "emulator/core.h"
 
 #include <algorithm>
 #include <cstring>
@@ -101,11 +101,11 @@ std::string deliver_of_text(const std::string& centre, const std::string& sender
 
 } // namespace
 
-void Core::keep_message(StoredMessage message)
+void modem_core::keep_message(stored_message message)
 {
     message.index = 0; // the lowest free place
     while (std::any_of(store.begin(), store.end(),
-                       [&](const StoredMessage& other) { return other.index == message.index; }))
+                       [&](const stored_message& other) { return other.index == message.index; }))
         ++message.index;
     message.status = 0;
     store.push_back(message);
@@ -113,7 +113,7 @@ void Core::keep_message(StoredMessage message)
         report("+CMTI: \"" + get("sms_storage", "ME") + "\"," + std::to_string(message.index));
 }
 
-std::string Core::deliver_pdu(const std::string& hex)
+std::string modem_core::deliver_pdu(const std::string& hex)
 {
     const int length = tpdu_length(hex);
     if (length < 0)
@@ -130,7 +130,7 @@ std::string Core::deliver_pdu(const std::string& hex)
     return "";
 }
 
-std::string Core::deliver_text(const std::string& sender, const std::string& words)
+std::string modem_core::deliver_text(const std::string& sender, const std::string& words)
 {
     const std::string stamp = get("stamp", "24/05/17,09:30:12+08");
     const std::string pdu = deliver_of_text(get("smsc", "+491710760000"), sender, stamp, words);
@@ -150,22 +150,22 @@ std::string Core::deliver_text(const std::string& sender, const std::string& wor
     return "";
 }
 
-void Core::send_report(const std::string& hex)
+void modem_core::send_report(const std::string& hex)
 {
     if (session.cnmi_ds == 1)
         report("+CDS: " + std::to_string(tpdu_length(hex)) + "\n" + hex);
 }
 
 // The body behind the prompt is complete, or was given up with ESC.
-void Core::message_ready(const std::string& body, bool given_up)
+void modem_core::message_ready(const std::string& body, bool given_up)
 {
-    Reply reply;
+    command_reply reply;
     if (given_up) {
         put_final(reply);
         return;
     }
     const bool pdu = !session.text_mode;
-    SentMessage sent{Clock::now(), pdu, session.target, body, -1};
+    sent_message sent{monotonic_clock::now(), pdu, session.target, body, -1};
     const int length = pdu ? tpdu_length(trim(body)) : 0;
     if (pdu && length != parse_number(session.target, 255))
         cms(reply, 304);
@@ -190,10 +190,10 @@ void Core::message_ready(const std::string& body, bool given_up)
 namespace
 {
 
-using Captures = std::vector<std::string>;
+using capture_list = std::vector<std::string>;
 
 // True when the SIM lets messages through; else the error is in the reply.
-bool sim_there(const Core& core, Reply& reply)
+bool sim_there(const modem_core& core, command_reply& reply)
 {
     const int error = core.sim_error();
     if (error) // 27.005, 3.2.5: 310 no SIM ... 314 SIM busy
@@ -201,17 +201,17 @@ bool sim_there(const Core& core, Reply& reply)
     return error == 0;
 }
 
-void cmgf_read(Core& core, const Captures&, Reply& reply)
+void cmgf_read(modem_core& core, const capture_list&, command_reply& reply)
 {
     reply.lines = {core.session.text_mode ? "+CMGF: 1" : "+CMGF: 0"};
 }
 
-void cmgf_test(Core&, const Captures&, Reply& reply)
+void cmgf_test(modem_core&, const capture_list&, command_reply& reply)
 {
     reply.lines = {"+CMGF: (0,1)"};
 }
 
-void cmgf_set(Core& core, const Captures& captures, Reply& reply)
+void cmgf_set(modem_core& core, const capture_list& captures, command_reply& reply)
 {
     const long mode = parse_number(captures[0], 1);
     if (mode < 0)
@@ -220,18 +220,18 @@ void cmgf_set(Core& core, const Captures& captures, Reply& reply)
         core.session.text_mode = mode == 1;
 }
 
-void cnmi_read(Core& core, const Captures&, Reply& reply)
+void cnmi_read(modem_core& core, const capture_list&, command_reply& reply)
 {
     reply.lines = {"+CNMI: 2," + std::to_string(core.session.cnmi_mt) + ",0," +
                    std::to_string(core.session.cnmi_ds) + ",0"};
 }
 
-void cnmi_test(Core&, const Captures&, Reply& reply)
+void cnmi_test(modem_core&, const capture_list&, command_reply& reply)
 {
     reply.lines = {"+CNMI: (0,1,2),(0,1,2,3),(0,2),(0,1,2),(0,1)"};
 }
 
-void cnmi_set(Core& core, const Captures& captures, Reply& reply)
+void cnmi_set(modem_core& core, const capture_list& captures, command_reply& reply)
 {
     const std::vector<std::string> values = arguments(captures[0]);
     const long mt = values.size() > 1 ? parse_number(values[1], 3) : core.session.cnmi_mt;
@@ -244,17 +244,17 @@ void cnmi_set(Core& core, const Captures& captures, Reply& reply)
     core.session.cnmi_ds = static_cast<int>(ds);
 }
 
-void csms_read(Core& core, const Captures&, Reply& reply)
+void csms_read(modem_core& core, const capture_list&, command_reply& reply)
 {
     reply.lines = {"+CSMS: " + std::to_string(core.session.csms) + ",1,1,1"};
 }
 
-void csms_test(Core&, const Captures&, Reply& reply)
+void csms_test(modem_core&, const capture_list&, command_reply& reply)
 {
     reply.lines = {"+CSMS: (0,1)"};
 }
 
-void csms_set(Core& core, const Captures& captures, Reply& reply)
+void csms_set(modem_core& core, const capture_list& captures, command_reply& reply)
 {
     const long service = parse_number(captures[0], 1);
     if (service < 0) {
@@ -265,13 +265,13 @@ void csms_set(Core& core, const Captures& captures, Reply& reply)
     reply.lines = {"+CSMS: 1,1,1"};
 }
 
-void cnma(Core& core, const Captures&, Reply& reply)
+void cnma(modem_core& core, const capture_list&, command_reply& reply)
 {
     if (core.session.csms == 0)
         cms(reply, 340);
 }
 
-void csca_read(Core& core, const Captures&, Reply& reply)
+void csca_read(modem_core& core, const capture_list&, command_reply& reply)
 {
     if (sim_there(core, reply)) {
         const std::string centre = core.get("smsc", "+491710760000");
@@ -280,13 +280,13 @@ void csca_read(Core& core, const Captures&, Reply& reply)
     }
 }
 
-void csca_set(Core& core, const Captures& captures, Reply& reply)
+void csca_set(modem_core& core, const capture_list& captures, command_reply& reply)
 {
     if (sim_there(core, reply))
         core.dialogue.variables["smsc"] = arguments(captures[0])[0];
 }
 
-void cpms_read(Core& core, const Captures&, Reply& reply)
+void cpms_read(modem_core& core, const capture_list&, command_reply& reply)
 {
     if (!sim_there(core, reply))
         return;
@@ -295,13 +295,13 @@ void cpms_read(Core& core, const Captures&, Reply& reply)
     reply.lines = {"+CPMS: " + one + "," + one + "," + one};
 }
 
-void cpms_test(Core&, const Captures&, Reply& reply)
+void cpms_test(modem_core&, const capture_list&, command_reply& reply)
 {
     const std::string one = "(\"SM\",\"ME\",\"MT\")";
     reply.lines = {"+CPMS: " + one + "," + one + "," + one};
 }
 
-void cpms_set(Core& core, const Captures& captures, Reply& reply)
+void cpms_set(modem_core& core, const capture_list& captures, command_reply& reply)
 {
     if (!sim_there(core, reply))
         return;
@@ -315,7 +315,7 @@ void cpms_set(Core& core, const Captures& captures, Reply& reply)
     reply.lines = {"+CPMS: " + one + "," + one + "," + one};
 }
 
-void cmgs(Core& core, const Captures& captures, Reply& reply)
+void cmgs(modem_core& core, const capture_list& captures, command_reply& reply)
 {
     if (!sim_there(core, reply))
         return;
@@ -325,13 +325,13 @@ void cmgs(Core& core, const Captures& captures, Reply& reply)
         return;
     }
     core.session.target = target;
-    reply.input = Reply::Input::message;
+    reply.input = command_reply::input_kind::message;
     reply.final_result.clear();
     reply.wait_ms = core.get_number("prompt_ms", 10);
 }
 
 // Head of a stored message behind "+CMGR: " or "+CMGL: <index>,".
-std::string message_head(const Core& core, const StoredMessage& message)
+std::string message_head(const modem_core& core, const stored_message& message)
 {
     if (!core.session.text_mode)
         return std::to_string(message.status) + ",," + std::to_string(tpdu_length(message.pdu));
@@ -341,7 +341,7 @@ std::string message_head(const Core& core, const StoredMessage& message)
            message.stamp + "\"";
 }
 
-std::string message_body(const Core& core, const StoredMessage& message)
+std::string message_body(const modem_core& core, const stored_message& message)
 {
     if (!core.session.text_mode)
         return message.pdu;
@@ -349,17 +349,17 @@ std::string message_body(const Core& core, const StoredMessage& message)
 }
 
 // What came as a PDU is not decoded here, so text mode cannot show it.
-bool can_show(const Core& core, const StoredMessage& message)
+bool can_show(const modem_core& core, const stored_message& message)
 {
     return !core.session.text_mode || !message.sender.empty();
 }
 
-void cmgl(Core& core, const Captures& captures, Reply& reply)
+void cmgl(modem_core& core, const capture_list& captures, command_reply& reply)
 {
     if (!sim_there(core, reply))
         return;
     const std::string wanted = unquote(captures[0]);
-    for (StoredMessage& message : core.store) {
+    for (stored_message& message : core.store) {
         const bool listed = wanted == "4" || wanted == "ALL" ||
                             wanted == std::to_string(message.status) ||
                             wanted == status_names[message.status];
@@ -373,17 +373,17 @@ void cmgl(Core& core, const Captures& captures, Reply& reply)
     }
 }
 
-void cmgl_test(Core&, const Captures&, Reply& reply)
+void cmgl_test(modem_core&, const capture_list&, command_reply& reply)
 {
     reply.lines = {"+CMGL: (0-4)"};
 }
 
-void cmgr(Core& core, const Captures& captures, Reply& reply)
+void cmgr(modem_core& core, const capture_list& captures, command_reply& reply)
 {
     if (!sim_there(core, reply))
         return;
     const long index = parse_number(captures[0], store_size);
-    for (StoredMessage& message : core.store) {
+    for (stored_message& message : core.store) {
         if (message.index != index)
             continue;
         if (!can_show(core, message)) {
@@ -399,7 +399,7 @@ void cmgr(Core& core, const Captures& captures, Reply& reply)
         cms(reply, 321);
 }
 
-void cmgd(Core& core, const Captures& captures, Reply& reply)
+void cmgd(modem_core& core, const capture_list& captures, command_reply& reply)
 {
     if (!sim_there(core, reply))
         return;
@@ -410,23 +410,23 @@ void cmgd(Core& core, const Captures& captures, Reply& reply)
         cms(reply, 321);
         return;
     }
-    const auto gone = [&](const StoredMessage& message) {
+    const auto gone = [&](const stored_message& message) {
         return flag == 4 || (flag == 0 ? message.index == index : message.status == 1);
     };
     core.store.erase(std::remove_if(core.store.begin(), core.store.end(), gone), core.store.end());
 }
 
-void cmgd_test(Core& core, const Captures&, Reply& reply)
+void cmgd_test(modem_core& core, const capture_list&, command_reply& reply)
 {
     std::string indexes;
-    for (const StoredMessage& message : core.store)
+    for (const stored_message& message : core.store)
         indexes += (indexes.empty() ? "" : ",") + std::to_string(message.index);
     reply.lines = {"+CMGD: (" + indexes + "),(0-4)"};
 }
 
-void accept(Core&, const Captures&, Reply&) {}
+void accept(modem_core&, const capture_list&, command_reply&) {}
 
-constexpr Builtin table[] = {
+constexpr builtin_row table[] = {
     {"sms", "AT+CMGF?", cmgf_read}, {"sms", "AT+CMGF=?", cmgf_test}, {"sms", "AT+CMGF=*", cmgf_set},
     {"sms", "AT+CNMI?", cnmi_read}, {"sms", "AT+CNMI=?", cnmi_test}, {"sms", "AT+CNMI=*", cnmi_set},
     {"sms", "AT+CSMS?", csms_read}, {"sms", "AT+CSMS=?", csms_test}, {"sms", "AT+CSMS=*", csms_set},
@@ -439,7 +439,7 @@ constexpr Builtin table[] = {
 
 } // namespace
 
-Builtins sms_builtins()
+builtin_table sms_builtins()
 {
     return {table, std::size(table)};
 }

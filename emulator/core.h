@@ -5,10 +5,10 @@
 // thread, orders included, so that the port is opened, used and closed by one thread alone.
 #pragma once
 
-#include "broker.h"
-#include "dialogue.h"
-#include "modem.h"
-#include "pty.h"
+#include "emulator/broker.h"
+#include "emulator/dialogue.h"
+#include "emulator/modem.h"
+#include "emulator/pty.h"
 
 #include <condition_variable>
 #include <deque>
@@ -19,55 +19,55 @@ namespace kelo_emulator
 {
 
 // What one command of a line draws.
-struct Reply {
-    enum class Input { none, message, file };
+struct command_reply {
+    enum class input_kind { none, message, file };
     std::vector<std::string> lines;
     std::string final_result = "OK"; // empty: none comes
     int wait_ms = 0;
-    std::vector<Report> reports; // behind the final result
-    std::function<void()> then;  // behind the final result, ahead of the reports
-    Input input = Input::none;   // `> ` or CONNECT comes in place of the final result
+    std::vector<later_report> reports;   // behind the final result
+    std::function<void()> then;          // behind the final result, ahead of the reports
+    input_kind input = input_kind::none; // `> ` or CONNECT comes in place of the final result
 };
 
-enum class SimState { ready, pin, puk, absent, busy, failure };
+enum class sim_state { ready, pin, puk, absent, busy, failure };
 
-struct Sim {
-    SimState state = SimState::ready;
+struct sim_card {
+    sim_state state = sim_state::ready;
     bool locked = false; // asks for its PIN after each power-up
     std::string pin = "1234", puk = "12345678";
     int pin_tries = 3, puk_tries = 10;
 };
 
-enum Domain { creg, cgreg, cereg, c5greg, domain_count };
+enum reg_domain { creg, cgreg, cereg, c5greg, domain_count };
 
 constexpr int mqtt_clients = 6;
 constexpr int ssl_contexts = 6;
 
-struct MqttClient {
+struct mqtt_client {
     int state = 0; // as +QMTCONN? counts, 0 closed
     bool ssl = false;
     int ssl_context = 0;
     int keepalive = 120;
     std::string host; // of the real broker
     int port = 0;     // 0: the broker is pretended
-    std::shared_ptr<Broker> broker;
+    std::shared_ptr<broker_client> broker;
 };
 
-struct StoredMessage {
+struct stored_message {
     int index;
     int status; // 0 unread, 1 read, 2 unsent, 3 sent
     std::string pdu;
     std::string sender, stamp, text; // empty sender: came as PDU
 };
 
-struct Call {
+struct voice_call {
     bool active = false, answered = false;
     std::string number; // empty: withheld
     unsigned serial = 0;
 };
 
 // Settings of a session: a restart of the module brings them back to what stands here.
-struct Session {
+struct session_state {
     bool echo = true;
     int cmee = 1;
     int cfun = 1;
@@ -79,12 +79,12 @@ struct Session {
     int csms = 0;
     bool clip = false, crc = false, simstat = false, unsolicited_csq = false;
     bool context = false;
-    MqttClient mqtt[mqtt_clients];
+    mqtt_client mqtt[mqtt_clients];
     std::map<std::string, std::string> ssl[ssl_contexts]; // of +QSSLCFG
     bool gps = false;
-    Call call;
+    voice_call call;
 
-    Reply::Input input = Reply::Input::none;
+    command_reply::input_kind input = command_reply::input_kind::none;
     std::string line; // being received
     bool line_too_long = false;
     bool after_cr = false;
@@ -98,7 +98,7 @@ struct Session {
 };
 
 // Orders to misbehave. They outlast a restart of the module.
-struct Faults {
+struct fault_settings {
     bool silent = false;
     std::vector<std::string> silent_patterns;
     int late_ms = 0;
@@ -117,31 +117,31 @@ struct Faults {
     bool mqtt_no_topic = false;
 };
 
-struct Core {
-    Options options;
+struct modem_core {
+    modem_options options;
     std::string dialogues_dir;
-    Dialogue dialogue;
+    dialogue_file dialogue;
 
     mutable std::mutex mutex;
     mutable std::condition_variable changed; // log grew, job done, thread ended
     std::thread thread;
     bool running = false, stop_wanted = false;
     int wake[2] = {-1, -1};
-    struct Job {
+    struct timed_job {
         std::function<void()> work;
         bool done = false;
     };
-    std::deque<Job*> jobs;
+    std::deque<timed_job*> jobs;
     bool run_on_thread(const std::function<void()>& work); // false: not running
     void wake_up() const;
 
     // --- modem.cpp: port, timers, log
-    Pty pty;
+    pseudo_terminal pty;
     std::string output; // not yet written
-    Clock::time_point next_write{};
-    std::multimap<Clock::time_point, std::function<void()>> timers;
-    std::deque<LogEntry> entries;
-    std::vector<LogEntry> untraced;
+    monotonic_clock::time_point next_write{};
+    std::multimap<monotonic_clock::time_point, std::function<void()>> timers;
+    std::deque<log_entry> entries;
+    std::vector<log_entry> untraced;
     std::deque<std::string> host_lines, modem_lines;
     std::string modem_partial;
     std::uint64_t endless_written = 0;
@@ -151,7 +151,7 @@ struct Core {
     void put(const std::string& bytes); // queue for writing; dropped when the port is gone or full
     void pump();
     void write_endless();
-    void note(From from, const std::string& bytes);
+    void note(speaker from, const std::string& bytes);
     void note_host_line(const std::string& line);
     void note_modem_bytes(const std::string& bytes);
     void read_port();
@@ -159,18 +159,18 @@ struct Core {
     void node_off();
 
     // --- session.cpp: what is said
-    Session session;
-    Faults faults;
+    session_state session;
+    fault_settings faults;
     unsigned restarts = 0;
     void receive(const std::string& bytes);
     void receive_command_byte(char c);
     void receive_body_byte(char c);
     void submit(const std::string& line);
     void execute(const std::string& line);
-    Reply run(const std::string& command);
-    void deliver(const std::string& line, const std::vector<Reply>& replies);
-    void finish();                      // the final result is out: next waiting line
-    void put_final(const Reply& reply); // final result, what follows it, finish
+    command_reply run(const std::string& command);
+    void deliver(const std::string& line, const std::vector<command_reply>& replies);
+    void finish();                              // the final result is out: next waiting line
+    void put_final(const command_reply& reply); // final result, what follows it, finish
     void report(const std::string& text);
     void report_sequence(const std::string& variable); // texts separated by `|`
     void reset(int away_ms);
@@ -184,7 +184,7 @@ struct Core {
     std::string text(const std::string& pattern) const;
 
     // --- builtins_*.cpp
-    Sim sim, other_sim; // of the selected slot, and of the other one
+    sim_card sim, other_sim; // of the selected slot, and of the other one
     void relock_sim();
     int sim_error() const; // CME number of the state, 0 when ready
     bool service() const;  // registered, home or roaming
@@ -199,20 +199,20 @@ struct Core {
     void update_registration();
     std::string cell = "LTE";
 
-    std::vector<StoredMessage> store;
-    std::vector<SentMessage> sent_messages;
+    std::vector<stored_message> store;
+    std::vector<sent_message> sent_messages;
     int reference = 0;
     void message_ready(const std::string& body, bool given_up);
     void send_report(const std::string& hex); // +CDS
     std::string deliver_pdu(const std::string& hex);
     std::string deliver_text(const std::string& sender, const std::string& words);
-    void keep_message(StoredMessage message);
+    void keep_message(stored_message message);
 
     bool gps_fix = true;
     std::map<std::string, std::string> files;
     void file_ready();
     void watch_broker(int number);
-    void broker_says(int number, const BrokerEvent& event);
+    void broker_says(int number, const broker_event& event);
 
     void ring(const std::string& number);
     void hang_up(bool by_peer);
@@ -220,32 +220,32 @@ struct Core {
 };
 
 // A built-in behaviour: a command pattern of a group that a dialogue file names with `use`.
-struct Builtin {
+struct builtin_row {
     const char* use; // null: every module has it
     const char* pattern;
-    void (*run)(Core& core, const std::vector<std::string>& captures, Reply& reply);
+    void (*run)(modem_core& core, const std::vector<std::string>& captures, command_reply& reply);
 };
 
-struct Builtins {
-    const Builtin* first;
+struct builtin_table {
+    const builtin_row* first;
     std::size_t count;
 };
 
-Builtins basic_builtins();   // echo, error form, radio        builtins_basic.cpp
-Builtins sim_builtins();     // SIM and PIN                    builtins_sim.cpp
-Builtins network_builtins(); // registration, operator, cell   builtins_network.cpp
-Builtins sms_builtins();     // messages                       builtins_sms.cpp
-Builtins misc_builtins();    // calls, files                   builtins_misc.cpp
-Builtins data_builtins();    // MQTT, GPS                      builtins_data.cpp
+builtin_table basic_builtins();   // echo, error form, radio        builtins_basic.cpp
+builtin_table sim_builtins();     // SIM and PIN                    builtins_sim.cpp
+builtin_table network_builtins(); // registration, operator, cell   builtins_network.cpp
+builtin_table sms_builtins();     // messages                       builtins_sms.cpp
+builtin_table misc_builtins();    // calls, files                   builtins_misc.cpp
+builtin_table data_builtins();    // MQTT, GPS                      builtins_data.cpp
 std::set<std::string> builtin_uses();
-const std::vector<Builtins>& all_builtins();
+const std::vector<builtin_table>& all_builtins();
 
 // Orders, orders.cpp. Runs on the emulator's thread.
-std::string run_order(Core& core, const std::string& text, std::string& answer);
+std::string run_order(modem_core& core, const std::string& text, std::string& answer);
 
 // Small helpers of the built-ins.
-void cme(Reply& reply, int number);
-void cms(Reply& reply, int number);
+void cme(command_reply& reply, int number);
+void cms(command_reply& reply, int number);
 bool is_hex(const std::string& text);
 std::string unquote(const std::string& text);                // one pair of quotes off
 std::vector<std::string> arguments(const std::string& text); // at commas outside quotes, unquoted

@@ -1,6 +1,6 @@
-#include "dialogue.h"
+#include "emulator/dialogue.h"
 
-#include "modem.h"
+#include "emulator/modem.h"
 
 #include <algorithm>
 #include <cctype>
@@ -29,32 +29,33 @@ bool begins(const std::string& text, const char* start)
     return text.rfind(start, 0) == 0;
 }
 
-enum class Final { no, yes, bad };
+enum class finality { no, yes, bad };
 
-Final final_kind(const std::string& line)
+finality final_kind(const std::string& line)
 {
     if (line == "OK" || line == "ERROR" || line == "NO CARRIER")
-        return Final::yes;
+        return finality::yes;
     for (const char* start : {"+CME ERROR: ", "+CMS ERROR: "})
         if (begins(line, start))
-            return parse_number(line.substr(strlen(start)), 9999) >= 0 ? Final::yes : Final::bad;
-    return Final::no;
+            return parse_number(line.substr(strlen(start)), 9999) >= 0 ? finality::yes
+                                                                       : finality::bad;
+    return finality::no;
 }
 
-struct Loader {
+struct dialogue_loader {
     const std::string& folder;
     const std::set<std::string>& known_uses;
-    Dialogue& out;
+    dialogue_file& out;
     std::string file;
     int number = 0;
     bool rule_open = false;
     bool rule_ended = false; // its final result, or `silent`, was seen
-    struct Reference {
+    struct file_reference {
         std::string file;
         int number;
         std::string name;
     };
-    std::vector<Reference> references;
+    std::vector<file_reference> references;
 
     std::string fail(const std::string& what) const
     {
@@ -92,7 +93,7 @@ struct Loader {
         return "";
     }
 
-    std::string assignment(const std::string& text, Assignment& result)
+    std::string assignment(const std::string& text, variable_change& result)
     {
         const std::size_t equals = text.find('=');
         if (equals == std::string::npos)
@@ -117,7 +118,7 @@ struct Loader {
             return "";
         }
         if (word == "var") {
-            Assignment made;
+            variable_change made;
             error = assignment(rest, made);
             if (error.empty())
                 out.variables[made.name] = made.value;
@@ -151,9 +152,9 @@ struct Loader {
     {
         if (!rule_open)
             return fail("`" + word + "` stands outside a rule");
-        Rule& rule = out.rules.back();
+        dialogue_rule& rule = out.rules.back();
         if (word == "report") {
-            Report made{0, rest};
+            later_report made{0, rest};
             if (begins(rest, "after ")) {
                 const std::size_t blank = rest.find(' ', 6);
                 const long ms = blank == std::string::npos
@@ -183,7 +184,7 @@ struct Loader {
             return ms < 0 ? fail("expected `wait <ms>`") : "";
         }
         if (word == "set") {
-            Assignment made;
+            variable_change made;
             const std::string error = assignment(rest, made);
             if (error.empty()) {
                 references.push_back({file, number, made.name});
@@ -192,13 +193,13 @@ struct Loader {
             return error;
         }
         switch (final_kind(rest)) {
-        case Final::bad:
+        case finality::bad:
             return fail("an error result has a number");
-        case Final::yes:
+        case finality::yes:
             rule.final_result = rest;
             rule_ended = true;
             return "";
-        case Final::no:
+        case finality::no:
             break;
         }
         rule.lines.push_back(rest);
@@ -250,13 +251,13 @@ struct Loader {
 } // namespace
 
 std::string load_dialogue(const std::string& folder, const std::string& file,
-                          const std::set<std::string>& known_uses, Dialogue& out)
+                          const std::set<std::string>& known_uses, dialogue_file& out)
 {
-    Loader loader{folder, known_uses, out, {}, 0, false, false, {}};
+    dialogue_loader loader{folder, known_uses, out, {}, 0, false, false, {}};
     const std::string error = loader.read(file, 0);
     if (!error.empty())
         return error;
-    for (const Loader::Reference& use : loader.references)
+    for (const dialogue_loader::file_reference& use : loader.references)
         if (!out.variables.count(use.name))
             return use.file + ":" + std::to_string(use.number) + ": no `var " + use.name + "`";
     return "";

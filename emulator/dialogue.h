@@ -29,34 +29,34 @@
 namespace kelo_emulator
 {
 
-struct Assignment {
+struct variable_change {
     std::string name, value;
 };
 
-struct Report {
+struct later_report {
     int after_ms;
     std::string text;
 };
 
-struct Rule {
+struct dialogue_rule {
     std::string pattern;
-    std::vector<Assignment> assignments;
+    std::vector<variable_change> assignments;
     std::string needs; // "", "card" or "sim"
     int wait_ms = 0;
     std::vector<std::string> lines;
     std::string final_result; // empty: silent
-    std::vector<Report> reports;
+    std::vector<later_report> reports;
 };
 
-struct Dialogue {
+struct dialogue_file {
     std::set<std::string> uses;
     std::map<std::string, std::string> variables;
-    std::vector<Rule> rules;
+    std::vector<dialogue_rule> rules;
 };
 
 // Reads `folder`/`file`. Empty text, or "EC25.dlg:12: what is wrong with the line".
 std::string load_dialogue(const std::string& folder, const std::string& file,
-                          const std::set<std::string>& known_uses, Dialogue& out);
+                          const std::set<std::string>& known_uses, dialogue_file& out);
 
 // Puts values for ${name} and ${1}. Unknown names become empty.
 std::string expand(const std::string& text, const std::map<std::string, std::string>& variables,

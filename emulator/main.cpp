@@ -1,5 +1,5 @@
 // kelo-emulator: a modem at a port path, with orders on standard input.
-#include "modem.h"
+#include "emulator/modem.h"
 
 #include <CLI/CLI.hpp>
 #include <cerrno>
@@ -17,7 +17,7 @@ namespace
 constexpr std::size_t max_order = 8192;
 
 // `12.345 >> AT+CSQ\r`: seconds since start, control bytes made visible.
-void print_entry(Clock::time_point start, const LogEntry& entry)
+void print_entry(monotonic_clock::time_point start, const log_entry& entry)
 {
     std::string text;
     for (const unsigned char c : entry.bytes) {
@@ -26,12 +26,12 @@ void print_entry(Clock::time_point start, const LogEntry& entry)
         text += c == '\r' ? "\\r" : c == '\n' ? "\\n" : shown;
     }
     const std::chrono::duration<double> at = entry.time - start;
-    printf("%9.3f %s %s\n", at.count(), entry.from == From::host ? ">>" : "<<", text.c_str());
+    printf("%9.3f %s %s\n", at.count(), entry.from == speaker::host ? ">>" : "<<", text.c_str());
     fflush(stdout);
 }
 
 // True when the tool is to end.
-bool take_order(Modem& modem, const std::string& line)
+bool take_order(emulated_modem& modem, const std::string& line)
 {
     if (line == "quit")
         return true;
@@ -48,7 +48,7 @@ bool take_order(Modem& modem, const std::string& line)
     return false;
 }
 
-void serve(Modem& modem, int signals)
+void serve(emulated_modem& modem, int signals)
 {
     struct pollfd polled[2] = {{signals, POLLIN, 0}, {STDIN_FILENO, POLLIN, 0}};
     std::string pending;
@@ -85,7 +85,7 @@ int main(int argc, char** argv)
 {
     CLI::App app{"An AT modem on a pseudo-terminal. Orders are read from standard input; the order "
                  "`help` lists them."};
-    Options options;
+    modem_options options;
     bool trace = false;
     std::vector<std::string> variables, orders;
     app.add_option("--model", options.model, "Name of a dialogue file")->required();
@@ -107,7 +107,7 @@ int main(int argc, char** argv)
         options.variables[variable.substr(0, equals)] = variable.substr(equals + 1);
     }
     if (trace)
-        options.trace = [start = Clock::now()](const LogEntry& entry) {
+        options.trace = [start = monotonic_clock::now()](const log_entry& entry) {
             print_entry(start, entry);
         };
 
@@ -121,7 +121,7 @@ int main(int argc, char** argv)
     const int signals = signalfd(-1, &ending, SFD_CLOEXEC);
     signal(SIGPIPE, SIG_IGN);
 
-    Modem modem;
+    emulated_modem modem;
     const std::string error = modem.start(options);
     if (!error.empty()) {
         fprintf(stderr, "kelo-emulator: %s\n", error.c_str());

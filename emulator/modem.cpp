@@ -1,5 +1,5 @@
 // The emulator's thread, the port, the log, and the public calls.
-#include "core.h"
+#include "emulator/core.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -54,18 +54,18 @@ std::string dialogues_folder(const std::string& wanted)
 
 // --- the thread ------------------------------------------------------------------------------
 
-void Core::loop()
+void modem_core::loop()
 {
     std::unique_lock lock(mutex);
     while (!stop_wanted) {
         while (!jobs.empty()) {
-            Job* job = jobs.front();
+            timed_job* job = jobs.front();
             jobs.pop_front();
             job->work();
             job->done = true;
             changed.notify_all();
         }
-        while (!timers.empty() && timers.begin()->first <= Clock::now()) {
+        while (!timers.empty() && timers.begin()->first <= monotonic_clock::now()) {
             auto work = std::move(timers.begin()->second);
             timers.erase(timers.begin());
             work();
@@ -74,25 +74,27 @@ void Core::loop()
         if (faults.endless && output.empty())
             write_endless();
 
-        std::vector<LogEntry> fresh;
+        std::vector<log_entry> fresh;
         fresh.swap(untraced);
         if (!fresh.empty() && options.trace) {
             lock.unlock();
-            for (const LogEntry& entry : fresh)
+            for (const log_entry& entry : fresh)
                 options.trace(entry);
             lock.lock();
             continue; // time has passed, orders may have come
         }
 
         struct pollfd polled[2] = {{wake[0], POLLIN, 0}, {pty.master(), POLLIN, 0}};
-        Clock::time_point next = timers.empty() ? Clock::time_point::max() : timers.begin()->first;
-        if (!output.empty() && next_write > Clock::now())
+        monotonic_clock::time_point next =
+            timers.empty() ? monotonic_clock::time_point::max() : timers.begin()->first;
+        if (!output.empty() && next_write > monotonic_clock::now())
             next = std::min(next, next_write); // pacing of split writes
         else if (pty.is_open() && (!output.empty() || faults.endless))
             polled[1].events |= POLLOUT;
         int timeout = -1;
-        if (next != Clock::time_point::max()) {
-            const auto left = std::chrono::ceil<milliseconds>(next - Clock::now()).count();
+        if (next != monotonic_clock::time_point::max()) {
+            const auto left =
+                std::chrono::ceil<milliseconds>(next - monotonic_clock::now()).count();
             timeout = static_cast<int>(std::clamp<long long>(left, 0, 60000));
         }
         lock.unlock();
@@ -108,14 +110,14 @@ void Core::loop()
     }
     timers.clear();
     node_off();
-    for (MqttClient& client : session.mqtt)
+    for (mqtt_client& client : session.mqtt)
         client.broker.reset();
     running = false;
     jobs.clear(); // their owners see that nothing runs any more
     changed.notify_all();
 }
 
-bool Core::run_on_thread(const std::function<void()>& work)
+bool modem_core::run_on_thread(const std::function<void()>& work)
 {
     std::unique_lock lock(mutex);
     if (!running || stop_wanted)
@@ -124,14 +126,14 @@ bool Core::run_on_thread(const std::function<void()>& work)
         work();
         return true;
     }
-    Job job{work};
+    timed_job job{work};
     jobs.push_back(&job);
     wake_up();
     changed.wait(lock, [&] { return job.done || !running; });
     return job.done;
 }
 
-void Core::wake_up() const
+void modem_core::wake_up() const
 {
     const char byte = 0;
     if (write(wake[1], &byte, 1) < 0) {
@@ -139,37 +141,37 @@ void Core::wake_up() const
     }
 }
 
-void Core::after(int ms, std::function<void()> work)
+void modem_core::after(int ms, std::function<void()> work)
 {
-    timers.emplace(Clock::now() + milliseconds(ms), std::move(work));
+    timers.emplace(monotonic_clock::now() + milliseconds(ms), std::move(work));
 }
 
 // --- the port --------------------------------------------------------------------------------
 
-void Core::put(const std::string& bytes)
+void modem_core::put(const std::string& bytes)
 {
     if (pty.is_open() && output.size() + bytes.size() <= max_output)
         output += bytes;
 }
 
-void Core::pump()
+void modem_core::pump()
 {
-    while (pty.is_open() && !output.empty() && Clock::now() >= next_write) {
+    while (pty.is_open() && !output.empty() && monotonic_clock::now() >= next_write) {
         const std::size_t piece =
             faults.split_bytes ? std::min(faults.split_bytes, output.size()) : output.size();
         const ssize_t written = write(pty.master(), output.data(), piece);
         if (written <= 0)
             return; // full, or hung up just now: polled for
-        note(From::modem, output.substr(0, static_cast<std::size_t>(written)));
+        note(speaker::modem, output.substr(0, static_cast<std::size_t>(written)));
         note_modem_bytes(output.substr(0, static_cast<std::size_t>(written)));
         output.erase(0, static_cast<std::size_t>(written));
         if (faults.split_bytes)
-            next_write = Clock::now() + milliseconds(faults.split_ms);
+            next_write = monotonic_clock::now() + milliseconds(faults.split_ms);
     }
 }
 
 // As much as the port takes, then back to the loop, so that a fast reader cannot hold the thread.
-void Core::write_endless()
+void modem_core::write_endless()
 {
     std::string block;
     while (block.size() < 4096)
@@ -183,7 +185,7 @@ void Core::write_endless()
     endless_written += static_cast<std::uint64_t>(written);
 }
 
-void Core::read_port()
+void modem_core::read_port()
 {
     char bytes[4096];
     if (!pty.is_open())
@@ -194,12 +196,12 @@ void Core::read_port()
         receive(std::string(bytes, static_cast<std::size_t>(length)));
 }
 
-std::string Core::node_on()
+std::string modem_core::node_on()
 {
     return pty.is_open() ? "" : pty.open(options.port);
 }
 
-void Core::node_off()
+void modem_core::node_off()
 {
     pty.close();
     output.clear();
@@ -210,22 +212,22 @@ void Core::node_off()
 
 // --- the log ---------------------------------------------------------------------------------
 
-void Core::note(From from, const std::string& bytes)
+void modem_core::note(speaker from, const std::string& bytes)
 {
-    LogEntry entry{Clock::now(), from, bytes};
+    log_entry entry{monotonic_clock::now(), from, bytes};
     if (options.trace)
         untraced.push_back(entry);
     push_bounded(entries, std::move(entry));
     changed.notify_all();
 }
 
-void Core::note_host_line(const std::string& line)
+void modem_core::note_host_line(const std::string& line)
 {
     if (!line.empty())
         push_bounded(host_lines, line);
 }
 
-void Core::note_modem_bytes(const std::string& bytes)
+void modem_core::note_modem_bytes(const std::string& bytes)
 {
     for (const char c : bytes) {
         if (c == '\n' || modem_partial.size() >= max_partial) {
@@ -246,40 +248,40 @@ void Core::note_modem_bytes(const std::string& bytes)
 
 // --- variables -------------------------------------------------------------------------------
 
-std::string Core::get(const std::string& name, const std::string& fallback) const
+std::string modem_core::get(const std::string& name, const std::string& fallback) const
 {
     const auto found = dialogue.variables.find(name);
     return found == dialogue.variables.end() ? fallback : found->second;
 }
 
-int Core::get_number(const std::string& name, int fallback) const
+int modem_core::get_number(const std::string& name, int fallback) const
 {
     const long value = parse_number(get(name), 1000000);
     return value < 0 ? fallback : static_cast<int>(value);
 }
 
-std::string Core::text(const std::string& pattern) const
+std::string modem_core::text(const std::string& pattern) const
 {
     return expand(pattern, dialogue.variables);
 }
 
 // --- public calls ----------------------------------------------------------------------------
 
-Modem::Modem() : core_(std::make_unique<Core>()) {}
+emulated_modem::emulated_modem() : core_(std::make_unique<modem_core>()) {}
 
-Modem::~Modem()
+emulated_modem::~emulated_modem()
 {
     stop();
 }
 
-std::string Modem::start(const Options& options)
+std::string emulated_modem::start(const modem_options& options)
 {
     if (running())
         return "already running";
     stop();
     if (options.model.empty() || options.model.find('/') != std::string::npos)
         return "no model '" + options.model + "'";
-    auto core = std::make_unique<Core>();
+    auto core = std::make_unique<modem_core>();
     core->options = options;
     std::string error = load_dialogue(dialogues_folder(options.dialogues_dir),
                                       options.model + ".dlg", builtin_uses(), core->dialogue);
@@ -300,13 +302,13 @@ std::string Modem::start(const Options& options)
     core->running = true;
     if (options.boot_reports)
         core->boot();
-    Core* raw = core.get();
+    modem_core* raw = core.get();
     core_ = std::move(core);
     core_->thread = std::thread([raw] { raw->loop(); });
     return "";
 }
 
-void Modem::stop()
+void emulated_modem::stop()
 {
     {
         const std::lock_guard lock(core_->mutex);
@@ -323,13 +325,13 @@ void Modem::stop()
     }
 }
 
-bool Modem::running() const
+bool emulated_modem::running() const
 {
     const std::lock_guard lock(core_->mutex);
     return core_->running && !core_->stop_wanted;
 }
 
-std::string Modem::order(const std::string& text, std::string* answer)
+std::string emulated_modem::order(const std::string& text, std::string* answer)
 {
     std::string error, words;
     if (!core_->run_on_thread([&] { error = run_order(*core_, text, words); }))
@@ -339,73 +341,75 @@ std::string Modem::order(const std::string& text, std::string* answer)
     return error;
 }
 
-void Modem::report(const std::string& line)
+void emulated_modem::report(const std::string& line)
 {
     core_->run_on_thread([&] { core_->report(line); });
 }
 
-void Modem::raw(const std::string& bytes)
+void emulated_modem::raw(const std::string& bytes)
 {
     core_->run_on_thread([&] { core_->put(bytes); });
 }
 
-void Modem::set(const std::string& name, const std::string& value)
+void emulated_modem::set(const std::string& name, const std::string& value)
 {
     const std::lock_guard lock(core_->mutex);
     core_->dialogue.variables[name] = value;
 }
 
-std::string Modem::get(const std::string& name) const
+std::string emulated_modem::get(const std::string& name) const
 {
     const std::lock_guard lock(core_->mutex);
     return core_->get(name);
 }
 
-std::vector<LogEntry> Modem::log() const
+std::vector<log_entry> emulated_modem::log() const
 {
     const std::lock_guard lock(core_->mutex);
     return {core_->entries.begin(), core_->entries.end()};
 }
 
-std::vector<std::string> Modem::commands() const
+std::vector<std::string> emulated_modem::commands() const
 {
     const std::lock_guard lock(core_->mutex);
     return {core_->host_lines.begin(), core_->host_lines.end()};
 }
 
-std::vector<std::string> Modem::sent() const
+std::vector<std::string> emulated_modem::sent() const
 {
     const std::lock_guard lock(core_->mutex);
     return {core_->modem_lines.begin(), core_->modem_lines.end()};
 }
 
-std::size_t Modem::count(const std::string& pattern) const
+std::size_t emulated_modem::count(const std::string& pattern) const
 {
     const std::lock_guard lock(core_->mutex);
     return count_matches(core_->host_lines, pattern);
 }
 
-std::size_t Modem::count_sent(const std::string& pattern) const
+std::size_t emulated_modem::count_sent(const std::string& pattern) const
 {
     const std::lock_guard lock(core_->mutex);
     return count_matches(core_->modem_lines, pattern);
 }
 
-bool Modem::wait_for(const std::string& pattern, milliseconds timeout, std::size_t times) const
+bool emulated_modem::wait_for(const std::string& pattern, milliseconds timeout,
+                              std::size_t times) const
 {
     std::unique_lock lock(core_->mutex);
     return core_->changed.wait_for(
         lock, timeout, [&] { return count_matches(core_->host_lines, pattern) >= times; });
 }
 
-bool Modem::wait_sent(const std::string& pattern, milliseconds timeout, std::size_t times) const
+bool emulated_modem::wait_sent(const std::string& pattern, milliseconds timeout,
+                               std::size_t times) const
 {
     std::unique_lock lock(core_->mutex);
     return core_->changed.wait_for(
         lock, timeout, [&] { return count_matches(core_->modem_lines, pattern) >= times; });
 }
 
-void Modem::clear_log()
+void emulated_modem::clear_log()
 {
     const std::lock_guard lock(core_->mutex);
     core_->entries.clear();
@@ -414,13 +418,13 @@ void Modem::clear_log()
     core_->modem_partial.clear();
 }
 
-std::vector<SentMessage> Modem::sent_messages() const
+std::vector<sent_message> emulated_modem::sent_messages() const
 {
     const std::lock_guard lock(core_->mutex);
     return core_->sent_messages;
 }
 
-std::uint64_t Modem::endless_bytes() const
+std::uint64_t emulated_modem::endless_bytes() const
 {
     const std::lock_guard lock(core_->mutex);
     return core_->endless_written;

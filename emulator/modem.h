@@ -19,29 +19,29 @@
 namespace kelo_emulator
 {
 
-using Clock = std::chrono::steady_clock;
+using monotonic_clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
-enum class From { host, modem };
+enum class speaker { host, modem };
 
 // One thing said on the port. From the host: one command line or one message body with its
 // terminator, as received. From the modem: the bytes of one write.
-struct LogEntry {
-    Clock::time_point time;
-    From from;
+struct log_entry {
+    monotonic_clock::time_point time;
+    speaker from;
     std::string bytes;
 };
 
 // One message that the host sent with AT+CMGS.
-struct SentMessage {
-    Clock::time_point time;
+struct sent_message {
+    monotonic_clock::time_point time;
     bool pdu;           // true: `body` is the hexadecimal PDU as written
     std::string target; // argument of AT+CMGS: the number in text mode, the length in PDU mode
     std::string body;   // without the closing Ctrl-Z
     int reference;      // the <mr> that was answered, -1 when it was refused
 };
 
-struct Options {
+struct modem_options {
     std::string model;         // the dialogue file is <dialogues_dir>/<model>.dlg
     std::string port;          // path at which the pseudo-terminal appears, e.g. "/dev/ttyUSB2"
     std::string dialogues_dir; // empty: $KELO_DIALOGUES, else those installed with this program,
@@ -49,22 +49,22 @@ struct Options {
     bool boot_reports = false; // print the boot reports (RDY ...) after start
     std::map<std::string, std::string> variables; // override variables of the dialogue file
     // Called on the emulator's thread for each log entry, without a lock held. May be empty.
-    std::function<void(const LogEntry&)> trace;
+    std::function<void(const log_entry&)> trace;
 };
 
-struct Core;
+struct modem_core;
 
-class Modem
+class emulated_modem
 {
   public:
-    Modem();
-    ~Modem(); // stops
-    Modem(const Modem&) = delete;
-    Modem& operator=(const Modem&) = delete;
+    emulated_modem();
+    ~emulated_modem(); // stops
+    emulated_modem(const emulated_modem&) = delete;
+    emulated_modem& operator=(const emulated_modem&) = delete;
 
     // Loads the dialogue file, opens the pseudo-terminal and puts it at the port path.
     // Returns an empty text, or what went wrong ("EC25.dlg:12: ..."); nothing is left behind then.
-    std::string start(const Options& options);
+    std::string start(const modem_options& options);
     // Takes the port away and ends the thread. Harmless when not running. The log stays readable.
     void stop();
     bool running() const;
@@ -88,7 +88,7 @@ class Modem
     // Patterns are whole texts in which `*` stands for any run of characters, letters in either
     // case: "AT+CPIN?", "AT+CGREG*". There is no other wildcard; `?` is a question mark.
     // The log holds the latest 50000 entries; older ones are dropped. Endless output is not logged.
-    std::vector<LogEntry> log() const;
+    std::vector<log_entry> log() const;
     // Host: the text of each command line, without line end; empty lines are left out.
     std::vector<std::string> commands() const;
     // Modem: the lines written, without line ends and empty lines, put together over split writes.
@@ -100,12 +100,12 @@ class Modem
     bool wait_sent(const std::string& pattern, milliseconds timeout, std::size_t times = 1) const;
     void clear_log();
 
-    std::vector<SentMessage> sent_messages() const;
+    std::vector<sent_message> sent_messages() const;
     // Bytes that endless output has written since start.
     std::uint64_t endless_bytes() const;
 
   private:
-    std::unique_ptr<Core> core_;
+    std::unique_ptr<modem_core> core_;
 };
 
 // The whole text against a pattern with `*`, letters in either case. What each `*` stood for is

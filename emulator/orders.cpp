@@ -1,5 +1,5 @@
-// The one table of orders, for the tool's standard input and for Modem::order.
-#include "core.h"
+// The one table of orders, for the tool's standard input and for emulated_modem::order.
+#include "emulator/core.h"
 
 #include <cctype>
 
@@ -9,12 +9,12 @@ namespace kelo_emulator
 namespace
 {
 
-using Words = std::vector<std::string>;
+using word_list = std::vector<std::string>;
 
 // What an order gets: its words behind the name, and all of them as they were written.
-struct Call {
-    Core& core;
-    const Words& words;
+struct order_request {
+    modem_core& core;
+    const word_list& words;
     const std::string& rest;
     std::string& answer;
 
@@ -37,16 +37,16 @@ struct Call {
 
 constexpr const char* bad = "?"; // answered with the usage of the order
 
-struct Order {
+struct order_row {
     const char* name;
     const char* usage;
     const char* help;
-    std::string (*run)(const Call& call);
+    std::string (*run)(const order_request& call);
 };
 
 constexpr long max_ms = 3600000;
 
-bool ms_word(const Call& call, std::size_t i, long fallback, long& ms)
+bool ms_word(const order_request& call, std::size_t i, long fallback, long& ms)
 {
     ms = call.word(i).empty() ? fallback : parse_number(call.word(i), max_ms);
     return ms >= 0;
@@ -82,7 +82,7 @@ std::string unescape(const std::string& text)
 
 // --- lines ---
 
-std::string order_report(const Call& call)
+std::string order_report(const order_request& call)
 {
     if (call.rest.empty())
         return bad;
@@ -90,7 +90,7 @@ std::string order_report(const Call& call)
     return "";
 }
 
-std::string order_raw(const Call& call)
+std::string order_raw(const order_request& call)
 {
     if (call.rest.empty())
         return bad;
@@ -98,7 +98,7 @@ std::string order_raw(const Call& call)
     return "";
 }
 
-std::string order_set(const Call& call)
+std::string order_set(const order_request& call)
 {
     if (call.words.empty())
         return bad;
@@ -108,9 +108,9 @@ std::string order_set(const Call& call)
 
 // --- misbehaviour ---
 
-std::string order_silence(const Call& call)
+std::string order_silence(const order_request& call)
 {
-    Faults& faults = call.core.faults;
+    fault_settings& faults = call.core.faults;
     if (call.rest == "on") {
         faults.silent = true;
     } else if (call.rest == "off") {
@@ -124,7 +124,7 @@ std::string order_silence(const Call& call)
     return "";
 }
 
-std::string order_late(const Call& call)
+std::string order_late(const order_request& call)
 {
     long ms = 0;
     if (call.words.empty() || (call.word(0) != "off" && !ms_word(call, 0, 0, ms)))
@@ -134,7 +134,7 @@ std::string order_late(const Call& call)
     return "";
 }
 
-std::string order_split(const Call& call)
+std::string order_split(const order_request& call)
 {
     long bytes = 0, ms = 0;
     if (call.word(0) != "off") {
@@ -147,7 +147,7 @@ std::string order_split(const Call& call)
     return "";
 }
 
-std::string order_garbage(const Call& call)
+std::string order_garbage(const order_request& call)
 {
     const long count = call.words.empty() ? 64 : parse_number(call.word(0), 65536);
     if (count < 1)
@@ -162,9 +162,9 @@ std::string order_garbage(const Call& call)
     return "";
 }
 
-std::string order_partial(const Call& call)
+std::string order_partial(const order_request& call)
 {
-    Faults& faults = call.core.faults;
+    fault_settings& faults = call.core.faults;
     if (call.word(0) == "off") {
         faults.partial_pattern.clear();
         return "";
@@ -177,7 +177,7 @@ std::string order_partial(const Call& call)
     return "";
 }
 
-std::string order_reset(const Call& call)
+std::string order_reset(const order_request& call)
 {
     long ms = 0;
     if (call.word(0) == "on") {
@@ -192,7 +192,7 @@ std::string order_reset(const Call& call)
     return "";
 }
 
-std::string order_node(const Call& call)
+std::string order_node(const order_request& call)
 {
     long ms = 0;
     if (call.rest == "off") {
@@ -213,9 +213,9 @@ std::string order_node(const Call& call)
     return "";
 }
 
-std::string order_endless(const Call& call)
+std::string order_endless(const order_request& call)
 {
-    Faults& faults = call.core.faults;
+    fault_settings& faults = call.core.faults;
     if (call.word(0) == "off") {
         faults.endless = false;
         return "";
@@ -229,7 +229,7 @@ std::string order_endless(const Call& call)
     return "";
 }
 
-std::string order_overlap(const Call& call)
+std::string order_overlap(const order_request& call)
 {
     if (call.rest != "queue" && call.rest != "swallow")
         return bad;
@@ -239,11 +239,11 @@ std::string order_overlap(const Call& call)
 
 // --- SIM, network ---
 
-std::string pull_sim(Core& core)
+std::string pull_sim(modem_core& core)
 {
-    if (core.sim.state == SimState::absent)
+    if (core.sim.state == sim_state::absent)
         return "there is no SIM";
-    core.sim.state = SimState::absent;
+    core.sim.state = sim_state::absent;
     if (core.session.simstat)
         core.report(core.get("sim_removed_report", "+QSIMSTAT: 1,0"));
     core.report_sequence("sim_pulled");
@@ -251,11 +251,11 @@ std::string pull_sim(Core& core)
     return "";
 }
 
-std::string put_sim(Core& core)
+std::string put_sim(modem_core& core)
 {
-    if (core.sim.state != SimState::absent)
+    if (core.sim.state != sim_state::absent)
         return "there is a SIM already";
-    core.sim.state = SimState::ready;
+    core.sim.state = sim_state::ready;
     core.relock_sim();
     if (core.session.simstat)
         core.report(core.get("sim_inserted_report", "+QSIMSTAT: 1,1"));
@@ -264,10 +264,10 @@ std::string put_sim(Core& core)
     return "";
 }
 
-std::string order_sim(const Call& call)
+std::string order_sim(const order_request& call)
 {
-    Core& core = call.core;
-    Sim& sim = core.sim;
+    modem_core& core = call.core;
+    sim_card& sim = core.sim;
     const std::string& what = call.word(0);
     long ms = 0;
     if (what == "pull")
@@ -275,29 +275,29 @@ std::string order_sim(const Call& call)
     if (what == "put")
         return put_sim(core);
     if (what == "ready") {
-        sim.state = SimState::ready;
+        sim.state = sim_state::ready;
         sim.locked = false;
         sim.pin_tries = 3;
     } else if (what == "pin") {
-        sim.state = SimState::pin;
+        sim.state = sim_state::pin;
         sim.locked = true;
         sim.pin_tries = 3;
         if (!call.word(1).empty())
             sim.pin = call.word(1);
     } else if (what == "puk") {
-        sim.state = SimState::puk;
+        sim.state = sim_state::puk;
         sim.locked = true;
         sim.pin_tries = 0;
         if (!call.word(1).empty())
             sim.puk = call.word(1);
     } else if (what == "absent") {
-        sim.state = SimState::absent;
+        sim.state = sim_state::absent;
     } else if (what == "failure") {
-        sim.state = SimState::failure;
+        sim.state = sim_state::failure;
     } else if (what == "busy" && ms_word(call, 1, 5000, ms)) {
-        sim.state = SimState::busy;
+        sim.state = sim_state::busy;
         core.after(static_cast<int>(ms), [&core] {
-            if (core.sim.state == SimState::busy) {
+            if (core.sim.state == sim_state::busy) {
                 core.relock_sim();
                 core.update_registration();
             }
@@ -309,7 +309,7 @@ std::string order_sim(const Call& call)
     return "";
 }
 
-std::string order_reg(const Call& call)
+std::string order_reg(const order_request& call)
 {
     static const std::map<std::string, int> stats = {
         {"off", 0},     {"home", 1},    {"searching", 2}, {"denied", 3},
@@ -329,7 +329,7 @@ std::string order_reg(const Call& call)
     return "";
 }
 
-std::string order_cell(const Call& call)
+std::string order_cell(const order_request& call)
 {
     for (const char* kind : {"GSM", "WCDMA", "LTE", "NR5G-SA", "NR5G-NSA"})
         if (call.rest == kind) {
@@ -340,13 +340,13 @@ std::string order_cell(const Call& call)
     return bad;
 }
 
-std::string order_csq(const Call& call)
+std::string order_csq(const order_request& call)
 {
     const long rssi = parse_number(call.word(0), 199);
     const long ber = call.words.size() > 1 ? parse_number(call.word(1), 99) : 99;
     if (rssi < 0 || ber < 0)
         return bad;
-    Core& core = call.core;
+    modem_core& core = call.core;
     core.dialogue.variables["rssi"] = std::to_string(rssi);
     core.dialogue.variables["ber"] = std::to_string(ber);
     if (core.session.unsolicited_csq)
@@ -356,7 +356,7 @@ std::string order_csq(const Call& call)
 
 // --- messages, calls ---
 
-std::string order_call(const Call& call)
+std::string order_call(const order_request& call)
 {
     if (call.rest == "off") {
         call.core.hang_up(true);
@@ -368,7 +368,7 @@ std::string order_call(const Call& call)
     return "";
 }
 
-std::string order_sms(const Call& call)
+std::string order_sms(const order_request& call)
 {
     const std::string& what = call.word(0);
     if (what == "pdu" && call.words.size() == 2)
@@ -382,9 +382,9 @@ std::string order_sms(const Call& call)
     return bad;
 }
 
-std::string order_cmgs(const Call& call)
+std::string order_cmgs(const order_request& call)
 {
-    Faults& faults = call.core.faults;
+    fault_settings& faults = call.core.faults;
     const long error = call.word(0) == "error" ? parse_number(call.word(1), 9999) : -1;
     if (call.rest != "ok" && call.rest != "silent" && error < 0)
         return bad;
@@ -395,9 +395,9 @@ std::string order_cmgs(const Call& call)
 
 // --- MQTT, GPS ---
 
-std::string order_mqtt(const Call& call)
+std::string order_mqtt(const order_request& call)
 {
-    Faults& faults = call.core.faults;
+    fault_settings& faults = call.core.faults;
     const std::string& what = call.word(0);
     const long number = parse_number(call.word(1), 255);
     if (call.rest == "ok") {
@@ -426,7 +426,7 @@ std::string order_mqtt(const Call& call)
     return "";
 }
 
-std::string order_gps(const Call& call)
+std::string order_gps(const order_request& call)
 {
     if (call.rest != "fix" && call.rest != "nofix")
         return bad;
@@ -434,10 +434,10 @@ std::string order_gps(const Call& call)
     return "";
 }
 
-std::string order_state(const Call& call)
+std::string order_state(const order_request& call)
 {
     static const char* const sims[] = {"ready", "pin", "puk", "absent", "busy", "failure"};
-    const Core& core = call.core;
+    const modem_core& core = call.core;
     call.answer = std::string("node ") + (core.pty.is_open() ? "on" : "off") + ", radio " +
                   std::to_string(core.session.cfun) + ", sim " +
                   sims[static_cast<int>(core.sim.state)] + " (" +
@@ -447,9 +447,9 @@ std::string order_state(const Call& call)
     return "";
 }
 
-std::string order_help(const Call& call);
+std::string order_help(const order_request& call);
 
-constexpr Order table[] = {
+constexpr order_row table[] = {
     {"report", "report TEXT", "an unsolicited line; \\n begins a further one", order_report},
     {"raw", "raw TEXT", "bytes as they are; \\r \\n \\t \\\\ \\xHH", order_raw},
     {"set", "set NAME VALUE", "change a variable of the dialogue", order_set},
@@ -486,16 +486,16 @@ constexpr Order table[] = {
     {"help", "help", "print this table", order_help},
 };
 
-std::string order_help(const Call& call)
+std::string order_help(const order_request& call)
 {
-    for (const Order& order : table)
+    for (const order_row& order : table)
         call.answer += std::string(order.usage) + "\n        " + order.help + "\n";
     return "";
 }
 
 } // namespace
 
-std::string run_order(Core& core, const std::string& text, std::string& answer)
+std::string run_order(modem_core& core, const std::string& text, std::string& answer)
 {
     const std::size_t first = text.find_first_not_of(" \t");
     if (first == std::string::npos)
@@ -504,11 +504,11 @@ std::string run_order(Core& core, const std::string& text, std::string& answer)
     const std::string name = text.substr(first, end == std::string::npos ? end : end - first);
     const std::size_t start = end == std::string::npos ? end : text.find_first_not_of(' ', end);
     const std::string rest = start == std::string::npos ? "" : text.substr(start);
-    Words words;
+    word_list words;
     for (const std::string& word : split(rest, ' '))
         if (!word.empty())
             words.push_back(word);
-    for (const Order& order : table) {
+    for (const order_row& order : table) {
         if (name != order.name)
             continue;
         const std::string error = order.run({core, words, rest, answer});

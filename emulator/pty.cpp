@@ -1,4 +1,4 @@
-#include "pty.h"
+#include "emulator/pty.h"
 
 #include <cerrno>
 #include <climits>
@@ -39,12 +39,12 @@ std::string make_room(const std::string& path)
 
 } // namespace
 
-Pty::~Pty()
+pseudo_terminal::~pseudo_terminal()
 {
     close();
 }
 
-std::string Pty::open(const std::string& path)
+std::string pseudo_terminal::open(const std::string& path)
 {
     close();
     std::string error = make_room(path);
@@ -83,12 +83,12 @@ std::string Pty::open(const std::string& path)
     return "";
 }
 
-void Pty::allow_next_open() const
+void pseudo_terminal::allow_next_open() const
 {
     ioctl(slave_, TIOCNXCL);
 }
 
-void Pty::close()
+void pseudo_terminal::close()
 {
     // The link goes first, as a device node does: a host that sees the hang-up finds no node. By
     // now another emulator may have put its own link there.

@@ -7,10 +7,10 @@
 namespace kelo_emulator
 {
 
-class Pty
+class pseudo_terminal
 {
   public:
-    ~Pty();
+    ~pseudo_terminal();
     // Opens a new pseudo-terminal and links its slave at `path`. Empty text, or what went wrong.
     std::string open(const std::string& path);
     // Takes the link away and hangs up: whoever has the slave open reads EOF or EIO from now on.

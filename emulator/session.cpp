@@ -1,5 +1,5 @@
 // Command lines in, answers out, and the faults that are put in between.
-#include "core.h"
+#include "emulator/core.h"
 
 #include <cctype>
 #include <cstring>
@@ -18,13 +18,13 @@ constexpr std::size_t max_waiting = 8;
 constexpr char ctrl_z = 0x1A;
 constexpr char escape = 0x1B;
 
-struct CmeWord {
+struct cme_word {
     int number;
     const char* words;
 };
 
 // 3GPP TS 27.007, 9.2
-constexpr CmeWord cme_words[] = {
+constexpr cme_word cme_words[] = {
     {0, "phone failure"},
     {3, "operation not allowed"},
     {4, "operation not supported"},
@@ -97,7 +97,7 @@ bool any_matches(const std::vector<std::string>& patterns, const std::string& te
 
 // The host's bytes. A restart in their middle drops the rest, as the node they were written to is
 // gone.
-void Core::receive(const std::string& bytes)
+void modem_core::receive(const std::string& bytes)
 {
     const unsigned before = restarts;
     for (const char c : bytes) {
@@ -106,7 +106,7 @@ void Core::receive(const std::string& bytes)
             continue;
         if (session.opening_file)
             continue;
-        if (session.input == Reply::Input::none)
+        if (session.input == command_reply::input_kind::none)
             receive_command_byte(c);
         else
             receive_body_byte(c);
@@ -115,7 +115,7 @@ void Core::receive(const std::string& bytes)
     }
 }
 
-void Core::receive_command_byte(char c)
+void modem_core::receive_command_byte(char c)
 {
     if (c == '\n') // the second half of the host's line end draws neither echo nor answer
         return;
@@ -127,7 +127,7 @@ void Core::receive_command_byte(char c)
         const bool too_long = session.line_too_long;
         session.line_too_long = false;
         session.after_cr = true;
-        note(From::host, line + "\r");
+        note(speaker::host, line + "\r");
         note_host_line(line);
         if (too_long && !faults.silent)
             put("\r\nERROR\r\n");
@@ -145,13 +145,13 @@ void Core::receive_command_byte(char c)
     }
 }
 
-void Core::receive_body_byte(char c)
+void modem_core::receive_body_byte(char c)
 {
-    if (session.input == Reply::Input::file) {
+    if (session.input == command_reply::input_kind::file) {
         session.body += c;
         if (session.body.size() >= session.file_size) {
-            session.input = Reply::Input::none;
-            note(From::host, session.body);
+            session.input = command_reply::input_kind::none;
+            note(speaker::host, session.body);
             file_ready();
         }
         return;
@@ -161,8 +161,8 @@ void Core::receive_body_byte(char c)
     if (c == ctrl_z || c == escape) {
         std::string body;
         body.swap(session.body);
-        session.input = Reply::Input::none;
-        note(From::host, body + c);
+        session.input = command_reply::input_kind::none;
+        note(speaker::host, body + c);
         if (!faults.silent)
             message_ready(body, c == escape);
         else
@@ -176,7 +176,7 @@ void Core::receive_body_byte(char c)
     }
 }
 
-void Core::submit(const std::string& line)
+void modem_core::submit(const std::string& line)
 {
     // V.250, 5.2.1: whatever stands ahead of AT is ignored, and so is a line without it.
     std::size_t start = line.find("AT");
@@ -190,7 +190,7 @@ void Core::submit(const std::string& line)
         session.waiting.push_back(command);
 }
 
-void Core::execute(const std::string& line)
+void modem_core::execute(const std::string& line)
 {
     if (!faults.reset_pattern.empty() && pattern_matches(faults.reset_pattern, line)) {
         faults.reset_pattern.clear();
@@ -200,7 +200,7 @@ void Core::execute(const std::string& line)
     if (any_matches(faults.silent_patterns, line))
         return;
 
-    std::vector<Reply> replies;
+    std::vector<command_reply> replies;
     int wait = pattern_matches(faults.late_pattern, line) ? faults.late_ms : 0;
     for (const std::string& command : commands_of_line(line)) {
         replies.push_back(run(command));
@@ -215,11 +215,11 @@ void Core::execute(const std::string& line)
         deliver(line, replies);
 }
 
-Reply Core::run(const std::string& command)
+command_reply modem_core::run(const std::string& command)
 {
-    Reply reply;
+    command_reply reply;
     std::vector<std::string> captures;
-    for (const Rule& rule : dialogue.rules) {
+    for (const dialogue_rule& rule : dialogue.rules) {
         captures.clear();
         if (!pattern_matches(rule.pattern, command, &captures))
             continue;
@@ -229,20 +229,20 @@ Reply Core::run(const std::string& command)
             cme(reply, missing);
             return reply;
         }
-        for (const Assignment& set : rule.assignments)
+        for (const variable_change& set : rule.assignments)
             dialogue.variables[set.name] = expand(set.value, dialogue.variables, captures);
         for (const std::string& line : rule.lines)
             reply.lines.push_back(expand(line, dialogue.variables, captures));
-        for (const Report& later : rule.reports)
+        for (const later_report& later : rule.reports)
             reply.reports.push_back(
                 {later.after_ms, expand(later.text, dialogue.variables, captures)});
         reply.final_result = rule.final_result;
         reply.wait_ms = rule.wait_ms;
         return reply;
     }
-    for (const Builtins& table : all_builtins())
+    for (const builtin_table& table : all_builtins())
         for (std::size_t i = 0; i < table.count; ++i) {
-            const Builtin& builtin = table.first[i];
+            const builtin_row& builtin = table.first[i];
             captures.clear();
             if ((builtin.use && !dialogue.uses.count(builtin.use)) ||
                 !pattern_matches(builtin.pattern, command, &captures))
@@ -256,11 +256,11 @@ Reply Core::run(const std::string& command)
 
 // The final result of the line is that of the last command; the others of a joined line bring
 // their lines, their reports and what they set off.
-void Core::deliver(const std::string& line, const std::vector<Reply>& replies)
+void modem_core::deliver(const std::string& line, const std::vector<command_reply>& replies)
 {
     session.opening_file = false;
     std::string answer;
-    for (const Reply& reply : replies) {
+    for (const command_reply& reply : replies) {
         for (std::size_t i = 0; i < reply.lines.size(); ++i)
             answer += (i ? "" : "\r\n") + reply.lines[i] + "\r\n";
     }
@@ -274,7 +274,7 @@ void Core::deliver(const std::string& line, const std::vector<Reply>& replies)
         return;
     }
     put(answer);
-    Reply last = replies.back();
+    command_reply last = replies.back();
     for (std::size_t i = replies.size() - 1; i-- > 0;) {
         last.reports.insert(last.reports.begin(), replies[i].reports.begin(),
                             replies[i].reports.end());
@@ -285,16 +285,16 @@ void Core::deliver(const std::string& line, const std::vector<Reply>& replies)
                     second();
             };
     }
-    if (last.input == Reply::Input::none) {
+    if (last.input == command_reply::input_kind::none) {
         put_final(last);
         return;
     }
-    put(last.input == Reply::Input::message ? "\r\n> " : "\r\nCONNECT\r\n");
+    put(last.input == command_reply::input_kind::message ? "\r\n> " : "\r\nCONNECT\r\n");
     session.input = last.input;
     session.body.clear();
 }
 
-void Core::put_final(const Reply& reply)
+void modem_core::put_final(const command_reply& reply)
 {
     if (!reply.final_result.empty())
         put("\r\n" + render(reply.final_result) + "\r\n");
@@ -302,7 +302,7 @@ void Core::put_final(const Reply& reply)
     if (reply.then)
         reply.then();
     int at = 0;
-    for (const Report& later : reply.reports) {
+    for (const later_report& later : reply.reports) {
         at += later.after_ms;
         if (at > 0)
             after(at, [this, words = later.text] { report(words); });
@@ -313,17 +313,17 @@ void Core::put_final(const Reply& reply)
         finish();
 }
 
-void Core::finish()
+void modem_core::finish()
 {
     session.running = false;
-    if (session.waiting.empty() || session.input != Reply::Input::none)
+    if (session.waiting.empty() || session.input != command_reply::input_kind::none)
         return;
     const std::string line = session.waiting.front();
     session.waiting.pop_front();
     execute(line);
 }
 
-std::string Core::render(const std::string& final_result) const
+std::string modem_core::render(const std::string& final_result) const
 {
     constexpr const char* prefix = "+CME ERROR: ";
     if (final_result.rfind(prefix, 0) != 0)
@@ -331,13 +331,13 @@ std::string Core::render(const std::string& final_result) const
     if (session.cmee == 0)
         return "ERROR";
     if (session.cmee == 2)
-        for (const CmeWord& row : cme_words)
+        for (const cme_word& row : cme_words)
             if (final_result == prefix + std::to_string(row.number))
                 return std::string(prefix) + row.words;
     return final_result;
 }
 
-void Core::report(const std::string& text)
+void modem_core::report(const std::string& text)
 {
     std::string bytes = "\r\n";
     for (const std::string& line : split(text, '\n'))
@@ -345,7 +345,7 @@ void Core::report(const std::string& text)
     put(bytes);
 }
 
-void Core::report_sequence(const std::string& variable)
+void modem_core::report_sequence(const std::string& variable)
 {
     const std::string sequence = get(variable);
     if (sequence.empty())
@@ -357,10 +357,10 @@ void Core::report_sequence(const std::string& variable)
     }
 }
 
-void Core::fresh_session()
+void modem_core::fresh_session()
 {
     const unsigned calls = session.call.serial;
-    session = Session();
+    session = session_state();
     session.call.serial = calls + 1;
     session.echo = get("echo", "1") != "0";
     session.cmee = get_number("cmee", 1);
@@ -369,7 +369,7 @@ void Core::fresh_session()
     session.text_mode = get("text_mode", "0") != "0";
 }
 
-void Core::reset(int away_ms)
+void modem_core::reset(int away_ms)
 {
     ++restarts;
     timers.clear();
@@ -384,11 +384,11 @@ void Core::reset(int away_ms)
     });
 }
 
-void Core::boot()
+void modem_core::boot()
 {
-    report_sequence(sim.state == SimState::ready    ? "boot_ready"
-                    : sim.state == SimState::absent ? "boot_absent"
-                                                    : "boot_locked");
+    report_sequence(sim.state == sim_state::ready    ? "boot_ready"
+                    : sim.state == sim_state::absent ? "boot_absent"
+                                                     : "boot_locked");
     update_registration();
 }
 

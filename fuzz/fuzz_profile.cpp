@@ -3,6 +3,7 @@
 // control character in a command, no text beyond its field, no list without an end.
 
 #include "at/at.h"
+#include "modules/modules.h"
 
 #include <climits>
 #include <cstdio>

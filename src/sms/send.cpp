@@ -9,6 +9,7 @@
 
 #include "at/answers.h"
 #include "at/at.h"
+#include "support/diag.h"
 #include "support/sleeps.h"
 #include "support/text.h"
 
@@ -144,8 +145,11 @@ int write_sms_msg(gsm_mobile* rec, const char* text)
         return -1;
     const std::size_t length = std::strlen(text);
     auto* const bytes = static_cast<char*>(std::malloc(length + sizeof body_end));
-    if (bytes == nullptr)
+    if (bytes == nullptr) { // the modem must not take the next commands for the text
+        diag_plain("%s:%d fatal error!\n", __func__, __LINE__);
+        port_write(rec, give_up, 1, write_attempts, __func__, "<ESC>");
         return -1;
+    }
     std::memcpy(bytes, text, length);
     std::memcpy(bytes + length, body_end, sizeof body_end);
     const long written =

@@ -1,4 +1,4 @@
-#include "story.h"
+#include "tests/e2e/story.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -18,18 +18,18 @@ namespace kelo_story
 
 bool eventually(const std::function<bool()>& test, milliseconds limit)
 {
-    const Clock::time_point end = Clock::now() + limit;
+    const monotonic_clock::time_point end = monotonic_clock::now() + limit;
     while (!test()) { // asked once a look: a test may take what it finds
-        if (Clock::now() >= end)
+        if (monotonic_clock::now() >= end)
             return false;
         usleep(5000);
     }
     return true;
 }
 
-milliseconds since(Clock::time_point start)
+milliseconds since(monotonic_clock::time_point start)
 {
-    return std::chrono::duration_cast<milliseconds>(Clock::now() - start);
+    return std::chrono::duration_cast<milliseconds>(monotonic_clock::now() - start);
 }
 
 std::size_t heap_bytes()
@@ -60,17 +60,19 @@ std::int64_t thread_cpu_us(const char* name)
     return result;
 }
 
-BarePort::BarePort(const std::string& path)
+bare_port::bare_port(const std::string& path)
     : path_(path), master_(posix_openpt(O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC))
 {
     char name[64] = "";
     EXPECT_EQ(grantpt(master_) | unlockpt(master_) | ptsname_r(master_, name, sizeof name), 0);
     EXPECT_EQ(symlink(name, path.c_str()), 0);
-    heard_.reserve(1 << 20); // so that what is heard does not show in the heap
+    // So that what is heard does not show in the heap; until the library opens the port, that is
+    // all that was said.
+    heard_.reserve(1 << 24);
     thread_ = std::thread([this] { run(); });
 }
 
-BarePort::~BarePort()
+bare_port::~bare_port()
 {
     stop_ = true;
     thread_.join();
@@ -78,14 +80,14 @@ BarePort::~BarePort()
     unlink(path_.c_str());
 }
 
-void BarePort::talk(const std::string& block, milliseconds pause)
+void bare_port::talk(const std::string& block, milliseconds pause)
 {
     const std::lock_guard lock(mutex_);
     block_ = block;
     pause_ = pause;
 }
 
-void BarePort::run()
+void bare_port::run()
 {
     std::string block;
     milliseconds pause = 0ms;
@@ -111,7 +113,7 @@ void BarePort::run()
     }
 }
 
-bool BarePort::hears(const std::string& text, milliseconds limit)
+bool bare_port::hears(const std::string& text, milliseconds limit)
 {
     return eventually(
         [&] {
@@ -123,6 +125,7 @@ bool BarePort::hears(const std::string& text, milliseconds limit)
 
 void Story::SetUp()
 {
+    set_pace(quick);
     char path[] = "/tmp/kelo-story-XXXXXX";
     const int file = mkstemp(path);
     ASSERT_GE(file, 0);
@@ -154,10 +157,17 @@ void Story::TearDown()
 
 void Story::plug(const std::string& model, const std::map<std::string, std::string>& variables)
 {
-    kelo_emulator::Options options;
+    kelo_emulator::modem_options options;
     options.model = model;
     options.port = port;
     options.variables = variables;
+    const auto after = [](milliseconds told) { return std::to_string(real(told).count()); };
+    options.variables.insert({{"report_gap_ms", after(100ms)}, // a modem as quick as the library
+                              {"pin_ms", after(100ms)},
+                              {"cfun_ms", after(100ms)},
+                              {"cmgs_ms", after(300ms)},
+                              {"mqtt_ms", after(200ms)},
+                              {"reset_ms", after(1000ms)}});
     ASSERT_EQ(modem.start(options), "");
 }
 
@@ -188,7 +198,13 @@ void Story::start_and_come_to_rest()
     plug_unknown();
     start();
     ASSERT_TRUE(says("[id=106] -1 times remaining!", within(8s)));
-    usleep(sanitized ? 500000 : 200000); // the task finds no further command
+    quiet(500ms); // the task finds no further command
+}
+
+// And a little more, which the machine needs at any pace.
+void Story::quiet(milliseconds told)
+{
+    std::this_thread::sleep_for(real(told) + (sanitized ? 200ms : 50ms));
 }
 
 bool Story::wire(const std::string& pattern, milliseconds limit, std::size_t times)
@@ -224,11 +240,11 @@ std::size_t Story::count_said(const std::string& text) const
     return count;
 }
 
-std::vector<std::pair<Clock::time_point, std::string>> Story::command_times() const
+std::vector<std::pair<monotonic_clock::time_point, std::string>> Story::command_times() const
 {
-    std::vector<std::pair<Clock::time_point, std::string>> times;
-    for (const kelo_emulator::LogEntry& entry : modem.log())
-        if (entry.from == kelo_emulator::From::host && entry.bytes.size() > 1)
+    std::vector<std::pair<monotonic_clock::time_point, std::string>> times;
+    for (const kelo_emulator::log_entry& entry : modem.log())
+        if (entry.from == kelo_emulator::speaker::host && entry.bytes.size() > 1)
             times.emplace_back(entry.time, entry.bytes.substr(0, entry.bytes.size() - 1));
     return times;
 }

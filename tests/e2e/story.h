@@ -4,6 +4,7 @@
 #pragma once
 
 #include "emulator/modem.h"
+#include "tests/e2e/pace.h"
 
 #include <atomic>
 #include <condition_variable>
@@ -21,15 +22,19 @@ namespace kelo_story
 {
 
 using namespace std::chrono_literals;
-using kelo_emulator::Clock;
 using kelo_emulator::milliseconds;
-using Lines = std::vector<std::string>;
+using kelo_emulator::monotonic_clock;
+using line_list = std::vector<std::string>;
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 inline constexpr bool sanitized = true;
 #else
 inline constexpr bool sanitized = false;
 #endif
+
+// Stories run this many times as fast, but for those that are about times. A modem then has a tenth
+// of a second for an answer; a sanitizer's run time gives it more.
+inline constexpr int quick = sanitized ? 4 : 10;
 
 // An upper limit of time. The library keeps the written one on an idle machine; a sanitizer's run
 // time and a dozen stories at once on two cores get more.
@@ -39,7 +44,7 @@ constexpr milliseconds within(milliseconds limit)
 }
 
 bool eventually(const std::function<bool()>& test, milliseconds limit);
-milliseconds since(Clock::time_point start);
+milliseconds since(monotonic_clock::time_point start);
 
 // An exported word, as another thread may write it at any time.
 template <class Word> Word word(Word& exported)
@@ -53,17 +58,17 @@ std::int64_t thread_cpu_us(const char* name); // -1: no thread of that name
 // How long the thread that makes this call needs for `work`.
 template <class Work> milliseconds time_of(const Work& work)
 {
-    const Clock::time_point start = Clock::now();
+    const monotonic_clock::time_point start = monotonic_clock::now();
     work();
     return since(start);
 }
 
 // A port without a modem behind it: the test reads and writes its far end.
-class BarePort
+class bare_port
 {
   public:
-    explicit BarePort(const std::string& path);
-    ~BarePort();
+    explicit bare_port(const std::string& path);
+    ~bare_port();
     // Writes `block` again and again, `pause` between two, as fast as the port takes it.
     void talk(const std::string& block, milliseconds pause = 0ms);
     bool hears(const std::string& text, milliseconds limit); // from the library
@@ -83,7 +88,7 @@ class Story : public testing::Test
 {
   protected:
     static constexpr const char* port = "/dev/ttyUSB2";
-    kelo_emulator::Modem modem;
+    kelo_emulator::emulated_modem modem;
 
     void SetUp() override;
     void TearDown() override;
@@ -95,9 +100,10 @@ class Story : public testing::Test
 
     // A change of one command of the start flow of SIM 1; to be made ahead of the start.
     void change(int id, int timeout, int ignore = 0, const char* cmd = nullptr, int seq = 0);
-    void start();                  // cellular_gsm_init and cellular_start
-    milliseconds stop();           // cellular_stop, which has to succeed
-    void start_and_come_to_rest(); // an unknown module, until nothing runs
+    static void quiet(milliseconds told); // the library's time goes by
+    void start();                         // cellular_gsm_init and cellular_start
+    milliseconds stop();                  // cellular_stop, which has to succeed
+    void start_and_come_to_rest();        // an unknown module, until nothing runs
     bool wire(const std::string& pattern, milliseconds limit, std::size_t times = 1);
 
     gsm_mobile record() const;
@@ -106,7 +112,7 @@ class Story : public testing::Test
     std::size_t count_said(const std::string& text) const;
 
     // Times of the commands on the wire.
-    std::vector<std::pair<Clock::time_point, std::string>> command_times() const;
+    std::vector<std::pair<monotonic_clock::time_point, std::string>> command_times() const;
     milliseconds gap_behind(const std::string& command) const; // to the next command
 
   private:

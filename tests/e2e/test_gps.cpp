@@ -1,5 +1,5 @@
 // GPS: no fix for a while, then one, fetched once.
-#include "story.h"
+#include "tests/e2e/story.h"
 
 #include <unistd.h>
 
@@ -35,14 +35,14 @@ TEST_F(Story, GpsFromNoFixToAFixFetchedOnce)
     EXPECT_EQ(fetched(), "");
 
     modem.clear_log();
-    usleep(2500000);
-    EXPECT_EQ(modem.commands(), Lines{}); // one answer ends the queries
+    quiet(2500ms);
+    EXPECT_EQ(modem.commands(), line_list{}); // one answer ends the queries
     // The other forms of a position, and a report that nobody asked for.
     libgsm_send_at("AT+QGPSLOC=0");
     EXPECT_TRUE(modem.wait_sent("+QGPSLOC: *,3113.4493N,12121.2878E,*", within(2s)));
     libgsm_send_at("AT+QGPSLOC=1");
     EXPECT_TRUE(modem.wait_sent("+QGPSLOC: *,3113.449300,N,*", within(2s)));
-    usleep(1200000); // the task reads no more than twice a second
+    quiet(1200ms); // the task reads no more than twice a second
     EXPECT_EQ(fetched(), "");
 
     // A stream of positions: asked for again after each fetch.

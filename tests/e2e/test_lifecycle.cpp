@@ -1,5 +1,5 @@
 // Start, stop and reload, in and out of their order, and ports that are not what they should be.
-#include "story.h"
+#include "tests/e2e/story.h"
 
 using namespace kelo_story;
 
@@ -14,8 +14,8 @@ TEST_F(Lifecycle, StopRightBehindStart)
         EXPECT_LE(stop(), within(3s));
         EXPECT_EQ(record().fd, -1);
         modem.clear_log();
-        usleep(700000);
-        EXPECT_EQ(modem.commands(), Lines{});
+        quiet(700ms);
+        EXPECT_EQ(modem.commands(), line_list{});
         EXPECT_EQ(thread_cpu_us("MobileTask"), -1);
     }
 }
@@ -56,22 +56,22 @@ TEST_F(Lifecycle, Reload)
     start();
     ASSERT_TRUE(wire("AT+COPS?", 40s));
     ASSERT_TRUE(eventually([&] { return record().oper[0] != '\0'; }, within(3s)));
-    usleep(500000); // the event of that answer is over
+    quiet(500ms); // the event of that answer is over
     modem.clear_log();
     cell_reload_flag_set();
     ASSERT_EQ(cellular_reload(), 0);
     EXPECT_EQ(word(cell_reload_flag), 0);
     EXPECT_EQ(cellular_get_cur_status(), CELL_STATUS_NO_SIM);
     EXPECT_STREQ(record().imsi, "");
-    const Lines expected = {"AT+CFUN=0",
-                            "AT+CFUN=1",
-                            "AT+CPIN?",
-                            "AT+CIMI",
-                            "AT+QCCID",
-                            "AT+QMBNCFG=\"List\"",
-                            "AT+QCFG=\"nwscanmode\""};
+    const line_list expected = {"AT+CFUN=0",
+                                "AT+CFUN=1",
+                                "AT+CPIN?",
+                                "AT+CIMI",
+                                "AT+QCCID",
+                                "AT+QMBNCFG=\"List\"",
+                                "AT+QCFG=\"nwscanmode\""};
     wire(expected.back(), 40s);
-    usleep(2500000); // nothing comes behind the last, but for one that is passed over
+    quiet(2500ms); // nothing comes behind the last, but for one that is passed over
     EXPECT_EQ(modem.commands(), expected);
     EXPECT_STREQ(record().imsi, "262011234567890");
 }

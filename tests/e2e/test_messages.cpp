@@ -1,5 +1,5 @@
 // What other threads hand in: commands, and messages for the outbox.
-#include "story.h"
+#include "tests/e2e/story.h"
 
 using namespace kelo_story;
 
@@ -65,7 +65,7 @@ class Outbox : public Story, public testing::WithParamInterface<int>
         is_quectel = 10; // a family whose registration reports are read at any time
         change(29, 0, 1);
         change(32, 0, 1); // neither AT+CGREG? nor AT+COPS?
-        plug("EC25", {{"cmgs_ms", "1200"}});
+        plug("EC25", {{"cmgs_ms", std::to_string(real(1200ms).count())}});
         start();
         ASSERT_TRUE(says("ignore command 'AT+COPS?'!\n", within(40s)));
         modem.clear_log();
@@ -88,13 +88,13 @@ TEST_P(Outbox, WaitsForRegistrationAndKeepsOrder)
     EXPECT_EQ(sms_outbox_enq(0, "second", "+4915112345678", 17, pdus[1]), 0);
     EXPECT_EQ(sms_outbox_enq(1, "third", "+4915112345678", 11, "Door 3 open"), 0);
     EXPECT_EQ(sms_outbox_enq(0, "forged", "1\"\r\nATD1;", 17, pdus[1]), -1);
-    usleep(2200000);
-    EXPECT_EQ(modem.commands(), Lines{});
+    quiet(2200ms);
+    EXPECT_EQ(modem.commands(), line_list{});
 
     register_modem();
     ASSERT_TRUE(eventually([&] { return modem.sent_messages().size() == 3; }, within(25s)));
-    usleep(1500000);
-    Lines expected;
+    quiet(1500ms);
+    line_list expected;
     for (const char* length : {"22", "17"}) {
         expected.push_back("AT+CMGF=0");
         if (GetParam() == 0)

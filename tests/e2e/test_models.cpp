@@ -1,5 +1,5 @@
 // Every module from power-on to ready: what goes over the wire, in order, and what is known then.
-#include "story.h"
+#include "tests/e2e/story.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -13,41 +13,58 @@ namespace
 // The start flow of one module, worked out by hand from the flow tables, the catalogue and the
 // module's profile. What has a mark goes out at the first start alone (1), with the settings of
 // `tuned` alone (t), or with both.
-struct Flow {
+struct module_flow {
     const char* name;
     const char* commands;
 };
 
-const Flow ec25 = {"EC25", R"(
+const module_flow ec25 = {"EC25", R"(
     1:AT+CGMM 1:AT+CGMR AT+QSIMDET=1,0 AT+QMTCONN? AT+QMBNCFG="Autosel",1 AT+CPIN? AT+CIMI
     AT+QCCID 1:AT+CGSN AT+QMBNCFG="List" t:AT+QICSGP=1,3,"internet","me","secret",1
     t:AT+QICSGP=3,3,"","","",0 AT+QCFG="nwscanmode" 1t:AT+QCFG="nwscanmode",0,1 AT+CGREG?
     AT+COPS?)"};
-const Flow eg95 = {"EG95", ec25.commands}; // the same rows and values
-const Flow uc20 = {"UC20", R"(
+const module_flow eg95 = {"EG95", ec25.commands}; // the same rows and values
+// Of a model text that begins with EC25V, and of no other.
+const module_flow ec25v = {"EC25", R"(
+    1:AT+CGMM 1:AT+CGMR AT+QSIMDET=1,0 AT+QMTCONN? 1:AT+CGMI 1:AT+CGSN AT+QGPS=1
+    AT+QMBNCFG="Autosel",1 AT+CPIN? AT+CIMI AT+QCCID AT+QCFG="band" 1:AT+QCFG="band",0,1008,0,1
+    1:AT+QCFG="nwscanseq",00,1 AT+CGDCONT=1,"IPV4V6","vzwims" AT+CGDCONT=3,"IPV4V6","vzwinternet"
+    AT+QCFG="nwscanmode" AT+CLIP=1 AT+CGREG=2 AT+CSCS="GSM" AT+CMGF=0;+CNMI=2,2,0,0,0 AT+CNUM
+    AT+CSCS="GSM" AT+QINDCFG="csq",1 AT+QNWINFO AT+CGREG? AT+COPS=3,0 AT+COPS? AT+CSQ)"};
+const module_flow uc20 = {"UC20", R"(
     1:AT+CGMM 1:AT+CGMR AT+QSIMDET=1,0 AT+QMTCONN? 1:AT+CGMI 1:AT+CGSN AT+CPIN? AT+CIMI AT+QCCID
     1:AT+QCFG="nwscanseq",00,1 AT+QCFG="nwscanmode" 1t:AT+QCFG="nwscanmode",2,1 AT+CLIP=1
     AT+CGREG=2 AT+CSCS="GSM" AT+CMGF=0;+CNMI=2,2,0,0,0 AT+CNUM AT+CSCS="GSM"
     t:AT+CSCA="+491710760000" AT+QCFG="band" AT+QINDCFG="csq",1 AT+QNWINFO AT+CGREG? AT+COPS=3,0
     AT+COPS? AT+CSQ)"};
-const Flow le910 = {"LE910", R"(
+const module_flow le910 = {"LE910", R"(
     1:AT+CGMM 1:AT+CGMR AT+QSIMDET=1,0 AT+QMTCONN? 1:AT+CGMI 1:AT+CGSN AT+CPIN? AT+CIMI AT#CCID
     t:AT+WS46=22 AT+CLIP=1 AT+CGREG=2 AT+CSCS="GSM" AT+CMGF=0;+CNMI=2,2,0,0,0 AT+CNUM
     AT+CSCS="GSM" t:AT+CSCA="+491710760000" AT+CREG=2 AT+CGREG? AT+COPS=3,0 AT+COPS? AT+CSQ)"};
-const Flow mh5000 = {"MH5000-31", R"(
+const module_flow mh5000 = {"MH5000-31", R"(
     1:AT+CGMM 1:AT+CGMR AT+QSIMDET=1,0 AT+QMTCONN? 1:AT+CGMI 1:AT+CGSN AT+CPIN? AT+CIMI
     AT^ICCID? AT^SYSCFGEX? t:AT+CGDCONT=1,"IP","internet" t:AT+QICSGP=3,3,"","","",0
     AT^SYSCFGEX? 1t:AT^SYSCFGEX="02",3FFFFFFF,1,2,7FFFFFFFFFFFFFFF,, AT+CLIP=1 AT+CEREG=2
     AT+CSCS="GSM";+CMGF=0;+CNMI=2,2,0,0,0 AT+CNUM AT+CSCS="GSM" t:AT+CSCA="+491710760000"
     AT+CLVL=4 AT+COPS=3,0 AT+COPS? AT^HCSQ? AT+CEREG? AT+COPS=3,2 AT+COPS? AT+CSQ)"};
-const Flow u9300c = {"U9300C", R"(
+const module_flow u9300c = {"U9300C", R"(
     1:AT+CGMM 1:AT+CGMR AT+QSIMDET=1,0 AT+QMTCONN? 1:AT+CGMI 1:AT+CGSN AT+CPIN? AT+CIMI AT+ICCID
     AT+BNDPRF? 1t:AT+BNDPRF=896,1272,131072 t:AT+CGDCONT=1,"IP","internet"
     t:AT+QICSGP=3,3,"","","",0 t:AT$QCPDPP=1,1,"secret","me" AT$QCRMCALL=1,1,1,2,1 AT+MODODR?
     1t:AT+MODODR=7 AT+CLIP=1 AT+CGREG=2 AT+CSCS="GSM" AT+CMGF=0;+CNMI=2,2,0,0,0 AT+CNUM
     AT+CSCS="GSM" t:AT+CSCA="+491710760000" AT+CREG=2 AT+PSRAT AT+CGREG? AT+COPS=3,0 AT+COPS?
     AT+COPS=3,2 AT+COPS? AT+CSQ)"};
-const Flow rm500q = {"RM500Q", R"(
+const module_flow e9720 = {"E9720", R"(
+    1:AT+CGMM 1:AT+CGMR AT+QSIMDET=1,0 AT+QMTCONN? 1:AT+CGMI 1:AT+CGSN AT+CPIN? AT+CIMI AT+ICCID
+    AT+BNDPRF? t:AT+CGDCONT=1,"IP","internet" t:AT+QICSGP=3,3,"","","",0
+    t:AT$QCPDPP=1,1,"secret","me" AT$QCRMCALL=1,1,1,2,1 AT+MODODR? 1t:AT+MODODR=5 AT+CLIP=1
+    AT+CGREG=2 AT+CSCS="GSM" AT+CMGF=0;+CNMI=2,2,0,0,0 AT+CNUM AT+CSCS="GSM"
+    t:AT+CSCA="+491710760000" AT+CREG=2 AT+PSRAT AT+CGREG? AT+COPS=3,0 AT+COPS? AT+COPS=3,2
+    AT+COPS? AT+CSQ)"};
+const module_flow v101b7 = {"V1.0.1-B7", R"(
+    1:AT+CGMM 1:AT+CGMR AT+QSIMDET=1,0 AT+QMTCONN? 1:AT+CGMI 1:AT+CGSN AT+QGPS=1 AT+CPIN?
+    AT+CIMI AT+CLIP=1 AT+CGREG=2 AT+CSCS="GSM";+CMGF=0;+CNMI=2,2,0,0,0 AT+CGREG? AT+COPS=3,0 AT+COPS? AT+CSQ)"};
+const module_flow rm500q = {"RM500Q", R"(
     1:AT+CGMM 1:AT+CGMR AT+QSIMDET=1,0 AT+QMTCONN? 1:AT+CGMI 1:AT+CGSN AT+QGPS=1
     AT+QMBNCFG="Autosel",1 AT+CPIN? AT+CIMI AT+QCCID t:AT+QICSGP=1,3,"internet","me","secret",1
     t:AT+QICSGP=3,3,"","","",0 AT+CGACT=1,1 AT+QNWPREFCFG="mode_pref"
@@ -57,9 +74,9 @@ const Flow rm500q = {"RM500Q", R"(
     AT+CREG=2 AT+QINDCFG="csq",1 AT+QNWINFO AT+CREG? AT+COPS=3,0 AT+COPS? AT+CSQ
     AT+QENG="servingcell")"};
 
-Lines lines_of(const Flow& flow, bool first, bool tuned)
+line_list lines_of(const module_flow& flow, bool first, bool tuned)
 {
-    Lines lines;
+    line_list lines;
     std::istringstream text(flow.commands);
     for (std::string word; text >> word;) {
         const std::string marks = word.substr(0, word.find("AT"));
@@ -83,21 +100,23 @@ std::string known(const gsm_mobile& is)
     return text;
 }
 
-struct Module {
+struct module_case {
     const char* name;
-    const Flow& flow;
+    const module_flow& flow;
     int scan_code; // -1: untouched, as all settings of the host; else tuned
     std::map<std::string, std::string> variables;
     std::string known;
 
-    friend void PrintTo(const Module& one, std::ostream* out) { *out << one.name; }
+    friend void PrintTo(const module_case& one, std::ostream* out) { *out << one.name; }
 };
 
 // clang-format off
 #define NO_CELL "0,0,0,0,0,0,-120,0,0,0"
-const Module modules[] = {
+const module_case modules[] = {
     {"EC25_tuned",   ec25,    0, {{"nwscanmode", "3"}}, "Telekom.de,,,; ,0,0; ,,; 0; " NO_CELL},
     {"EG95",         eg95,   -1, {}, "Telekom.de,,,; ,0,0; ,,; 0; " NO_CELL},
+    {"EC25V",        ec25v,  -1, {{"model", "EC25V"}, {"revision", "EC25VFAR02A07M4G"}},
+     "Telekom.de,26201,FDD LTE,LTE BAND 3; 5A1C,7C4B10D,7; 0,1008,0; 0; " NO_CELL},
     {"UC20_tuned",   uc20,    4, {}, // WCDMA alone, as all that have a 4
      "CHN-UNICOM,46001,HSPA+,WCDMA 2100; 01F4,57E3A2,2; 93,,; 2; " NO_CELL},
     {"LE910",        le910,  -1, {}, "Telekom.de,,,; 5A1C,7C4B10D,7; ,,; 0; " NO_CELL},
@@ -111,6 +130,9 @@ const Module modules[] = {
      "CHN-UNICOM,46001,LTE FDD,; 5A1C,7C4B10D,7; 896,1272,131072; 2; " NO_CELL},
     {"U9300C_tuned", u9300c,  4, {{"unknown_command", "OK"}, {"bndprf", "896,1272,0"}, {"mododr", "5"}},
      "CHN-UNICOM,46001,LTE FDD,; 5A1C,7C4B10D,7; 896,1272,131072; 7; " NO_CELL},
+    {"E9720_tuned",  e9720,   2, {{"mododr", "2"}},
+     "CHN-UNICOM,46001,LTE FDD,; 5A1C,7C4B10D,7; 896,1272,131072; 5; " NO_CELL},
+    {"V101B7",       v101b7, -1, {}, "CHINA MOBILE,,,; 5A1C,7C4B10D,7; ,,; 0; " NO_CELL},
     {"RM500Q",       rm500q, -1, {},
      "Telekom.de,26201,FDD LTE,LTE BAND 3; 5A1C,7C4B10D,7; ,,; 0; 0,3,262,1,407,1300,-99,-12,11,5"},
     {"RM500Q_NSA_tuned", rm500q, 7, {{"cell", "NR5G-NSA"}, {"mode_pref", "LTE"}},
@@ -119,15 +141,15 @@ const Module modules[] = {
 };
 // clang-format on
 
-class Models : public Story, public testing::WithParamInterface<Module>
+class Models : public Story, public testing::WithParamInterface<module_case>
 {
   protected:
-    void expect_flow(const Lines& expected)
+    void expect_flow(const line_list& expected)
     {
         ASSERT_TRUE(wire(expected.back(), 60s,
                          static_cast<std::size_t>(
                              std::count(expected.begin(), expected.end(), expected.back()))));
-        usleep(1500000); // nothing comes behind the last
+        quiet(1500ms); // nothing comes behind the last
         EXPECT_EQ(modem.commands(), expected);
         EXPECT_TRUE(eventually([] { return mobile_is_ready() != 0; }, within(2s)));
         EXPECT_EQ(cellular_get_cur_status(), CELL_STATUS_READY | CELL_STATUS_UP);
@@ -151,7 +173,7 @@ class Registration : public Story, public testing::WithParamInterface<std::tuple
 // the modem has already; an answer that does not reach the record.
 TEST_P(Models, FromPowerOnToReadyTwice)
 {
-    const Module& module = GetParam();
+    const module_case& module = GetParam();
     const bool tuned = module.scan_code >= 0;
     plug(module.flow.name, module.variables);
     if (tuned) {
@@ -180,24 +202,9 @@ TEST_P(Models, FromPowerOnToReadyTwice)
 INSTANTIATE_TEST_SUITE_P(All, Models, testing::ValuesIn(modules),
                          [](const auto& one) { return std::string(one.param.name); });
 
-// Catches: anything slow between the registration answer and the word that a host waits for.
-TEST_F(Network, ReadyRightBehindTheRegistrationAnswer)
-{
-    set_5g_debug(1); // each line is written down as it is read
-    plug("EC25");
-    order("late 500 AT+CGREG?");
-    start();
-    ASSERT_TRUE(wire("AT+CGREG?", 25s));
-    ASSERT_EQ(mobile_is_ready(), 0u);
-    ASSERT_TRUE(says(" +CGREG: 0,1\n", within(3s)));
-    const Clock::time_point read_at = Clock::now();
-    while (mobile_is_ready() == 0 && since(read_at) < 1s)
-        usleep(100);
-    EXPECT_LE(since(read_at), sanitized ? 100ms : 10ms);
-}
-
-// Catches: a low power start without its APN, or with the other context left as it was.
-TEST_F(Network, LowPowerFlowSendsTheApn)
+// Catches: a row of the low power start lost or out of its place; a low power start without its
+// APN, or with the other context left as it was.
+TEST_F(Network, LowPowerStartWithItsApn)
 {
     libgsm_set_low_power(1);
     plug("EC25");
@@ -205,14 +212,36 @@ TEST_F(Network, LowPowerFlowSendsTheApn)
     ASSERT_EQ(libgsm_set_apn("internet", "me", "secret", 2), 0);
     start();
     ASSERT_TRUE(wire("AT+COPS?", 60s));
-    // Behind the low power rows; AT+CGSN was one of them.
-    const Flow behind = {"", R"(
-        AT+QSSLCFG="sni",1,1 AT+QMBNCFG="Autosel",1 AT+CPIN? AT+CIMI AT+QCCID AT+QMBNCFG="List"
-        AT+QICSGP=1,3,"internet","me","secret",2 AT+QICSGP=3,3,"","","",0 AT+QCFG="nwscanmode"
-        AT+CGREG? AT+COPS?)"};
-    const Lines all = modem.commands();
-    ASSERT_EQ(all.size(), 29u);
-    EXPECT_EQ(Lines(all.begin() + 18, all.end()), lines_of(behind, true, true));
+    const line_list expected = {"AT+CGMM",
+                                "AT+CGMR",
+                                "AT+CGSN",
+                                "ATI",
+                                "AT+QSCLK=1",
+                                R"(AT+QCFG="risignaltype","physical")",
+                                "AT+QSIMDET=1,0",
+                                R"(AT+QMBNCFG="AutoSel",1)",
+                                R"(at+qcfg="ims",1)",
+                                "AT+CREG=1",
+                                R"(AT+QINDCFG="act",1,1 )",
+                                R"(at+qcfg="urc/ri/smsincoming","pulse",20,1)",
+                                R"(at+qcfg="urc/ri/other","pulse",20,1)",
+                                R"(at+qcfg="urc/ri/ring","always",120,1,4000,"on",1)",
+                                R"(AT+QSSLCFG="seclevel",1,0)",
+                                R"(AT+QSSLCFG="ignorelocaltime",1,1)",
+                                R"(AT+QSSLCFG="ignoreinvalidcertsign",1,1)",
+                                R"(AT+QSSLCFG="ignoremulticertchainverify",1,1)",
+                                R"(AT+QSSLCFG="sni",1,1)",
+                                R"(AT+QMBNCFG="Autosel",1)",
+                                "AT+CPIN?",
+                                "AT+CIMI",
+                                "AT+QCCID",
+                                R"(AT+QMBNCFG="List")",
+                                R"(AT+QICSGP=1,3,"internet","me","secret",2)",
+                                R"(AT+QICSGP=3,3,"","","",0)",
+                                R"(AT+QCFG="nwscanmode")",
+                                "AT+CGREG?",
+                                "AT+COPS?"};
+    EXPECT_EQ(modem.commands(), expected);
 }
 
 // Catches: a list over several reads that ends its row at the first of them, or a carrier profile
@@ -224,17 +253,18 @@ TEST_P(CarrierList, PutsTheApnIntoItsContext)
     ASSERT_EQ(cellular_gsm_init(0), 0);
     ASSERT_EQ(libgsm_set_apn("vzwinternet", "", "", 0), 0);
     needSetApn = 1;
-    order("split 140 600"); // each piece is a read; the second holds the line of Verizon whole
+    order("split 140 " + std::to_string(real(600ms).count())); // each piece is a read; the second
+                                                               // holds the line of Verizon whole
     start();
     ASSERT_TRUE(wire("AT+QICSGP=*", 60s, 2));
-    const Lines all = modem.commands();
+    const line_list all = modem.commands();
     const auto first = std::find_if(all.begin(), all.end(),
                                     [](const auto& line) { return line.starts_with("AT+QICSGP"); });
     const std::string filled = ",3,\"vzwinternet\",\"\",\"\",0", cleared = ",3,\"\",\"\",\"\",0";
     EXPECT_EQ(first[0], (active != 0 ? "AT+QICSGP=3" : "AT+QICSGP=1") + filled);
     EXPECT_EQ(first[1], (active != 0 ? "AT+QICSGP=1" : "AT+QICSGP=3") + cleared);
     EXPECT_EQ(libgsm_get_verizon_flag(), active);
-    EXPECT_GE(gap_behind("AT+QMBNCFG=\"List\""), 3s); // five pieces and more
+    EXPECT_GE(gap_behind("AT+QMBNCFG=\"List\""), real(3s)); // five pieces and more
 }
 
 INSTANTIATE_TEST_SUITE_P(Verizon, CarrierList, testing::Values(0, 1));
@@ -250,7 +280,7 @@ TEST_P(Registration, LostAndBackBehindTheFlow)
     plug(eps ? "MH5000-31" : "RM500Q");
     start();
     ASSERT_TRUE(wire("AT+CSQ", 60s));
-    usleep(2000000); // AT+QENG stands behind it on one of them
+    quiet(2000ms); // AT+QENG stands behind it on one of them
     EXPECT_EQ(record().reg_status, 1);
     const auto expect = [&](int reg_status, int sim_status) {
         EXPECT_TRUE(eventually([&] { return record().reg_status == reg_status; }, within(2s)));
@@ -259,16 +289,16 @@ TEST_P(Registration, LostAndBackBehindTheFlow)
     };
     order("reg searching");
     ASSERT_TRUE(modem.wait_sent(report + " 2", within(2s)));
-    usleep(700000); // each in a read of its own
+    quiet(700ms); // each in a read of its own
     expect(heard ? 2 : 1, heard ? 0 : 1);
     modem.report(report + " 2");
-    usleep(700000);
+    quiet(700ms);
     EXPECT_EQ(word(cell_reload_flag), 0);
     modem.report(report + " 2"); // the third in a row, and one second
     EXPECT_EQ(eventually([] { return word(cell_reload_flag) == 1; }, 2500ms), heard);
     order("reg home");
     ASSERT_TRUE(modem.wait_sent(report + " 1,*", within(2s)));
-    usleep(700000);
+    quiet(700ms);
     expect(1, 1);
 }
 
@@ -284,7 +314,7 @@ TEST_F(Network, CellChangeAsksForTheServingCellOnce)
     plug("RM500Q");
     start();
     ASSERT_TRUE(wire(query, 60s));
-    usleep(1500000);
+    quiet(1500ms);
     order("set ci 7C4B20E");
     order("cell LTE");
     ASSERT_TRUE(wire(query, 4s, 2));
@@ -297,6 +327,6 @@ TEST_F(Network, CellChangeAsksForTheServingCellOnce)
     EXPECT_TRUE(eventually([&] { return record().tech == 13; }, within(3s)));
     EXPECT_STREQ(record().act, "5G NR");
     EXPECT_EQ(libgsm_get_cid64(), 0x7c4b30f);
-    usleep(2500000);
+    quiet(2500ms);
     EXPECT_EQ(modem.count(query), 2u);
 }

@@ -1,6 +1,6 @@
 // MQTT from the host's settings to a real broker and back: mosquitto on loopback, its loss, its
 // refusals, and TLS with certificates made on the spot.
-#include "story.h"
+#include "tests/e2e/story.h"
 
 #include <cstdlib>
 #include <cstring>
@@ -120,10 +120,10 @@ TEST_F(MqttStory, PlainLostAndUpAgain)
     EXPECT_EQ(kelo_check_mqtt_update(), 0);
     EXPECT_TRUE(wire("AT+QGPS=1", 2s)); // out of the callback
     EXPECT_EQ(modem.commands(),
-              (Lines{"AT+QMTDISC=0", "AT+QMTCLOSE=0", "AT+QMTCFG=\"ssl\",0,0,1",
-                     "AT+QMTCFG=\"keepalive\",0,120", R"(AT+QMTOPEN=0,"127.0.0.1",18830)",
-                     "AT+QMTCONN=0,\"dev-77\",\"u\",\"\"", "AT+QMTSUB=0,1,\"dev/77/down\",0",
-                     "AT+QGPS=1"}));
+              (line_list{"AT+QMTDISC=0", "AT+QMTCLOSE=0", "AT+QMTCFG=\"ssl\",0,0,1",
+                         "AT+QMTCFG=\"keepalive\",0,120", R"(AT+QMTOPEN=0,"127.0.0.1",18830)",
+                         "AT+QMTCONN=0,\"dev-77\",\"u\",\"\"", "AT+QMTSUB=0,1,\"dev/77/down\",0",
+                         "AT+QGPS=1"}));
     EXPECT_TRUE(says("update mqtt success", 1s));
     expect_message("one");
 

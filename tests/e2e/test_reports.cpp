@@ -1,5 +1,5 @@
 // Reports that come while no command runs.
-#include "story.h"
+#include "tests/e2e/story.h"
 
 using namespace kelo_story;
 
@@ -36,5 +36,5 @@ TEST_F(Reports, CallsSignalContextAndMessages)
 
     modem.report("+QMTRECV: 0,1,\"door\",\"open\"");
     EXPECT_TRUE(eventually([] { return cellular_is_mqtt_received() == 1; }, within(2s)));
-    EXPECT_EQ(modem.commands(), Lines{"ATH"});
+    EXPECT_EQ(modem.commands(), line_list{"ATH"});
 }

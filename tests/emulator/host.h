@@ -17,21 +17,21 @@ using namespace std::chrono_literals;
 
 inline bool eventually(const std::function<bool()>& test, milliseconds limit = 5s)
 {
-    const Clock::time_point end = Clock::now() + limit;
-    while (!test() && Clock::now() < end)
+    const monotonic_clock::time_point end = monotonic_clock::now() + limit;
+    while (!test() && monotonic_clock::now() < end)
         usleep(5000);
     return test();
 }
 
 // A folder of its own, gone at the end.
-struct Folder {
+struct scratch_folder {
     std::string path;
-    Folder()
+    scratch_folder()
     {
         char name[] = "/tmp/kelo-emulator-XXXXXX";
         path = mkdtemp(name);
     }
-    ~Folder() { std::filesystem::remove_all(path); }
+    ~scratch_folder() { std::filesystem::remove_all(path); }
     void write(const std::string& name, const std::string& text) const
     {
         std::ofstream(path + "/" + name) << text;
@@ -47,12 +47,13 @@ struct Folder {
     }
 };
 
-struct Host {
+struct port_host {
     int fd;
-    explicit Host(const std::string& port) : fd(open(port.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK))
+    explicit port_host(const std::string& port)
+        : fd(open(port.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK))
     {
     }
-    ~Host() { close(fd); }
+    ~port_host() { close(fd); }
     // Waits for room: a pseudo-terminal takes a few kB at a time.
     void send(const std::string& bytes) const
     {
@@ -97,20 +98,20 @@ struct Host {
 // Exactly these bytes come, and nothing right behind them.
 #define EXPECT_HEARD(host, answer) EXPECT_EQ((host).hear(std::string(answer).size()), answer)
 
-struct Step {
+struct dialogue_step {
     std::string bytes;  // from the host; behind '!' an order
     std::string answer; // every byte that comes back
 };
 
 // A running modem with quick reports, and a host at its port. Echo is off unless asked for.
-struct Desk {
-    Folder folder;
-    Modem modem;
-    std::unique_ptr<Host> host;
-    explicit Desk(const std::string& model = "EC25",
-                  const std::map<std::string, std::string>& variables = {})
+struct test_desk {
+    scratch_folder folder;
+    emulated_modem modem;
+    std::unique_ptr<port_host> host;
+    explicit test_desk(const std::string& model = "EC25",
+                       const std::map<std::string, std::string>& variables = {})
     {
-        Options options;
+        modem_options options;
         options.model = model;
         options.port = port();
         options.variables = {{"report_gap_ms", "5"}, {"cmgs_ms", "20"},   {"cfun_ms", "5"},
@@ -118,7 +119,7 @@ struct Desk {
         for (const auto& [name, value] : variables)
             options.variables[name] = value;
         EXPECT_EQ(modem.start(options), "");
-        host = std::make_unique<Host>(port());
+        host = std::make_unique<port_host>(port());
     }
     // In a device root the port stands where a device has it.
     std::string port() const
@@ -126,9 +127,9 @@ struct Desk {
         return getenv("KELO_DEVICE_ROOT") ? "/dev/ttyUSB2" : folder.path + "/ttyUSB2";
     }
     void order(const std::string& text) { EXPECT_EQ(modem.order(text), "") << text; }
-    void hold(const std::vector<Step>& steps)
+    void hold(const std::vector<dialogue_step>& steps)
     {
-        for (const Step& step : steps) {
+        for (const dialogue_step& step : steps) {
             if (step.bytes[0] == '!')
                 order(step.bytes.substr(1));
             else

@@ -1,12 +1,12 @@
 // What the modem says: framing, errors, SIM, registration, messages; and the dialogue files.
-#include "host.h"
+#include "tests/emulator/host.h"
 
 using namespace kelo_emulator;
 
 // clang-format off
 TEST(Framing, EchoAndFinalResultsByteForByte)
 {
-    Desk desk("EC25", {{"echo", "1"}});
+    test_desk desk("EC25", {{"echo", "1"}});
     desk.hold({
         {"AT+CSQ\r\n", "AT+CSQ\r\r\n+CSQ: 24,99\r\n\r\nOK\r\n"},
         {"\r\n\r\n", "\r\r"}, // an empty line draws nothing but its echo
@@ -16,7 +16,7 @@ TEST(Framing, EchoAndFinalResultsByteForByte)
 
 TEST(Framing, JoinedCommandsAndErrors)
 {
-    Desk desk;
+    test_desk desk;
     desk.hold({
         // one result, and the first error ends the line
         {"AT+CNMI=2,2,0,0,0;+NONSENSE;+CMGF=1\r\n", "\r\nERROR\r\n"},
@@ -32,14 +32,14 @@ TEST(Framing, JoinedCommandsAndErrors)
 
 TEST(Framing, HostileInputStaysBounded)
 {
-    Desk desk;
+    test_desk desk;
     desk.hold({{std::string(100000, 'A') + "\r", "\r\nERROR\r\n"}});
     for (int i = 0; i < 20000; ++i)
         desk.host->send(std::string(1, static_cast<char>(i * 7919 >> 3)));
     desk.host->send("\x1b\r");
     desk.host->receive();
     desk.hold({{"AT\r", "\r\nOK\r\n"}});
-    for (const LogEntry& entry : desk.modem.log())
+    for (const log_entry& entry : desk.modem.log())
         EXPECT_LT(entry.bytes.size(), 10000u);
 }
 
@@ -48,7 +48,7 @@ const std::string done = "\r\n+QIND: PB DONE\r\n\r\n+QIND: SMS DONE\r\n";
 
 TEST(Sim, PinPukAndTries)
 {
-    Desk desk;
+    test_desk desk;
     desk.hold({
         {"!sim pin 4711", ""},
         {"AT+CPIN?\r", "\r\n+CPIN: SIM PIN\r\n\r\nOK\r\n"},
@@ -68,7 +68,7 @@ TEST(Sim, PinPukAndTries)
 
 TEST(Sms, Out)
 {
-    Desk desk("EC25", {{"echo", "1"}, {"message_reference", "255"}});
+    test_desk desk("EC25", {{"echo", "1"}, {"message_reference", "255"}});
     const std::string pdu = "0011000D91945111325476F80000AA07D4721B0E92C500";
     desk.hold({
         {"AT+CMGF=0\r\n", "AT+CMGF=0\r\r\nOK\r\n"},
@@ -86,7 +86,7 @@ TEST(Sms, Out)
         {"AT+CMGS=\"1\"\r", "\r\n> "},
         {"x\x1a", "\r\n+CMS ERROR: 331\r\n"},
     });
-    const std::vector<SentMessage> sent = desk.modem.sent_messages();
+    const std::vector<sent_message> sent = desk.modem.sent_messages();
     ASSERT_GE(sent.size(), 3u);
     EXPECT_EQ(sent[0].body, pdu);
     EXPECT_EQ(sent[2].target, "+4915112345678");
@@ -95,7 +95,7 @@ TEST(Sms, Out)
 
 TEST(Files, UploadTakesRawBytes)
 {
-    Desk desk;
+    test_desk desk;
     desk.hold({
         // ahead of CONNECT nothing reaches the file, beyond its size everything is a command
         {"!late 100 AT+QFUPL*", ""},
@@ -111,11 +111,11 @@ TEST(DialogueFile, BadLinesAreNamedByFileAndLine)
         {"\n>> AT\n<< ${who}\n<< OK\n", "bad.dlg:3: no `var who`"},
         {"include bad.dlg\n", "bad.dlg:1: includes are nested too deeply"},
     };
-    Folder folder;
+    scratch_folder folder;
     for (const auto& [text, fault] : rows) {
         folder.write("bad.dlg", text);
-        Modem modem;
-        Options options;
+        emulated_modem modem;
+        modem_options options;
         options.model = "bad";
         options.port = folder.path + "/port";
         options.dialogues_dir = folder.path;

@@ -1,6 +1,6 @@
 // What the modem does when it is told to misbehave, its port, its orders, its log; the tool; and
 // an independent host, gammu.
-#include "host.h"
+#include "tests/emulator/host.h"
 
 #include <csignal>
 
@@ -8,10 +8,10 @@ using namespace kelo_emulator;
 
 TEST(Faults, SplitWritesPartialAnswersGarbage)
 {
-    Desk desk;
+    test_desk desk;
     desk.hold({{"!split 3 10", ""}, {"AT+CSQ\r", "\r\n+CSQ: 24,99\r\n\r\nOK\r\n"}});
-    for (const LogEntry& entry : desk.modem.log())
-        EXPECT_TRUE(entry.from == From::host || entry.bytes.size() <= 3);
+    for (const log_entry& entry : desk.modem.log())
+        EXPECT_TRUE(entry.from == speaker::host || entry.bytes.size() <= 3);
     desk.hold({{"!split off", ""},
                {"!partial 6 AT+CS*", ""},
                {"AT+CSQ\r", "\r\n+CSQ"},
@@ -24,7 +24,7 @@ TEST(Faults, SplitWritesPartialAnswersGarbage)
 
 TEST(Faults, ResetInMidCommandDropsStateAndBootsAgain)
 {
-    Desk desk;
+    test_desk desk;
     desk.hold({{"AT+CREG=2;+CMEE=2\r", "\r\nOK\r\n"}});
     desk.order("reset on AT+COPS*");
     desk.order("late 100"); // its answer must not come out of the grave
@@ -32,7 +32,7 @@ TEST(Faults, ResetInMidCommandDropsStateAndBootsAgain)
     EXPECT_TRUE(eventually([&] { return !std::filesystem::exists(desk.port()); }));
     desk.order("late off");
     EXPECT_TRUE(eventually([&] { return std::filesystem::exists(desk.port()); }));
-    desk.host = std::make_unique<Host>(desk.port());
+    desk.host = std::make_unique<port_host>(desk.port());
     EXPECT_HEARD(*desk.host, "\r\nRDY\r\n\r\n+CFUN: 1\r\n\r\n+CPIN: READY\r\n\r\n+QUSIM: 1\r\n"
                              "\r\n+QIND: SMS DONE\r\n\r\n+QIND: PB DONE\r\n");
     desk.hold({{"AT+CREG?;+CMEE?\r", "\r\n+CREG: 0,1\r\n\r\n+CMEE: 1\r\n\r\nOK\r\n"}});
@@ -40,23 +40,23 @@ TEST(Faults, ResetInMidCommandDropsStateAndBootsAgain)
 
 TEST(Port, NodeGoesAndComesBackWhileTheModuleStaysUp)
 {
-    Desk desk;
+    test_desk desk;
     desk.hold({{"AT+CREG=2\r", "\r\nOK\r\n"}});
     for (int round = 0; round < 3; ++round) {
         desk.order("node off");
         EXPECT_FALSE(std::filesystem::exists(std::filesystem::symlink_status(desk.port())));
         desk.modem.report("RING"); // nobody there to hear it
         desk.order("node on");
-        desk.host = std::make_unique<Host>(desk.port());
+        desk.host = std::make_unique<port_host>(desk.port());
         desk.hold({{"AT+CREG?\r", "\r\n+CREG: 2,1,\"5A1C\",\"7C4B10D\",7\r\n\r\nOK\r\n"}});
     }
 }
 
 TEST(Port, LeavesForeignNodesAloneAndReplacesItsOwnLeftovers)
 {
-    Folder folder;
-    Modem modem;
-    Options options;
+    scratch_folder folder;
+    emulated_modem modem;
+    modem_options options;
     options.model = "EC25";
     options.port = folder.path + "/ttyUSB2";
     folder.write("ttyUSB2", "somebody's");
@@ -71,14 +71,14 @@ TEST(Port, LeavesForeignNodesAloneAndReplacesItsOwnLeftovers)
 
 TEST(Port, EndlessOutputAndStalledReaderNeverHoldTheModem)
 {
-    Desk desk;
+    test_desk desk;
     desk.order("endless on +CREG: 1\\r\\n");
     EXPECT_TRUE(eventually([&] { return desk.modem.endless_bytes() > 0; }));
     for (int i = 0; i < 50000; ++i) // 400 kB of reports at a reader that stands still
         desk.modem.report("+CREG");
-    const Clock::time_point start = Clock::now();
+    const monotonic_clock::time_point start = monotonic_clock::now();
     desk.order("csq 7");
-    EXPECT_LT(Clock::now() - start, 500ms);
+    EXPECT_LT(monotonic_clock::now() - start, 500ms);
     desk.order("endless off");
     desk.host->receive(300ms);
     desk.hold({{"AT+CSQ\r", "\r\n+CSQ: 7,99\r\n\r\nOK\r\n"}});
@@ -86,7 +86,7 @@ TEST(Port, EndlessOutputAndStalledReaderNeverHoldTheModem)
 
 TEST(Orders, BadOnesAreRefusedAndChangeNothing)
 {
-    Desk desk;
+    test_desk desk;
     for (const char* order :
          {"dance",        "report",       "late soon",     "late -1",    "split 0",
           "partial 5",    "node up",      "sim loose",     "sim busy x", "reg home dreg",
@@ -102,7 +102,7 @@ TEST(Orders, BadOnesAreRefusedAndChangeNothing)
 
 TEST(Tool, TakesOrdersAndLeavesNothingBehindOnASignal)
 {
-    Folder folder;
+    scratch_folder folder;
     const std::string port = folder.path + "/ttyUSB2";
     const std::string line = "cd " + folder.path +
                              "; echo $$ >pid; exec " KELO_TEST_TOOL
@@ -113,7 +113,7 @@ TEST(Tool, TakesOrdersAndLeavesNothingBehindOnASignal)
         ASSERT_TRUE(eventually([&] { return std::filesystem::exists(port); }));
         fputs("report RING\nwaltz\n", orders);
         fflush(orders);
-        EXPECT_EQ(Host(port).receive(3s, "RING\r\n"), "\r\nRING\r\n");
+        EXPECT_EQ(port_host(port).receive(3s, "RING\r\n"), "\r\nRING\r\n");
         EXPECT_TRUE(eventually([&] { return folder.has("out", "no order 'waltz'"); }));
         if (number)
             kill(std::stoi(folder.read("pid")), number);
@@ -129,7 +129,7 @@ TEST(Gammu, IdentifiesTheModemSendsAndReadsAText)
 {
     if (system("command -v gammu >/dev/null") != 0)
         GTEST_SKIP() << "gammu is not installed";
-    Desk desk("EC25", {{"echo", "1"}});
+    test_desk desk("EC25", {{"echo", "1"}});
     desk.host.reset();
     desk.folder.write("gammurc", "[gammu]\ndevice = " + desk.port() + "\nconnection = at115200\n");
     const auto gammu = [&](const std::string& words) {

@@ -141,6 +141,17 @@ TEST_F(Dialer, LadderFromALostLinkToTheRestart)
     EXPECT_EQ(passes_with("sleep 1", 2), passes{2});
 }
 
+// The reset of the radio takes three seconds, in which a host may stop the library.
+TEST_F(Dialer, StoppedDuringTheResetDoesNotRestart)
+{
+    dialer_tools tools = noted;
+    tools.reset_radio = [] { return global_quagga_stop = 1; };
+    state.tools = &tools;
+    world() = std::tuple(0, 1, 1, 0);
+    EXPECT_EQ(passes_with("restart", 60), passes{});
+    EXPECT_EQ(global_quagga_stop, 1);
+}
+
 // Each value of the host reaches the dialer as one argument, or the line is refused whole.
 TEST_F(Dialer, CommandLine)
 {

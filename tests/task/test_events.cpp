@@ -80,6 +80,14 @@ TEST(Events, SimDownAsksForMoreAtTheThirdInARow)
     EXPECT_EQ(get_sim_status(), -1);
 }
 
+TEST(Events, ASimThatComesUpStartsBothCountsAnew)
+{
+    sim_failed_count = sim_cpin_count = 2;
+    handle(GSM_EVENT_SIM_UP);
+    EXPECT_EQ(sim_failed_count, 0);
+    EXPECT_EQ(sim_cpin_count, 0);
+}
+
 TEST(Events, SimFailedEscalatesForTwoFamiliesOnly)
 {
     for (const int family : {0, 13, 15}) {

@@ -44,3 +44,14 @@ TEST(Restart, OneAtATime)
     life_set(&lifecycle::mobile_task_stopped, true);
     EXPECT_TRUE(wait_until(at_rest));
 }
+
+// A start behind a stop that was refused would run beside the task that was not stopped.
+TEST(Restart, WhoseStopIsRefusedStartsNothing)
+{
+    const captured said;
+    life_set(&lifecycle::cell_start_lock, true); // another start is under way
+    restart_cellular_thread(nullptr);
+    EXPECT_TRUE(said.has("cellular stop thread has been locked!\n"));
+    EXPECT_FALSE(said.has("cellular_start"));
+    EXPECT_EQ(word_get(cell_repower_lock), 0);
+}

@@ -130,17 +130,23 @@ TEST_F(TaskPass, TimeTicksUnderEndlessOutput)
     EXPECT_EQ(g_mobile.at_done, 1);
 }
 
-// A port that has hung up is ready at every poll: the task must keep its pace, and say so once.
+// A port that has hung up is ready at every poll: the task must keep its pace, and say so once. A pipe whose writer is
+// gone hangs up as a port does, behind what it holds.
 TEST_F(TaskPass, AHungUpPortDoesNotSpinTheTask)
 {
-    const int fd = open("/dev/null", O_RDWR | O_CLOEXEC); // stands in: ready, never anything there
+    int ends[2];
+    ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
+    ASSERT_EQ(write(ends[1], "x\nx\n", 4), 4);
+    close(ends[1]);
     libgsm_mobile_close_usb(&g_mobile);
-    g_mobile.fd = fd;
+    g_mobile.fd = ends[0];
+    const captured out;
     task_pass(&g_mobile, state);
     const auto start = std::chrono::steady_clock::now();
     for (int i = 0; i < 2; i++)
         task_pass(&g_mobile, state);
     EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(450));
+    EXPECT_EQ(count_of(out.text(), "the AT port has hung up\n"), 1);
 }
 
 } // namespace
