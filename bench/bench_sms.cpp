@@ -129,9 +129,9 @@ struct kelo_queue_decoder {
     explicit kelo_queue_decoder(const sample&) {}
     bool decode(const std::string& pdu)
     {
-        bool complete = false;
-        message.length = 0;
-        return sms_read_pdu(pdu.c_str(), message, complete) && complete;
+        const pdu_message read = sms_read_pdu(pdu);
+        message = read.message;
+        return read.readable && read.complete;
     }
     std::string text() const { return message.text; }
 };

@@ -19,10 +19,8 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t siz
     const auto pdu = std::make_unique<char[]>(length + 1); // of just its size
     std::memcpy(pdu.get(), data, length);
 
-    kelo_sms message = {};
-    bool complete = false;
-    const bool read = sms_read_pdu(pdu.get(), message, complete);
-    if (read != (libgsm_pdu_decode(&g_mobile, &gsm_event, pdu.get()) == 0))
+    const auto [readable, complete, message] = sms_read_pdu(pdu.get());
+    if (readable != (libgsm_pdu_decode(&g_mobile, &gsm_event, pdu.get()) == 0))
         std::abort();
     if (message.length < 0 || message.length >= static_cast<int>(sizeof message.text) ||
         message.text[message.length] != '\0' || message.total > 255)

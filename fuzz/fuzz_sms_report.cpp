@@ -21,7 +21,7 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t siz
         const unsigned char* const stop = std::find(data, end, 0xFF);
         const std::string read(data, std::find(data, stop, 0));
         sms_text_follows(std::string_view(read).substr(0, read.find('\n')), true);
-        sms_continue_report(read.c_str());
+        sms_continue_report(read.c_str(), 0);
         if (read.find("+CMT") != std::string::npos)
             sms_check_read(&g_mobile, read.c_str() + read.find("+CMT"));
         data = stop == end ? end : stop + 1;

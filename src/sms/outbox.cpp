@@ -2,6 +2,7 @@
 #include "sms/sms.h"
 
 #include "support/diag.h"
+#include "support/owned.h"
 #include "support/text.h"
 
 #include <cstdlib>
@@ -21,36 +22,43 @@ bool is_empty(const char* text)
 
 // A number stands between the quotes of a command. A body may have lines, but a Ctrl-Z in it would
 // send it half, and let the modem read the rest as commands; an Escape would throw it away.
-bool is_sendable(const char* number, const char* body)
+bool is_sendable(const char* number, std::string_view body)
 {
     return !text_has_control(number) && std::strpbrk(number, "\"\t") == nullptr &&
-           std::strpbrk(body, "\x1a\x1b") == nullptr;
+           body.find_first_of("\x1a\x1b") == std::string_view::npos;
 }
 
 } // namespace
 
 sms_outbox_item* sms_outbox_item_create(int mode, const char* tag, const char* number, int length,
-                                        const char* body)
+                                        std::string_view body)
 {
-    if (is_empty(tag) || is_empty(number) || is_empty(body))
+    if (is_empty(tag) || is_empty(number) || body.empty())
         return nullptr;
     if (!is_sendable(number, body)) {
         diag_at(plain, "sms_outbox_enq", "refused a message with control characters\n");
         return nullptr;
     }
     auto* const item = static_cast<sms_outbox_item*>(std::calloc(1, sizeof(sms_outbox_item)));
-    if (item == nullptr)
-        return nullptr;
-    item->sms_mode = mode;
-    item->sms_tag = text_duplicate(tag);
-    item->sms_number = text_duplicate(number);
-    item->sms_length = length;
-    item->sms_body = text_duplicate(body);
-    if (item->sms_tag == nullptr || item->sms_number == nullptr || item->sms_body == nullptr) {
-        sms_outbox_free(item);
+    text_pointer tag_copy(text_duplicate(tag));
+    text_pointer number_copy(text_duplicate(number));
+    text_pointer body_copy = text_room(body.size());
+    if (item == nullptr || tag_copy == nullptr || number_copy == nullptr || body_copy == nullptr) {
+        diag_at(plain, "sms_outbox_enq", "fatal error!\n");
+        std::free(item);
         return nullptr;
     }
+    body.copy(body_copy.get(), body.size());
+    *item = {mode, tag_copy.release(), number_copy.release(), length, body_copy.release(), {}};
     return item;
+}
+
+bool sms_outbox_put(sms_outbox_item* item)
+{
+    const lock_scope hold(outbox_lock);
+    if (item != nullptr)
+        list_add_tail(&item->node, &sms_outbox);
+    return item != nullptr;
 }
 
 void sms_outbox_append(list_head& items)
@@ -69,12 +77,10 @@ using namespace kelo;
 
 int sms_outbox_enq(int mode, const char* tag, const char* number, int length, const char* body)
 {
-    sms_outbox_item* const item = sms_outbox_item_create(mode, tag, number, length, body);
-    if (item == nullptr)
-        return -1;
-    const lock_scope hold(outbox_lock);
-    list_add_tail(&item->node, &sms_outbox);
-    return 0;
+    return sms_outbox_put(
+               sms_outbox_item_create(mode, tag, number, length, body != nullptr ? body : ""))
+               ? 0
+               : -1;
 }
 
 struct sms_outbox_item* sms_outbox_deq(void)

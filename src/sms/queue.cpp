@@ -2,6 +2,8 @@
 // the oldest, and is told how many.
 #include "sms/sms.h"
 
+#include "support/sleeps.h"
+
 #include <climits>
 
 namespace kelo
@@ -40,7 +42,7 @@ int kelo_take_sms(struct kelo_sms* out)
 {
     if (out == nullptr)
         return 0;
-    sms_continue_report(""); // one that waits for its rest too long is taken as it is
+    sms_continue_report("", monotonic_ms());
     const lock_scope hold(queue_lock);
     if (waiting == 0)
         return 0;

@@ -4,6 +4,7 @@
 
 #include "at/at.h"
 #include "core/family.h"
+#include "support/sleeps.h"
 #include "support/text.h"
 
 namespace kelo
@@ -27,7 +28,7 @@ void sms_clean_read(char* text, std::size_t length)
         }
     }
     text[kept] = '\0';
-    sms_continue_report(text);
+    sms_continue_report(text, monotonic_ms());
 }
 
 char* sms_find_report(char* text)

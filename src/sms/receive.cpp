@@ -1,5 +1,5 @@
-// Reports of received messages, 3GPP TS 27.005 3.4.1: into gsm_event, the first of a read, and into
-// the queue, each of them.
+// Reports of received messages, 3GPP TS 27.005 3.4.1, into the queue: each of a read by itself,
+// with nothing of its neighbours.
 #include "sms/sms.h"
 
 #include "support/diag.h"
@@ -18,100 +18,6 @@ namespace
 {
 
 using std::string_view;
-
-enum report_mode { mode_pdu = 0, mode_text = 1, mode_unknown = 2 };
-
-// Fills a field with what the view shows.
-template <std::size_t size> void set_field(char (&field)[size], string_view text)
-{
-    const std::size_t length = text.copy(field, size - 1);
-    std::memset(field + length, 0, size - length);
-}
-
-// The view from `at` on. Not substr: it can throw, and would bring the C++ run time along.
-string_view behind(string_view text, std::size_t at)
-{
-    text.remove_prefix(std::min(at, text.size()));
-    return text;
-}
-
-const char* end_of(const char* text)
-{
-    return text + std::strlen(text);
-}
-
-// The first `mark` from `at` on, or the end of the text.
-const char* find_or_end(const char* at, char mark)
-{
-    const char* const found = std::strchr(at, mark);
-    return found != nullptr ? found : end_of(at);
-}
-
-string_view between(const char* begin, const char* end)
-{
-    return {begin, static_cast<std::size_t>(end - begin)};
-}
-
-// Cuts the line end off that the modem puts behind a text.
-void cut_line_end(char* text)
-{
-    const std::size_t length = std::strlen(text);
-    if (length >= 2 && text[length - 2] == '\r')
-        text[length - 2] = '\0';
-    if (length >= 1 && text[length - 1] == '\n')
-        text[length - 1] = '\0';
-}
-
-// Digits at the head of a text, as far as an int goes.
-int leading_number(const char* text)
-{
-    int number = 0;
-    scan(text, dec(number));
-    return number;
-}
-
-// ---- gsm_event
-
-void read_zone(event& what)
-{
-    char* const plus = std::strchr(what.sms_time, '+');
-    if (plus == nullptr) {
-        text_set(what.time_zone, "unknow");
-        return;
-    }
-    std::snprintf(what.time_zone, sizeof what.time_zone, "GMT+%d", leading_number(plus + 1) / 4);
-    std::memset(plus, 0, static_cast<std::size_t>(std::end(what.sms_time) - plus));
-}
-
-// Caller holds record_lock.
-void parse_text_report(event& what, const char* report, const char* comma)
-{
-    const char* const sender = std::strchr(report, '"'); // the mode says that there is one
-    const char* sender_end = find_or_end(sender + 1, '"');
-    if (comma > sender)
-        sender_end = std::min(sender_end, comma);
-    set_field(what.sender, between(sender + 1, sender_end));
-
-    const char* const time = std::strchr(comma, '"') + 1;
-    const char* const time_end = find_or_end(time, '"');
-    set_field(what.sms_time, between(time, time_end));
-    read_zone(what);
-
-    const char* const line_end = std::strchr(report, '\n');
-    if (line_end != nullptr) {
-        const char* const smsc = *time_end != '\0' ? std::strchr(time_end + 1, '"') : nullptr;
-        if (smsc != nullptr && smsc > line_end)
-            text_clear(what.smsc);
-        else if (smsc != nullptr)
-            set_field(what.smsc, between(smsc + 1, std::min(find_or_end(smsc + 1, '"'), line_end)));
-        text_set(what.text, line_end + 1);
-        cut_line_end(what.text);
-    }
-    text_clear(what.pdu);
-    what.length = static_cast<int>(std::strlen(what.text));
-}
-
-// ---- The queue: each report by itself, with nothing of its neighbours
 
 constexpr char mark[] = "+CMT:";
 constexpr std::size_t most_columns = 10;
@@ -149,11 +55,16 @@ report_header cut_header(string_view line)
     return header;
 }
 
-int column_number(const report_header& header, std::size_t column)
+// The length of the text, where the header tells it; 0 also for what is no number.
+std::optional<std::size_t> announced_length(const report_header& header)
 {
+    if (header.count <= col_length)
+        return std::nullopt;
     char digits[16];
-    set_field(digits, header.columns[column]);
-    return leading_number(digits);
+    set_field(digits, header.columns[col_length]);
+    int length = 0;
+    scan(digits, dec(length));
+    return static_cast<std::size_t>(std::max(length, 0));
 }
 
 string_view without_line_end(string_view text)
@@ -198,15 +109,13 @@ std::size_t next_report(string_view text)
 
 found read_text_body(const report_header& header, string_view body, kelo_sms& message)
 {
-    const int told =
-        header.count > col_length ? std::max(0, column_number(header, col_length)) : -1;
-    const auto length = static_cast<std::size_t>(std::max(told, 0));
+    const auto length = announced_length(header);
     string_view text;
     found result;
-    if (told >= 0 && body.size() > length && behind(body, length).starts_with("\r\n")) {
+    if (length && body.size() > *length && behind(body, *length).starts_with("\r\n")) {
         // The header tells the length: no line of the text can pass for a report.
-        text = body.substr(0, length);
-        result.used = length + next_report(behind(body, length));
+        text = body.substr(0, *length);
+        result.used = *length + next_report(behind(body, *length));
         result.complete = true;
     } else {
         result.used = next_report(body);
@@ -233,14 +142,12 @@ found read_text_body(const report_header& header, string_view body, kelo_sms& me
 found read_pdu_body(string_view body, kelo_sms& message)
 {
     const std::size_t end = body.find_first_of("\r\n");
-    found result;
-    result.used = next_report(body);
-    set_field(message.pdu, body.substr(0, end));
+    const string_view pdu = body.substr(0, std::min(end, sizeof message.pdu - 1));
+    const pdu_message read = sms_read_pdu(pdu);
+    message = read.message;
     message.mode = mode_pdu;
-    bool all_there = false;
-    sms_read_pdu(message.pdu, message, all_there);
-    result.complete = all_there || end != string_view::npos;
-    return result;
+    set_field(message.pdu, pdu);
+    return {next_report(body), read.complete || end != string_view::npos};
 }
 
 // The rest of a report that a read broke off. Touched by the mobile task alone, but for a host that
@@ -312,7 +219,7 @@ event* sms_check_read(gsm_mobile* rec, const char* report)
     return check_report(rec, report, true);
 }
 
-void sms_continue_report(const char* text)
+void sms_continue_report(const char* text, std::int64_t now_ms)
 {
     lock_scope hold(record_lock);
     if (held.length == 0)
@@ -324,8 +231,8 @@ void sms_continue_report(const char* text)
     // A report that begins in this read is queued with it, not here.
     const std::size_t next = held.length + std::min(more.find(mark), more.size());
     const string_view report = whole.substr(0, std::min(next, whole.size()));
-    const bool last = next < whole.size() || more.size() >= room ||
-                      monotonic_ms() - held.since_ms >= hold_limit_ms;
+    const bool last =
+        next < whole.size() || more.size() >= room || now_ms - held.since_ms >= hold_limit_ms;
     const std::size_t done = queue_reports(report, last);
     hold_rest(behind(report, done));
 }
@@ -345,45 +252,6 @@ bool sms_text_follows(string_view line, bool continued)
     }
     const std::size_t at = line.find(mark);
     return at != string_view::npos && cut_header(behind(line, at + sizeof mark - 1)).quoted_time;
-}
-
-int sms_report_parse(gsm_mobile* rec, event* what, const char* report)
-{
-    char pdu[sizeof what->pdu];
-    lock_scope hold(record_lock);
-    const char* const comma = std::strchr(report, ',');
-    if (comma == nullptr)
-        return what->mode = mode_unknown;
-    if (comma[1] != '\0' && comma[2] == '"') {
-        what->mode = mode_text;
-        parse_text_report(*what, report, comma);
-        return mode_text;
-    }
-    what->mode = mode_pdu;
-    const char* const line_end = std::strchr(report, '\n');
-    if (line_end == nullptr)
-        return mode_pdu;
-    text_set(what->pdu, line_end + 1);
-    cut_line_end(what->pdu);
-    text_set(pdu, what->pdu);
-    hold.release();
-    libgsm_pdu_decode(rec, what, pdu);
-    return mode_pdu;
-}
-
-int sms_log_received(event* what)
-{
-    char now[64] = "";
-    const std::time_t seconds = std::time(nullptr);
-    std::tm local = {};
-    if (localtime_r(&seconds, &local) != nullptr)
-        std::strftime(now, sizeof now, "%F %T", &local);
-    const lock_scope hold(record_lock);
-    diag_plain("-START-\nTime    : %s\nMode    : %s\nSender  : %s\nSMSC    : %s\nLength  : %d\n"
-               "SMS Time: %s\nText    : %s\nPDU     : %s\n-END-\n\n",
-               now, what->mode == mode_pdu ? "PDU" : "TEXT", what->sender, what->smsc, what->length,
-               what->sms_time, what->text, what->pdu);
-    return 0;
 }
 
 } // namespace kelo

@@ -9,11 +9,8 @@
 
 #include "at/answers.h"
 #include "at/at.h"
-#include "support/diag.h"
 #include "support/sleeps.h"
 #include "support/text.h"
-
-#include <cstdlib>
 
 namespace kelo
 {
@@ -143,18 +140,14 @@ int write_sms_msg(gsm_mobile* rec, const char* text)
 {
     if (rec == nullptr || text == nullptr)
         return -1;
+    char bytes[sizeof current.body + sizeof body_end];
     const std::size_t length = std::strlen(text);
-    auto* const bytes = static_cast<char*>(std::malloc(length + sizeof body_end));
-    if (bytes == nullptr) { // the modem must not take the next commands for the text
-        diag_plain("%s:%d fatal error!\n", __func__, __LINE__);
-        port_write(rec, give_up, 1, write_attempts, __func__, "<ESC>");
+    if (length >= sizeof current.body)
         return -1;
-    }
     std::memcpy(bytes, text, length);
     std::memcpy(bytes + length, body_end, sizeof body_end);
     const long written =
         port_write(rec, bytes, length + sizeof body_end - 1, write_attempts, __func__, text);
-    std::free(bytes);
     return written == port_closed ? -1 : 0;
 }
 

@@ -2,10 +2,12 @@
 #include "sms/sms.h"
 
 #include "support/diag.h"
+#include "support/owned.h"
+#include "support/sleeps.h"
 #include "support/text.h"
+#include "support/words.h"
 
 #include <cstdio>
-#include <cstdlib>
 
 namespace kelo
 {
@@ -19,49 +21,86 @@ enum class outcome { queued, no_number, failed };
 
 constexpr char rule[] = "===============================================================";
 
-// The octets that the modem counts: all but the service centre field.
-int tpdu_length(const char* pdu)
+// References count up from a random start: no two messages in a row share one, and a restart of the
+// process does not begin where the last one began.
+octet next_reference()
 {
-    return static_cast<int>(std::strlen(pdu) / 2) - 1 - gsm_hex2int(pdu, pdu[0] != '\0' ? 2 : 0);
+    static int reference = 0; // below 0x100 until the first message
+    int fresh = 0;
+    if (word_get(reference) == 0) {
+        const auto now = static_cast<std::uint64_t>(time_of_day_us());
+        std::atomic_ref<int>(reference).compare_exchange_strong(
+            fresh, 0x100 | static_cast<int>((now * 0x9E3779B97F4A7C15u) >> 56));
+    }
+    return static_cast<octet>(word_add(reference, 1));
 }
 
-void print_part(const sms_pdu_msg& msg, int index, int length, int offset, const char* pdu,
-                const char* text)
+// Who it goes to and through which service centre, and a reference of its own.
+void sms_pdu_msg_init(gsm_mobile* rec, sms_pdu_msg& msg, const char* number, const char* charset)
 {
+    // A number that has no room would name somebody else when cut: none is refused later.
+    if (std::strlen(number) < sizeof msg.da)
+        text_set(msg.da, number);
+    {
+        const lock_scope hold(record_lock);
+        text_set(msg.sca, rec->smscenter[0] == '+' ? rec->smscenter + 1 : rec->smscenter);
+    }
+    // What is no number would break the PDU: the modem's own service centre is taken then.
+    if (msg.sca[0] == '+' || !sms_number_valid(text_of(msg.sca)))
+        text_clear(msg.sca);
+    text_set(msg.coding_name, charset != nullptr ? charset : "");
+    msg.flag = next_reference();
+}
+
+// The octets that the modem counts: all but the service centre field.
+int tpdu_length(std::string_view pdu)
+{
+    return static_cast<int>(pdu.size() / 2) - 1 - hex_octet(pdu, 0);
+}
+
+void print_part(const sms_pdu_msg& msg, int index, int offset, std::string_view pdu,
+                std::string_view part)
+{
+    const auto length = static_cast<int>(part.size());
     text_block block;
     block.add("%s\nSCA   : (%s)\nDA    : (%s)\n", rule, msg.sca, msg.da);
     block.add("UDHL  : %d\nflag  : 0x%02x\nCoding: (%s)\n", msg.udhl, msg.flag, msg.coding_name);
     block.add("Count : %d-%d\nLength: %d\nOffset: %d\n", index, msg.count, length, offset);
-    block.add("PDU   : (%s)\nUD    : (%s)\t\t\n%s\n", pdu, text, rule);
+    block.add("PDU   : (%.*s)\nUD    : (%.*s)\t\t\n%s\n", static_cast<int>(pdu.size()), pdu.data(),
+              length, part.data(), rule);
     block.print();
 }
 
 // Encodes each part onto the list. The whole message is queued afterwards or none of it: half a
 // message helps nobody.
-outcome sms_send_parts(gsm_mobile* rec, sms_pdu_msg* msg, const char* work, const char* tag,
+outcome sms_send_parts(const sms_pdu_msg& msg, std::string_view text, const char* tag,
                        list_head& items)
 {
     int offset = 0;
-    for (int i = 0; i < msg->count; i++) {
-        char text[1024] = "";
-        char pdu[1024] = "";
-        const int length = msg->offsets[i] - offset;
-        if (length >= static_cast<int>(sizeof text))
-            return outcome::failed;
-        std::memcpy(text, work + offset, static_cast<std::size_t>(length));
-        if (corvel_mobile_encode_pdu_sms(rec, msg, text, pdu, length, i + 1) < 1) {
+    for (int i = 0; i < msg.count; i++) {
+        const int length = msg.offsets[i] - offset;
+        const std::string_view part = behind(text, static_cast<std::size_t>(offset))
+                                          .substr(0, static_cast<std::size_t>(length));
+        const auto encoded = sms_encode_pdu(msg, part, i + 1);
+        if (!encoded) {
             diag_plain("[ERROR] Encode pdu error");
-            return sms_number_valid(msg->da) == 0 ? outcome::no_number : outcome::failed;
+            return sms_number_valid(text_of(msg.da)) ? outcome::failed : outcome::no_number;
         }
-        print_part(*msg, i + 1, length, offset, pdu, text);
-        sms_outbox_item* const item =
-            sms_outbox_item_create(0, tag, msg->da, tpdu_length(pdu), pdu);
+        const std::string_view pdu = {encoded->items, encoded->count};
+        print_part(msg, i + 1, offset, pdu, part);
+        sms_outbox_item* const item = sms_outbox_item_create(0, tag, msg.da, tpdu_length(pdu), pdu);
         if (item == nullptr)
             return outcome::failed;
         list_add_tail(&item->node, &items);
         offset += length;
     }
     return outcome::queued;
+}
+
+outcome too_many_parts()
+{
+    diag_at(plain, __func__, "refused a message of more than %d parts\n", most_parts);
+    return outcome::failed;
 }
 
 outcome send_pdu_parts(gsm_mobile* rec, const char* number, const char* text, const char* tag,
@@ -73,15 +112,14 @@ outcome send_pdu_parts(gsm_mobile* rec, const char* number, const char* text, co
         diag_at(plain, __func__, "refused a message of %d bytes\n", n);
         return outcome::failed;
     }
-    auto* const work = static_cast<char*>(std::calloc(1, static_cast<std::size_t>(n) + 1));
-    auto* const msg = static_cast<sms_pdu_msg*>(std::calloc(1, sizeof(sms_pdu_msg)));
+    sms_pdu_msg addressed = {};
+    sms_pdu_msg_init(rec, addressed, number != nullptr ? number : "", charset);
+    const std::string_view whole = {text, static_cast<std::size_t>(n)};
+    const auto msg = sms_detect_coding(addressed, whole);
+    if (!msg)
+        return too_many_parts();
     list_head items = LIST_HEAD_INIT(items);
-    outcome result = outcome::failed;
-    if (work != nullptr && msg != nullptr) {
-        sms_pdu_msg_init(rec, msg, number != nullptr ? number : "", charset, n);
-        if (sms_detect_coding(rec, msg, text, work) == 0)
-            result = sms_send_parts(rec, msg, work, tag, items);
-    }
+    const outcome result = sms_send_parts(*msg, whole, tag, items);
     if (result == outcome::queued)
         sms_outbox_append(items);
     while (!list_empty(&items)) {
@@ -89,8 +127,6 @@ outcome send_pdu_parts(gsm_mobile* rec, const char* number, const char* text, co
         list_del(first);
         sms_outbox_free(list_entry(first, sms_outbox_item, node));
     }
-    std::free(work);
-    std::free(msg);
     return result;
 }
 
@@ -100,28 +136,21 @@ outcome send_text(int mode, const char* number, const char* text, const char* ta
 {
     if (text == nullptr || n < 0)
         return outcome::failed;
-    const auto length = static_cast<std::size_t>(n);
-    const std::size_t used = strnlen(text, length);
-    for (std::size_t i = used; i < length; i++)
-        if (text[i] != '\0')
-            return outcome::failed;
-    auto* const body = static_cast<char*>(std::malloc(used + 1));
-    if (body == nullptr)
+    const std::string_view whole = {text, static_cast<std::size_t>(n)};
+    const std::string_view body = whole.substr(0, whole.find('\0'));
+    if (whole.find_first_not_of('\0', body.size()) != std::string_view::npos)
         return outcome::failed;
-    std::memcpy(body, text, used);
-    body[used] = '\0';
-    const int result = sms_outbox_enq(mode, tag, number, n, body);
-    std::free(body);
-    return result == 0 ? outcome::queued : outcome::failed;
+    return sms_outbox_put(sms_outbox_item_create(mode, tag, number, n, body)) ? outcome::queued
+                                                                              : outcome::failed;
 }
 
-std::FILE* open_file(const char* path)
+file_pointer open_file(const char* path)
 {
     if (path == nullptr) {
         diag_plain("Didn`t get SMS File");
         return nullptr;
     }
-    std::FILE* const file = std::fopen(path, "rbe");
+    file_pointer file(std::fopen(path, "rbe"));
     if (file == nullptr)
         diag_plain("Didn`t open SMS File");
     return file;
@@ -167,6 +196,23 @@ int libgsm_send_sms_from_buffer(const char* tag, const char* number, int mode, c
     return -1;
 }
 
+int corvel_mobile_encode_pdu_sms(struct gsm_mobile* rec, struct sms_pdu_msg* msg, const char* part,
+                                 char* out, int n, int index)
+{
+    if (rec == nullptr || msg == nullptr || part == nullptr || out == nullptr)
+        return -1;
+    if (msg->coding == 0)
+        n = static_cast<int>(strnlen(part, 1024));
+    if (n < 0)
+        return -1;
+    const auto pdu = sms_encode_pdu(*msg, {part, static_cast<std::size_t>(n)}, index);
+    if (!pdu)
+        return -1;
+    std::memcpy(out, pdu->items, pdu->count);
+    out[pdu->count] = '\0';
+    return static_cast<int>(pdu->count);
+}
+
 int corvel_mobile_send_pdu(struct gsm_mobile* rec, const char* number, const char* text,
                            const char* tag, const char* charset, int n)
 {
@@ -182,21 +228,21 @@ int corvel_mobile_send_pdu_from_file(struct gsm_mobile* rec, const char* number,
         diag_plain("Mobile send SMS File is NULL");
         return -1;
     }
-    std::FILE* const file = open_file(path);
+    const file_pointer file = open_file(path);
     if (file == nullptr)
         return -1;
-    const int length = file_length(file);
-    char* buffer = nullptr;
-    if (length >= 0)
-        buffer = static_cast<char*>(std::calloc(1, static_cast<std::size_t>(length) + 1));
-    const bool whole = buffer != nullptr && std::fread(buffer, 1, static_cast<std::size_t>(length),
-                                                       file) == static_cast<std::size_t>(length);
-    std::fclose(file);
+    const int length = file_length(file.get());
+    if (length < 0)
+        return -1;
+    const auto size = static_cast<std::size_t>(length);
+    const text_pointer buffer = text_room(size);
+    if (buffer == nullptr)
+        diag_at(plain, __func__, "fatal error!\n");
+    if (buffer == nullptr || std::fread(buffer.get(), 1, size, file.get()) != size)
+        return -1;
     // With the NUL behind it, which is not sent.
-    if (whole)
-        corvel_mobile_send_pdu(rec, number, buffer, tag, charset, length + 1);
-    std::free(buffer);
-    return whole ? 0 : -1;
+    corvel_mobile_send_pdu(rec, number, buffer.get(), tag, charset, length + 1);
+    return 0;
 }
 
 int gsm_send_pdu(struct gsm_mobile* rec, const char* number, const char* pdu, const char*,

@@ -58,9 +58,9 @@ TEST(Alphabet, Packing)
         const int room = static_cast<int>(c.text.size()) + 1;
         EXPECT_EQ(corvel_mobile_sms_encode_gsm7bit(c.text.c_str(), out, room, &udl), c.octets);
         EXPECT_EQ(udl, c.septets) << c.text;
-        std::string hex(c.packed.size() + 1, '\0');
-        sms_hex_encode(out, hex.data(), static_cast<int>(c.packed.size() / 2));
-        EXPECT_EQ(hex.c_str(), c.packed) << c.text;
+        pdu_text hex;
+        sms_hex_encode(hex, std::span(out).first(c.packed.size() / 2));
+        EXPECT_EQ(hex.items, c.packed) << c.text;
     }
 }
 

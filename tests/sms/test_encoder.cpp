@@ -26,9 +26,8 @@ std::vector<int> round_trip(const std::string& text, const std::string& read)
     for (const std::string& pdu : pdus) {
         EXPECT_LE(pdu.size() - 22, 2u * 140) << text;
         udl.push_back(gsm_hex2int(pdu.data() + 20, 2));
-        kelo_sms message = {};
-        bool complete = false;
-        EXPECT_TRUE(sms_read_pdu(delivered(pdu).c_str(), message, complete) && complete);
+        const auto [readable, complete, message] = sms_read_pdu(delivered(pdu));
+        EXPECT_TRUE(readable && complete);
         EXPECT_TRUE(message.total == 0 || message.number == static_cast<int>(udl.size()));
         EXPECT_TRUE(message.total == 0 || message.total == static_cast<int>(pdus.size()));
         all += message.text;

@@ -16,7 +16,7 @@ static std::string read_by_gammu(const std::vector<std::string>& pdus)
     int reference = -1;
     for (std::size_t i = 0; i < pdus.size(); i++) {
         std::vector<octet> octets(pdus[i].size() / 2);
-        gsm_hex_to_octets(octets.data(), pdus[i].data(), static_cast<int>(octets.size()));
+        gsm_hex_to_octets(octets, pdus[i]);
         GSM_SMSMessage message = {};
         GSM_SetDefaultReceivedSMSData(&message);
         std::size_t end = 0;

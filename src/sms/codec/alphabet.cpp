@@ -1,5 +1,5 @@
 // Hexadecimal, the GSM 7-bit default alphabet (3GPP TS 23.038 6.2.1), and septets in octets.
-#include "sms/sms.h"
+#include "sms/codec/codec.h"
 
 #include <array>
 #include <cstdint>
@@ -91,120 +91,125 @@ constexpr lookup make_lookup()
 
 constexpr lookup table = make_lookup();
 
-constexpr std::size_t most_septets = 320; // of one encoding, the final 0 included
-constexpr int most_octets = 320;          // of one unpacking
-
-// The septets of n bytes of text, a terminator among them; 0 when they are more than the buffer has
-// room for.
-std::size_t to_septets(octet (&septets)[most_septets + 7], const char* text, std::size_t n)
+// Of a code behind the escape, 0 for none.
+octet extended(std::span<const octet> septets, std::size_t i)
 {
-    std::size_t count = 0;
-    for (std::size_t i = 0; i < n; i++) {
-        if (count + 2 > most_septets && (count == most_septets || table.extension[octet(text[i])]))
-            return 0;
-        const auto c = static_cast<octet>(text[i]);
-        if (c == greek_lead && i + 1 < n && table.greek_septet[octet(text[i + 1])] != 0) {
-            septets[count++] = table.greek_septet[octet(text[++i])];
-        } else if (table.extension[c] != 0) {
-            septets[count++] = escape;
-            septets[count++] = table.extension[c];
-        } else {
-            septets[count++] = table.septet[c];
-        }
-    }
-    return count;
+    return septets[i] == escape && i + 1 < septets.size() ? table.extended[septets[i + 1]] : 0;
 }
 
-} // namespace
-
-void gsm_hex_to_octets(octet* out, const char* text, int n)
-{
-    for (int i = 0; i < n; i++, text += 2)
-        out[i] = static_cast<octet>(table.digit[octet(text[0])] << 4 | table.digit[octet(text[1])]);
-}
-
-int sms_hex_encode(const octet* octets, char* out, int n)
-{
-    for (int i = 0; i < n; i++, out += 2)
-        std::memcpy(out, table.hex[octets[i]].data(), 2);
-    *out = '\0';
-    return n * 2;
-}
-
-int gsm7_is_extension(octet c)
-{
-    return table.extension[c] != 0 ? 1 : 0;
-}
-
-bool gsm7_is_plain(octet septet)
+bool is_plain(octet septet)
 {
     return table.greek[septet] == 0 && septet != escape;
 }
 
+} // namespace
+
+octet hex_octet(std::string_view text, std::size_t index)
+{
+    const auto digit = [&](std::size_t at) {
+        return at < text.size() ? table.digit[octet(text[at])] : octet(0);
+    };
+    return static_cast<octet>(digit(2 * index) << 4 | digit(2 * index + 1));
+}
+
+void gsm_hex_to_octets(std::span<octet> out, std::string_view text)
+{
+    for (std::size_t i = 0; i < out.size(); i++)
+        out[i] = hex_octet(text, i);
+}
+
+void sms_hex_encode(pdu_text& out, std::span<const octet> octets)
+{
+    for (const octet one : octets)
+        for (const char digit : table.hex[one])
+            out.add(digit);
+}
+
+bool gsm7_is_extension(char c)
+{
+    return table.extension[octet(c)] != 0;
+}
+
+std::optional<packed_text> gsm7_pack(std::string_view text)
+{
+    constexpr std::size_t most = 320;
+    made<octet, most + 1> septets; // one more, which tells that there are too many
+    for (std::size_t i = 0; i < text.size() && septets.count <= most; i++) {
+        const auto c = static_cast<octet>(text[i]);
+        const int greek =
+            i + 1 < text.size() ? corvel_mobile_sms_ascii_to_gsm7bit(c, octet(text[i + 1])) : 0;
+        if (greek != 0)
+            i++;
+        else if (table.extension[c] != 0)
+            septets.add(escape);
+        septets.add(greek != 0                ? static_cast<octet>(greek)
+                    : table.extension[c] != 0 ? table.extension[c]
+                                              : table.septet[c]);
+    }
+    if (septets.count == 0 || septets.count > most)
+        return std::nullopt;
+    packed_text packed = {{}, static_cast<octet>(septets.count - 1)};
+    for (std::size_t done = 0; done < septets.count; done += 8) {
+        const std::size_t group = std::min<std::size_t>(septets.count - done, 8);
+        std::uint64_t bits = 0;
+        for (std::size_t i = 0; i < group; i++)
+            bits |= static_cast<std::uint64_t>(septets.items[done + i]) << (7 * i);
+        for (std::size_t i = 0; i + 1 < group; i++, bits >>= 8)
+            packed.octets.add(static_cast<octet>(bits));
+    }
+    return packed;
+}
+
 // Seven octets at a time, which are eight septets. The last group is shorter, and its bits beyond
 // the last whole septet are dropped.
-int gsm7_unpack(octet* septets, const octet* octets, int n)
+unpacked_text gsm7_unpack(std::span<const octet> octets)
 {
-    int count = 0;
-    for (int done = 0; done < n; done += 7) {
-        const int group = n - done < 7 ? n - done : 7;
+    unpacked_text unpacked;
+    for (std::size_t done = 0; done < octets.size(); done += 7) {
+        const std::size_t group = std::min<std::size_t>(octets.size() - done, 7);
         std::uint64_t bits = 0;
-        for (int i = 0; i < group; i++)
+        for (std::size_t i = 0; i < group; i++)
             bits |= static_cast<std::uint64_t>(octets[done + i]) << (8 * i);
-        for (int i = 0; i < (group == 7 ? 8 : group); i++, bits >>= 7)
-            septets[count++] = static_cast<octet>(bits & 0x7F);
+        for (std::size_t i = 0; i < (group == 7 ? 8 : group); i++, bits >>= 7)
+            unpacked.add(static_cast<octet>(bits & 0x7F));
     }
-    return count;
+    return unpacked;
 }
 
-int gsm7_to_ucs2(octet* out, const octet* septets, int count)
+std::span<const octet> gsm7_behind(std::span<const octet> septets, std::size_t header_octets)
 {
-    const octet* const begin = out;
-    for (int i = 0; i < count; i++) {
+    return septets.subspan(std::min((8 * header_octets + 6) / 7, septets.size()));
+}
+
+septet_text gsm7_read(std::span<const octet> septets)
+{
+    septet_text text = {!std::all_of(septets.begin(), septets.end(), is_plain), {}};
+    for (std::size_t i = 0; i < septets.size(); i++) {
         const octet septet = septets[i];
-        octet high = 0;
         octet low = GSM7BITtoASCII8BIT[septet];
-        if (septet == escape && i + 1 == count) {
+        if (septet == escape && i + 1 == septets.size())
             low = 0;
-        } else if (septet == escape && table.extended[septets[i + 1]] != 0) {
-            low = table.extended[septets[++i]];
-        } else if (table.greek[septet] != 0) {
-            high = 0x03;
+        else if (extended(septets, i) != 0)
+            low = extended(septets, i++);
+        else if (table.greek[septet] != 0)
             low = table.greek[septet];
-        }
-        *out++ = high;
-        *out++ = low;
+        if (text.ucs2)
+            text.bytes.add(table.greek[septet] != 0 ? 0x03 : 0);
+        text.bytes.add(low);
     }
-    return static_cast<int>(out - begin);
+    return text;
 }
 
-int gsm7_to_8bit(octet* octets, char* out, int n, int u, int& length)
+made<char, 32> gsm_address_to_8bit(std::span<const octet> octets)
 {
-    octet septets[2 * most_octets + 1];
-    const int count = gsm7_unpack(septets, octets, n);
-    const int first = gsm7_text_start(u);
-    bool plain = true;
-    for (int i = first; i < count && plain; i++)
-        plain = gsm7_is_plain(septets[i]);
-    if (!plain) {
-        length = gsm7_to_ucs2(octets, septets + first, count - first);
-        return 2;
+    const unpacked_text unpacked = gsm7_unpack(octets);
+    made<char, 32> text;
+    for (std::size_t i = 0; i < unpacked.count; i++) {
+        const octet byte = extended(unpacked.all(), i);
+        text.add(static_cast<char>(byte != 0 ? byte : GSM7BITtoASCII8BIT[unpacked.items[i]]));
+        i += byte != 0;
     }
-    for (int i = first; i < count; i++)
-        out[i - first] = static_cast<char>(GSM7BITtoASCII8BIT[septets[i]]);
-    return 0;
-}
-
-void gsm_address_to_8bit(const octet* octets, char* out, int n)
-{
-    octet septets[2 * 32 + 1];
-    const int count = gsm7_unpack(septets, octets, n < 32 ? n : 32);
-    for (int i = 0; i < count; i++) {
-        octet c = GSM7BITtoASCII8BIT[septets[i]];
-        if (septets[i] == escape && i + 1 < count && table.extended[septets[i + 1]] != 0)
-            c = table.extended[septets[++i]];
-        *out++ = static_cast<char>(c);
-    }
+    return text;
 }
 
 } // namespace kelo
@@ -228,33 +233,10 @@ int corvel_mobile_sms_encode_gsm7bit(const char* text, unsigned char* out, int n
 {
     if (text == nullptr || out == nullptr || udl == nullptr || n < 1)
         return -1;
-    octet septets[most_septets + 7];
-    const std::size_t count = to_septets(septets, text, static_cast<std::size_t>(n));
-    if (count == 0)
+    const auto packed = gsm7_pack({text, static_cast<std::size_t>(n)});
+    if (!packed)
         return -1;
-    *udl = static_cast<octet>(count - 1);
-    const octet* const begin = out;
-    for (std::size_t done = 0; done < count; done += 8) {
-        const std::size_t group = count - done < 8 ? count - done : 8;
-        std::uint64_t bits = 0;
-        for (std::size_t i = 0; i < group; i++)
-            bits |= static_cast<std::uint64_t>(septets[done + i]) << (7 * i);
-        for (std::size_t i = 0; i + 1 < group; i++, bits >>= 8)
-            *out++ = static_cast<octet>(bits);
-    }
-    return static_cast<int>(out - begin);
-}
-
-int corvel_mobile_sms_gsm7bit_to_8bit(struct gsm_event* what, unsigned char* octets, char* out,
-                                      int n, int u)
-{
-    if (what == nullptr || octets == nullptr || out == nullptr || n < 0 || n > most_octets)
-        return -1;
-    int length = 0;
-    const int coding = gsm7_to_8bit(octets, out, n, u < 0 ? 0 : u, length);
-    const lock_scope hold(record_lock);
-    what->coding = coding;
-    if (coding == 2)
-        what->length = length;
-    return 0;
+    std::memcpy(out, packed->octets.items, packed->octets.count);
+    *udl = packed->septets;
+    return static_cast<int>(packed->octets.count);
 }

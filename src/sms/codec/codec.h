@@ -1,0 +1,194 @@
+// The codec of short messages: hexadecimal, alphabets, and the PDUs of 3GPP TS 23.040.
+//
+// Texts and octets in, values out: nothing is locked, said or kept between two calls, so any thread
+// may call. It stands on support alone; what is logged, stored or judged is the caller's.
+#pragma once
+
+#include <kelo/sms.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <cstring>
+#include <optional>
+#include <span>
+#include <string_view>
+
+// One element of a user data header.
+struct udh_element {
+    int id = 0;                    // 1 for the first element, then upward
+    std::string_view info;         // hexadecimal, from this element to the end of the header
+    unsigned char idin = 0;        // information element identifier
+    const char* meaning = nullptr; // null for a reserved identifier
+    int ieidln = 0;                // octets of its data
+    std::string_view iedn;         // its data, hexadecimal
+
+    // Of the elements that number the parts of a long message, by the width of its reference.
+    static constexpr unsigned char concat_8bit = 0x00;
+    static constexpr unsigned char concat_16bit = 0x08;
+    bool is_concat() const { return idin == concat_8bit || idin == concat_16bit; }
+};
+
+namespace kelo
+{
+
+using octet = unsigned char;
+
+constexpr octet has_header_bit = 0x40; // TP-UDHI
+constexpr octet international = 0x91;  // types of address
+constexpr octet national = 0x81;
+constexpr octet dcs_ucs2 = 0x08;              // the one bit of TP-DCS that counts
+constexpr std::size_t user_data_octets = 140; // of one TPDU, TS 23.040 9.2.3.24
+constexpr std::size_t ucs2_header_octets = 6; // of a part in UCS-2
+constexpr int most_parts = 255;               // the count and a part's number are one octet each
+
+// What a call has made, in room for the most that it can make. What has no room is not added.
+template <class item, std::size_t room> struct made {
+    item items[room] = {};
+    std::size_t count = 0;
+
+    bool add(item one) { return add({&one, 1}); }
+    bool add(std::span<const item> more)
+    {
+        if (more.size() > room - count)
+            return false;
+        std::copy(more.begin(), more.end(), items + count);
+        count += more.size();
+        return true;
+    }
+    std::span<const item> all() const { return {items, count}; }
+};
+
+// The text of a field, with nothing behind its end.
+template <std::size_t size> std::string_view text_of(const char (&field)[size])
+{
+    return {field, strnlen(field, size)};
+}
+
+// The view from `at` on. Not substr: it can throw, and would bring the C++ run time along.
+inline std::string_view behind(std::string_view text, std::size_t at)
+{
+    text.remove_prefix(std::min(at, text.size()));
+    return text;
+}
+
+// ---- Hexadecimal and the GSM 7-bit default alphabet (alphabet.cpp)
+
+using pdu_text = made<char, 1024>;
+using unpacked_text =
+    made<octet, 320 + 320 / 7>; // of 320 octets, the most that are unpacked at once
+
+// Digits beyond the end of the text count as 0.
+octet hex_octet(std::string_view text, std::size_t index);
+void gsm_hex_to_octets(std::span<octet> out, std::string_view text);
+void sms_hex_encode(pdu_text& out, std::span<const octet> octets);
+
+bool gsm7_is_extension(char c); // takes an escape and a septet
+
+struct packed_text {
+    made<octet, 280> octets;
+    octet septets; // without the last one
+};
+// A text and the one character behind it, which is to end it. None for more than 320 septets.
+std::optional<packed_text> gsm7_pack(std::string_view text);
+
+unpacked_text gsm7_unpack(std::span<const octet> octets); // n octets become n + n / 7 septets
+
+// The septets behind a header of so many octets.
+std::span<const octet> gsm7_behind(std::span<const octet> septets, std::size_t header_octets);
+
+// ISO 8859-1, or UCS-2, big endian, for septets with a Greek letter or an escape among them.
+struct septet_text {
+    bool ucs2;
+    made<octet, 2 * sizeof(unpacked_text::items)> bytes;
+};
+septet_text gsm7_read(std::span<const octet> septets);
+
+made<char, 32> gsm_address_to_8bit(std::span<const octet> octets); // of an alphanumeric address
+
+// ---- UCS-2 and UTF-8 (unicode.cpp)
+
+// UTF-16, big endian, into UTF-8 without a mark at its head, terminated; half a pair becomes
+// U+FFFD. Gives the bytes written.
+int utf16_to_utf8(std::span<const octet> data, std::span<char> out);
+
+// UCS-2, big endian, of UTF-8; none for more than a message has room for.
+std::optional<made<octet, user_data_octets>> sms_utf8_to_ucs2(std::string_view text);
+
+// What may not be parted at the head of a text, and what it takes of a message.
+struct text_piece {
+    std::size_t bytes;
+    int weight;
+};
+// One UTF-8 character, as that conversion takes it, and the UCS-2 units that it becomes.
+text_piece sms_utf8_piece(std::string_view text);
+
+// ---- User data headers (header.cpp)
+
+// The walk over the elements of a header.
+struct udh_walk {
+    std::string_view rest; // of the header, in hexadecimal
+    udh_element element = {};
+};
+// At the head of user data in hexadecimal; none for a header that is longer than that.
+std::optional<udh_walk> sms_open_header(std::string_view user_data);
+// Reads the next element. False at the end, and for an element that would run past it, which is
+// then the rest.
+bool sms_parse_element(udh_walk& walk);
+
+struct part_numbers {
+    int reference = 0; // the same for all parts of the message
+    int total = 0;
+    int number = 0; // from 1
+};
+// Of a concatenation element; none when its data is too short.
+std::optional<part_numbers> sms_concat(const udh_element& element);
+
+// ---- Received PDUs (decoder.cpp)
+
+enum class pdu_fault { none, too_short, long_smsc, long_sender };
+
+struct pdu_walk {
+    pdu_fault fault = pdu_fault::none;
+    pdu_fields fields = {}; // up to the fault
+};
+// SMS-DELIVER behind its service centre, in hexadecimal.
+pdu_walk gsm_parse_pdu_fields(std::string_view pdu);
+
+// Octets of the header with its length octet; 0 without one.
+std::size_t header_octets(const pdu_fields& fields);
+
+// The text as gsm_event has it: of as many octets as TP-UDL says, zeros where there are fewer.
+struct event_text {
+    int coding; // 0: bytes are ISO 8859-1; 1 and 2: UCS-2, big endian
+    int length; // of the bytes; with coding 0 of those that are the text, whether there or not
+    decltype(septet_text::bytes) bytes;
+};
+event_text sms_event_text(const pdu_fields& fields);
+
+struct sms_time {
+    char time[32] = {};
+    char zone[16] = {};
+};
+sms_time gsm_format_sms_time(const pdu_fields& fields);
+
+// The whole message, exactly, as the queue has it.
+struct pdu_message {
+    bool readable = false;
+    bool complete = false; // all of the user data was there
+    kelo_sms message = {};
+};
+pdu_message sms_read_pdu(std::string_view pdu);
+
+// ---- Messages on their way out (cut.cpp, encoder.cpp)
+
+// The record with the coding of this text, its length and the cut into parts; none for more than
+// most_parts.
+std::optional<sms_pdu_msg> sms_detect_coding(sms_pdu_msg msg, std::string_view text);
+
+// The PDU of one part, SMS-SUBMIT behind its service centre; index from 1. None for a da that is no
+// number, or a part that has no room in one message.
+std::optional<pdu_text> sms_encode_pdu(const sms_pdu_msg& msg, std::string_view part, int index);
+
+bool sms_number_valid(std::string_view text);
+
+} // namespace kelo

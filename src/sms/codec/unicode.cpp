@@ -1,0 +1,113 @@
+// UCS-2, UTF-16 and UTF-8.
+#include "sms/codec/codec.h"
+
+#include <cstdint>
+
+namespace kelo
+{
+
+namespace
+{
+
+std::uint32_t unit_at(const octet* data)
+{
+    return static_cast<std::uint32_t>(data[0] << 8 | data[1]);
+}
+
+bool is_high_surrogate(std::uint32_t unit)
+{
+    return unit >= 0xD800 && unit < 0xDC00;
+}
+bool is_low_surrogate(std::uint32_t unit)
+{
+    return unit >= 0xDC00 && unit < 0xE000;
+}
+
+int put_utf8(char (&out)[4], std::uint32_t c)
+{
+    constexpr octet leads[] = {0, 0xC0, 0xE0, 0xF0};
+    const int tails = c < 0x80 ? 0 : c < 0x800 ? 1 : c < 0x10000 ? 2 : 3;
+    out[0] = static_cast<char>(leads[tails] | c >> (6 * tails));
+    for (int i = 1; i <= tails; i++)
+        out[i] = static_cast<char>(0x80 | (c >> (6 * (tails - i)) & 0x3F));
+    return tails + 1;
+}
+
+// The code point of a whole and well formed sequence of four bytes, else 0.
+std::uint32_t four_byte_character(std::string_view text)
+{
+    if (text.size() < 4)
+        return 0;
+    std::uint32_t c = octet(text[0]) & 0x07u;
+    for (std::size_t i = 1; i < 4; i++) {
+        if ((text[i] & 0xC0) != 0x80)
+            return 0;
+        c = c << 6 | (octet(text[i]) & 0x3Fu);
+    }
+    return octet(text[0]) <= 0xF4 && c >= 0x10000 && c <= 0x10FFFF ? c : 0;
+}
+
+} // namespace
+
+int utf16_to_utf8(std::span<const octet> data, std::span<char> out)
+{
+    std::size_t length = 0;
+    for (std::size_t i = 0; i + 1 < data.size(); i += 2) {
+        std::uint32_t c = unit_at(&data[i]);
+        const std::uint32_t next = i + 3 < data.size() ? unit_at(&data[i + 2]) : 0;
+        if (is_high_surrogate(c) && is_low_surrogate(next)) {
+            c = 0x10000 + ((c - 0xD800) << 10) + (next - 0xDC00);
+            i += 2;
+        } else if (is_high_surrogate(c) || is_low_surrogate(c)) {
+            c = 0xFFFD;
+        }
+        char bytes[4];
+        const auto count = static_cast<std::size_t>(put_utf8(bytes, c));
+        if (length + count >= out.size())
+            break;
+        std::memcpy(&out[length], bytes, count);
+        length += count;
+    }
+    out[length] = '\0';
+    return static_cast<int>(length);
+}
+
+text_piece sms_utf8_piece(std::string_view text)
+{
+    if (four_byte_character(text) != 0)
+        return {4, 2};
+    const octet first = octet(text[0]);
+    return {std::min<std::size_t>(text.size(), first < 0x80 ? 1 : first < 0xE0 ? 2 : 3), 1};
+}
+
+std::optional<made<octet, user_data_octets>> sms_utf8_to_ucs2(std::string_view text)
+{
+    made<octet, user_data_octets> out;
+    const auto put = [&](std::uint32_t unit) {
+        out.add(static_cast<octet>(unit >> 8));
+        out.add(static_cast<octet>(unit));
+    };
+    while (!text.empty()) {
+        const text_piece piece = sms_utf8_piece(text);
+        if (out.count + 2 * static_cast<std::size_t>(piece.weight) > user_data_octets)
+            return std::nullopt;
+        // Bytes beyond the end read as 0.
+        const auto byte_at = [&](std::size_t k) { return k < text.size() ? octet(text[k]) : 0u; };
+        const std::uint32_t first = byte_at(0);
+        if (piece.weight == 2) {
+            const std::uint32_t c = four_byte_character(text) - 0x10000;
+            put(0xD800 + (c >> 10));
+            put(0xDC00 + (c & 0x3FF));
+        } else if (first < 0x80) {
+            put(first);
+        } else if (first < 0xE0) {
+            put((first & 0x1F) << 6 | (byte_at(1) & 0x3F));
+        } else {
+            put((first << 12 & 0xFFFF) + ((byte_at(1) & 0x3F) << 6) + (byte_at(2) & 0x3F));
+        }
+        text.remove_prefix(piece.bytes);
+    }
+    return out;
+}
+
+} // namespace kelo
