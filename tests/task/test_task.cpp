@@ -146,7 +146,7 @@ TEST_F(TaskPass, AHungUpPortDoesNotSpinTheTask)
     for (int i = 0; i < 2; i++)
         task_pass(&g_mobile, state);
     EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(450));
-    EXPECT_EQ(count_of(out.text(), "the AT port has hung up\n"), 1);
+    EXPECT_EQ(kelo::test::count_of(out.text(), "the AT port has hung up\n"), 1);
 }
 
 } // namespace
