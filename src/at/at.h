@@ -6,7 +6,7 @@
 // Nodes live for ever once they are on a list. What another thread may change of one (its flags,
 // custom_cmd, custom_seq, timeout) and the lists themselves are guarded by flow_lock; cmd,
 // countdown and retries_left belong to the mobile task.
-// Words that leave: at_flow_done, through at_flow_finished().
+// Words that leave: flow_walked.
 #pragma once
 
 #include "core/core.h"

@@ -166,7 +166,7 @@ choice choose_next(gsm_mobile* rec)
     choice next;
     next.at = at_list_next(cur_at_list);
     if (next.at == nullptr) {
-        word_set(at_flow_done, 1);
+        word_set(flow_walked, 1);
         return next;
     }
     next.custom = next.at->custom_cmd != nullptr;

@@ -3,7 +3,7 @@
 //
 // Threads: the mobile task composes the flows and makes the texts. Any thread may change the flow
 // (libgsm_change_flow).
-// Words that leave: at_flow_done.
+// Words that leave: flow_walked.
 #pragma once
 
 #include "at/at.h"
