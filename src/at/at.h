@@ -10,6 +10,7 @@
 #pragma once
 
 #include "core/core.h"
+#include "support/owned.h"
 #include <kelo/at.h>
 
 #include <cstddef>
@@ -109,12 +110,12 @@ int exec_at_command(gsm_mobile* rec, const char* text);
 long port_write(gsm_mobile* rec, const char* bytes, std::size_t length, int attempts,
                 const char* name, const char* shown);
 
-// Reads the port dry, but for the limit of one response. The buffer is the caller's to free, and
-// always has room for a NUL behind `length`.
+// Reads the port dry, but for the limit of one response. The buffer always has room for a NUL
+// behind `length`.
 struct response {
-    char* text;
-    std::size_t length;
-    bool drained; // false: the limit came first, and more waits
+    text_pointer text;
+    std::size_t length = 0;
+    bool drained = true; // false: the limit came first, and more waits
 };
 inline constexpr std::size_t response_limit = 64 * 1024;
 int read_at_result(gsm_mobile* rec, response& result);

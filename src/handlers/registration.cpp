@@ -5,9 +5,8 @@
 #include "at/answers.h"
 #include "handlers/parse.h"
 #include "support/diag.h"
+#include "support/owned.h"
 #include "support/scan.h"
-
-#include <cstdlib>
 
 namespace kelo
 {
@@ -27,11 +26,8 @@ void follow_cell(gsm_mobile* rec, std::uint64_t cell)
     }
     if (word_get(flow_walked) == 0 || rec->cid == old_cid)
         return;
-    char* const query = text_duplicate("AT+QENG=\"servingcell\"");
-    if (query == nullptr)
-        return;
-    std::free(rec->pending_at);
-    rec->pending_at = query;
+    if (text_pointer query = text_duplicate("AT+QENG=\"servingcell\""))
+        text_replace(rec->pending_at, std::move(query));
 }
 
 void store_registration(gsm_mobile* rec, const registration& reg)

@@ -101,7 +101,7 @@ template <std::size_t size>
 int general_pre_treat(gsm_mobile*, at_info* at)
 {
     if (at->cmd_template != nullptr && *at->cmd_template != '\0')
-        install(at, text_pointer(text_duplicate(at->cmd_template)));
+        install(at, text_duplicate(at->cmd_template));
     return 0;
 }
 

@@ -2,6 +2,7 @@
 #include "sms/sms.h"
 
 #include "support/diag.h"
+#include "support/owned.h"
 #include "support/text.h"
 
 #include <cstdlib>
@@ -42,10 +43,10 @@ sms_outbox_item* sms_outbox_item_create(int mode, const char* tag, const char* n
     if (item == nullptr)
         return nullptr;
     item->sms_mode = mode;
-    item->sms_tag = text_duplicate(tag);
-    item->sms_number = text_duplicate(number);
+    item->sms_tag = text_duplicate(tag).release();
+    item->sms_number = text_duplicate(number).release();
     item->sms_length = length;
-    item->sms_body = text_duplicate(body);
+    item->sms_body = text_duplicate(body).release();
     if (item->sms_tag == nullptr || item->sms_number == nullptr || item->sms_body == nullptr) {
         sms_outbox_free(item);
         return nullptr;

@@ -201,7 +201,7 @@ TEST(Send, WhatGoesOutAndWhatIsPassedOver)
         needSetApn = r.need_apn;
         at_info* const at = add_node(list, r.id, 5, "AT+ONE", 3, 0, r.pre_treat);
         at->flags = r.flags;
-        at->custom_cmd = text_duplicate(r.custom_cmd);
+        at->custom_cmd = text_duplicate(r.custom_cmd).release();
         g_mobile.at_done = 0;
         bool ended = true;
         captured out;
