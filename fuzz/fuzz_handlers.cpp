@@ -50,7 +50,7 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t siz
     is_quectel = static_cast<int>(state % 32);
     cell_ccinfo_recv = (state & 32) != 0 ? 2 : 0;
     is_pin_ready = (state & 64) != 0 ? 1 : 0;
-    word_set(at_flow_done, (state & 128) != 0 ? 1 : 0);
+    word_set(flow_walked, (state & 128) != 0 ? 1 : 0);
 
     const std::size_t length = strnlen(reinterpret_cast<const char*>(data) + 2, size - 2);
     const auto line = std::make_unique<char[]>(length + 1); // of just its size

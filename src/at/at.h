@@ -6,10 +6,11 @@
 // Nodes live for ever once they are on a list. What another thread may change of one (its flags,
 // custom_cmd, custom_seq, timeout) and the lists themselves are guarded by flow_lock; cmd,
 // countdown and retries_left belong to the mobile task.
-// Words that leave: at_flow_done, through at_flow_finished().
+// Words that leave: flow_walked.
 #pragma once
 
 #include "core/core.h"
+#include "support/owned.h"
 #include <kelo/at.h>
 
 #include <cstddef>
@@ -109,12 +110,12 @@ int exec_at_command(gsm_mobile* rec, const char* text);
 long port_write(gsm_mobile* rec, const char* bytes, std::size_t length, int attempts,
                 const char* name, const char* shown);
 
-// Reads the port dry, but for the limit of one response. The buffer is the caller's to free, and
-// always has room for a NUL behind `length`.
+// Reads the port dry, but for the limit of one response. The buffer always has room for a NUL
+// behind `length`.
 struct response {
-    char* text;
-    std::size_t length;
-    bool drained; // false: the limit came first, and more waits
+    text_pointer text;
+    std::size_t length = 0;
+    bool drained = true; // false: the limit came first, and more waits
 };
 inline constexpr std::size_t response_limit = 64 * 1024;
 int read_at_result(gsm_mobile* rec, response& result);

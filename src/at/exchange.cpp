@@ -102,13 +102,12 @@ int exec_at_command(gsm_mobile* rec, const char* text)
     if (rec == nullptr || port_descriptor(rec) == -1 || text == nullptr)
         return -1;
     const std::size_t length = std::strlen(text);
-    char* const line = static_cast<char*>(std::malloc(length + 3));
+    const text_pointer line = text_room(length + 2);
     if (line == nullptr)
         return -1;
-    std::memcpy(line, text, length);
-    std::memcpy(line + length, "\r\n", 3);
-    const long result = port_write(rec, line, length + 2, 3, __func__, text);
-    std::free(line);
+    std::memcpy(line.get(), text, length);
+    std::memcpy(line.get() + length, "\r\n", 2);
+    const long result = port_write(rec, line.get(), length + 2, 3, __func__, text);
     if (result == port_closed)
         return -1;
     if (result < 0)
@@ -123,13 +122,13 @@ int read_at_result(gsm_mobile* rec, response& result)
     if (fd == -1)
         return -1;
     std::size_t size = 2 * piece;
-    result = {static_cast<char*>(std::calloc(1, size)), 0, true};
+    result = {text_pointer(static_cast<char*>(memory_for(size)))};
     if (result.text == nullptr) {
         diag_at(plain, __func__, "fatal error!\n");
         return -1;
     }
     for (;;) {
-        const ssize_t count = read(fd, result.text + result.length, piece);
+        const ssize_t count = read(fd, result.text.get() + result.length, piece);
         if (count < 1)
             return 0;
         result.length += static_cast<std::size_t>(count);
@@ -140,13 +139,13 @@ int read_at_result(gsm_mobile* rec, response& result)
         if (size > result.length + piece)
             continue;
         size *= 2;
-        char* const larger = static_cast<char*>(std::realloc(result.text, size));
+        char* const larger = static_cast<char*>(std::realloc(result.text.get(), size));
         if (larger == nullptr) {
-            std::free(result.text);
             diag_at(plain, __func__, "fatal error!\n");
             return -1;
         }
-        result.text = larger;
+        result.text.release();
+        result.text.reset(larger);
     }
 }
 
@@ -157,7 +156,7 @@ namespace
 struct choice {
     at_info* at = nullptr;
     bool custom = false;
-    char* custom_cmd = nullptr; // own copy: another thread may release the node's
+    text_pointer custom_cmd; // own copy: another thread may release the node's
 };
 
 choice choose_next(gsm_mobile* rec)
@@ -166,7 +165,7 @@ choice choose_next(gsm_mobile* rec)
     choice next;
     next.at = at_list_next(cur_at_list);
     if (next.at == nullptr) {
-        word_set(at_flow_done, 1);
+        word_set(flow_walked, 1);
         return next;
     }
     next.custom = next.at->custom_cmd != nullptr;
@@ -205,8 +204,7 @@ at_info* libgsm_send_atcommand(gsm_mobile* rec, bool& list_ended)
         return nullptr;
     if (next.custom) {
         hooks.before_command(rec, next.at, true);
-        exec_at_command(rec, next.custom_cmd);
-        std::free(next.custom_cmd);
+        exec_at_command(rec, next.custom_cmd.get());
         return next.at;
     }
     if (next.at->pre_treat != nullptr)
@@ -274,22 +272,22 @@ event* handle_lines(gsm_mobile* rec, const at_info* cur, char* text)
 read_outcome libgsm_check_event(gsm_mobile* rec, at_info* cur)
 {
     read_outcome outcome;
-    response got = {};
+    response got;
     if (rec == nullptr || read_at_result(rec, got) != 0)
         return outcome;
     outcome.drained = got.drained;
     outcome.heard = got.length > 0;
-    hooks.each_read(got.text, got.length);
-    if (text_has(got.text, "+QIND: SMS DONE") || text_has(got.text, "+QIND: PB DONE"))
+    char* const text = got.text.get();
+    hooks.each_read(text, got.length);
+    if (text_has(text, "+QIND: SMS DONE") || text_has(text, "+QIND: PB DONE"))
         libgsm_set_init_flag(1);
-    char* const report = hooks.find_report(got.text);
-    outcome.raised = report != nullptr ? handle_report(rec, cur, got.text, report)
-                                       : handle_lines(rec, cur, got.text);
+    char* const report = hooks.find_report(text);
+    outcome.raised =
+        report != nullptr ? handle_report(rec, cur, text, report) : handle_lines(rec, cur, text);
     if (outcome.raised != nullptr) {
         lock_scope guard(record_lock);
         rec->last_event = outcome.raised->code;
     }
-    std::free(got.text);
     return outcome;
 }
 
@@ -298,27 +296,26 @@ namespace
 
 void send_pending(gsm_mobile* rec)
 {
-    char* pending = nullptr;
+    text_pointer pending;
     {
         lock_scope guard(record_lock);
-        pending = rec->pending_at;
-        rec->pending_at = nullptr;
+        pending.reset(std::exchange(rec->pending_at, nullptr));
     }
     if (pending != nullptr)
-        exec_at_command(rec, pending);
-    std::free(pending);
+        exec_at_command(rec, pending.get());
 }
 
 void send_again(gsm_mobile* rec, at_info* cur)
 {
-    char* custom_cmd = nullptr;
+    bool custom = false;
+    text_pointer custom_cmd;
     {
         lock_scope guard(flow_lock);
+        custom = cur->custom_cmd != nullptr;
         custom_cmd = text_duplicate(cur->custom_cmd);
         cur->countdown = cur->timeout;
     }
-    exec_at_command(rec, custom_cmd != nullptr ? custom_cmd : cur->cmd);
-    std::free(custom_cmd);
+    exec_at_command(rec, custom ? custom_cmd.get() : cur->cmd);
 }
 
 // One silent second of the running command.

@@ -29,7 +29,7 @@ bool own_text(char*& field, const char* text)
     field = nullptr;
     if (text == nullptr || *text == '\0')
         return true;
-    field = text_duplicate(text);
+    field = text_duplicate(text).release();
     return field != nullptr;
 }
 
@@ -39,7 +39,7 @@ at_info* at_info_create(int id, const char* name, const char* cmd, int timeout, 
                         unsigned int flags, at_handler handler, int seq, at_pre_treat pre_treat,
                         int retries, const char* cmd_template)
 {
-    auto* const at = static_cast<at_info*>(std::calloc(1, sizeof(at_info)));
+    auto* const at = static_cast<at_info*>(memory_for(sizeof(at_info)));
     if (at == nullptr || !own_text(at->name, name) || !own_text(at->cmd, cmd) ||
         !own_text(at->cmd_template, cmd_template)) {
         at_info_free(at);

@@ -51,7 +51,7 @@ text_pointer trimmed(const char* text)
 {
     char room[line_size];
     trim_copy(room, text);
-    return text_pointer(text_duplicate(room));
+    return text_duplicate(room);
 }
 
 bool is_sendable(const char* value)
@@ -76,7 +76,7 @@ void add_item(cfg_file* cfg, text_pointer name, text_pointer value)
 {
     if (name == nullptr || value == nullptr)
         return;
-    auto* const item = static_cast<cfg_item*>(std::calloc(1, sizeof(cfg_item)));
+    auto* const item = static_cast<cfg_item*>(memory_for(sizeof(cfg_item)));
     if (item == nullptr)
         return;
     item->name = name.release();
@@ -191,14 +191,14 @@ void trim_copy(char* destination, const char* source)
 
 int cfg_file_add(const char* folder, const char* name)
 {
-    const std::size_t size = std::strlen(folder) + 1 + std::strlen(name) + 1;
-    text_pointer path(static_cast<char*>(std::malloc(size)));
+    const std::size_t length = std::strlen(folder) + 1 + std::strlen(name);
+    text_pointer path = text_room(length);
     if (path == nullptr)
         return -1;
-    std::snprintf(path.get(), size, "%s/%s", folder, name);
+    std::snprintf(path.get(), length + 1, "%s/%s", folder, name);
     if (is_known(path.get()))
         return 0;
-    auto* const cfg = static_cast<cfg_file*>(std::calloc(1, sizeof(cfg_file)));
+    auto* const cfg = static_cast<cfg_file*>(memory_for(sizeof(cfg_file)));
     if (cfg == nullptr)
         return -1;
     cfg->path = path.release();

@@ -40,7 +40,7 @@ void libgsm_reset_cell_info(gsm_mobile* rec);
 // ---- Shared words (words.cpp; the exported ones are declared in kelo/)
 
 extern int gsm_init_flag;
-extern int at_flow_done;
+extern int flow_walked;
 extern int verizon_flag;
 extern int cell_start_flag;
 extern int cell_restart_flag;
@@ -55,7 +55,6 @@ extern int attach_timeout;
 void cell_restart_flag_set();
 void cell_restart_flag_reset();
 int cell_restart_flag_get();
-int at_flow_finished();
 
 // ---- The mobile task's identity (record.cpp)
 

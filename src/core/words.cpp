@@ -33,7 +33,7 @@ namespace kelo
 {
 
 int gsm_init_flag = 0;             // the modem has finished its own start                                task, low power wait, host              task
-int at_flow_done = 0;              // a choice of a command found none                                    task; change of flow (down)             task, reports
+int flow_walked = 0;               // a choice of a command found none                                    task; change of flow (down)             task, reports
 int verizon_flag = 0;              // Verizon's carrier profile is active                                 profile list handler                    APN commands, MQTT
 int cell_start_flag = 0;           // a fresh start is wanted                                             events, reports, host (down)            host
 int cell_restart_flag = 1;         // we asked for the restart; 1 at load, for the first report of a SIM  restart, events                         events
@@ -83,10 +83,6 @@ void cell_restart_flag_reset()
 int cell_restart_flag_get()
 {
     return word_get(cell_restart_flag);
-}
-int at_flow_finished()
-{
-    return word_get(at_flow_done);
 }
 
 } // namespace kelo

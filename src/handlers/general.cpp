@@ -59,7 +59,7 @@ event* on_qind_csq(gsm_mobile* rec, char* line)
 // While a flow runs, its own query of the SIM says the same.
 event* on_sim_not_ready(gsm_mobile*, char*)
 {
-    return at_flow_finished() != 0 ? say_event(GSM_EVENT_SIM_FAILED) : nullptr;
+    return word_get(flow_walked) != 0 ? say_event(GSM_EVENT_SIM_FAILED) : nullptr;
 }
 
 event* on_context_lost(gsm_mobile*, char*)

@@ -16,7 +16,7 @@ namespace kelo
 struct registration {
     std::optional<int> n, stat, tech, rac;
     char lac[sizeof gsm_mobile::lac] = "";
-    std::optional<std::uint64_t> cell;
+    std::optional<std::uint64_t> cell_id;
     bool follows = false; // a change of the cell is followed up
 };
 std::optional<registration> read_registration(const char* line);
@@ -51,7 +51,7 @@ struct serving_cell {
     std::optional<int> is5g, mcc, mnc, pcid, earfcn, ul_bandwidth, dl_bandwidth;
     std::optional<int> rsrp, rsrq, sinr, cqi;
     char lac[sizeof gsm_mobile::lac] = "";
-    std::optional<std::uint64_t> cell;
+    std::optional<std::uint64_t> cell_id;
 };
 std::optional<serving_cell> read_qeng(const char* line); // none: a broken line
 serving_cell read_cell_line(const char* line);           // one without a prefix

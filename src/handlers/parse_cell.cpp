@@ -128,7 +128,7 @@ int index_to_dbm(int index, int offset)
 }
 
 // Reads the columns that the rules name, up to the first that is missing.
-void read_columns(serving_cell& told, const char* line, std::span<const column_rule> rules,
+void read_columns(serving_cell& cell, const char* line, std::span<const column_rule> rules,
                   int index_offset = 0)
 {
     const char* columns[16];
@@ -140,38 +140,38 @@ void read_columns(serving_cell& told, const char* line, std::span<const column_r
         int index = 0;
         switch (rule.read_as) {
         case kind::decimal:
-            scan(text, dec(told.*rule.field));
+            scan(text, dec(cell.*rule.field));
             break;
         case kind::hexadecimal:
-            scan(text, hex(told.*rule.field));
+            scan(text, hex(cell.*rule.field));
             break;
         case kind::area:
-            text_set(told.lac, text, ",");
+            text_set(cell.lac, text, ",");
             break;
         case kind::cell:
-            scan(text, hex(told.cell));
+            scan(text, hex(cell.cell_id));
             break;
         case kind::index:
             if (scan(text, dec(index)))
-                told.*rule.field = index_to_dbm(index, index_offset);
+                cell.*rule.field = index_to_dbm(index, index_offset);
             break;
         }
     }
 }
 
 // False for a line that lacks a figure.
-bool read_nr5g_nsa(serving_cell& told, const char* match)
+bool read_nr5g_nsa(serving_cell& cell, const char* match)
 {
     constexpr int unmeasured = -32768;                // of a released NR leg
     const char* const numbers = text_skip(match, 10); // behind the quote and the comma
-    if (!scan(numbers, dec(told.mcc), ",", dec(told.mnc), ",", dec(told.pcid), ",", dec(told.rsrp),
-              ",", dec(told.sinr), ",", dec(told.rsrq)))
+    if (!scan(numbers, dec(cell.mcc), ",", dec(cell.mnc), ",", dec(cell.pcid), ",", dec(cell.rsrp),
+              ",", dec(cell.sinr), ",", dec(cell.rsrq)))
         return false;
-    if (told.rsrp == unmeasured && told.sinr == unmeasured && told.rsrq == unmeasured) {
-        told.pcid = told.rsrp = told.sinr = told.rsrq = std::nullopt;
+    if (cell.rsrp == unmeasured && cell.sinr == unmeasured && cell.rsrq == unmeasured) {
+        cell.pcid = cell.rsrp = cell.sinr = cell.rsrq = std::nullopt;
     } else {
-        told.act = "5G NR";
-        told.is5g = 1;
+        cell.act = "5G NR";
+        cell.is5g = 1;
     }
     return true;
 }
@@ -180,23 +180,23 @@ bool read_nr5g_nsa(serving_cell& told, const char* match)
 
 std::optional<serving_cell> read_qeng(const char* line)
 {
-    serving_cell told;
+    serving_cell cell;
     if (const char* const nsa = text_find(line, "NR5G-NSA")) {
-        if (!read_nr5g_nsa(told, nsa))
+        if (!read_nr5g_nsa(cell, nsa))
             return std::nullopt;
     } else if (const char* const sa = text_find(line, "NR5G-SA")) {
-        told.act = "5G NR";
-        told.is5g = 2;
-        told.cqi = told.ul_bandwidth = 0;
-        read_columns(told, sa, nr5g_sa_columns);
+        cell.act = "5G NR";
+        cell.is5g = 2;
+        cell.cqi = cell.ul_bandwidth = 0;
+        read_columns(cell, sa, nr5g_sa_columns);
     } else if (const char* const lte = text_find(line, "LTE")) {
-        read_columns(told, lte, lte_columns);
+        read_columns(cell, lte, lte_columns);
     } else if (text_has(line, "WCDMA")) {
-        told.act = "WCDMA";
-        told.cqi = told.ul_bandwidth = told.dl_bandwidth = told.rsrq = 0;
-        read_columns(told, line, wcdma_columns);
+        cell.act = "WCDMA";
+        cell.cqi = cell.ul_bandwidth = cell.dl_bandwidth = cell.rsrq = 0;
+        read_columns(cell, line, wcdma_columns);
     }
-    return told;
+    return cell;
 }
 
 serving_cell read_cell_line(const char* line)
@@ -207,12 +207,12 @@ serving_cell read_cell_line(const char* line)
     const char* columns[2];
     if (text_columns(line, columns, 2) == 2)
         scan(columns[1], dec(technology));
-    serving_cell told;
+    serving_cell cell;
     if (technology == lte)
-        read_columns(told, line, ccinfo_lte_columns, 141);
+        read_columns(cell, line, ccinfo_lte_columns, 141);
     else
-        read_columns(told, line, ccinfo_other_columns, technology == nr ? 157 : 141);
-    return told;
+        read_columns(cell, line, ccinfo_other_columns, technology == nr ? 157 : 141);
+    return cell;
 }
 
 } // namespace kelo

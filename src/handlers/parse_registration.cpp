@@ -58,27 +58,27 @@ std::optional<registration> read_registration(const char* line)
     }
     if (match == nullptr)
         return std::nullopt;
-    registration told;
+    registration reg;
     const int commas = text_commas(match);
     const reg_form* const form = find_row(reg_forms, [&](const reg_form& row) {
         return row.commas == commas && std::strcmp(row.prefix, prefix) == 0 &&
                (row.only == nullptr || row.only());
     });
     if (form == nullptr)
-        return told;
+        return reg;
     // All numbers are hexadecimal, <n> and <stat> too, but for the technology of a "+CREG". A scan
     // ends with the commas of its line.
     const bool creg = std::strcmp(prefix, "+CREG") == 0;
-    told.follows = creg && commas >= 3;
-    const auto tech = creg ? dec(told.tech) : hex(told.tech);
+    reg.follows = creg && commas >= 3;
+    const auto tech = creg ? dec(reg.tech) : hex(reg.tech);
     match += std::strlen(prefix);
     if (form->n_first)
-        scan(match, ": ", hex(told.n), ",", hex(told.stat), ",", quoted(told.lac), ",\"",
-             hex(told.cell), "\",", tech, ",\"", hex(told.rac));
+        scan(match, ": ", hex(reg.n), ",", hex(reg.stat), ",", quoted(reg.lac), ",\"",
+             hex(reg.cell_id), "\",", tech, ",\"", hex(reg.rac));
     else
-        scan(match, ": ", hex(told.stat), ",", quoted(told.lac), ",\"", hex(told.cell), "\",",
+        scan(match, ": ", hex(reg.stat), ",", quoted(reg.lac), ",\"", hex(reg.cell_id), "\",",
              tech);
-    return told;
+    return reg;
 }
 
 } // namespace kelo

@@ -15,40 +15,40 @@ std::optional<network_operator> read_operator(const char* line)
     const char* const match = text_find(line, "+COPS");
     if (match == nullptr)
         return std::nullopt;
-    network_operator told;
+    network_operator oper;
     const int commas = text_commas(match);
     if (commas == 0) {
-        told.kind = network_operator::none;
+        oper.kind = network_operator::none;
     } else if (commas == 3) {
-        told.kind = network_operator::named;
+        oper.kind = network_operator::named;
         int mode = 0;
         int format = 0;
-        scan(match, "+COPS: ", dec(mode), ",", dec(format), ",", quoted(told.name));
+        scan(match, "+COPS: ", dec(mode), ",", dec(format), ",", quoted(oper.name));
     }
-    return told;
+    return oper;
 }
 
 namespace
 {
 
-void read_qnwinfo(technology& told, const char* line, const char* match)
+void read_qnwinfo(technology& tech, const char* line, const char* match)
 {
     if (text_has(match, "No Service") ||
-        scan(match, "+QNWINFO: ", quoted(told.act), ",", quoted(told.plmn), ",", quoted(told.band),
-             ",", dec(told.channel)))
+        scan(match, "+QNWINFO: ", quoted(tech.act), ",", quoted(tech.plmn), ",", quoted(tech.band),
+             ",", dec(tech.channel)))
         return;
     // Early EC20 firmware prints the operator without quotes: what is readable is read.
     const char* columns[4];
     const std::size_t count = text_columns(line, columns, std::size(columns));
     constexpr char ends[] = "\",";
     if (count > 0)
-        scan(columns[0], "+QNWINFO: \"", until(told.act, ends));
+        scan(columns[0], "+QNWINFO: \"", until(tech.act, ends));
     if (count > 1)
-        scan(columns[1], "\"", until(told.plmn, ends));
+        scan(columns[1], "\"", until(tech.plmn, ends));
     if (count > 2)
-        scan(columns[2], "\"", until(told.band, ends));
+        scan(columns[2], "\"", until(tech.band, ends));
     if (count > 3)
-        scan(columns[3], dec(told.channel));
+        scan(columns[3], dec(tech.channel));
 }
 
 struct technology_word {
@@ -65,25 +65,25 @@ constexpr technology_word hcsq_words[] = {
 
 std::optional<technology> read_technology(const char* line)
 {
-    technology told;
+    technology tech;
     if (const char* const qnwinfo = text_find(line, "+QNWINFO")) {
-        read_qnwinfo(told, line, qnwinfo);
+        read_qnwinfo(tech, line, qnwinfo);
     } else if (const char* const psrat = text_find(line, "+PSRAT")) {
         if (!text_has(psrat, "NONE"))
-            text_set(told.act, text_skip(psrat, 8), "\n");
+            text_set(tech.act, text_skip(psrat, 8), "\n");
     } else if (const char* const zpas = text_find(line, "+ZPAS")) {
         if (!text_has(zpas, "No Service"))
-            scan(zpas, "+ZPAS: ", quoted(told.act));
+            scan(zpas, "+ZPAS: ", quoted(tech.act));
     } else if (const char* const hcsq = text_find(line, "^HCSQ")) {
-        told.partial = true;
+        tech.partial = true;
         const auto* const word =
             find_row(hcsq_words, [&](const auto& row) { return text_has(hcsq, row.needle); });
         if (word != nullptr)
-            text_set(told.act, word->act);
+            text_set(tech.act, word->act);
     } else {
         return std::nullopt;
     }
-    return told;
+    return tech;
 }
 
 namespace

@@ -5,9 +5,8 @@
 #include "at/answers.h"
 #include "handlers/parse.h"
 #include "support/diag.h"
+#include "support/owned.h"
 #include "support/scan.h"
-
-#include <cstdlib>
 
 namespace kelo
 {
@@ -25,27 +24,24 @@ void follow_cell(gsm_mobile* rec, std::uint64_t cell)
         text_set(rec->act, "5G NR");
         return;
     }
-    if (at_flow_finished() == 0 || rec->cid == old_cid)
+    if (word_get(flow_walked) == 0 || rec->cid == old_cid)
         return;
-    char* const query = text_duplicate("AT+QENG=\"servingcell\"");
-    if (query == nullptr)
-        return;
-    std::free(rec->pending_at);
-    rec->pending_at = query;
+    if (text_pointer query = text_duplicate("AT+QENG=\"servingcell\""))
+        text_replace(rec->pending_at, std::move(query));
 }
 
-void store_registration(gsm_mobile* rec, const registration& told)
+void store_registration(gsm_mobile* rec, const registration& reg)
 {
-    rec->reg_n = told.n.value_or(rec->reg_n);
-    rec->reg_stat = told.stat.value_or(rec->reg_stat);
-    rec->tech = told.tech.value_or(rec->tech);
-    rec->rac = told.rac.value_or(rec->rac);
-    if (filled(told.lac))
-        text_set(rec->lac, told.lac);
-    if (told.follows)
-        follow_cell(rec, told.cell.value_or(0));
-    else if (told.cell)
-        store_cell_id(rec, *told.cell);
+    rec->reg_n = reg.n.value_or(rec->reg_n);
+    rec->reg_stat = reg.stat.value_or(rec->reg_stat);
+    rec->tech = reg.tech.value_or(rec->tech);
+    rec->rac = reg.rac.value_or(rec->rac);
+    if (filled(reg.lac))
+        text_set(rec->lac, reg.lac);
+    if (reg.follows)
+        follow_cell(rec, reg.cell_id.value_or(0));
+    else if (reg.cell_id)
+        store_cell_id(rec, *reg.cell_id);
     if (rec->reg_stat >= 0 && rec->reg_stat <= 5)
         rec->reg_status = rec->reg_stat;
 }
@@ -84,10 +80,10 @@ event* creg_handler(gsm_mobile* rec, char* line)
     lock_scope guard(record_lock);
     if (finish_on_final(rec, line, answer_seen(rec)))
         return nullptr;
-    const std::optional<registration> told = read_registration(line);
-    if (!told)
+    const std::optional<registration> reg = read_registration(line);
+    if (!reg)
         return nullptr;
-    store_registration(rec, *told);
+    store_registration(rec, *reg);
     return judge_registration(rec);
 }
 
@@ -114,19 +110,19 @@ struct gsm_event* cops_handler(struct gsm_mobile* rec, char* line)
     lock_scope guard(record_lock);
     if (finish_on_final(rec, line, answer_seen(rec)))
         return nullptr;
-    const std::optional<network_operator> told = read_operator(line);
-    if (!told)
+    const std::optional<network_operator> oper = read_operator(line);
+    if (!oper)
         return nullptr;
     rec->reg_seen = 1;
-    if (told->kind == network_operator::unreadable) {
+    if (oper->kind == network_operator::unreadable) {
         diag_at(plain, __func__, "unexpected error(%s)!\n", line);
         return nullptr;
     }
-    const bool named = told->kind == network_operator::named;
-    if (named && is_short_plmn(told->name))
-        text_set(rec->plmn, told->name);
+    const bool named = oper->kind == network_operator::named;
+    if (named && is_short_plmn(oper->name))
+        text_set(rec->plmn, oper->name);
     else if (named)
-        text_set(rec->oper, told->name);
+        text_set(rec->oper, oper->name);
     rec->reg_status = named ? 1 : 0;
     return raise_event(named ? GSM_EVENT_SIM_UP : GSM_EVENT_SIM_DOWN);
 }
@@ -138,16 +134,16 @@ struct gsm_event* nwinfo_handler(struct gsm_mobile* rec, char* line)
     lock_scope guard(record_lock);
     if (finish_on_final(rec, line, answer_seen(rec)))
         return nullptr;
-    const std::optional<technology> told = read_technology(line);
-    if (!told)
+    const std::optional<technology> tech = read_technology(line);
+    if (!tech)
         return nullptr;
     rec->reg_seen = 1;
-    text_set(rec->act, told->act);
-    if (told->partial)
+    text_set(rec->act, tech->act);
+    if (tech->partial)
         return nullptr;
-    text_set(rec->plmn, told->plmn);
-    text_set(rec->band, told->band);
-    rec->channel = told->channel.value_or(rec->channel);
+    text_set(rec->plmn, tech->plmn);
+    text_set(rec->band, tech->band);
+    rec->channel = tech->channel.value_or(rec->channel);
     return nullptr;
 }
 

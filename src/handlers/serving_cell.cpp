@@ -11,42 +11,42 @@ namespace kelo
 namespace
 {
 
-void keep(int& field, const std::optional<int>& told)
+void keep(int& field, const std::optional<int>& value)
 {
-    field = told.value_or(field);
+    field = value.value_or(field);
 }
 
-void store_cell(gsm_mobile* rec, const serving_cell& told)
+void store_cell(gsm_mobile* rec, const serving_cell& cell)
 {
-    if (told.act != nullptr)
-        text_set(rec->act, told.act);
-    if (filled(told.lac))
-        text_set(rec->lac, told.lac);
-    if (told.cell) {
-        store_cell_id(rec, *told.cell);
+    if (cell.act != nullptr)
+        text_set(rec->act, cell.act);
+    if (filled(cell.lac))
+        text_set(rec->lac, cell.lac);
+    if (cell.cell_id) {
+        store_cell_id(rec, *cell.cell_id);
         rec->enodebid = rec->cid >> 8;
         rec->cellid = rec->cid & 0xff;
     }
-    keep(rec->is5g, told.is5g);
-    keep(rec->mcc, told.mcc);
-    keep(rec->mnc, told.mnc);
-    keep(rec->pcid, told.pcid);
-    keep(rec->earfcn, told.earfcn);
-    keep(rec->ul_bandwidth, told.ul_bandwidth);
-    keep(rec->dl_bandwidth, told.dl_bandwidth);
-    keep(rec->rsrp, told.rsrp);
-    keep(rec->rsrq, told.rsrq);
-    keep(rec->sinr, told.sinr);
-    keep(rec->cqi, told.cqi);
+    keep(rec->is5g, cell.is5g);
+    keep(rec->mcc, cell.mcc);
+    keep(rec->mnc, cell.mnc);
+    keep(rec->pcid, cell.pcid);
+    keep(rec->earfcn, cell.earfcn);
+    keep(rec->ul_bandwidth, cell.ul_bandwidth);
+    keep(rec->dl_bandwidth, cell.dl_bandwidth);
+    keep(rec->rsrp, cell.rsrp);
+    keep(rec->rsrq, cell.rsrq);
+    keep(rec->sinr, cell.sinr);
+    keep(rec->cqi, cell.cqi);
 }
 
 } // namespace
 
 void parse_qeng_info(gsm_mobile* rec, const char* line)
 {
-    const std::optional<serving_cell> told = read_qeng(line);
-    if (told)
-        store_cell(rec, *told);
+    const std::optional<serving_cell> cell = read_qeng(line);
+    if (cell)
+        store_cell(rec, *cell);
     else
         diag_at(plain, __func__, "unrecognizable fault('%s')\n", line);
 }

@@ -51,9 +51,7 @@ void change_command(at_info* at, const at_config_item* item, const char* text)
     const int timeout = item_timeout(item);
     if (timeout != 0)
         at->timeout = timeout;
-    text_replace(at->custom_cmd, text_pointer(text_duplicate(text)));
-    if (text != nullptr && at->custom_cmd == nullptr)
-        diag_at(plain, __func__, "failed to alloc memory!\n");
+    text_replace(at->custom_cmd, text_duplicate(text));
 }
 
 void add_command(at_list* list, const at_config_item* item, const char* text)

@@ -116,7 +116,7 @@ void at_select_flow(gsm_mobile* rec, int flow, int sim)
     }
     if (flow == FLOW_START || flow == FLOW_RELOAD) {
         libgsm_reset_cell_info(rec);
-        word_set(at_flow_done, 0);
+        word_set(flow_walked, 0);
     }
     at_list_reset(cur_at_list);
     libgsm_set_at_timeout(cur_at_list);

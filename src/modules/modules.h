@@ -3,7 +3,7 @@
 //
 // Threads: the mobile task composes the flows and makes the texts. Any thread may change the flow
 // (libgsm_change_flow).
-// Words that leave: at_flow_done.
+// Words that leave: flow_walked.
 #pragma once
 
 #include "at/at.h"
@@ -90,14 +90,6 @@ void at_select_flow(gsm_mobile* rec, int flow, int sim); // the same, caller hol
 
 event* cgmm_handler(gsm_mobile* rec, char* line);
 event* cgmr_handler(gsm_mobile* rec, char* line);
-
-// ---- Texts of a node
-
-// The old text of the field ends.
-inline void text_replace(char*& field, text_pointer text)
-{
-    const text_pointer old(std::exchange(field, text.release()));
-}
 
 // ---- Custom commands (custom_config.cpp)
 

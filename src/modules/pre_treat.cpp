@@ -77,7 +77,7 @@ void fill(at_info* at, const char* placeholder, const char* value)
 // command over where `make` says that it is not wanted.
 template <std::size_t size = 512> int treat(at_info* at, const char* placeholder, const auto& make)
 {
-    char value[size] = "";
+    char value[size] = {};
     lock_scope hold(record_lock);
     const bool wanted = make(value);
     hold.release(); // ahead of the node's lock
@@ -101,7 +101,7 @@ template <std::size_t size>
 int general_pre_treat(gsm_mobile*, at_info* at)
 {
     if (at->cmd_template != nullptr && *at->cmd_template != '\0')
-        install(at, text_pointer(text_duplicate(at->cmd_template)));
+        install(at, text_duplicate(at->cmd_template));
     return 0;
 }
 

@@ -25,7 +25,6 @@
 #include <cstdarg>
 #include <cstddef>
 #include <cstdio>
-#include <cstdlib>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -194,40 +193,40 @@ bool refuse_file(const char* path, const char* why)
     return false;
 }
 
-// The content, to be freed; null for a file that is passed over.
-char* read_for_upload(const char* path, std::size_t& length)
+// The file's bytes as they are, a NUL included, and the line end that every command has; `length`
+// is without it. Null for a file that is passed over.
+text_pointer read_for_upload(const char* path, std::size_t& length)
 {
     struct stat about = {};
     if (stat(path, &about) == 0 && !S_ISREG(about.st_mode)) {
         refuse_file(path, "is not a regular file");
         return nullptr;
     }
-    char* content = nullptr;
+    char* text = nullptr;
     const int read = about.st_size > KELO_MQTT_FILE_LIMIT ? KELO_MQTT_FILE_LIMIT + 1
-                                                          : ReadFile2String(path, &content);
+                                                          : ReadFile2String(path, &text);
+    const text_pointer content(text);
     if (read > KELO_MQTT_FILE_LIMIT)
         refuse_file(path, "is larger than 64 KiB");
-    if (read <= 0 || read > KELO_MQTT_FILE_LIMIT) {
-        std::free(content);
+    if (read <= 0 || read > KELO_MQTT_FILE_LIMIT)
         return nullptr;
-    }
     length = static_cast<std::size_t>(read);
-    return content;
+    text_pointer bytes = text_room(length + 2);
+    if (bytes != nullptr) {
+        std::memcpy(bytes.get(), text, length);
+        std::memcpy(bytes.get() + length, "\r\n", 2);
+    }
+    return bytes;
 }
 
-// The file's bytes as they are, a NUL included, and the line end that every command has. The modem
-// counts the bytes that it announced for: were some left out, it would take the next commands for
-// content. What the port does not take at once follows; and no key stands in a diagnostic line.
-void write_content(const char* name, const char* content, std::size_t length)
+// The modem counts the bytes that it announced for: were some left out, it would take the next
+// commands for content. What the port does not take at once follows; and no key stands in a
+// diagnostic line.
+void write_content(const char* name, const char* bytes, std::size_t length)
 {
     gsm_mobile* const rec = modem_record();
-    char* const bytes = static_cast<char*>(std::malloc(length + 2));
-    if (rec == nullptr || bytes == nullptr) {
-        std::free(bytes);
+    if (rec == nullptr)
         return;
-    }
-    std::memcpy(bytes, content, length);
-    std::memcpy(bytes + length, "\r\n", 2);
     std::size_t done = 0;
     for (int pieces = 20; done < length + 2 && pieces > 0; pieces--) {
         if (done > 0)
@@ -240,19 +239,17 @@ void write_content(const char* name, const char* content, std::size_t length)
     if (done < length)
         diag_at(plain, "libgsm_set_cellular_wake", "%zu of %zu bytes of '%s' were written!\n", done,
                 length, name);
-    std::free(bytes);
 }
 
 void upload(const mqtt_config& with, const tls_file& file)
 {
     std::size_t length = 0;
-    char* const content = read_for_upload(with.*file.path, length);
-    if (content == nullptr)
+    const text_pointer bytes = read_for_upload(with.*file.path, length);
+    if (bytes == nullptr)
         return;
     command(tenth_us, "AT+QFDEL=\"%s\"", file.modem_name);
     command(tenth_us, "AT+QFUPL=\"%s\",%zu,100", file.modem_name, length);
-    write_content(file.modem_name, content, length);
-    std::free(content);
+    write_content(file.modem_name, bytes.get(), length);
     microseconds_sleep(tenth_us);
 }
 
@@ -466,10 +463,10 @@ int ReadFile2String(const char* path, char** out)
     const off_t length = lseek(fd, 0, SEEK_END);
     const bool measured = length >= 0 && length < INT_MAX && lseek(fd, 0, SEEK_SET) == 0;
     const std::size_t size = measured ? static_cast<std::size_t>(length) : 0;
-    char* const content = measured ? static_cast<char*>(std::malloc(size + 1)) : nullptr;
+    text_pointer content = measured ? text_room(size) : nullptr;
     std::size_t done = 0;
     while (content != nullptr && done < size) {
-        const ssize_t count = read(fd, content + done, size - done);
+        const ssize_t count = read(fd, content.get() + done, size - done);
         if (count < 0 && errno == EINTR)
             continue;
         if (count <= 0)
@@ -477,11 +474,8 @@ int ReadFile2String(const char* path, char** out)
         done += static_cast<std::size_t>(count);
     }
     close(fd);
-    if (content == nullptr || done < size) {
-        std::free(content);
+    if (content == nullptr || done < size)
         return -1;
-    }
-    content[size] = '\0';
-    *out = content;
+    *out = content.release();
     return static_cast<int>(size);
 }

@@ -39,17 +39,15 @@ sms_outbox_item* sms_outbox_item_create(int mode, const char* tag, const char* n
         diag_at(plain, "sms_outbox_enq", "refused a message with control characters\n");
         return nullptr;
     }
-    auto* const item = static_cast<sms_outbox_item*>(std::calloc(1, sizeof(sms_outbox_item)));
-    text_pointer tag_copy(text_duplicate(tag));
-    text_pointer number_copy(text_duplicate(number));
+    text_pointer tag_copy = text_duplicate(tag);
+    text_pointer number_copy = text_duplicate(number);
     text_pointer body_copy = text_room(body.size());
-    if (item == nullptr || tag_copy == nullptr || number_copy == nullptr || body_copy == nullptr) {
-        diag_at(plain, "sms_outbox_enq", "fatal error!\n");
-        std::free(item);
+    if (tag_copy == nullptr || number_copy == nullptr || body_copy == nullptr)
         return nullptr;
-    }
     body.copy(body_copy.get(), body.size());
-    *item = {mode, tag_copy.release(), number_copy.release(), length, body_copy.release(), {}};
+    auto* const item = static_cast<sms_outbox_item*>(memory_for(sizeof(sms_outbox_item)));
+    if (item != nullptr)
+        *item = {mode, tag_copy.release(), number_copy.release(), length, body_copy.release(), {}};
     return item;
 }
 

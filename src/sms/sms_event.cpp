@@ -3,6 +3,7 @@
 #include "sms/sms.h"
 
 #include "support/diag.h"
+#include "support/owned.h"
 #include "support/scan.h"
 #include "support/text.h"
 
@@ -96,13 +97,10 @@ int sms_handle_header(event& what, const pdu_fields& fields, text_block& block)
     }
     const lock_scope hold(record_lock);
     long_sms_release(what);
-    what.long_sms = &what == &::gsm_event
-                        ? &event_numbers
-                        : static_cast<long_sms_info*>(std::malloc(sizeof numbers));
+    what.long_sms = &what == &::gsm_event ? &event_numbers
+                                          : static_cast<long_sms_info*>(memory_for(sizeof numbers));
     if (what.long_sms != nullptr)
         *what.long_sms = numbers;
-    else
-        diag_at(plain, "corvel_handle_user_data_header", "fatal error!\n");
     return walk ? 0 : -1;
 }
 

@@ -236,8 +236,6 @@ int corvel_mobile_send_pdu_from_file(struct gsm_mobile* rec, const char* number,
         return -1;
     const auto size = static_cast<std::size_t>(length);
     const text_pointer buffer = text_room(size);
-    if (buffer == nullptr)
-        diag_at(plain, __func__, "fatal error!\n");
     if (buffer == nullptr || std::fread(buffer.get(), 1, size, file.get()) != size)
         return -1;
     // With the NUL behind it, which is not sent.

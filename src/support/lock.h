@@ -5,13 +5,18 @@
 // record_lock    g_mobile (but for its fd) and gsm_event
 // port_lock      the AT port: its fd, and the write of one whole command
 // outbox_lock    the SMS outbox; a leaf, nothing is taken under it
+// life_lock      who runs, and who may change that (task/lifecycle.cpp); a leaf as well
 //
 // They nest in this order and no other: settings_lock, flow_lock, record_lock, port_lock. None is
 // held over a sleep, a shell command, or a callback of the host. What is said under a lock (diag.h)
 // is written after the last one was let go.
 //
-// The MQTT update has two of its own, in api/mqtt.cpp: attempt_mutex, the outermost of all and the
-// one exception, held over the sleeps of an attempt, and config_lock, a leaf.
+// The MQTT update has two of its own, in services/mqtt.cpp: attempt_mutex, the outermost of all and
+// the one exception, held over the sleeps of an attempt, and config_lock, a leaf.
+//
+// POSIX mutexes, since std::mutex throws where it fails, and the library has neither exceptions nor
+// the C++ run time that they need. Constant from load to exit, too: a detached thread may take one
+// while the process ends.
 #pragma once
 
 #include <pthread.h>

@@ -33,11 +33,6 @@ const char* text_skip(const char* text, std::size_t offset)
     return text + strnlen(text, offset);
 }
 
-char* text_duplicate(const char* text)
-{
-    return text == nullptr ? nullptr : strdup(text);
-}
-
 std::size_t text_columns(const char* text, const char** columns, std::size_t room)
 {
     std::size_t count = 0;

@@ -40,9 +40,6 @@ bool text_has_control(const char* text);
 // The text `offset` characters behind `text`, or its end where it is shorter than that.
 const char* text_skip(const char* text, std::size_t offset);
 
-// Heap copy; null for null or without memory. The caller frees it.
-char* text_duplicate(const char* text);
-
 // Notes where up to `room` columns of a text begin, a run of commas counting as one separator, and
 // gives their number. A column ends at the next comma; none is empty.
 std::size_t text_columns(const char* text, const char** columns, std::size_t room);

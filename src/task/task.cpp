@@ -63,7 +63,7 @@ bool is_registered(gsm_mobile* rec)
 void take_message(gsm_mobile* rec)
 {
     lock_scope flow_guard(flow_lock);
-    if (at_flow_finished() == 0)
+    if (word_get(flow_walked) == 0)
         return;
     sms_outbox_item* const item = sms_outbox_deq();
     if (item == nullptr)

@@ -197,11 +197,11 @@ TEST(Send, WhatGoesOutAndWhatIsPassedOver)
         SCOPED_TRACE(r.what);
         at_list list = LIST_HEAD_INIT(list);
         cur_at_list = &list;
-        at_flow_done = at_seq_cursor = pre_treated = 0;
+        flow_walked = at_seq_cursor = pre_treated = 0;
         needSetApn = r.need_apn;
         at_info* const at = add_node(list, r.id, 5, "AT+ONE", 3, 0, r.pre_treat);
         at->flags = r.flags;
-        at->custom_cmd = text_duplicate(r.custom_cmd);
+        at->custom_cmd = text_duplicate(r.custom_cmd).release();
         g_mobile.at_done = 0;
         bool ended = true;
         captured out;
@@ -215,10 +215,10 @@ TEST(Send, WhatGoesOutAndWhatIsPassedOver)
         EXPECT_TRUE(out.text().ends_with(r.log)) << out.text();
         EXPECT_EQ(out.text().empty(), r.log[0] == '\0');
         EXPECT_EQ(pre_treated, r.pre_treated);
-        EXPECT_EQ(at_flow_finished(), 0);
+        EXPECT_EQ(word_get(flow_walked), 0);
         EXPECT_EQ(libgsm_send_atcommand(&g_mobile, ended), nullptr);
         EXPECT_TRUE(ended);
-        EXPECT_EQ(at_flow_finished(), 1);
+        EXPECT_EQ(word_get(flow_walked), 1);
         g_mobile.cur_at = nullptr;
         at_list_free(&list);
     }

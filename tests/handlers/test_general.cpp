@@ -50,7 +50,7 @@ TEST(General, Reports)
     is_pin_ready = cell_pdpdeact = 0;
     feed(general_handler, "^NDISSTAT: 0,33,,\"IPV4\"");
     EXPECT_EQ(cell_pdpdeact, 0) << "nothing to redial without a SIM";
-    word_set(at_flow_done, 1);
+    word_set(flow_walked, 1);
     EXPECT_EQ(feed(general_handler, "+CPIN: NOT READY"), GSM_EVENT_SIM_FAILED);
 }
 

@@ -49,7 +49,7 @@ TEST(Hostile, EveryPrefixWithEveryTailThroughEveryHandler)
     gsm_mobile& r = g_mobile;
     std::strcpy(r.at_dev, "dev");
     std::strcpy(r.apn, "apn");
-    word_set(at_flow_done, 1);
+    word_set(flow_walked, 1);
     std::set<at_handler> handlers{general_handler};
     for (std::size_t i = 0; i < at_general_rows; i++)
         handlers.insert(at_general_table[i].handler);

@@ -47,7 +47,7 @@ TEST(Flows, AChangeOfFlowClearsTheCellAndKeepsTheRest)
         const bool forgets = flow == FLOW_START || flow == FLOW_RELOAD;
         std::memset(static_cast<void*>(&rec), 7, sizeof rec);
         rec.custom_cfg = 0;
-        at_flow_done = 1;
+        flow_walked = 1;
         at_seq_cursor = 99;
         gsm_mobile want;
         std::memcpy(&want, &rec, sizeof want);
@@ -69,7 +69,7 @@ TEST(Flows, AChangeOfFlowClearsTheCellAndKeepsTheRest)
         }
         libgsm_change_flow(&rec, flow, forgets ? 1 : -1);
         EXPECT_EQ(std::memcmp(&rec, &want, sizeof rec), 0) << flow;
-        EXPECT_EQ(at_flow_finished(), forgets ? 0 : 1);
+        EXPECT_EQ(word_get(flow_walked), forgets ? 0 : 1);
         EXPECT_EQ(at_seq_cursor, 0);
     }
 }

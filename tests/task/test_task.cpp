@@ -107,7 +107,7 @@ TEST_F(TaskPass, MessagesGoOutWhenRegisteredAndTheListHasEnded)
     cur_at_list = &start_sim1_list;
     add_node(start_sim1_list, 900, 1, "AT+ONE")->flags = AT_FLAG_IGNORE;
     add_node(start_sim1_list, 901, 2, "AT+TWO")->flags = AT_FLAG_IGNORE;
-    at_flow_done = at_seq_cursor = 0;
+    flow_walked = at_seq_cursor = 0;
     text_clear(g_mobile.sms_dest);
     ASSERT_EQ(sms_outbox_enq(0, "tag", "+49123", 20, "0011"), 0);
     for (int i = 0; i < 2; i++) {
@@ -130,8 +130,8 @@ TEST_F(TaskPass, TimeTicksUnderEndlessOutput)
     EXPECT_EQ(g_mobile.at_done, 1);
 }
 
-// A port that has hung up is ready at every poll: the task must keep its pace, and say so once. A pipe whose writer is
-// gone hangs up as a port does, behind what it holds.
+// A port that has hung up is ready at every poll: the task must keep its pace, and say so once. A
+// pipe whose writer is gone hangs up as a port does, behind what it holds.
 TEST_F(TaskPass, AHungUpPortDoesNotSpinTheTask)
 {
     int ends[2];
@@ -146,7 +146,7 @@ TEST_F(TaskPass, AHungUpPortDoesNotSpinTheTask)
     for (int i = 0; i < 2; i++)
         task_pass(&g_mobile, state);
     EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(450));
-    EXPECT_EQ(count_of(out.text(), "the AT port has hung up\n"), 1);
+    EXPECT_EQ(kelo::test::count_of(out.text(), "the AT port has hung up\n"), 1);
 }
 
 } // namespace
