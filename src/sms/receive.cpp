@@ -2,14 +2,12 @@
 // with nothing of its neighbours.
 #include "sms/sms.h"
 
-#include "support/diag.h"
 #include "support/scan.h"
 #include "support/sleeps.h"
 #include "support/text.h"
 
 #include <algorithm>
 #include <cstdio>
-#include <ctime>
 
 namespace kelo
 {

@@ -203,6 +203,21 @@ int init_alone()
     return locks_are_free();
 }
 
+// A message in two parts: queued whole, or not at all.
+int send_alone()
+{
+    const std::string text(161, 'a');
+    plan->armed = true;
+    const int result = libgsm_send_sms_from_buffer("tag", "+4915112345678", 0, text.data(), 161);
+    plan->armed = false;
+    int queued = 0;
+    for (; sms_outbox_item* const item = sms_outbox_deq(); queued++)
+        sms_outbox_free(item);
+    if (result == -1)
+        std::puts("nothing is queued");
+    return (queued == (result == 0 ? 2 : 0) ? 0 : no_outbox) | locks_are_free();
+}
+
 // A start, a message out and a message in; then, with memory again, what a host does next.
 int start_out_and_in()
 {
@@ -247,6 +262,21 @@ TEST_F(Memory, RefusedToAnInitAtItsNthCall)
             break;
     }
     EXPECT_GT(n, 100);
+}
+
+// Catches: half a message in the outbox, and one that is refused without a word.
+TEST_F(Memory, RefusedToAMessageAtItsNthCall)
+{
+    std::string said;
+    int refused = 0;
+    do {
+        refuse_next(0, which::first, ++refused);
+        ASSERT_EQ(in_a_process(send_alone, &said), 0) << "at call " << refused << "\n" << said;
+        EXPECT_EQ(said.find("nothing is queued") == said.npos,
+                  said.find("no memory for") == said.npos)
+            << said;
+    } while (plan->refused != 0);
+    EXPECT_GT(refused, 2 * 4) << "calls for the parts";
 }
 
 // Catches: the same in a whole run, at each place that asks for memory: its first call, each third

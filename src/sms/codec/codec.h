@@ -74,8 +74,7 @@ inline std::string_view behind(std::string_view text, std::size_t at)
 // ---- Hexadecimal and the GSM 7-bit default alphabet (alphabet.cpp)
 
 using pdu_text = made<char, 1024>;
-using unpacked_text =
-    made<octet, 320 + 320 / 7>; // of 320 octets, the most that are unpacked at once
+using unpacked_text = made<octet, 320 + 320 / 7>; // of the most octets that are unpacked at once
 
 // Digits beyond the end of the text count as 0.
 octet hex_octet(std::string_view text, std::size_t index);

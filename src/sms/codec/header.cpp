@@ -10,7 +10,7 @@ namespace
 struct meaning_row {
     octet first;
     octet last;
-    const char* text; // behind "The IDIn 0x%02x is "; null for a reserved identifier
+    const char* text; // behind "The IDIn 0x%02x is "
 };
 
 constexpr meaning_row meanings[] = {
