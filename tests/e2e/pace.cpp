@@ -1,66 +1,15 @@
-#include "tests/e2e/pace.h"
+// The pace of the library: see story.h.
+#include "tests/e2e/story.h"
 
-#include <algorithm>
-#include <atomic>
-#include <cstdint>
 #include <cstring>
 #include <ctime>
+#include <dlfcn.h>
 #include <link.h>
 #include <poll.h>
 #include <sys/select.h>
 #include <unistd.h>
 
-namespace kelo_story
-{
-
-namespace
-{
-
-std::atomic<int> times = 1;
-
-struct range {
-    std::uintptr_t begin = UINTPTR_MAX;
-    std::uintptr_t end = 0;
-};
-
-int note_library(dl_phdr_info* info, std::size_t, void* found)
-{
-    if (std::strstr(info->dlpi_name, "/libkelo.so") == nullptr)
-        return 0;
-    range& all = *static_cast<range*>(found);
-    for (int i = 0; i < info->dlpi_phnum; i++) {
-        const ElfW(Phdr)& part = info->dlpi_phdr[i];
-        if (part.p_type != PT_LOAD)
-            continue;
-        all.begin = std::min(all.begin, std::uintptr_t{info->dlpi_addr + part.p_vaddr});
-        all.end = std::max(all.end, std::uintptr_t{info->dlpi_addr + part.p_vaddr + part.p_memsz});
-    }
-    return 1;
-}
-
-} // namespace
-
-bool in_library(const void* caller)
-{
-    static const range library = [] {
-        range all;
-        dl_iterate_phdr(note_library, &all);
-        return all;
-    }();
-    const auto at = reinterpret_cast<std::uintptr_t>(caller);
-    return at >= library.begin && at < library.end;
-}
-
-void set_pace(int times_as_fast)
-{
-    in_library(nullptr); // found while there is one thread
-    times = times_as_fast;
-}
-
-int pace()
-{
-    return times;
-}
+using namespace kelo_story;
 
 namespace
 {
@@ -71,15 +20,18 @@ constexpr std::int64_t shortest_us = 100000;
 timespec paced(const void* caller, std::int64_t us)
 {
     if (us >= shortest_us && in_library(caller))
-        us /= times;
+        us /= pace;
     return {static_cast<std::time_t>(us / 1000000), static_cast<long>(us % 1000000 * 1000)};
 }
 
 } // namespace
 
-} // namespace kelo_story
-
-using namespace kelo_story;
+bool kelo_story::in_library(const void* caller)
+{
+    dl_find_object found = {};
+    return _dl_find_object(const_cast<void*>(caller), &found) == 0 &&
+           std::strstr(found.dlfo_link_map->l_name, "/libkelo.so") != nullptr;
+}
 
 extern "C" {
 

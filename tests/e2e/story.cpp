@@ -1,13 +1,12 @@
 #include "tests/e2e/story.h"
 
 #include <cstdio>
-#include <cstdlib>
-#include <dirent.h>
-#include <fcntl.h>
+#include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <malloc.h>
-#include <poll.h>
 #include <sstream>
+#include <sys/mman.h>
 #include <unistd.h>
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 extern "C" std::size_t __sanitizer_get_current_allocated_bytes(); // gcc has no header for it
@@ -32,6 +31,26 @@ milliseconds since(monotonic_clock::time_point start)
     return std::chrono::duration_cast<milliseconds>(monotonic_clock::now() - start);
 }
 
+std::string text_of(const std::string& path)
+{
+    std::ifstream file(path);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+line_list words(const std::string& text)
+{
+    std::istringstream stream(text);
+    return {std::istream_iterator<std::string>(stream), {}};
+}
+
+std::size_t count_of(const std::string& text, const std::string& part)
+{
+    std::size_t count = 0;
+    for (std::size_t at = 0; (at = text.find(part, at)) != std::string::npos; at++)
+        count++;
+    return count;
+}
+
 std::size_t heap_bytes()
 {
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
@@ -44,98 +63,26 @@ std::size_t heap_bytes()
 
 std::int64_t thread_cpu_us(const char* name)
 {
-    DIR* const folder = opendir("/proc/self/task");
-    std::int64_t result = -1;
-    while (const dirent* const entry = readdir(folder)) {
-        std::string found;
-        std::getline(std::ifstream(std::string("/proc/self/task/") + entry->d_name + "/comm"),
-                     found);
+    for (const auto& task : std::filesystem::directory_iterator("/proc/self/task")) {
         // Linux: the CPU clock of a thread is made of its number.
+        const int number = std::stoi(task.path().filename());
         timespec time = {};
-        if (found == name &&
-            clock_gettime(static_cast<clockid_t>(~std::atoi(entry->d_name) * 8 | 6), &time) == 0)
-            result = time.tv_sec * 1000000LL + time.tv_nsec / 1000;
+        if (text_of(task.path() / "comm") == name + std::string("\n") &&
+            clock_gettime(static_cast<clockid_t>(~number * 8 | 6), &time) == 0)
+            return time.tv_sec * 1000000LL + time.tv_nsec / 1000;
     }
-    closedir(folder);
-    return result;
-}
-
-bare_port::bare_port(const std::string& path)
-    : path_(path), master_(posix_openpt(O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC))
-{
-    char name[64] = "";
-    EXPECT_EQ(grantpt(master_) | unlockpt(master_) | ptsname_r(master_, name, sizeof name), 0);
-    EXPECT_EQ(symlink(name, path.c_str()), 0);
-    // So that what is heard does not show in the heap; until the library opens the port, that is
-    // all that was said.
-    heard_.reserve(1 << 24);
-    thread_ = std::thread([this] { run(); });
-}
-
-bare_port::~bare_port()
-{
-    stop_ = true;
-    thread_.join();
-    close(master_);
-    unlink(path_.c_str());
-}
-
-void bare_port::talk(const std::string& block, milliseconds pause)
-{
-    const std::lock_guard lock(mutex_);
-    block_ = block;
-    pause_ = pause;
-}
-
-void bare_port::run()
-{
-    std::string block;
-    milliseconds pause = 0ms;
-    block.reserve(1 << 17);
-    for (std::size_t done = 0; !stop_;) {
-        char bytes[4096];
-        const ssize_t got = read(master_, bytes, sizeof bytes);
-        {
-            const std::lock_guard lock(mutex_);
-            heard_.append(bytes, got > 0 ? static_cast<std::size_t>(got) : 0);
-            if (done == block.size()) {
-                done = 0;
-                block = block_;
-                pause = pause_;
-            }
-        }
-        const ssize_t put = write(master_, block.data() + done, block.size() - done);
-        done += put > 0 ? static_cast<std::size_t>(put) : 0;
-        if (put <= 0)
-            usleep(2000); // full, silent, or nobody at the other end yet
-        if (done == block.size())
-            std::this_thread::sleep_for(pause);
-    }
-}
-
-bool bare_port::hears(const std::string& text, milliseconds limit)
-{
-    return eventually(
-        [&] {
-            const std::lock_guard lock(mutex_);
-            return heard_.find(text) != std::string::npos;
-        },
-        limit);
+    return -1;
 }
 
 void Story::SetUp()
 {
-    set_pace(quick);
-    char path[] = "/tmp/kelo-story-XXXXXX";
-    const int file = mkstemp(path);
-    ASSERT_GE(file, 0);
-    output_path_ = path;
+    pace = quick;
     std::fflush(nullptr);
     stdout_ = dup(1);
     stderr_ = dup(2);
-    dup2(file, 1);
-    dup2(file, 2);
-    close(file);
+    output_ = memfd_create("said", MFD_CLOEXEC);
+    dup2(output_, 1);
+    dup2(output_, 2);
 }
 
 void Story::TearDown()
@@ -152,7 +99,7 @@ void Story::TearDown()
         for (const std::string& command : modem.commands())
             std::printf("on the wire: %s\n", command.c_str());
     }
-    unlink(output_path_.c_str());
+    close(output_);
 }
 
 void Story::plug(const std::string& model, const std::map<std::string, std::string>& variables)
@@ -180,22 +127,23 @@ void Story::change(int id, int timeout, int ignore, const char* cmd, int seq)
 
 void Story::start()
 {
-    if (std::getenv("KELO_STORY_DEBUG") != nullptr)
-        set_5g_debug(1);
     ASSERT_EQ(cellular_gsm_init(static_cast<unsigned char>(libgsm_is_low_power())), 0);
     ASSERT_EQ(cellular_start(libgsm_is_low_power()), 0);
 }
 
 milliseconds Story::stop()
 {
-    return time_of([] { EXPECT_EQ(cellular_stop(), 0); });
+    const monotonic_clock::time_point begin = monotonic_clock::now();
+    EXPECT_EQ(cellular_stop(), 0);
+    return since(begin);
 }
 
 void Story::start_and_come_to_rest()
 {
     constexpr int mqtt_query = 106; // the last command of an unknown module; ends by its time alone
     change(mqtt_query, 1);
-    plug_unknown();
+    if (!modem.running())
+        plug_unknown();
     start();
     ASSERT_TRUE(says("[id=106] -1 times remaining!", within(8s)));
     quiet(500ms); // the task finds no further command
@@ -221,9 +169,7 @@ gsm_mobile Story::record() const
 
 std::string Story::said() const
 {
-    std::ostringstream text;
-    text << std::ifstream(output_path_).rdbuf();
-    return text.str();
+    return text_of("/proc/self/fd/" + std::to_string(output_));
 }
 
 bool Story::says(const std::string& text, milliseconds limit) const
@@ -231,21 +177,14 @@ bool Story::says(const std::string& text, milliseconds limit) const
     return eventually([&] { return said().find(text) != std::string::npos; }, limit);
 }
 
-std::size_t Story::count_said(const std::string& text) const
+std::vector<std::pair<milliseconds, std::string>> Story::command_times() const
 {
-    const std::string all = said();
-    std::size_t count = 0;
-    for (std::size_t at = 0; (at = all.find(text, at)) != std::string::npos; at++)
-        count++;
-    return count;
-}
-
-std::vector<std::pair<monotonic_clock::time_point, std::string>> Story::command_times() const
-{
-    std::vector<std::pair<monotonic_clock::time_point, std::string>> times;
+    std::vector<std::pair<milliseconds, std::string>> times;
     for (const kelo_emulator::log_entry& entry : modem.log())
         if (entry.from == kelo_emulator::speaker::host && entry.bytes.size() > 1)
-            times.emplace_back(entry.time, entry.bytes.substr(0, entry.bytes.size() - 1));
+            times.emplace_back(
+                std::chrono::duration_cast<milliseconds>(entry.time.time_since_epoch()),
+                entry.bytes.substr(0, entry.bytes.size() - 1));
     return times;
 }
 
@@ -254,7 +193,7 @@ milliseconds Story::gap_behind(const std::string& command) const
     const auto times = command_times();
     for (std::size_t i = 0; i + 1 < times.size(); i++)
         if (times[i].second == command)
-            return std::chrono::duration_cast<milliseconds>(times[i + 1].first - times[i].first);
+            return times[i + 1].first - times[i].first;
     ADD_FAILURE() << "nothing behind " << command;
     return {};
 }

@@ -4,16 +4,13 @@
 #pragma once
 
 #include "emulator/modem.h"
-#include "tests/e2e/pace.h"
 
 #include <atomic>
-#include <condition_variable>
 #include <functional>
 #include <gtest/gtest.h>
 #include <kelo/kelo.h>
 #include <kelo/mqtt.h>
 #include <kelo/settings.h>
-#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
@@ -36,6 +33,17 @@ inline constexpr bool sanitized = false;
 // of a second for an answer; a sanitizer's run time gives it more.
 inline constexpr int quick = sanitized ? 4 : 10;
 
+// The library's own time, in which the stories are told. The library spends nearly all of its time
+// waiting: for its pace, for a second of silence on the port, between two looks at the link. The
+// program of the stories has a select, a poll and a usleep ahead of libc's; in them the waits of
+// libkelo.so, and of nobody else, are pace() times shorter. The library is the one that ships.
+inline std::atomic<int> pace = 1;           // set ahead of the start; 1 in a story about times
+inline milliseconds real(milliseconds told) // on the clock of the test
+{
+    return told / pace.load();
+}
+bool in_library(const void* caller); // whether a return address stands in libkelo.so
+
 // An upper limit of time. The library keeps the written one on an idle machine; a sanitizer's run
 // time and a dozen stories at once on two cores get more.
 constexpr milliseconds within(milliseconds limit)
@@ -44,7 +52,12 @@ constexpr milliseconds within(milliseconds limit)
 }
 
 bool eventually(const std::function<bool()>& test, milliseconds limit);
+#define EXPECT_SOON(condition)                                                                     \
+    EXPECT_TRUE(eventually([&] { return condition; }, within(3s))) << #condition
 milliseconds since(monotonic_clock::time_point start);
+std::string text_of(const std::string& path); // of a file
+line_list words(const std::string& text);     // parted by blanks and line ends
+std::size_t count_of(const std::string& text, const std::string& part);
 
 // An exported word, as another thread may write it at any time.
 template <class Word> Word word(Word& exported)
@@ -55,34 +68,18 @@ template <class Word> Word word(Word& exported)
 std::size_t heap_bytes();                     // in use, of the whole process
 std::int64_t thread_cpu_us(const char* name); // -1: no thread of that name
 
-// How long the thread that makes this call needs for `work`.
-template <class Work> milliseconds time_of(const Work& work)
-{
-    const monotonic_clock::time_point start = monotonic_clock::now();
-    work();
-    return since(start);
-}
-
-// A port without a modem behind it: the test reads and writes its far end.
-class bare_port
-{
-  public:
-    explicit bare_port(const std::string& path);
-    ~bare_port();
-    // Writes `block` again and again, `pause` between two, as fast as the port takes it.
-    void talk(const std::string& block, milliseconds pause = 0ms);
-    bool hears(const std::string& text, milliseconds limit); // from the library
-
-  private:
-    void run();
-    std::string path_;
-    int master_ = -1;
-    std::mutex mutex_;
-    std::string block_, heard_;
-    milliseconds pause_ = 0ms;
-    std::atomic<bool> stop_ = false;
-    std::thread thread_;
+// What a case of a table is called.
+struct named {
+    const char* name;
 };
+void PrintTo(const std::derived_from<named> auto& one, std::ostream* out)
+{
+    *out << one.name;
+}
+template <class Case> std::string name_of(const testing::TestParamInfo<Case>& info)
+{
+    return info.param.name;
+}
 
 class Story : public testing::Test
 {
@@ -109,15 +106,13 @@ class Story : public testing::Test
     gsm_mobile record() const;
     std::string said() const; // standard output and error stream since the start of the story
     bool says(const std::string& text, milliseconds limit) const;
-    std::size_t count_said(const std::string& text) const;
 
     // Times of the commands on the wire.
-    std::vector<std::pair<monotonic_clock::time_point, std::string>> command_times() const;
+    std::vector<std::pair<milliseconds, std::string>> command_times() const;
     milliseconds gap_behind(const std::string& command) const; // to the next command
 
   private:
-    std::string output_path_;
-    int stdout_ = -1, stderr_ = -1;
+    int stdout_ = -1, stderr_ = -1, output_ = -1;
     std::vector<std::unique_ptr<at_config_item>> changes_;
 };
 

@@ -5,7 +5,6 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <sstream>
 
 using namespace kelo_story;
 
@@ -32,31 +31,24 @@ class Link : public Story
         EXPECT_EQ(std::system(line.c_str()), 0);
     }
     // The link is up, or down; the dialer was started so often, for the last time with this APN.
-    static testing::AssertionResult comes_to(int up, std::size_t dials, const std::string& apn)
+    static void expect_link(int up, std::size_t dials, const std::string& apn)
     {
         std::string log;
-        const bool came = eventually(
-            [&] {
-                std::ostringstream text;
-                text << std::ifstream("/tmp/quectel-CM.log").rdbuf();
-                log = text.str();
-                std::size_t count = 0, last = 0;
-                for (std::size_t at = 0; (at = log.find("started ", at)) != std::string::npos; at++)
-                    count++, last = at;
-                return kelo_get_connect_status() == up && count == dials &&
-                       log.compare(last, 14 + apn.size(), "started apn=[" + apn + "]") == 0;
-            },
-            within(30s));
-        return (came ? testing::AssertionSuccess() : testing::AssertionFailure())
-               << "connected: " << kelo_get_connect_status() << ", dialer:\n"
-               << log;
+        const auto has_come = [&] {
+            log = text_of("/tmp/quectel-CM.log");
+            const std::size_t last = log.rfind("started ");
+            return kelo_get_connect_status() == up && count_of(log, "started ") == dials &&
+                   log.find("started apn=[" + apn + "]", last) == last;
+        };
+        EXPECT_TRUE(eventually(has_come, within(30s)))
+            << "connected: " << kelo_get_connect_status() << ", dialer:\n"
+            << log;
     }
     void end_of_the_library()
     {
         kelo_deinit_cellular();
         for (const char* thread : {"MobileTask", "DialerThread", "CellularStart"})
-            EXPECT_TRUE(eventually([=] { return thread_cpu_us(thread) == -1; }, within(5s)))
-                << thread;
+            EXPECT_SOON(thread_cpu_us(thread) == -1) << thread;
     }
 
     cellular_setting settings = {1, "first", "", "", "", 0, 3, 50, 1, "10.64.0.1"};
@@ -73,36 +65,36 @@ TEST_F(Link, FromInitToOnlineCutChangedStoppedAndInitAgain)
     kelo_init_cellular(&settings, 0);
     ASSERT_TRUE(wire("AT+CPIN?", 20s));
     EXPECT_EQ(kelo_get_connect_status(), 0);
-    ASSERT_TRUE(comes_to(1, 1, "first"));
+    expect_link(1, 1, "first");
     EXPECT_EQ(modem.count("AT+QICSGP=*"), 0u); // the dialer brings the APN
 
     far_end("down");
-    EXPECT_TRUE(comes_to(0, 2, "first"));
+    expect_link(0, 2, "first");
     far_end("up");
-    EXPECT_TRUE(comes_to(1, 2, "first"));
+    expect_link(1, 2, "first");
 
     // Off and on: the dialer that runs is not started again.
     settings.enable = 0;
     EXPECT_EQ(kelo_set_cellular(&settings), 1);
-    EXPECT_TRUE(comes_to(0, 2, "first"));
+    expect_link(0, 2, "first");
     EXPECT_NE(std::system("ifconfig | grep wwan0"), 0);
     settings.enable = 1;
     std::strcpy(settings.apn, "second");
     EXPECT_EQ(kelo_set_cellular(&settings), 1);
     EXPECT_TRUE(wire("AT+QNWPREFCFG= \"mode_pref\",AUTO", 5s));
-    EXPECT_TRUE(comes_to(1, 3, "second")); // wwan0 was taken down: dialed anew
+    expect_link(1, 3, "second"); // wwan0 was taken down: dialed anew
 
     std::strcpy(settings.apn, "third");
     kelo_cellular_restart(&settings);
     EXPECT_TRUE(wire("AT+QICSGP=1,3,\"third\",\"\",\"\",0", 40s));
-    EXPECT_TRUE(comes_to(1, 4, "third"));
+    expect_link(1, 4, "third");
 
     end_of_the_library();
     modem.clear_log();
     std::atomic_ref(global_quagga_stop).store(0);
     std::strcpy(settings.apn, "fourth");
     kelo_init_cellular(&settings, 0);
-    EXPECT_TRUE(comes_to(1, 5, "fourth"));
+    expect_link(1, 5, "fourth");
     EXPECT_EQ(modem.count("AT+CGMM"), 0u); // the module is known
     end_of_the_library();
 }

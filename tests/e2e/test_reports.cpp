@@ -1,40 +1,105 @@
-// Reports that come while no command runs.
+// What comes while no command runs: reports, and positions that the host asks for.
 #include "tests/e2e/story.h"
 
 using namespace kelo_story;
 
+namespace
+{
+
+std::atomic<int> refused = 1;
+
+void stop_from_callback(const char* text)
+{
+    if (std::string(text).find("+QMTSTAT: 0,1") == std::string::npos)
+        return;
+    refused = cellular_stop();
+    libgsm_send_at("AT+CSQ"); // other calls are welcome there
+}
+
+std::string fetched()
+{
+    char buffer[KELO_GPS_LOCATION_SIZE] = "";
+    return kelo_get_gps_location(buffer) == 1 ? buffer : "";
+}
+
 using Reports = Story;
 
-// Catches: a report that nobody reads, or one that does not reach the host's words.
-TEST_F(Reports, CallsSignalContextAndMessages)
+} // namespace
+
+// Catches: a report that nobody reads, or one that does not reach the host's words; a task that
+// waits for its own end, for ever.
+TEST_F(Reports, ReachTheHost)
 {
+    kelo_set_urc_callback(stop_from_callback);
     start_and_come_to_rest();
     modem.clear_log();
 
     modem.report("RING");
-    EXPECT_TRUE(eventually([] { return cellular_is_call_received() == 1; }, within(2s)));
+    EXPECT_SOON(cellular_is_call_received() == 1);
     EXPECT_EQ(modem.count("ATH"), 0u); // not before the caller is known
     modem.report("+CLIP: \"+4915112345678\",145,,,,0");
     EXPECT_TRUE(wire("ATH", 2s));
     EXPECT_EQ(cellular_get_status(CELL_STATUS_RINGING), 0u); // hung up
-    cellular_set_call_received(0);
 
     modem.report("+CSQ: 17,3");
-    EXPECT_TRUE(eventually([&] { return record().rssi == 17; }, within(2s)));
+    EXPECT_SOON(record().rssi == 17);
     modem.report("+CSQ: 99,99");
     EXPECT_TRUE(says("GSM Event: [1/3] no signal!\n", within(2s)));
-
     modem.report("+QIURC: \"pdpdeact\",1");
-    EXPECT_TRUE(eventually([] { return get_cell_pdpdeact() == 1; }, within(2s)));
-
+    EXPECT_SOON(get_cell_pdpdeact() == 1);
     modem.report("+CMS ERROR: 38");
-    EXPECT_TRUE(
-        eventually([] { return cellular_get_status(CELL_STATUS_SMS_FAILED) != 0; }, within(2s)));
+    EXPECT_SOON(cellular_get_status(CELL_STATUS_SMS_FAILED) != 0);
     modem.report("+CMGS: 12");
-    EXPECT_TRUE(
-        eventually([] { return cellular_get_status(CELL_STATUS_SMS_FAILED) == 0; }, within(2s)));
-
+    EXPECT_SOON(cellular_get_status(CELL_STATUS_SMS_FAILED) == 0);
     modem.report("+QMTRECV: 0,1,\"door\",\"open\"");
-    EXPECT_TRUE(eventually([] { return cellular_is_mqtt_received() == 1; }, within(2s)));
+    EXPECT_SOON(cellular_is_mqtt_received() == 1);
     EXPECT_EQ(modem.commands(), line_list{"ATH"});
+
+    modem.report("+QMTSTAT: 0,1");
+    EXPECT_TRUE(wire("AT+CSQ", 3s));
+    EXPECT_EQ(refused, -1);
+    EXPECT_TRUE(says("the mobile task can't wait for its own end!", within(1s)));
+    EXPECT_SOON(record().rssi == 24); // it still works
+    EXPECT_LE(stop(), within(3s));
+}
+
+TEST_F(Reports, GpsFromNoFixToAFixFetchedOnce)
+{
+    const std::string fix = "061951.0,31.22415,121.35479,0.7,62.2,2,0.00,0.0,0.0,110524,09";
+    start_and_come_to_rest();
+    modem.clear_log();
+    order("gps nofix");
+    EXPECT_EQ(kelo_start_gps_location(), 0);
+    // The engine is off: the queries go on, with an error each, until the host switches it on.
+    ASSERT_TRUE(modem.wait_sent("+CME ERROR: 505", within(12s)));
+    EXPECT_EQ(kelo_set_gps_on(), 0);
+    ASSERT_TRUE(modem.wait_sent("+CME ERROR: 516", within(6s), 2));
+    EXPECT_EQ(fetched(), "");
+    order("gps fix");
+    EXPECT_SOON(fetched() == fix);
+    EXPECT_EQ(fetched(), "");
+
+    modem.clear_log();
+    quiet(2500ms);
+    EXPECT_EQ(modem.commands(), line_list{}); // one answer ends the queries
+    // The other forms of a position, and a report that nobody asked for.
+    libgsm_send_at("AT+QGPSLOC=0");
+    EXPECT_TRUE(modem.wait_sent("+QGPSLOC: *,3113.4493N,12121.2878E,*", within(2s)));
+    libgsm_send_at("AT+QGPSLOC=1");
+    EXPECT_TRUE(modem.wait_sent("+QGPSLOC: *,3113.449300,N,*", within(2s)));
+    quiet(1200ms); // the task reads no more than twice a second
+    EXPECT_EQ(fetched(), "");
+
+    // A stream of positions: asked for again after each fetch.
+    EXPECT_EQ(kelo_start_gps_location(), 0);
+    EXPECT_SOON(fetched() == fix);
+    EXPECT_EQ(kelo_stop_gps_location(), 0);
+    EXPECT_TRUE(wire("AT+QGPSEND", 2s));
+
+    gps_set_flag_file();
+    EXPECT_EQ(access("/etc/gpsflag.txt", F_OK), 0);
+    gps_clear_flag_file();
+    EXPECT_NE(access("/etc/gpsflag.txt", F_OK), 0);
+    gps_clear_flag_file();
+    EXPECT_EQ(count_of(said(), "delete file gpsflag error\n"), 1u);
 }

@@ -1,7 +1,8 @@
-// What users and senders put in: commands with settings, and messages in parts.
+// What users, senders and networks put in: commands with settings, messages in parts, names.
 #include "host/commands.h"
 #include "host/joiner.h"
 #include "host/settings_file.h"
+#include "host/status.h"
 #include <cstring>
 #include <gtest/gtest.h>
 
@@ -50,4 +51,16 @@ TEST(Joiner, PutsPartsTogetherHoweverTheyCome)
             all += one.text + ";";
         EXPECT_EQ(all, ready);
     }
+}
+
+// Operator names come from the air, and must not drive the terminal.
+TEST(Status, PrintsNothingThatActsOnATerminal)
+{
+    constexpr const char* rows[][2] = {{"Télékom \xe4\xb8\xad", "Télékom \xe4\xb8\xad"},
+                                       {"a\x1b[2Jb\r\n\x7f", "a?[2Jb???"},
+                                       {"\xc2\x9bJ", "?J"},                // one C1 control
+                                       {"\xe4\xb8", "??"},                 // cut off
+                                       {"\xc0\xaf\xed\xa0\x80", "?????"}}; // overlong, surrogate
+    for (const auto& [text, shown] : rows)
+        EXPECT_EQ(printable(text), shown);
 }

@@ -1,0 +1,197 @@
+// What the stories of the library can't see of the emulator: what a module says byte for byte, what
+// it refuses, the files and ports that it takes, its tool.
+#include "tests/e2e/story.h"
+
+#include <csignal>
+#include <fcntl.h>
+#include <filesystem>
+#include <fstream>
+#include <poll.h>
+
+using namespace kelo_emulator;
+using namespace kelo_story;
+
+namespace
+{
+
+#define FOLDER "/tmp/emulator/"
+
+class Emulator : public Story
+{
+  protected:
+    Emulator() { EXPECT_EQ(std::system("rm -rf " FOLDER "; mkdir " FOLDER), 0); }
+    ~Emulator() override { close(host); }
+
+    void be_host() // at the port
+    {
+        close(host);
+        host = open(port, O_RDWR | O_NOCTTY);
+        ASSERT_GE(host, 0);
+    }
+    void send(const std::string& bytes) const
+    {
+        ASSERT_EQ(write(host, bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
+    }
+    // Waits for `least` bytes, however slow the machine; then what else comes right behind them.
+    std::string hear(std::size_t least) const
+    {
+        std::string bytes;
+        char piece[4096];
+        pollfd polled = {host, POLLIN, 0};
+        while (poll(&polled, 1, bytes.size() < least ? 3000 : 40) > 0) {
+            const ssize_t length = read(host, piece, sizeof piece);
+            if (length <= 0)
+                break;
+            bytes.append(piece, static_cast<std::size_t>(length));
+        }
+        return bytes;
+    }
+    // What the host sends, or an order behind '!', and every byte that comes back.
+    void hold(const std::vector<std::pair<std::string, std::string>>& steps)
+    {
+        for (const auto& [bytes, answer] : steps) {
+            if (bytes[0] == '!')
+                order(bytes.substr(1));
+            else
+                send(bytes);
+            EXPECT_EQ(hear(answer.size()), answer) << bytes;
+        }
+    }
+    static bool port_is_there()
+    {
+        return std::filesystem::exists(std::filesystem::symlink_status(port));
+    }
+
+  private:
+    int host = -1;
+};
+
+} // namespace
+
+// clang-format off
+TEST_F(Emulator, SaysAndRefusesByteForByte)
+{
+    const std::string ready = "\r\n+CPIN: READY\r\n\r\n+QUSIM: 1\r\n";
+    const std::string done = "\r\n+QIND: PB DONE\r\n\r\n+QIND: SMS DONE\r\n";
+    const std::string wrong = "\r\n+CME ERROR: incorrect password\r\n";
+    const std::string pdu = "0011000D91945111325476F80000AA07D4721B0E92C500";
+    plug("EC25", {{"echo", "1"}, {"message_reference", "255"}, {"report_gap_ms", "5"}, {"pin_ms", "5"},
+                  {"cfun_ms", "5"}});
+    be_host();
+    hold({
+        {"AT+CSQ\r\n", "AT+CSQ\r\r\n+CSQ: 24,99\r\n\r\nOK\r\n"},
+        {"\r\n\r\n", "\r\r"}, // an empty line draws nothing but its echo
+        {"xx\x01" "at\r", "xx\x01" "at\r\r\nOK\r\n"}, // what stands ahead of AT is ignored
+        {"AT+CMGF=0\r\n", "AT+CMGF=0\r\r\nOK\r\n"},
+        {"AT+CMGS=22\r\n", "AT+CMGS=22\r\r\n> "},
+        {pdu + "\x1a\r\n", pdu + "\x1a\r\r\n+CMGS: 255\r\n\r\nOK\r\n"},
+        {"AT+CMGS=21\r\n", "AT+CMGS=21\r\r\n> "}, // the length is one short
+        {pdu + "\x1a", pdu + "\x1a\r\n+CMS ERROR: 304\r\n"},
+        {"AT+CMGS=22\r\n", "AT+CMGS=22\r\r\n> "},
+        {"0011\x1b", "0011\r\nOK\r\n"},
+        {"ATE0;+CMGF=1\r", "ATE0;+CMGF=1\r\r\nOK\r\n"},
+        {"AT+CMGS=\"+4915112345678\"\r", "\r\n> "},
+        {"one\r", "\r\n> "},
+        {"two\x1a", "\r\n+CMGS: 0\r\n\r\nOK\r\n"},
+        {"!reg searching", ""},
+        {"AT+CMGS=\"1\"\r", "\r\n> "},
+        {"x\x1a", "\r\n+CMS ERROR: 331\r\n"},
+        // one result, and the first error ends the line
+        {"AT+CNMI=2,2,0,0,0;+NONSENSE;+CMGF=0\r\n", "\r\nERROR\r\n"},
+        {"AT+CMGF?;+CNMI?\r\n", "\r\n+CMGF: 1\r\n\r\n+CNMI: 2,2,0,0,0\r\n\r\nOK\r\n"},
+        // a semicolon inside quotes parts nothing
+        {"AT+CSCA=\"+49;1\";+CSCA?\r\n", "\r\n+CSCA: \"+49;1\",145\r\n\r\nOK\r\n"},
+        {"!sim failure", ""},
+        {"AT+CMEE=2\r\n", "\r\nOK\r\n"},
+        {"AT+CPIN?\r\n", "\r\n+CME ERROR: SIM failure\r\n"},
+        {"AT+CMGS=20\r\n", "\r\n+CMS ERROR: 313\r\n"},
+        {"!sim pin 4711", ""},
+        {"AT+CPIN?\r", "\r\n+CPIN: SIM PIN\r\n\r\nOK\r\n"},
+        {"AT+CPIN=\"0000\"\r", wrong},
+        {"AT+QPINC?\r", "\r\n+QPINC: \"SC\",2,10\r\n\r\nOK\r\n"},
+        {"AT+CPIN=\"4711\"\r", "\r\nOK\r\n" + ready + done},
+        // the radio takes the card's power: the PIN is asked for again
+        {"AT+CFUN=0\r", "\r\nOK\r\n\r\n+CPIN: NOT READY\r\n"},
+        {"AT+CFUN=1\r", "\r\nOK\r\n\r\n+CPIN: SIM PIN\r\n"},
+        {"AT+CPIN=\"1\"\r", wrong}, {"AT+CPIN=\"2\"\r", wrong}, {"AT+CPIN=\"3\"\r", wrong},
+        {"AT+CPIN?\r", "\r\n+CPIN: SIM PUK\r\n\r\nOK\r\n"},
+        {"AT+CPIN=\"12345678\",\"9999\"\r", "\r\nOK\r\n" + ready + done},
+        // ahead of CONNECT nothing reaches the file, beyond its size everything is a command
+        {"!late 100 AT+QFUPL*", ""},
+        {"AT+QFUPL=\"RAM:y\",5,100\r\nlost", "\r\nCONNECT\r\n"},
+        {"12345AT+CLIP?\r\n", "\r\n+QFUPL: 5,3706\r\n\r\nOK\r\n\r\n+CLIP: 0,1\r\n\r\nOK\r\n"},
+        {std::string(100000, 'A') + "\r", "\r\nERROR\r\n"},
+    });
+    for (int i = 0; i < 20000; ++i)
+        send(std::string(1, static_cast<char>(i * 7919 >> 3)));
+    send("\x1b\r");
+    hear(0);
+    hold({{"AT\r", "\r\nOK\r\n"}});
+    for (const log_entry& entry : modem.log())
+        EXPECT_LT(entry.bytes.size(), 10000u);
+    const std::vector<sent_message> sent = modem.sent_messages();
+    ASSERT_GE(sent.size(), 3u);
+    EXPECT_EQ(sent[0].body, pdu);
+    EXPECT_EQ(sent[2].target + ": " + sent[2].body, "+4915112345678: one\ntwo");
+}
+// clang-format on
+
+TEST_F(Emulator, RefusesBadOrdersFilesAndPorts)
+{
+    plug("EC25");
+    for (const char* text :
+         {"dance",        "report",       "late soon",     "late -1",    "split 0",
+          "partial 5",    "node up",      "sim loose",     "sim busy x", "reg home dreg",
+          "reg 11",       "cell 6G",      "csq 200",       "call 1 2",   "sms text +49",
+          "sms pdu 12ZZ", "cmgs error x", "overlap maybe", "reset soon", "mqtt open x",
+          "garbage 0",    "set"})
+        EXPECT_NE(modem.order(text), "") << text;
+    std::string state;
+    EXPECT_EQ(modem.order("state", &state), "");
+    EXPECT_EQ(state, "node on, radio 1, sim ready (3 tries), cell LTE, registration 1, "
+                     "stored messages 0\n");
+    modem.stop();
+    EXPECT_FALSE(port_is_there());
+
+    constexpr std::pair<const char*, const char*> rows[] = {
+        {">> AT\n<< x\n>> ATI\n<< OK\n", "bad.dlg:3: the rule above has neither"},
+        {"\n>> AT\n<< ${who}\n<< OK\n", "bad.dlg:3: no `var who`"},
+        {"include bad.dlg\n", "bad.dlg:1: includes are nested too deeply"},
+    };
+    modem_options options;
+    options.model = "bad";
+    options.port = port;
+    options.dialogues_dir = FOLDER;
+    for (const auto& [text, fault] : rows) {
+        std::ofstream(FOLDER "bad.dlg") << text;
+        EXPECT_EQ(modem.start(options).rfind(fault, 0), 0u) << text;
+    }
+    std::ofstream(port) << "somebody's";
+    std::ofstream(FOLDER "bad.dlg") << ">> AT\n<< OK\n";
+    EXPECT_NE(modem.start(options).find("left alone"), std::string::npos);
+    EXPECT_EQ(text_of(port), "somebody's");
+    std::filesystem::remove(port);
+    std::filesystem::create_symlink("/dev/pts/99999", port); // of one that was killed
+    EXPECT_EQ(modem.start(options), "");
+}
+
+TEST_F(Emulator, ToolTakesOrdersAndLeavesNothingBehindOnASignal)
+{
+    for (const int number : {SIGTERM, SIGINT, 0}) {
+        FILE* const orders = popen("cd " FOLDER "; echo $$ >pid; exec " KELO_TEST_TOOL
+                                   " --model RM500Q --trace --port /dev/ttyUSB2 >out 2>&1",
+                                   "we");
+        EXPECT_SOON(port_is_there());
+        be_host();
+        std::fputs("report RING\nwaltz\n", orders);
+        std::fflush(orders);
+        EXPECT_EQ(hear(8), "\r\nRING\r\n");
+        EXPECT_SOON(text_of(FOLDER "out").find("no order 'waltz'") != std::string::npos);
+        if (number != 0)
+            kill(std::stoi(text_of(FOLDER "pid")), number);
+        else
+            std::fputs("quit\n", orders);
+        EXPECT_EQ(pclose(orders), 0);
+        EXPECT_FALSE(port_is_there());
+    }
+}

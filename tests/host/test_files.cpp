@@ -1,0 +1,139 @@
+// What is wrong with a file, by name and line: custom commands and module profiles.
+#include "host/check_profiles.h"
+#include "host/custom_file.h"
+
+#include <algorithm>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <map>
+#include <sstream>
+#include <unistd.h>
+
+using namespace kelo_host;
+
+namespace
+{
+
+custom_file parse(const std::string& text)
+{
+    std::istringstream in(text);
+    return parse_custom(in, "f");
+}
+
+TEST(CustomFile, ReadsEveryFieldInAnyOrder)
+{
+    const custom_file file =
+        parse("# a comment\n\n"
+              "sim=1 flow=2 id=13 timeout=30 seq=7 cmd=\"AT+CPIN?\" # behind\r\n"
+              "\tcmd='AT+QMBNCFG=\"Autosel\",0' id=64 flow=1 sim=2\n"
+              "sim=1 flow=1 id=94 ignore#\n"
+              "sim=2 flow=1 id=95 ignore=1 seq=3\n"
+              "sim=2 flow=1 id=96 cmd=\"AT#X=' # '\"");
+    ASSERT_EQ(file.errors, std::vector<std::string>());
+    std::ostringstream read; // line, sim, flow, id, timeout, seq, ignore, command
+    for (const custom_item& one : file.items)
+        read << one.line << " " << one.sim << one.flow << " " << one.id << " " << one.timeout << " "
+             << one.seq << " " << one.ignore << " " << one.cmd << "\n";
+    EXPECT_EQ(read.str(), "3 12 13 30 7 0 AT+CPIN?\n"
+                          "4 21 64 0 0 0 AT+QMBNCFG=\"Autosel\",0\n"
+                          "5 11 94 0 0 1 \n"
+                          "6 21 95 0 3 1 \n"
+                          "7 21 96 0 0 0 AT#X=' # '\n");
+}
+
+TEST(CustomFile, TellsWhatIsWrongAndWhere)
+{
+    constexpr std::pair<const char*, const char*> rows[] = {
+        {"sim=1 flow=1 ignore", "id is missing"},
+        {"sim=1 flow=1 id=1", "changes nothing"},
+        {"sim=0 flow=1 id=1 ignore", "sim takes a number from 1 to 2, not '0'"},
+        {"sim=1 flow=1 id=1x ignore", "id takes a number"},
+        {"sim=1 flow=1 id=1 seq=1000", "seq takes a number from 1 to 999"},
+        {"sim=1 flow=1 id=1 timeout=-1", "timeout takes a number"},
+        {"sim=1 flow=1 id=1 ignore=0", "ignore stands alone"},
+        {"sim=1 flow=1 id=1 cmd=AT", "in quotes"},
+        {"sim=1 flow=1 id=1 cmd=\"\"", "cmd is empty"},
+        {"sim=1 flow=1 id=1 cmd=\"AT", "no closing \""},
+        {"sim=1 flow=1 id=1 cmd=\"AT+X=\"1\"\"", "a blank is missing"},
+        {"sim=1 flow=1 id=1 cmd=\"AT\x1a\"", "no AT command may hold"},
+        {"sim=1 flow=1 id=1 cmd=\"AT\" ignore", "exclude each other"},
+        {"sim=1 sim=1 flow=1 id=1 ignore", "sim stands twice"},
+        {"sim=1 flow=1 id=94 seq=4", "line 1"}, // one of the two would silently win
+    };
+    for (const auto& [line, fault] : rows) {
+        const custom_file file = parse("sim=1 flow=1 id=94 ignore\n" + std::string(line) + "\n");
+        ASSERT_EQ(file.errors.size(), 1u) << line;
+        EXPECT_EQ(file.errors[0].substr(0, 5), "f:2: ") << line;
+        EXPECT_NE(file.errors[0].find(fault), std::string::npos)
+            << line << " gave " << file.errors[0];
+        EXPECT_EQ(file.items.size(), 1u) << line;
+    }
+}
+
+// The profile that ships, with one change.
+std::string changed(const char* name, const std::string& from, const std::string& to)
+{
+    std::ifstream file(KELO_PROFILES "/" + std::string(name) + ".conf", std::ios::binary);
+    std::string text(std::istreambuf_iterator<char>(file), {});
+    const std::size_t at = text.find(from);
+    EXPECT_NE(at, std::string::npos) << from;
+    return text.replace(std::min(at, text.size()), from.size(), to);
+}
+
+// All findings in a folder of these files, as "file:line: text" lines.
+std::string findings(const std::map<std::string, std::string>& files)
+{
+    const std::filesystem::path folder = "/tmp/profiles-" + std::to_string(getpid());
+    std::filesystem::create_directory(folder);
+    for (const auto& [name, text] : files)
+        std::ofstream(folder / name, std::ios::binary) << text;
+    std::string all;
+    for (const finding& one : check_profiles(folder))
+        all += one.file + ":" + std::to_string(one.line) + ": " + one.text + "\n";
+    std::filesystem::remove_all(folder);
+    return all;
+}
+
+// One change to a good file, and the one finding that it has to draw.
+TEST(CheckProfiles, FindsEachFault)
+{
+    const struct {
+        const char *file, *from, *to, *finding; // with the line where the change shows it
+    } rows[] = {
+        {"EC25", "MODULE                  => EC25\n", "\n", ":0: no MODULE line"},
+        {"EC25", "MODULE                  => EC25\n", "MODULE => EC25\nMODULE => EC25\n",
+         "6: a second MODULE line replaces that of line 5"},
+        {"EC25", "MODULE                  => EC25\n", "MODULE => EC77\n", "5: no flow is known"},
+        {"EC25", "AT_GET_ICCID            =>", "AT_GET_ICCIDS =>", ":0: AT_GET_ICCID is missing"},
+        {"EC25", "AT_GET_ICCID            =>", "AT_GET_ICCID=>", "a blank is missing ahead of"},
+        {"EC25", "AT+QCCID", "AT+QCCID\nAT_GET_ICCID => AT+ICCID",
+         "10: AT_GET_ICCID stands in line 9 already"},
+        {"EC25", "AT+QCCID", "", "9: AT_GET_ICCID has no value"},
+        {"EC25", "# SIM and identity.", "# AT_UCS2 => AT", "7: a comment that holds '=>'"},
+        {"EC25", "\"$PIN_NUMBER\"", "\"1234\"", "8: AT_SEND_PIN lacks $PIN_NUMBER"},
+        {"EC25", "\"$PIN_NUMBER\"", "\"$PIN\"", "AT_SEND_PIN holds $PIN, which nothing replaces"},
+        {"UC20", "# AT_CBAND is left out", "AT_CBAND => AT+QCFG=\"band\",$BAND\n# left out",
+         "AT_CBAND would send $BAND as it stands"},
+        {"MH5000-31", "=> $MODE", "=> AT$MODE", "AT_NETWORK_AUTO has to be $MODE alone"},
+    };
+    for (const auto& row : rows) {
+        const std::string found = findings({{"one.conf", changed(row.file, row.from, row.to)}});
+        EXPECT_NE(found.find(row.finding), std::string::npos)
+            << row.from << " to " << row.to << ": " << found;
+    }
+}
+
+// Whichever of two files the folder lists first would serve both; a long line reads as two.
+TEST(CheckProfiles, FindsFilesThatShareFourCharactersAndLongLines)
+{
+    EXPECT_EQ(findings({{"a.conf", changed("RM500Q", "", "")},
+                        {"b.conf.old", changed("RM500Q", "=> RM500Q", "=> RM500U")}}),
+              "b.conf.old:3: MODULE 'RM500U' shares its first four characters with a.conf: one "
+              "file of the two is never used\n");
+    const std::string good = changed("EC25", "", "") + "# " + std::string(253, 'x');
+    EXPECT_EQ(findings({{"a.conf", good + "\n"}}), "");
+    const std::string found = findings({{"a.conf", good + "x\n"}});
+    EXPECT_NE(found.find("longer than 255 characters"), std::string::npos);
+}
+
+} // namespace
