@@ -1,9 +1,6 @@
 #include "tests/handlers/feed.h"
 
 #include <set>
-#include <vector>
-
-using namespace kelo;
 
 namespace
 {
@@ -19,9 +16,7 @@ constexpr const char* prefixes[] = {
     "+QCFG: \"band\"", "+BNDPRF:", "hVoLTE-Verizon\"List\",", "0,0,0,", "EG95", "+QMTCONN:",
     "+QMTSTAT", "1,4", "1,9", "",
 };
-// clang-format on
 
-// clang-format off
 std::vector<std::string> tails()
 {
     const std::string digits(40, '9');

@@ -1,8 +1,6 @@
 // Registration, operator, technology, signal and serving cell.
 #include "tests/handlers/feed.h"
 
-using namespace kelo;
-
 namespace
 {
 
@@ -111,7 +109,7 @@ const std::string untouched =
     "x 5g7 7/7 cid 7=7:7 pci 7 lac x ch 7 bw 7/7 rsrp 7 rsrq 7 sinr 7 cqi 7 stem ";
 
 // clang-format off
-const story qeng_stories[] = {
+const story cell_stories[] = {
     // EC25, RM500Q: LTE. A column that was not measured keeps its field; an empty one moves the others up.
     {"EC25 EC25EFAR06A08M4G", nullptr, "+QENG: \"servingcell\",\"NOCONN\",\"LTE\",\"FDD\",262,01,1A2F403,214,1300,3,5,5,5A1C,-97,-11,-66,14,31", 0, 0,
      "x 5g7 262/1 cid 1A2F403=107252:3 pci 214 lac 5A1C ch 1300 bw 5/5 rsrp -97 rsrq -11 sinr 14 cqi 31 stem 3"},
@@ -136,10 +134,7 @@ const story qeng_stories[] = {
     {"", nullptr, "+QENG: \"NR5G-NSA\",262,01,310,-96,-32768,-32768", 0, 0,
      "5G NR 5g1 262/1 cid 7=7:7 pci 310 lac x ch 7 bw 7/7 rsrp -96 rsrq -32768 sinr -32768 cqi 7 stem 9"},
     {"RM510Q-GL RM510QGLAAR11A03M4G", nullptr, "+QENG: \"NR5G-NSA\",", 0, 0, untouched + "9"},
-};
-
-// Fibocom: the header of a dual connection announces two lines, a third is none; that of LTE one.
-const story cell_line_stories[] = {
+    // Fibocom: the header of a dual connection announces two lines, a third is none; that of LTE one.
     {"Fibocom", nullptr, "+GTCCINFO:|LTE-NR EN-DC service cell:|1,4,460,00,2495,2C17811,9FE9,C,141,100,18,47,60,21", 0, 0,
      "x 5g7 460/0 cid 2C17811=180600:17 pci 12 lac 2495 ch 40937 bw 7/100 rsrp -81 rsrq 21 sinr 18 cqi 7 stem 7"},
     {"Fibocom", nullptr, "1,9,460,00,,,7B4AE,19C,5041,100,56,74,60,65|1,9,1,1,,,1,1,1,1,1,1,1,1", 0, 0,
@@ -149,20 +144,14 @@ const story cell_line_stories[] = {
 };
 // clang-format on
 
-template <std::size_t size> void run_both(const story (&stories)[size])
-{
-    for (at_handler handler : {general_handler, servingcell_handler})
-        for (const story& s : stories) {
-            story one[] = {s};
-            one[0].handler = handler;
-            run(one, reset_figures, figures);
-        }
-}
-
 TEST(ServingCell, LinesThroughBothCallers)
 {
-    run_both(qeng_stories);
-    run_both(cell_line_stories);
+    for (at_handler handler : {general_handler, servingcell_handler}) {
+        std::vector<story> stories(std::begin(cell_stories), std::end(cell_stories));
+        for (story& s : stories)
+            s.handler = handler;
+        run(stories, reset_figures, figures);
+    }
 }
 
 TEST(ServingCell, FinalLinesAndTheSwallowedSimUp)
