@@ -17,13 +17,12 @@
 #include <kelo/gps.h>
 #include <kelo/host.h>
 #include <kelo/mqtt.h>
-#include <kelo/settings.h>
-#include <kelo/sms.h>
 #include <kelo/status.h>
 
 #include <gtest/gtest.h>
 
 #include <array>
+#include <climits>
 #include <cstdlib>
 #include <fcntl.h>
 #include <filesystem>

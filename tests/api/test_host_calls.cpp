@@ -91,35 +91,30 @@ TEST(Settings, ReadersSeeOneRecord)
 
 TEST(Report, BySimLinkAndCell)
 {
-    constexpr struct {
-        int sim;
-        const char* iccid;
-        int online, stem, scanmode, no_service;
-        int sim_state, signal, net_type;
-    } cases[] = {// sim iccid online stem mode none   state signal type
-                 {0, "8986", 1, 9, 0, 0, 1, -97, 0}, {-1, "8986", 1, 9, 0, 0, 0, -97, 0},
-                 {1, "", 1, 9, 0, 0, 1, -97, 0},     {1, "8986", 0, 9, 0, 0, 2, -97, 0},
-                 {1, "8986", 1, 9, 1, 0, 2, -97, 1}, {1, "8986", 1, 3, 3, 0, 2, -97, 2},
-                 {1, "8986", 1, 2, 2, 0, 2, 23, 3},  {1, "8986", 1, 0, 0, 0, 2, -97, 2},
-                 {1, "8986", 1, 9, 2, 1, 2, 0, 0}};
+    // SIM, ICCID, link, network, scan mode and no service; SIM state, signal and net type.
+    constexpr std::tuple<int, const char*, int, int, int, int, int, int, int> rows[] = {
+        {0, "8986", 1, 9, 0, 0, 1, -97, 0}, {-1, "8986", 1, 9, 0, 0, 0, -97, 0},
+        {1, "", 1, 9, 0, 0, 1, -97, 0},     {1, "8986", 0, 9, 0, 0, 2, -97, 0},
+        {1, "8986", 1, 9, 1, 0, 2, -97, 1}, {1, "8986", 1, 3, 3, 0, 2, -97, 2},
+        {1, "8986", 1, 2, 2, 0, 2, 23, 3},  {1, "8986", 1, 0, 0, 0, 2, -97, 2},
+        {1, "8986", 1, 9, 2, 1, 2, 0, 0}};
     g_mobile.rssi = 23;
     g_mobile.rsrp = -97;
     text_set(g_mobile.oper, std::string(60, 'o').c_str());
     cellular_status seen = {};
     seen.reserved = 77;
-    for (const auto& c : cases) {
-        const auto row = &c - cases;
-        set_sim_status(c.sim);
-        text_set(g_mobile.iccid, c.iccid);
-        cell_network_up = is_pin_ready = c.online;
-        g_mobile.qeng_net_stem = c.stem;
-        g_mobile.currscanmode = c.scanmode;
-        g_mode_no_service = c.no_service;
+    for (const auto& [sim, iccid, online, stem, scanmode, none, state, signal, type] : rows) {
+        set_sim_status(sim);
+        text_set(g_mobile.iccid, iccid);
+        cell_network_up = is_pin_ready = online;
+        g_mobile.qeng_net_stem = stem;
+        g_mobile.currscanmode = scanmode;
+        g_mode_no_service = none;
         EXPECT_EQ(kelo_get_cellular(&seen), 1);
         EXPECT_EQ(std::tuple(seen.sim_state, seen.signal, seen.net_type, kelo_is_sim_insert()),
-                  std::tuple(c.sim_state, c.signal, c.net_type, c.sim != -1))
-            << row;
-        EXPECT_STREQ(seen.iccid, c.iccid);
+                  std::tuple(state, signal, type, sim != -1))
+            << sim << iccid << online << stem << scanmode << none;
+        EXPECT_STREQ(seen.iccid, iccid);
     }
     EXPECT_EQ(told(seen.oper, seen.reserved), std::string(31, 'o') + "77");
     EXPECT_EQ(shell_lines,

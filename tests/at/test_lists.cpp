@@ -1,7 +1,5 @@
 #include "tests/testing.h"
 
-#include <climits>
-
 using nodes = std::vector<std::array<int, 3>>; // id, seq, custom seq
 
 static void add(at_list& list, const nodes& wanted)
@@ -23,25 +21,19 @@ static std::string walk(at_list* list)
 // the cursor are seen, those below are not.
 TEST(AtListNext, LowestUnsentSeqAtOrAboveTheCursor)
 {
-    const struct {
-        const char* what;
-        nodes before;
-        const char* walked;
-        nodes added = {};
-        const char* then = "";
-    } rows[] = {
-        {"ties by place", {{1, 5, 0}, {2, 5, 0}, {3, 1, 5}}, "1 2 3 "},
-        {"custom seq counts", {{1, 1, 9}, {2, 5, 0}}, "2 1 "},
-        {"negative is below the pass", {{1, -1, 0}, {2, 1, -7}, {3, 0, 0}}, "3 "},
-        {"the highest seq", {{1, 1, INT_MAX}, {2, INT_MAX, 0}, {3, 2, 0}}, "3 1 2 "},
+    const std::tuple<const char*, nodes, const char*, nodes, const char*> rows[] = {
+        {"ties by place", {{1, 5, 0}, {2, 5, 0}, {3, 1, 5}}, "1 2 3 ", {}, ""},
+        {"custom seq counts", {{1, 1, 9}, {2, 5, 0}}, "2 1 ", {}, ""},
+        {"negative is below the pass", {{1, -1, 0}, {2, 1, -7}, {3, 0, 0}}, "3 ", {}, ""},
+        {"the highest seq", {{1, 1, INT_MAX}, {2, INT_MAX, 0}, {3, 2, 0}}, "3 1 2 ", {}, ""},
         {"grows", {{1, 1, 0}, {2, 10, 0}}, "1 2 ", {{3, 9, 0}, {4, 10, 0}, {5, 90, 0}}, "4 5 "}};
-    for (const auto& r : rows) {
+    for (const auto& [what, before, walked, added, walked_then] : rows) {
         at_list list = LIST_HEAD_INIT(list);
         at_seq_cursor = 0;
-        add(list, r.before);
-        EXPECT_EQ(walk(&list), r.walked) << r.what;
-        add(list, r.added);
-        EXPECT_EQ(walk(&list), r.then) << r.what;
+        add(list, before);
+        EXPECT_EQ(walk(&list), walked) << what;
+        add(list, added);
+        EXPECT_EQ(walk(&list), walked_then) << what;
         at_list_free(&list);
     }
 }

@@ -2,9 +2,6 @@
 
 #include <set>
 
-namespace
-{
-
 // clang-format off
 constexpr const char* prefixes[] = {
     "+CLIP:", "+CSQ:", "+QIND: \"csq\"", "+QIURC: \"pdpdeact\"", "+QENG: \"LTE\"",
@@ -17,7 +14,7 @@ constexpr const char* prefixes[] = {
     "+QMTSTAT", "1,4", "1,9", "",
 };
 
-std::vector<std::string> tails()
+static std::vector<std::string> tails()
 {
     const std::string digits(40, '9');
     const std::string quoted = "\"" + digits + "\"";
@@ -33,7 +30,7 @@ std::vector<std::string> tails()
 }
 // clang-format on
 
-template <std::size_t... sizes> bool terminated(const char (&... fields)[sizes])
+template <std::size_t... sizes> static bool terminated(const char (&... fields)[sizes])
 {
     return ((std::memchr(fields, '\0', sizes) != nullptr) && ...);
 }
@@ -69,5 +66,3 @@ TEST(Hostile, EveryPrefixWithEveryTailThroughEveryHandler)
             ASSERT_EQ(std::string(r.at_dev) + r.apn + std::to_string(r.fd), "devapn-1");
         }
 }
-
-} // namespace

@@ -5,7 +5,6 @@ namespace
 {
 
 constexpr int up = GSM_EVENT_SIM_UP;
-constexpr int down = GSM_EVENT_SIM_DOWN;
 at_info query{}; // the running command
 
 void reset_registration()
@@ -47,7 +46,7 @@ TEST(Registration, LinesOfEveryLayout)
     // With tries left, only a registered modem ends the query.
     query.retries_left = 3;
     const story again[] = {
-        {"", creg_handler, "+CGREG: 2,2|OK", down, 0, "n2 stat2 old/7 tech9 rac9 =2"},
+        {"", creg_handler, "+CGREG: 2,2|OK", GSM_EVENT_SIM_DOWN, 0, "n2 stat2 old/7 tech9 rac9 =2"},
         {"", creg_handler, "+CGREG: 2,2|+CGREG: 2,1|OK", up, 1, "n2 stat1 old/7 tech9 rac9 =1"},
     };
     run(again, reset_registration, registered);

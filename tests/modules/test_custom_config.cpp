@@ -1,11 +1,8 @@
 // Custom items: what they do to a flow, and what a bad one must not do.
 #include "tests/testing.h"
 
-#include <climits>
-
 struct CustomConfig : testing::Test {
     CustomConfig() { list_add_tail(&item.node, &cell_at_config_h); }
-    ~CustomConfig() override { list_init(&cell_at_config_h); }
     void set(int id, int ignore, int timeout, int seq, char* cmd)
     {
         item = {1, FLOW_START, id, ignore, timeout, seq, cmd, item.node};

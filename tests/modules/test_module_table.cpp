@@ -10,7 +10,6 @@ TEST(ModuleTable, FlowsGoByTheFirstRowThatHasSteps)
         {"EC25V", "EC25VFAR02A08M4G", 28, 24, 3},
         {"unknown", "EC25VFAR02A08M4G", 28, 24, 3},
         {"LE910-EUG", "20.00.522", 0, 0, 0}, // no key is as long as this model
-        {"SIM7600", "x", 0, 0, 0},
         // Two rows fit: the one ahead.
         {"UC15", "EC25V", 28, 24, 3},
         {"EG95", "UC20G", 12, 10, 3}, // and for messages the one that has them

@@ -6,7 +6,6 @@
 #include <map>
 #include <regex>
 #include <set>
-#include <span>
 
 using kelo_host::facts_of;
 using std::string;

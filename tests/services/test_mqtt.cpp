@@ -1,8 +1,6 @@
 // MQTT: the commands of an attempt, the chain of reports, and who waits for whom.
 #include "tests/testing.h"
 
-#include <span>
-
 using std::chrono::milliseconds;
 using steady = std::chrono::steady_clock;
 

@@ -1,7 +1,5 @@
 #include "tests/testing.h"
 
-#include <climits>
-
 // A modem's column wider than the record's field must not lose the columns behind it.
 TEST(Scan, CutsALongTextAndReadsWhatStandsBehind)
 {
