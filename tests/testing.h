@@ -23,7 +23,6 @@
 
 #include <array>
 #include <climits>
-#include <cstdlib>
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>

@@ -128,21 +128,19 @@ TEST(Send, ThreeAttempts)
 // is a message in the middle of a flow.
 TEST(Send, WhatGoesOutAndWhatIsPassedOver)
 {
-    constexpr int apn = 50, other = 900;
     constexpr struct {
-        int id;
+        int id;         // 50 sets the APN
         unsigned flags; // AT_FLAG_SKIP by the pre-treatment
         const char* custom_cmd;
         int need_apn;
         const char *wire, *log;
-    } rows[] = {
-        {other, 0, nullptr, 0, "AT+ONE\r\n", "treated\n"},
-        {other, AT_FLAG_IGNORE, nullptr, 0, "", "treated\nignore command 'AT+ONE'!\n"},
-        {other, AT_FLAG_SKIP, nullptr, 0, "", "treated\n"},
-        {other, AT_FLAG_IGNORE | AT_FLAG_SKIP, "AT+MINE", 0, "AT+MINE\r\n", ""},
-        {apn, 0, nullptr, 0, "", "treated\n[4G] skip set apn command\n"},
-        {apn, 0, nullptr, 1, "AT+ONE\r\n", "treated\n[4G] set apn, needSetApn=1, isLowPower=0\n"},
-        {apn, 0, "AT+MINE", 0, "AT+MINE\r\n", ""}};
+    } rows[] = {{900, 0, nullptr, 0, "AT+ONE\r\n", "treated\n"},
+                {900, AT_FLAG_IGNORE, nullptr, 0, "", "ignore command 'AT+ONE'!\n"},
+                {900, AT_FLAG_SKIP, nullptr, 0, "", "treated\n"},
+                {900, AT_FLAG_IGNORE | AT_FLAG_SKIP, "AT+MINE", 0, "AT+MINE\r\n", ""},
+                {50, 0, nullptr, 0, "", "[4G] skip set apn command\n"},
+                {50, 0, nullptr, 1, "AT+ONE\r\n", "[4G] set apn, needSetApn=1, isLowPower=0\n"},
+                {50, 0, "AT+MINE", 0, "AT+MINE\r\n", ""}};
     static unsigned wanted;
     const at_pre_treat treat = [](gsm_mobile*, at_info* at) {
         diag_plain("treated");
@@ -168,7 +166,8 @@ TEST(Send, WhatGoesOutAndWhatIsPassedOver)
         EXPECT_EQ(g_mobile.cur_at, at);
         EXPECT_EQ(told(ended, at_flow_finished(), g_mobile.at_done), goes_out ? "000" : "001");
         EXPECT_EQ(port.heard(), r.wire);
-        EXPECT_EQ(out.text(), r.log);
+        EXPECT_EQ(out.has("treated\n"), r.custom_cmd == nullptr);
+        EXPECT_TRUE(out.text().ends_with(r.log)) << out.text();
         EXPECT_EQ(libgsm_send_atcommand(&g_mobile, ended), nullptr);
         EXPECT_EQ(told(ended, at_flow_finished()), "11");
         g_mobile.cur_at = nullptr;

@@ -96,8 +96,7 @@ TEST(Readback, ScanModes)
     }
 }
 
-at_info running{};
-at_info waiting{};
+at_info running{}, waiting{};
 
 TEST(Sim, AnswersAndWhatEndsTheCommandAndTheFlow)
 {

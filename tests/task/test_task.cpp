@@ -13,7 +13,7 @@ TEST(Task, Pace)
         {1000 * second + 1599999, 0},
         {back, 0},
         {back + 1, 499999},
-        {back + 1 + (std::int64_t{3} << 31) + 2000, 498000}}; // 32 bits, around once
+        {back + 1 + (std::int64_t{1} << 32) + 2000, 498000}}; // 32 bits, around once
     task_state state;
     for (const auto& [now, sleep] : rows)
         EXPECT_EQ(task_pace(state, now), sleep) << now;
