@@ -19,7 +19,7 @@ static int entries(const char* folder)
 struct BringUp : testing::Test {
     void start(const char* apn = "internet")
     {
-        cellular_setting settings = {1, "", "", "", "1234", 0, 0, 0, 0, ""};
+        cellular_setting settings = {1, "", "", "", "1234", 0, 4, 0, 0, ""};
         text_set(settings.apn, apn);
         kelo_init_cellular(&settings, 9);
     }

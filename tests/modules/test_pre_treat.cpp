@@ -67,6 +67,7 @@ TEST(PreTreat, ScanModePerModel)
         cell_network_switch = network_switch;
         EXPECT_EQ(run(netmode_pre_treat, "$MODE", "old"), value) << model << wanted;
     }
+    EXPECT_EQ(run(cgmm_pre_treat, nullptr, "AT+CGMM"), "AT+CGMM!"); // the model is known
 }
 
 TEST(PreTreat, ApnTypeFollowsTheProtocol)
