@@ -2,19 +2,34 @@
 // was written to a stream, and handlers that note what they were given.
 #pragma once
 
-#include "at/at.h"
-#include "core/core.h"
+#include "api/api.h"
+#include "handlers/handlers.h"
+#include "link/link.h"
+#include "modules/modules.h"
+#include "services/services.h"
+#include "sms/sms.h"
+#include "support/diag.h"
+#include "support/scan.h"
+#include "support/shell.h"
+#include "support/sleeps.h"
 #include "support/text.h"
 #include "task/task.h"
+#include <kelo/gps.h>
+#include <kelo/host.h>
+#include <kelo/mqtt.h>
+#include <kelo/status.h>
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
+#include <array>
+#include <climits>
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
 #include <poll.h>
+#include <sstream>
 #include <sys/mman.h>
+#include <sys/stat.h>
 #include <thread>
 #include <unistd.h>
 
@@ -24,13 +39,16 @@ namespace kelo::test
 // The library as an init leaves it: the exchange has all of its users.
 inline const bool hooked = (exchange_use(task_hooks), true);
 
+inline std::string content_of(const std::string& path)
+{
+    std::ifstream file(path);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
 // Takes what is written to a descriptor while it lives. It does not flush stdio: a line that the
 // library left in a buffer is not seen. Replayed where it belongs when the case has failed.
-class captured
-{
-  public:
-    explicit captured(int fd = STDOUT_FILENO)
-        : target(fd), saved(dup(fd)), file(memfd_create("captured", MFD_CLOEXEC))
+struct captured {
+    explicit captured(int fd = STDOUT_FILENO) : target(fd)
     {
         std::fflush(nullptr);
         dup2(file, target);
@@ -44,22 +62,15 @@ class captured
         close(saved);
         close(file);
     }
-    std::string text() const
-    {
-        std::ifstream whole("/proc/self/fd/" + std::to_string(file));
-        return {std::istreambuf_iterator<char>(whole), {}};
-    }
+    std::string text() const { return content_of("/proc/self/fd/" + std::to_string(file)); }
     bool has(std::string_view needle) const { return text().find(needle) != std::string::npos; }
 
-  private:
-    int target, saved, file;
+    const int target, saved = dup(target), file = memfd_create("captured", MFD_CLOEXEC);
 };
 
 // The AT port of g_mobile: the library has the pseudo-terminal at /dev/ttyUSB2, the test plays the
 // modem.
-class modem_port
-{
-  public:
+struct modem_port {
     explicit modem_port(bool open_it = true) : master(posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC))
     {
         grantpt(master);
@@ -92,9 +103,8 @@ class modem_port
         return all;
     }
 
-  private:
     static constexpr const char* node = "/dev/ttyUSB2";
-    int master;
+    const int master;
 };
 
 // Lines that note_line was given, in order.
@@ -121,6 +131,13 @@ inline at_info* add_node(at_list& list, int id, int seq, const char* cmd, int ti
     return at;
 }
 
+inline std::string in_words(const auto&... parts)
+{
+    std::ostringstream text;
+    (text << ... << parts);
+    return text.str();
+}
+
 inline bool wait_until(const auto& done, int limit_ms = 20000)
 {
     for (int waited = 0; !done() && waited < limit_ms; waited++)
@@ -143,4 +160,19 @@ struct scratch {
     ~scratch() { std::filesystem::remove_all(path); }
 };
 
+// Puts a shell script in the place of a program, ahead of everything else in PATH.
+inline void stand_in(const std::string& program, const std::string& script)
+{
+    static const scratch bin("/tmp/bin");
+    const std::string folder = bin.path;
+    if (std::filesystem::create_directory(folder))
+        setenv("PATH", (folder + ":" + std::getenv("PATH")).c_str(), 1);
+    std::ofstream(folder + "/" + program) << "#!/bin/sh\n" << script << "\n";
+    std::filesystem::permissions(folder + "/" + program, std::filesystem::perms{0755});
+}
+
 } // namespace kelo::test
+
+// Every test speaks of the library and of what stands above.
+using namespace kelo;
+using namespace kelo::test;

@@ -1,17 +1,16 @@
 // Bring-up: what an init stores and starts, which are refused, and that a stop and a new init leave
 // nothing behind.
-#include "task/task.h"
-#include "tests/api/host_side.h"
+#include "tests/testing.h"
 
-#include <filesystem>
+static std::string logged;
 
-using namespace kelo;
-using namespace kelo::test;
-
-namespace
+// The host's logger.
+void log_log(int level, const char* file, const char* function, int, const char* format, ...)
 {
+    logged = in_words(level, " ", file, " ", function, ": ", format);
+}
 
-int entries(const char* folder)
+static int entries(const char* folder)
 {
     const std::filesystem::directory_iterator all(folder);
     return static_cast<int>(std::distance(begin(all), end(all)));
@@ -20,20 +19,19 @@ int entries(const char* folder)
 struct BringUp : testing::Test {
     void start(const char* apn = "internet")
     {
-        cellular_setting settings = full_settings();
+        cellular_setting settings = {1, "", "", "", "1234", 0, 4, 0, 0, ""};
         text_set(settings.apn, apn);
         kelo_init_cellular(&settings, 9);
     }
     // 1: the dialer thread, 2: with a modem the mobile task, too.
     void expect_running(int threads)
     {
-        EXPECT_TRUE(wait_until(
-            [&] {
-                return !life_get(&lifecycle::cell_start_lock) &&
-                       (threads == 2) == !life_get(&lifecycle::mobile_task_stopped) &&
-                       entries("/proc/self/task") == at_rest + threads;
-            },
-            5000));
+        const auto runs = [&] {
+            return !life_get(&lifecycle::cell_start_lock) &&
+                   (threads == 2) == !life_get(&lifecycle::mobile_task_stopped) &&
+                   entries("/proc/self/task") == at_rest + threads;
+        };
+        EXPECT_TRUE(wait_until(runs, 5000));
     }
     void stop()
     {
@@ -49,28 +47,23 @@ struct BringUp : testing::Test {
     }();
 };
 
-} // namespace
-
 TEST_F(BringUp, StoresStartsAndRefusesOthers)
 {
     std::ofstream("/config/5Gdebug");
     libgsm_mobile_free(&mobile);
-    std::vector<std::thread> hosts;
+    std::vector<std::jthread> hosts;
     for (int i = 0; i < 8; i++)
         hosts.emplace_back([this] { start(); });
-    for (std::thread& host : hosts)
-        host.join();
+    hosts.clear(); // all have come back
     expect_running(1);
     start("second");
     EXPECT_EQ(count_of(said.text(), "init5G: refused, "), 8);
-    EXPECT_EQ(logged, "2 init init5G: [Cellular]---> {init5G} lowPower=9");
-    EXPECT_STREQ(g_cellSet.apn, "internet");
-    EXPECT_STREQ(start_settings_copy().apn, "internet");
-    EXPECT_EQ(get_5g_debug(), 1);
-    EXPECT_EQ(libgsm_is_low_power(), 9);
+    EXPECT_EQ(logged, "2 init init5G: [Cellular]---> {init5G} lowPower=%d");
+    EXPECT_EQ(in_words(g_cellSet.apn, start_settings_copy().apn), "internetinternet");
+    EXPECT_EQ(in_words(get_5g_debug(), libgsm_is_low_power()), "19");
     gsm_mobile record = {};
     ASSERT_EQ(kelo_copy_mobile(&record), 1) << "an init brings the record back";
-    EXPECT_EQ(std::string(record.apn) + record.pincode, "internet1234");
+    EXPECT_EQ(in_words(record.apn, record.pincode), "internet1234");
 
     // A thread of the old run that does not end must not get company, nor hold the host up for
     // ever.

@@ -1,32 +1,20 @@
 // Profile files: what a line becomes, which files are read, which one serves a model.
 #include "tests/testing.h"
 
-#include <filesystem>
-#include <sys/stat.h>
-
-using namespace kelo;
-using kelo::test::captured;
-
-namespace
-{
-
 using items = std::vector<std::pair<std::string, std::string>>;
 
-class Profiles : public testing::Test
-{
-  protected:
-    Profiles() { EXPECT_NE(mkdtemp(folder), nullptr); }
-    ~Profiles() override { std::filesystem::remove_all(folder); }
+struct Profiles : testing::Test {
+    Profiles() { std::filesystem::create_directory(folder.path); }
     void write(const std::string& name, const std::string& text) const
     {
-        std::ofstream(std::string(folder) + "/" + name) << text;
+        std::ofstream(std::string(folder.path) + "/" + name) << text;
     }
     // The profile that a file of its own with this text becomes.
     cfg_file* read(const std::string& text)
     {
         const std::string name = std::to_string(count++);
         write(name, text);
-        EXPECT_EQ(cfg_file_add(folder, name.c_str()), 0);
+        EXPECT_EQ(cfg_file_add(folder.path, name.c_str()), 0);
         auto* const cfg = list_entry(cfg_file_list.prev, cfg_file, node);
         captured out;
         EXPECT_EQ(parse_cfg_file(cfg), 0);
@@ -42,15 +30,14 @@ class Profiles : public testing::Test
         }
         return all;
     }
-    char folder[32] = "/tmp/profiles-XXXXXX";
+    const scratch folder{"/tmp/profiles"};
     int count = 0;
     std::string said;
 };
 
 TEST_F(Profiles, LineBecomesItem)
 {
-    const std::string long_value(255 - 11,
-                                 'v'); // 255 characters fit, the rest is a line of its own
+    const std::string longest(255 - 11, 'v'); // behind it, a line of its own
     const std::pair<std::string, items> rows[] = {
         {"\t  AT_MODE \t  => \t AT+A \t\n", {{"AT_MODE", "AT+A"}}},
         {"AT_MODE=> AT+A\n", {{"AT_MOD", "AT+A"}}},
@@ -59,7 +46,7 @@ TEST_F(Profiles, LineBecomesItem)
         {"AT_MODE => AT+A\r\nAT_GSM => AT+B\r\n", {{"AT_MODE", "AT+A\r"}, {"AT_GSM", "AT+B\r"}}},
         {" MODULE => X\n", {{"MODULE", "X"}}},
         {"AT_MODE =>\n", {{"AT_MODE", ""}}},
-        {"AT_MODE => " + long_value + "AT_GSM => B\n", {{"AT_MODE", long_value}, {"AT_GSM", "B"}}},
+        {"AT_MODE => " + longest + "AT_GSM => B\n", {{"AT_MODE", longest}, {"AT_GSM", "B"}}},
     };
     for (const auto& [text, expected] : rows) {
         EXPECT_EQ(items_of(read(text)), expected) << text;
@@ -97,20 +84,17 @@ TEST_F(Profiles, FindTakesTheFirstOfEqualNamesOrFirstFourLetters)
 
 TEST_F(Profiles, FolderGivesRegularFilesOnce)
 {
-    const std::string base = folder;
     write("a.conf.bak", "AT_MODE => A\n");
     write("readme.txt", "AT_MODE => A\n");
-    ASSERT_EQ(mkfifo((base + "/pipe.conf").c_str(), 0600), 0); // would hold up a start for ever
-    ASSERT_EQ(mkdir((base + "/folder.conf").c_str(), 0700), 0);
+    ASSERT_EQ(mkfifo("/tmp/profiles/pipe.conf", 0600), 0); // would hold up a start for ever
+    ASSERT_EQ(mkdir("/tmp/profiles/folder.conf", 0700), 0);
     captured out;
-    EXPECT_EQ(search_cfg_file(folder), 0);
-    EXPECT_EQ(search_cfg_file(folder), 0);
+    EXPECT_EQ(search_cfg_file(folder.path), 0);
+    EXPECT_EQ(search_cfg_file(folder.path), 0);
     items read;
     for (list_head* node = cfg_file_list.next; node != &cfg_file_list; node = node->next)
         for (const auto& item : items_of(list_entry(node, cfg_file, node)))
             read.push_back(item);
     EXPECT_EQ(read, (items{{"AT_MODE", "A"}}));
-    EXPECT_TRUE(out.has("failed to open file '" + base + "/pipe.conf'"));
+    EXPECT_TRUE(out.has("failed to open file '/tmp/profiles/pipe.conf'"));
 }
-
-} // namespace

@@ -2,79 +2,57 @@
 
 #include <termios.h>
 
-namespace
-{
-
-using namespace kelo;
-using kelo::test::captured;
-using kelo::test::modem_port;
-
 // The wrong port is a modem that never answers; the search and the check for any device differ in
 // the ports that they look at.
 TEST(Port, SearchAndExistence)
 {
-    struct row {
-        std::vector<std::string> nodes;
-        int family, at_port;
-        const char* at_dev;
-        int exists;
-    };
-    // clang-format off
-    const row rows[] = {
-        {{"ttyUSB0", "ttyUSB1", "ttyUSB2", "ttyUSB3"}, 0, 2, "/dev/ttyUSB2", 1},
-        {{"ttyUSB0", "ttyUSB1"}, 0, 128, "/dev/ttyACM128", 1},
-        {{"ttyUSB0", "ttyUSB1"}, 13, 1, "/dev/ttyUSB1", 1},
-        {{"ttyACM2"}, 0, 128, "/dev/ttyACM128", 1},
-        {{"ttyACM2"}, 13, 1, "/dev/ttyACM2", 1},
-        {{"ttyUSB3", "ttyACM3"}, 0, 2, "/dev/ttyACM3", 1},
-        {{"ttyUSB127"}, 0, 127, "/dev/ttyUSB127", 1},
-        {{"ttyACM128"}, 0, 127, "/dev/ttyACM128", 0},
-        {{"ttyUSB128"}, 0, 128, "/dev/ttyACM128", 0},
-    };
-    // clang-format on
-    for (const row& r : rows) {
-        SCOPED_TRACE(r.nodes[0]);
+    const std::tuple<std::vector<std::string>, int, int, const char*, int> rows[] = {
+        {{"USB0", "USB1", "USB2", "USB3"}, 0, 2, "/dev/ttyUSB2", 1},
+        {{"USB0", "USB1"}, 0, 128, "/dev/ttyACM128", 1},
+        {{"USB0", "USB1"}, 13, 1, "/dev/ttyUSB1", 1},
+        {{"ACM2"}, 0, 128, "/dev/ttyACM128", 1},
+        {{"ACM2"}, 13, 1, "/dev/ttyACM2", 1},
+        {{"USB3", "ACM3"}, 0, 2, "/dev/ttyACM3", 1},
+        {{"USB127"}, 0, 127, "/dev/ttyUSB127", 1},
+        {{"ACM128"}, 0, 127, "/dev/ttyACM128", 0},
+        {{"USB128"}, 0, 128, "/dev/ttyACM128", 0}};
+    for (const auto& [nodes, family, at_port, at_dev, exists] : rows) {
+        SCOPED_TRACE(nodes[0]);
         captured out;
-        for (const std::string& name : r.nodes)
-            std::ofstream("/dev/" + name).flush();
-        is_quectel = r.family;
+        for (const std::string& name : nodes)
+            std::ofstream("/dev/tty" + name).flush();
+        is_quectel = family;
         libgsm_search_usb_port(&g_mobile);
-        EXPECT_EQ(g_mobile.at_port, r.at_port);
-        EXPECT_STREQ(g_mobile.at_dev, r.at_dev);
-        EXPECT_EQ(mobile_device_exist(), r.exists);
-        EXPECT_EQ(out.has("No ttyUSB device found!!!!\n"), r.at_port == 128);
-        for (const std::string& name : r.nodes)
-            unlink(("/dev/" + name).c_str());
+        EXPECT_STREQ(g_mobile.at_dev, at_dev);
+        EXPECT_EQ(std::pair(g_mobile.at_port, mobile_device_exist()), std::pair(at_port, exists));
+        EXPECT_EQ(out.has("No ttyUSB device found!!!!\n"), at_port == 128);
+        for (const std::string& name : nodes)
+            unlink(("/dev/tty" + name).c_str());
     }
 }
 
 // A line that translates CR LF or echoes garbles every answer.
 TEST(Port, OpenMakesTheLineRaw)
 {
-    modem_port port(false);
+    modem_port port;
     const int other = open("/dev/ttyUSB2", O_RDWR | O_NOCTTY | O_CLOEXEC);
-    termios before = {};
-    tcgetattr(other, &before);
-    before.c_lflag |= ICANON | ECHO | ECHOE | ECHOK | ECHONL | ISIG;
-    before.c_oflag |= OPOST | ONLCR | OCRNL;
-    before.c_iflag |= INLCR | IGNCR | ICRNL | IXON;
-    before.c_cflag |= CRTSCTS | CSTOPB;
-    before.c_cc[VMIN] = 0;
-    before.c_cc[VTIME] = 9;
-    tcsetattr(other, TCSANOW, &before);
-    libgsm_search_usb_port(&g_mobile);
-    ASSERT_EQ(libgsm_mobile_open_usb(&g_mobile), 0);
-
     termios line = {};
+    tcgetattr(other, &line);
+    line.c_lflag |= ICANON | ECHO | ECHOE | ECHOK | ECHONL | ISIG;
+    line.c_oflag |= OPOST | ONLCR | OCRNL;
+    line.c_iflag |= INLCR | IGNCR | ICRNL | IXON;
+    line.c_cflag |= CRTSCTS | CSTOPB;
+    line.c_cc[VMIN] = 0;
+    line.c_cc[VTIME] = 9;
+    tcsetattr(other, TCSANOW, &line);
+    ASSERT_EQ(libgsm_mobile_open_usb(&g_mobile), 0);
     tcgetattr(other, &line);
     EXPECT_EQ(line.c_lflag & (ICANON | ECHO | ECHOE | ECHOK | ECHONL | ISIG), tcflag_t{ISIG});
     EXPECT_EQ(line.c_oflag & (OPOST | ONLCR | OCRNL), 0u);
     EXPECT_EQ(line.c_iflag & (INLCR | IGNCR | ICRNL | IXON), tcflag_t{IXON});
     EXPECT_EQ(line.c_cflag & (CRTSCTS | CSTOPB | CLOCAL), tcflag_t{CLOCAL});
-    EXPECT_EQ(line.c_cc[VMIN], 1);
-    EXPECT_EQ(line.c_cc[VTIME], 0);
+    EXPECT_EQ(std::pair(line.c_cc[VMIN], line.c_cc[VTIME]), (std::pair<cc_t, cc_t>(1, 0)));
     EXPECT_EQ(cfgetospeed(&line), speed_t{B115200});
-
     close(other);
 }
 
@@ -85,11 +63,10 @@ TEST(Port, OpenRefused)
         {"/dev/ttyUSB9", false, "'/dev/ttyUSB9': no such file or directory!\n"},
         {"/tmp", true, "failed to open dev '/tmp'!\n"}};
     for (const auto& [path, on_stderr, text] : rows) {
-        captured out;
-        captured error(STDERR_FILENO);
+        const captured out(on_stderr ? STDERR_FILENO : STDOUT_FILENO);
         text_set(g_mobile.at_dev, path);
         EXPECT_EQ(libgsm_mobile_open_usb(&g_mobile), -1) << path;
-        EXPECT_TRUE((on_stderr ? error : out).has(text)) << path;
+        EXPECT_TRUE(out.has(text)) << path;
         EXPECT_EQ(g_mobile.fd, -1);
     }
 }
@@ -103,11 +80,8 @@ TEST(Port, ClosesOnceAndReopensWithoutALeak)
     EXPECT_EQ(g_mobile.fd, first);
     libgsm_mobile_close_usb(&g_mobile);
     EXPECT_EQ(g_mobile.fd, -1);
-    const int of_the_host = open("/dev/null", O_RDONLY | O_CLOEXEC);
-    ASSERT_EQ(of_the_host, first);
+    ASSERT_EQ(open("/dev/null", O_RDONLY | O_CLOEXEC), first); // of the host
     libgsm_mobile_close_usb(&g_mobile);
-    EXPECT_NE(fcntl(of_the_host, F_GETFD), -1);
-    close(of_the_host);
+    EXPECT_NE(fcntl(first, F_GETFD), -1);
+    close(first);
 }
-
-} // namespace

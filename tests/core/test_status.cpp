@@ -1,11 +1,5 @@
 // What a host reads of the modem's state.
-#include "core/core.h"
 #include "tests/testing.h"
-
-namespace
-{
-
-using namespace kelo;
 
 // The gravest state names the status: with all of the rows set, each hides those behind it.
 TEST(Status, TheFirstOfTheBitsThatAreSetNamesIt)
@@ -23,8 +17,7 @@ TEST(Status, TheFirstOfTheBitsThatAreSetNamesIt)
         {CELL_STATUS_RINGING, "Ringing"},
         {CELL_STATUS_SMS_FAILED, "SMS Send Failed"},
         {CELL_STATUS_READY, "Ready"},
-        {CELL_STATUS_UP, "Down"},
-    };
+        {CELL_STATUS_UP, "Down"}};
     unsigned int left = ~0u;
     for (const auto& [bit, text] : rows) {
         char name[64] = "";
@@ -36,5 +29,3 @@ TEST(Status, TheFirstOfTheBitsThatAreSetNamesIt)
     EXPECT_EQ(libgsm_get_modem_status(cut, sizeof cut, CELL_STATUS_RINGING), 7);
     EXPECT_STREQ(cut, "Ringi");
 }
-
-} // namespace

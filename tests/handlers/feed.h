@@ -2,18 +2,11 @@
 // of its own, on a library as just loaded.
 #pragma once
 
-#include "at/at.h"
-#include "handlers/handlers.h"
-#include "modules/modules.h"
-#include "services/services.h"
+#include "tests/testing.h"
 
-#include <gtest/gtest.h>
-
-#include <cstring>
 #include <memory>
-#include <sstream>
 
-namespace kelo
+namespace kelo::test
 {
 
 inline void set_texts(const char* text, std::initializer_list<char*> fields)
@@ -22,18 +15,11 @@ inline void set_texts(const char* text, std::initializer_list<char*> fields)
         std::strcpy(field, text);
 }
 
-inline std::string told(const auto&... parts)
-{
-    std::ostringstream text;
-    (text << ... << parts);
-    return text.str();
-}
-
 // One command and its answer. Lines end at '|'.
 struct story {
     const char* module; // who said so, empty for nobody
     at_handler handler;
-    const char* lines;
+    std::string lines;
     int code;           // the last event that the lines raise, 0 for none
     int done;           // at_done behind them
     std::string record; // what the record then holds, in the words of the table
@@ -42,10 +28,10 @@ struct story {
 
 // The code of the last event that the lines raise, 0 for none. A line stands in memory of just its
 // size, so that a sanitizer sees a read behind it.
-inline int feed(at_handler handler, const std::string& lines)
+inline int feed(at_handler handler, const std::string& answer)
 {
     int code = 0;
-    std::istringstream all(lines);
+    std::istringstream all(answer);
     for (std::string line; std::getline(all, line, '|');) {
         const auto copy = std::make_unique<char[]>(line.size() + 1);
         std::memcpy(copy.get(), line.c_str(), line.size() + 1);
@@ -55,11 +41,10 @@ inline int feed(at_handler handler, const std::string& lines)
     return code;
 }
 
-template <std::size_t size>
-void run(const story (&stories)[size], void (*reset)(), std::string (*record)())
+void run(const auto& stories, void (*reset)(), std::string (*record)())
 {
     for (const story& s : stories) {
-        SCOPED_TRACE(std::string(s.module) + ": " + s.lines);
+        SCOPED_TRACE(s.module + (": " + s.lines));
         is_quectel = s.family;
         g_mobile.reg_seen = 0;
         g_mobile.at_done = 0;
@@ -70,4 +55,4 @@ void run(const story (&stories)[size], void (*reset)(), std::string (*record)())
     }
 }
 
-} // namespace kelo
+} // namespace kelo::test

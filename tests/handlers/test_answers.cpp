@@ -3,16 +3,13 @@
 
 #include "handlers/parse.h"
 
-using namespace kelo;
-
 namespace
 {
 
 void clear_identity()
 {
     gsm_mobile& r = g_mobile;
-    set_texts("", {r.model, r.mfrs, r.sn, r.imsi, r.iccid, r.gps_loc, r.number, r.smscenter});
-    std::strcpy(r.revision, "old");
+    set_texts("", {r.model, r.sn, r.iccid, r.number, r.smscenter, r.revision});
     r.custom_cfg = 1; // the flows are left alone
 }
 
@@ -20,9 +17,7 @@ void clear_identity()
 std::string identity()
 {
     const gsm_mobile& r = g_mobile;
-    return std::string(r.model) + r.mfrs + r.sn + r.imsi + r.iccid + r.gps_loc + r.number +
-           r.smscenter +
-           (std::strcmp(r.revision, "old") == 0 ? "" : std::string("rev ") + r.revision);
+    return in_words(r.model, r.sn, r.iccid, r.number, r.smscenter, r.revision);
 }
 
 TEST(Identity, Answers)
@@ -31,11 +26,10 @@ TEST(Identity, Answers)
     const story stories[] = {
         {"", cgmm_handler, "EC25 E9720", 0, 0, "E9720"}, // the order of the tokens, not of the line
         {"", qccid_handler, "+CCID: 01234567890123456789012345678901234", 0, 0, "0123456789012345678901234567890"},
-        {"LE910-EUG 17.00.523", qccid_handler, "#CCID: 8949|+CME ERROR: SIM failure", GSM_EVENT_SIM_FAILED, 0, "8949"},
-        {"LE910-EUG 17.00.523", qccid_handler, "#CCID: 8949|+CME ERROR: SIM busy", 0, 1, "8949"},
+        {"LE910-EUG 17.00.523", qccid_handler, "#CCID: 8949|+CME ERROR: SIM failure|+CME ERROR: SIM busy", GSM_EVENT_SIM_FAILED, 1, "8949"},
         {"", cnum_handler, "AT+CNUM|+CNUM: \"Voice\",\"4915112345678\",129", 0, 1, "4915112345678"},
         {"EC25 EC25EFAR06A08M4G", csca_handler, "AT+CSCA?\r|+CSCA: \"+491710760000\",145|OK", 0, 1, "+491710760000"},
-        {"", cgmr_handler, "EC25EFAR06A08M4G beta|OK", 0, 1, "rev EC25EFAR06A08M4G"},
+        {"", cgmr_handler, "EC25EFAR06A08M4G beta|OK", 0, 1, "EC25EFAR06A08M4G"},
     };
     // clang-format on
     run(stories, clear_identity, identity);
@@ -72,20 +66,17 @@ TEST(Readback, ScanModeBandsAndProfiles)
         },
         [] {
             const gsm_mobile& r = g_mobile;
-            return told(r.currscanmode, " ", r.band_gsm, "/", r.band_lte, "/", r.band_tds, " ",
-                        libgsm_get_verizon_flag(), " ", r.qmbn_code,
-                        r.qmbn_code_new != 0 ? "! " : " ", r.version_code,
-                        r.version_code_new != 0 ? "!" : "");
+            return in_words(r.currscanmode, " ", r.band_gsm, "/", r.band_lte, "/", r.band_tds, " ",
+                            libgsm_get_verizon_flag(), " ", r.qmbn_code,
+                            r.qmbn_code_new != 0 ? "! " : " ", r.version_code,
+                            r.version_code_new != 0 ? "!" : "");
         });
 }
 
 TEST(Readback, ScanModes)
 {
     // clang-format off
-    const struct {
-        const char *module, *line;
-        int mode;
-    } rows[] = {
+    constexpr std::tuple<const char*, const char*, int> rows[] = {
         {"EC25 EC25EFAR06A08M4G", "+QCFG: \"nwscanmode\",3", 3},
         {"U9300C LQA0013.1.1_M573A", "+MODODR: 5", 5},
         {"RM500Q-GL RM500QGLABR11A06M4G", "+QNWPREFCFG: \"mode_pref\",AUTO", 0},
@@ -98,16 +89,14 @@ TEST(Readback, ScanModes)
         {"Fibocom", "+GTRAT: 14", 10}, {"Fibocom", "+GTRAT: 16", 9}, {"Fibocom", "+GTRAT: 17,6,3", 9},
     };
     // clang-format on
-    for (const auto& row : rows) {
+    for (const auto& [module, line, expected] : rows) {
         std::optional<int> mode;
-        EXPECT_TRUE(read_scan_mode(row.line, mode));
-        EXPECT_EQ(mode.value_or(77), row.mode) << row.module << ": " << row.line;
+        EXPECT_TRUE(read_scan_mode(line, mode));
+        EXPECT_EQ(mode.value_or(77), expected) << module << ": " << line;
     }
 }
 
-at_list flow = LIST_HEAD_INIT(flow);
-at_info running{};
-at_info waiting{};
+at_info running{}, waiting{};
 
 TEST(Sim, AnswersAndWhatEndsTheCommandAndTheFlow)
 {
@@ -122,13 +111,11 @@ TEST(Sim, AnswersAndWhatEndsTheCommandAndTheFlow)
         {"", cfun_full_handler, "OK|+CPIN: SIM PIN", 0, 0, "0 0"},
         {"", selslot_handler, "OK", 0, 1, "0 0", 14},
         {"RM500Q-GL RM500QGLABR11A06M4G", selslot_handler, "+QUSIM: 1|OK", 0, 1, "0 0", 18},
-        {"", netseq_handler, "AT+QCFG=\"nwscanseq\"", 0, 0, "0 16"},
-        {"", netseq_handler, "ERROR", 0, 1, "0 16"},
+        {"", netseq_handler, "AT+QCFG=\"nwscanseq\"|ERROR", 0, 1, "0 16"},
     };
     // clang-format on
-    list_add_tail(&running.node, &flow);
-    list_add_tail(&waiting.node, &flow);
-    cur_at_list = &flow;
+    list_add_tail(&running.node, cur_at_list);
+    list_add_tail(&waiting.node, cur_at_list);
     g_mobile.cur_at = &running;
     run(
         stories,
@@ -137,7 +124,7 @@ TEST(Sim, AnswersAndWhatEndsTheCommandAndTheFlow)
             is_pin_ready = 0;
         },
         [] {
-            return told(is_pin_ready, " ", running.flags & (waiting.flags | AT_FLAG_ONCE_DONE));
+            return in_words(is_pin_ready, " ", running.flags & (waiting.flags | AT_FLAG_ONCE_DONE));
         });
 }
 

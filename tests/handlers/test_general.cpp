@@ -1,23 +1,12 @@
 #include "tests/handlers/feed.h"
 
-#include <kelo/mqtt.h>
-
-#include <fstream>
-#include <sys/stat.h>
-
-using namespace kelo;
-
-namespace
-{
-
 TEST(General, Reports)
 {
     const std::string digits(70, '1');
-    const std::string long_caller = "+CLIP: \"" + digits;
     // clang-format off
     const story stories[] = { // caller, rssi/ber, context lost, reload and start wanted, cell lines to come
         {"EC25 EC25EFAR06A08M4G", general_handler, "+CLIP: \"+4915112345678\",145,,,,0", GSM_EVENT_RING, 0, "+4915112345678 9/9 0000"},
-        {"", general_handler, long_caller.c_str(), GSM_EVENT_RING, 0, digits.substr(0, 64) + " 9/9 0000"},
+        {"", general_handler, "+CLIP: \"" + digits, GSM_EVENT_RING, 0, digits.substr(0, 64) + " 9/9 0000"},
         {"", general_handler, "+CMS ERROR: 304", GSM_EVENT_SMS_SEND_FAILED, 1, "x 9/9 0000"},
         {"", general_handler, "+QIND: \"csq\",32,3|+CSQ:", GSM_EVENT_NO_SIGNAL, 0, "x 32/3 0000"},
         {"", general_handler, "+CPIN: READY", GSM_EVENT_SIM_INSERTED, 0, "x 9/9 0000"},
@@ -44,8 +33,9 @@ TEST(General, Reports)
             cell_start_flag_unset();
         },
         [] {
-            return told(gsm_event.callingnum, " ", g_mobile.rssi, "/", g_mobile.ber, " ",
-                        cell_pdpdeact, cell_reload_flag, cell_start_flag_get(), cell_ccinfo_recv);
+            return in_words(gsm_event.callingnum, " ", g_mobile.rssi, "/", g_mobile.ber, " ",
+                            cell_pdpdeact, cell_reload_flag, cell_start_flag_get(),
+                            cell_ccinfo_recv);
         });
     is_pin_ready = cell_pdpdeact = 0;
     feed(general_handler, "^NDISSTAT: 0,33,,\"IPV4\"");
@@ -54,15 +44,10 @@ TEST(General, Reports)
     EXPECT_EQ(feed(general_handler, "+CPIN: NOT READY"), GSM_EVENT_SIM_FAILED);
 }
 
-// An `ip` of our own ahead in PATH writes down how it was called.
 TEST(General, Ipv6AddressGoesToTheShellOnlyAsAnAddress)
 {
-    char folder[] = "/tmp/ipXXXXXX";
-    ASSERT_NE(mkdtemp(folder), nullptr);
-    const std::string program = std::string(folder) + "/ip";
-    std::ofstream(program) << "#!/bin/sh\necho \"$@\" >> $0.calls\n";
-    chmod(program.c_str(), 0755);
-    setenv("PATH", (std::string(folder) + ":" + std::getenv("PATH")).c_str(), 1);
+    const scratch calls("/tmp/calls");
+    stand_in("ip", "echo \"$@\" >>/tmp/calls");
     feed(general_handler,
          "^DHCPV6: 2409:8900:1234:5678:1:2:3:4,64,fe80::1,::,2409:8088::a,2409:8088::b,1500,1500"
          "|^DHCPV6: ::ffff:10.0.0.1,,64,,fe80::1"
@@ -70,14 +55,11 @@ TEST(General, Ipv6AddressGoesToTheShellOnlyAsAnAddress)
          "|^DHCPV6: $(reboot),64,fe80::1"
          "|^DHCPV6: 1111:2222:3333:4444:5555:6666:7777:8888:999999,64,fe80::1"
          "|^DHCPV6:");
-
-    std::ifstream file(program + ".calls");
-    const std::string seen{std::istreambuf_iterator<char>(file), {}};
-    EXPECT_EQ(seen, "-6 address add 2409:8900:1234:5678:1:2:3:4/64 dev wwan0\n"
-                    "-6 address add ::ffff:10.0.0.1/64 dev wwan0\n");
+    EXPECT_EQ(content_of(calls.path), "-6 address add 2409:8900:1234:5678:1:2:3:4/64 dev wwan0\n"
+                                      "-6 address add ::ffff:10.0.0.1/64 dev wwan0\n");
 }
 
-std::string last_report;
+static std::string last_report;
 
 // The echo arms it; an end of the query says it once, unless a connected client was reported.
 TEST(General, MqttIsLostWhenItsQueryEndsWithoutAConnection)
@@ -99,5 +81,3 @@ TEST(General, MqttIsLostWhenItsQueryEndsWithoutAConnection)
         },
         [] { return last_report; });
 }
-
-} // namespace

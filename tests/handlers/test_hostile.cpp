@@ -1,12 +1,6 @@
 #include "tests/handlers/feed.h"
 
 #include <set>
-#include <vector>
-
-using namespace kelo;
-
-namespace
-{
 
 // clang-format off
 constexpr const char* prefixes[] = {
@@ -19,10 +13,8 @@ constexpr const char* prefixes[] = {
     "+QCFG: \"band\"", "+BNDPRF:", "hVoLTE-Verizon\"List\",", "0,0,0,", "EG95", "+QMTCONN:",
     "+QMTSTAT", "1,4", "1,9", "",
 };
-// clang-format on
 
-// clang-format off
-std::vector<std::string> tails()
+static std::vector<std::string> tails()
 {
     const std::string digits(40, '9');
     const std::string quoted = "\"" + digits + "\"";
@@ -38,7 +30,7 @@ std::vector<std::string> tails()
 }
 // clang-format on
 
-template <std::size_t... sizes> bool terminated(const char (&... fields)[sizes])
+template <std::size_t... sizes> static bool terminated(const char (&... fields)[sizes])
 {
     return ((std::memchr(fields, '\0', sizes) != nullptr) && ...);
 }
@@ -74,5 +66,3 @@ TEST(Hostile, EveryPrefixWithEveryTailThroughEveryHandler)
             ASSERT_EQ(std::string(r.at_dev) + r.apn + std::to_string(r.fd), "devapn-1");
         }
 }
-
-} // namespace

@@ -1,13 +1,10 @@
 // Registration, operator, technology, signal and serving cell.
 #include "tests/handlers/feed.h"
 
-using namespace kelo;
-
 namespace
 {
 
 constexpr int up = GSM_EVENT_SIM_UP;
-constexpr int down = GSM_EVENT_SIM_DOWN;
 at_info query{}; // the running command
 
 void reset_registration()
@@ -24,8 +21,8 @@ std::string registered()
 {
     const gsm_mobile& r = g_mobile;
     EXPECT_EQ(static_cast<unsigned>(r.cid), full_cell_id & 0xffffffff);
-    return told(std::hex, std::uppercase, "n", r.reg_n, " stat", r.reg_stat, " ", r.lac, "/",
-                libgsm_get_cid64(), " tech", r.tech, " rac", r.rac, " =", r.reg_status);
+    return in_words(std::hex, std::uppercase, "n", r.reg_n, " stat", r.reg_stat, " ", r.lac, "/",
+                    libgsm_get_cid64(), " tech", r.tech, " rac", r.rac, " =", r.reg_status);
 }
 
 // All below is hexadecimal, as it is read, but for the technology of a "+CREG".
@@ -49,7 +46,7 @@ TEST(Registration, LinesOfEveryLayout)
     // With tries left, only a registered modem ends the query.
     query.retries_left = 3;
     const story again[] = {
-        {"", creg_handler, "+CGREG: 2,2|OK", down, 0, "n2 stat2 old/7 tech9 rac9 =2"},
+        {"", creg_handler, "+CGREG: 2,2|OK", GSM_EVENT_SIM_DOWN, 0, "n2 stat2 old/7 tech9 rac9 =2"},
         {"", creg_handler, "+CGREG: 2,2|+CGREG: 2,1|OK", up, 1, "n2 stat1 old/7 tech9 rac9 =1"},
     };
     run(again, reset_registration, registered);
@@ -80,8 +77,8 @@ TEST(Registration, OperatorTechnologySignal)
         },
         [] {
             const gsm_mobile& r = g_mobile;
-            return told(r.act, "/", r.plmn, "/", r.band, " ", r.oper, " ", r.channel, " ", r.rssi,
-                        " ", r.reg_status);
+            return in_words(r.act, "/", r.plmn, "/", r.band, " ", r.oper, " ", r.channel, " ",
+                            r.rssi, " ", r.reg_status);
         });
 }
 
@@ -89,11 +86,11 @@ TEST(Registration, OperatorTechnologySignal)
 std::string figures()
 {
     const gsm_mobile& r = g_mobile;
-    return told(r.act, " 5g", r.is5g, " ", r.mcc, "/", r.mnc, std::hex, std::uppercase, " cid ",
-                full_cell_id, std::dec, "=", r.enodebid, ":", r.cellid, " pci ", r.pcid, " lac ",
-                r.lac, " ch ", r.earfcn, " bw ", r.ul_bandwidth, "/", r.dl_bandwidth, " rsrp ",
-                r.rsrp, " rsrq ", r.rsrq, " sinr ", r.sinr, " cqi ", r.cqi, " stem ",
-                libgsm_get_qeng_net_stem());
+    return in_words(r.act, " 5g", r.is5g, " ", r.mcc, "/", r.mnc, std::hex, std::uppercase, " cid ",
+                    full_cell_id, std::dec, "=", r.enodebid, ":", r.cellid, " pci ", r.pcid,
+                    " lac ", r.lac, " ch ", r.earfcn, " bw ", r.ul_bandwidth, "/", r.dl_bandwidth,
+                    " rsrp ", r.rsrp, " rsrq ", r.rsrq, " sinr ", r.sinr, " cqi ", r.cqi, " stem ",
+                    libgsm_get_qeng_net_stem());
 }
 
 void reset_figures()
@@ -111,7 +108,7 @@ const std::string untouched =
     "x 5g7 7/7 cid 7=7:7 pci 7 lac x ch 7 bw 7/7 rsrp 7 rsrq 7 sinr 7 cqi 7 stem ";
 
 // clang-format off
-const story qeng_stories[] = {
+const story cell_stories[] = {
     // EC25, RM500Q: LTE. A column that was not measured keeps its field; an empty one moves the others up.
     {"EC25 EC25EFAR06A08M4G", nullptr, "+QENG: \"servingcell\",\"NOCONN\",\"LTE\",\"FDD\",262,01,1A2F403,214,1300,3,5,5,5A1C,-97,-11,-66,14,31", 0, 0,
      "x 5g7 262/1 cid 1A2F403=107252:3 pci 214 lac 5A1C ch 1300 bw 5/5 rsrp -97 rsrq -11 sinr 14 cqi 31 stem 3"},
@@ -136,10 +133,7 @@ const story qeng_stories[] = {
     {"", nullptr, "+QENG: \"NR5G-NSA\",262,01,310,-96,-32768,-32768", 0, 0,
      "5G NR 5g1 262/1 cid 7=7:7 pci 310 lac x ch 7 bw 7/7 rsrp -96 rsrq -32768 sinr -32768 cqi 7 stem 9"},
     {"RM510Q-GL RM510QGLAAR11A03M4G", nullptr, "+QENG: \"NR5G-NSA\",", 0, 0, untouched + "9"},
-};
-
-// Fibocom: the header of a dual connection announces two lines, a third is none; that of LTE one.
-const story cell_line_stories[] = {
+    // Fibocom: the header of a dual connection announces two lines, a third is none; that of LTE one.
     {"Fibocom", nullptr, "+GTCCINFO:|LTE-NR EN-DC service cell:|1,4,460,00,2495,2C17811,9FE9,C,141,100,18,47,60,21", 0, 0,
      "x 5g7 460/0 cid 2C17811=180600:17 pci 12 lac 2495 ch 40937 bw 7/100 rsrp -81 rsrq 21 sinr 18 cqi 7 stem 7"},
     {"Fibocom", nullptr, "1,9,460,00,,,7B4AE,19C,5041,100,56,74,60,65|1,9,1,1,,,1,1,1,1,1,1,1,1", 0, 0,
@@ -149,20 +143,14 @@ const story cell_line_stories[] = {
 };
 // clang-format on
 
-template <std::size_t size> void run_both(const story (&stories)[size])
-{
-    for (at_handler handler : {general_handler, servingcell_handler})
-        for (const story& s : stories) {
-            story one[] = {s};
-            one[0].handler = handler;
-            run(one, reset_figures, figures);
-        }
-}
-
 TEST(ServingCell, LinesThroughBothCallers)
 {
-    run_both(qeng_stories);
-    run_both(cell_line_stories);
+    for (at_handler handler : {general_handler, servingcell_handler}) {
+        std::vector<story> stories(std::begin(cell_stories), std::end(cell_stories));
+        for (story& s : stories)
+            s.handler = handler;
+        run(stories, reset_figures, figures);
+    }
 }
 
 TEST(ServingCell, FinalLinesAndTheSwallowedSimUp)

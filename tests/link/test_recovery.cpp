@@ -1,30 +1,21 @@
 // The SIM switch, as its driver would see it, and the radio reset.
-#include "link/link.h"
 #include "tests/testing.h"
-#include <kelo/settings.h>
 
 #include <cstdarg>
 #include <sys/resource.h>
 #include <sys/syscall.h>
 
-using namespace kelo;
-using namespace kelo::test;
+static std::string asked; // of the switch
+static int switch_fd = -1;
 
-namespace
-{
-
-std::string asked; // of the switch
-int switch_fd = -1;
-
-std::string switched_to(int sim)
+// What the switch was asked for, and the card that counts as selected.
+static std::string switched_to(int sim)
 {
     asked.clear();
     mobile_select_simcard(sim);
     EXPECT_EQ(fcntl(switch_fd, F_GETFD), -1) << "stays open";
-    return asked;
+    return in_words(asked, " ", selected_card);
 }
-
-} // namespace
 
 // Ahead of the C library: the driver of the switch, which fails, behind a device node that is none.
 extern "C" int ioctl(int fd, unsigned long request, ...) noexcept
@@ -36,8 +27,7 @@ extern "C" int ioctl(int fd, unsigned long request, ...) noexcept
     if (request != 0x4004af74)
         return static_cast<int>(syscall(SYS_ioctl, fd, request, argument));
     switch_fd = fd;
-    asked = std::to_string(fcntl(fd, F_GETFL) & O_ACCMODE) +
-            std::to_string(*static_cast<int*>(argument));
+    asked = in_words(fcntl(fd, F_GETFL) & O_ACCMODE, *static_cast<int*>(argument));
     return -1;
 }
 
@@ -49,18 +39,15 @@ TEST(SimSelect, RequestOfTheSwitch)
     EXPECT_EQ(gpio_select_simcard(2), -1);
     ASSERT_EQ(symlink("/dev/null", "/dev/brgpio"), 0);
     close(switch_fd = STDIN_FILENO);
-    EXPECT_EQ(switched_to(2), "");
-    EXPECT_EQ(selected_card, 1);
+    EXPECT_EQ(switched_to(2), " 1");
     EXPECT_EQ(open("/dev/null", O_RDONLY), STDIN_FILENO);
-    EXPECT_EQ(switched_to(2), "20"); // opened for both ways, level 0
-    EXPECT_EQ(switched_to(1), "21");
-    EXPECT_EQ(switched_to(-5), "20");
+    EXPECT_EQ(switched_to(2), "20 2"); // opened for both ways, level 0
+    EXPECT_EQ(switched_to(1), "21 1");
+    EXPECT_EQ(switched_to(-5), "20 -5"); // only the message tells
     EXPECT_TRUE(said.has("gpio_select_simcard: failed to ioctl(-5), ret -1!\n"));
-    EXPECT_EQ(selected_card, -5) << "only the message tells";
     is_quectel = 14;
-    EXPECT_EQ(switched_to(2), "");
+    EXPECT_EQ(switched_to(2), " -5");
     EXPECT_EQ(g_mobile.simslot, 2);
-    EXPECT_EQ(selected_card, -5);
     unlink("/dev/brgpio");
 }
 

@@ -1,12 +1,6 @@
 // GPS: when queries go out, and what of a report reaches the host.
 #include "tests/testing.h"
 
-#include "services/services.h"
-#include <kelo/gps.h>
-
-using namespace kelo;
-using namespace kelo::test;
-
 TEST(Gps, QueriesFromTheFourthTickAndReportsCutAsWanted)
 {
     modem_port port;

@@ -1,11 +1,4 @@
-#include "support/diag.h"
 #include "tests/testing.h"
-
-namespace
-{
-
-using namespace kelo;
-using kelo::test::captured;
 
 // A host reads whole lines from a pipe: one call is one line with one end, at once.
 TEST(Diag, EachCallIsOneWholeLine)
@@ -46,5 +39,3 @@ TEST(Diag, WhatIsSaidUnderALockComesAfterTheLastOneInOrder)
     lock_scope again(flow_lock); // it was let go
     EXPECT_TRUE(out.text().ends_with("third\nunlocked\n"));
 }
-
-} // namespace

@@ -1,24 +1,16 @@
-#include "support/shell.h"
 #include "tests/testing.h"
 
 #include <csignal>
 #include <sys/wait.h>
 
-namespace
+// A dialer that inherited the AT port would keep it from ever being a fresh one again.
+TEST(Shell, GivesTheExitStatusAndNoDescriptorOfTheLibrary)
 {
-
-using namespace kelo;
-
-std::string content_of(const char* path)
-{
-    std::ifstream file(path);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
-
-TEST(Shell, GivesTheExitStatus)
-{
+    modem_port port;
     EXPECT_EQ(shell_run("exit 7"), 7);
     EXPECT_EQ(shell_run("kill -9 $$"), -1);
+    const std::string number = std::to_string(g_mobile.fd);
+    EXPECT_EQ(shell_run(("test -e /proc/$$/fd/" + number).c_str()), 1);
 }
 
 // A library that changed the signals of its host would break the host's own children and its
@@ -34,53 +26,36 @@ TEST(Shell, LeavesTheSignalsOfTheHostAlone)
     sigaddset(&blocked, SIGHUP);
     pthread_sigmask(SIG_BLOCK, &blocked, nullptr);
 
-    const kelo::test::scratch signals("/tmp/signals");
+    const scratch signals("/tmp/signals");
     shell_run("for s in INT TERM HUP; do sh -c \"kill -$s \\$\\$; echo survived $s\"; done "
               ">/tmp/signals 2>/dev/null; echo end >>/tmp/signals");
     EXPECT_EQ(content_of("/tmp/signals"), "end\n");
 
     EXPECT_EQ(shell_run("exit 0"), -1); // the system took the status away
 
-    struct sigaction now = {};
-    sigaction(SIGINT, nullptr, &now);
-    EXPECT_EQ(now.sa_handler, on_signal);
-}
-
-// A dialer that inherited the AT port would keep it from ever being a fresh one again.
-TEST(Shell, NoDescriptorOfTheLibraryReachesTheChild)
-{
-    kelo::test::modem_port port;
-    const kelo::test::scratch answer("/tmp/fd");
-    const std::string number = std::to_string(g_mobile.fd);
-    shell_run(("test -e /proc/$$/fd/" + number + " && echo open >/tmp/fd || echo closed >/tmp/fd")
-                  .c_str());
-    EXPECT_EQ(content_of("/tmp/fd"), "closed\n");
+    EXPECT_EQ(std::signal(SIGINT, SIG_DFL), on_signal);
 }
 
 // Tools that hang, talk without end, or leave something behind: bounded, killed, no zombie, no
 // descriptor, also in a host that ignores SIGCHLD.
 TEST(Shell, FindEndsWhatItStarted)
 {
-    struct {
-        const char* line;
-        const char* found; // null: nothing
-    } const rows[] = {
+    constexpr std::pair<const char*, const char*> rows[] = {
         {"printf 'one\\ntwo 1\\ntwo 2\\n'", "two 1"},
         {"printf '0123456789abcdefgh two\\ntwo'", "two"},
         {"echo two; sleep 987.5", "two"},
-        {"while :; do echo x; done", nullptr},
-        {"exec >&-; sleep 987.5", nullptr},
-    };
+        {"while :; do echo x; done", nullptr}, // nothing found
+        {"exec >&-; sleep 987.5", nullptr}};
     const int before = dup(0);
     for (const auto disposition : {SIG_DFL, SIG_IGN}) {
         std::signal(SIGCHLD, disposition);
-        for (const auto& row : rows) {
+        for (const auto& [line, found] : rows) {
             const auto start = std::chrono::steady_clock::now();
             char text[16];
-            EXPECT_EQ(shell_find(row.line, "two", 300, text, sizeof text), row.found != nullptr);
-            EXPECT_STREQ(row.found != nullptr ? text : nullptr, row.found);
+            EXPECT_EQ(shell_find(line, "two", 300, text, sizeof text), found != nullptr);
+            EXPECT_STREQ(found != nullptr ? text : nullptr, found);
             EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(3));
-            EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1) << row.line;
+            EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1) << line;
         }
     }
     EXPECT_EQ(dup(0), before + 1);
@@ -88,5 +63,3 @@ TEST(Shell, FindEndsWhatItStarted)
     // Not the status itself: it is another one when a process ends while grep looks.
     EXPECT_EQ(shell_run("! grep -saq '987[.]5' /proc/[0-9]*/cmdline"), 0);
 }
-
-} // namespace

@@ -1,27 +1,12 @@
-#include "task/task.h"
 #include "tests/testing.h"
 
-using namespace kelo;
-using namespace kelo::test;
-
-namespace
+static void ask_from_threads(int count)
 {
-
-bool at_rest()
-{
-    return in_life([](const lifecycle& now) { return now.nothing_runs(); });
-}
-
-void ask_from_threads(int count)
-{
-    std::vector<std::thread> askers;
+    cell_restart_flag_reset();
+    std::vector<std::jthread> askers;
     for (int i = 0; i < count; i++)
         askers.emplace_back(cellular_module_restart_extern);
-    for (std::thread& asker : askers)
-        asker.join();
 }
-
-} // namespace
 
 // The stop waits for a mobile task, so the restart is under way for as long as we like.
 TEST(Restart, OneAtATime)
@@ -29,11 +14,9 @@ TEST(Restart, OneAtATime)
     set_5g_debug(1);
     captured said;
     life_set(&lifecycle::mobile_task_stopped, false);
-    cell_restart_flag_reset();
     ask_from_threads(8);
     EXPECT_EQ(cell_restart_flag_get(), 1);
     ASSERT_TRUE(wait_until([] { return word_get(cell_repower_lock) == 1; }));
-    cell_restart_flag_reset();
     ask_from_threads(8);
     EXPECT_EQ(cell_restart_flag_get(), 0) << "a refused call must not swallow the next new SIM";
     EXPECT_EQ(count_of(said.text(), "===cellular module restart!"), 1);
@@ -42,7 +25,8 @@ TEST(Restart, OneAtATime)
     EXPECT_TRUE(said.has("repower thread has been locked!"));
     EXPECT_EQ(word_get(cell_repower_lock), 1);
     life_set(&lifecycle::mobile_task_stopped, true);
-    EXPECT_TRUE(wait_until(at_rest));
+    EXPECT_TRUE(
+        wait_until([] { return in_life([](lifecycle& now) { return now.nothing_runs(); }); }));
 }
 
 // A start behind a stop that was refused would run beside the task that was not stopped.

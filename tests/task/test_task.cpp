@@ -1,41 +1,25 @@
-#include "support/sleeps.h"
-#include "task/task.h"
 #include "tests/testing.h"
-#include <kelo/sms.h>
-
-namespace
-{
-
-using namespace kelo;
-using kelo::test::add_node;
-using kelo::test::captured;
-using kelo::test::modem_port;
 
 // Commands go out at most one per half second; a stepped clock must neither stop nor spin the task.
 TEST(Task, Pace)
 {
-    constexpr std::int64_t second = 1000000;
+    constexpr std::int64_t second = 1000000, back = 900 * second;
     constexpr std::pair<std::int64_t, long> rows[] = {
         {1000 * second, 0},
         {1000 * second, 500000},
         // The time ahead of the sleep counts: after a full sleep the next pass has none.
         {1000 * second + 500000, 0},
         {1000 * second + 600000, 400000},
-        {1000 * second + 1100000, 0},
-        {1000 * second + 1599999, 1},
-        {900 * second, 0}, // back
-        {900 * second + 1, 499999},
-        {900 * second + 1 + (std::int64_t{1} << 31), 0},
-        {900 * second + 1 + (std::int64_t{3} << 31) + 2000, 498000}, // 32 bits, around once
-    };
+        {1000 * second + 1599999, 0},
+        {back, 0},
+        {back + 1, 499999},
+        {back + 1 + (std::int64_t{1} << 32) + 2000, 498000}}; // 32 bits, around once
     task_state state;
     for (const auto& [now, sleep] : rows)
         EXPECT_EQ(task_pace(state, now), sleep) << now;
 }
 
-class TaskPass : public ::testing::Test
-{
-  protected:
+struct TaskPass : testing::Test {
     TaskPass()
     {
         state.last_quiet_ms = state.last_tick_ms = monotonic_ms();
@@ -106,14 +90,11 @@ TEST_F(TaskPass, MessagesGoOutWhenRegisteredAndTheListHasEnded)
     }
     cur_at_list = &start_sim1_list;
     add_node(start_sim1_list, 900, 1, "AT+ONE")->flags = AT_FLAG_IGNORE;
-    add_node(start_sim1_list, 901, 2, "AT+TWO")->flags = AT_FLAG_IGNORE;
     flow_walked = at_seq_cursor = 0;
     text_clear(g_mobile.sms_dest);
     ASSERT_EQ(sms_outbox_enq(0, "tag", "+49123", 20, "0011"), 0);
-    for (int i = 0; i < 2; i++) {
-        pass();
-        EXPECT_STREQ(g_mobile.sms_dest, "") << "taken at a command that was passed over";
-    }
+    pass();
+    EXPECT_STREQ(g_mobile.sms_dest, "") << "taken at a command that was passed over";
     pass();
     EXPECT_STREQ(g_mobile.sms_dest, "+49123");
 }
@@ -146,7 +127,5 @@ TEST_F(TaskPass, AHungUpPortDoesNotSpinTheTask)
     for (int i = 0; i < 2; i++)
         task_pass(&g_mobile, state);
     EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(450));
-    EXPECT_EQ(kelo::test::count_of(out.text(), "the AT port has hung up\n"), 1);
+    EXPECT_EQ(count_of(out.text(), "the AT port has hung up\n"), 1);
 }
-
-} // namespace
