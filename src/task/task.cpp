@@ -86,10 +86,13 @@ void send_next(gsm_mobile* rec, task_state& state)
 {
     bool list_ended = false;
     state.running = libgsm_send_atcommand(rec, list_ended);
-    if (state.running != nullptr)
+    if (state.running != nullptr) {
         arm_command(rec, state.running);
-    else if (list_ended && is_registered(rec))
+        state.last_tick_ms =
+            monotonic_ms(); // its time begins now, whatever the port has said before
+    } else if (list_ended && is_registered(rec)) {
         take_message(rec);
+    }
 }
 
 void tick(gsm_mobile* rec, task_state& state)

@@ -111,6 +111,18 @@ TEST_F(TaskPass, TimeTicksUnderEndlessOutput)
     EXPECT_EQ(g_mobile.at_done, 1);
 }
 
+// Catches: a command that ends on its own echo, so that from then on each answer is taken for the
+// next one's.
+TEST_F(TaskPass, ACommandHasItsTimeOnAPortThatIsNeverSilent)
+{
+    add_node(start_sim1_list, 900, 1, "AT+ONE", 1);
+    state.last_quiet_ms -= 10000;
+    state.last_tick_ms -= 1000;
+    port.say("AT+ONE\r\n");
+    pass();
+    EXPECT_EQ(g_mobile.at_done, 0);
+}
+
 // A port that has hung up is ready at every poll: the task must keep its pace, and say so once. A
 // pipe whose writer is gone hangs up as a port does, behind what it holds.
 TEST_F(TaskPass, AHungUpPortDoesNotSpinTheTask)
