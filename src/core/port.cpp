@@ -3,14 +3,17 @@
 #include "core/core.h"
 #include "core/family.h"
 #include "support/diag.h"
+#include "support/sleeps.h"
 #include "support/text.h"
 
 #include <cctype>
 #include <cstdio>
 #include <fcntl.h>
 #include <iterator>
+#include <sys/ioctl.h>
 #include <termios.h>
 #include <unistd.h>
+#include <utility>
 
 namespace kelo
 {
@@ -59,6 +62,23 @@ void libgsm_search_usb_port(gsm_mobile* rec)
     text_set(rec->at_dev, path);
 }
 
+namespace
+{
+
+// Never one of the numbers of the standard streams, which a host may have closed: what is printed
+// there would go to the modem.
+int open_port(const char* path)
+{
+    const int fd = open(path, O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
+    if (fd < 0 || fd > STDERR_FILENO)
+        return fd;
+    const int above = fcntl(fd, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+    close(fd);
+    return above;
+}
+
+} // namespace
+
 int libgsm_mobile_open_usb(gsm_mobile* rec)
 {
     char path[32];
@@ -72,7 +92,7 @@ int libgsm_mobile_open_usb(gsm_mobile* rec)
     }
     // A task that ended by itself leaves its port open; it must not be left behind.
     libgsm_mobile_close_usb(rec);
-    const int fd = open(path, O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
+    const int fd = open_port(path);
     {
         lock_scope guard(port_lock);
         rec->fd = fd;
@@ -215,13 +235,34 @@ int libgsm_mobile_setup_serial(gsm_mobile* rec)
     return 0;
 }
 
+namespace
+{
+
+// A modem that hangs takes nothing more, and a close would wait half a minute for it to do so. What
+// a live one has not taken yet gets a moment.
+void drop_unsent(int fd)
+{
+    constexpr int moments = 20;
+    int unsent = 0;
+    for (int i = 0; i < moments && ioctl(fd, TIOCOUTQ, &unsent) == 0 && unsent > 0; i++)
+        microseconds_sleep(50000);
+    if (unsent > 0)
+        tcflush(fd, TCOFLUSH);
+}
+
+} // namespace
+
 void libgsm_mobile_close_usb(gsm_mobile* rec)
 {
-    lock_scope guard(port_lock);
-    if (rec->fd < 0)
+    int fd = -1;
+    {
+        lock_scope guard(port_lock);
+        fd = std::exchange(rec->fd, -1);
+    }
+    if (fd < 0)
         return;
-    close(rec->fd);
-    rec->fd = -1;
+    drop_unsent(fd);
+    close(fd);
 }
 
 int port_descriptor(gsm_mobile* rec)

@@ -71,6 +71,21 @@ TEST(Port, OpenRefused)
     }
 }
 
+// Catches: what is printed, a PIN included, goes to the modem in place of a stream that is closed.
+TEST(Port, TakesNoNumberOfAStandardStream)
+{
+    modem_port port;
+    libgsm_mobile_close_usb(&g_mobile);
+    const int saved = dup(STDIN_FILENO);
+    close(STDIN_FILENO);
+    EXPECT_EQ(libgsm_mobile_open_usb(&g_mobile), 0);
+    EXPECT_GT(g_mobile.fd, STDERR_FILENO);
+    EXPECT_EQ(fcntl(g_mobile.fd, F_GETFD), FD_CLOEXEC);
+    EXPECT_EQ(fcntl(STDIN_FILENO, F_GETFD), -1);
+    dup2(saved, STDIN_FILENO);
+    close(saved);
+}
+
 // A second close would take a descriptor of the host; a second open would leave the first behind.
 TEST(Port, ClosesOnceAndReopensWithoutALeak)
 {
