@@ -41,6 +41,12 @@ int add_remaining_ats_by_model(const char* model, const char* revision, int flow
 
 void at_compose_flows(gsm_mobile* rec, const char* model, const char* revision)
 {
+    // A line that no row is known for may have been something else; what identifies the module then
+    // comes behind it.
+    static bool composed = false;
+    if (composed)
+        return;
+    composed = *model != '\0' && !module_steps(model, revision, FLOW_START).empty();
     for (const int sim : {1, 2})
         for (const int flow : {FLOW_START, FLOW_RELOAD})
             add_remaining_ats_by_model(model, revision, flow, at_list_of(flow, sim));

@@ -3,6 +3,7 @@
 
 #include "at/answers.h"
 #include "support/diag.h"
+#include "support/rows.h"
 
 namespace kelo
 {
@@ -34,6 +35,17 @@ const char* revision_start(const char* model, const char* line)
     return value + std::strspn(value, " "); // some builds pad with a blank more
 }
 
+// What a modem says unasked, and without a prefix to tell it by.
+constexpr const char* bare_reports[] = {"RING", "RDY", "NO CARRIER", "BUSY", "NORMAL POWER DOWN"};
+
+// Nothing is no revision, nor an echo, nor a line with a prefix.
+bool is_revision(const char* text, const char* line)
+{
+    const auto* const report =
+        find_row(bare_reports, [&](const char* one) { return text_begins(line, one); });
+    return *text != '\0' && std::strpbrk(text, "+:\",") == nullptr && report == nullptr;
+}
+
 } // namespace
 
 event* cgmr_handler(gsm_mobile* rec, char* line)
@@ -45,15 +57,11 @@ event* cgmr_handler(gsm_mobile* rec, char* line)
     if (start == nullptr)
         return nullptr;
     text_set(rec->revision, start, "\n ");
-    // An echo or a line with a prefix is no revision. Nor is nothing: it would use up the one
-    // chance to complete the flows.
-    if (rec->revision[0] == '\0' || std::strpbrk(rec->revision, "+:\",") != nullptr) {
+    if (!is_revision(rec->revision, line)) {
         text_clear(rec->revision);
         return nullptr;
     }
     diag_at(plain, "cgmr_handler", "revision='%s'\n", rec->revision);
-    if (rec->custom_cfg != 0)
-        return nullptr;
     char model[sizeof rec->model];
     char revision[sizeof rec->revision];
     text_set(model, rec->model);

@@ -76,7 +76,8 @@ const char* module_key(std::size_t index); // of a row, for tests; null behind t
 
 int add_remaining_ats_by_model(const char* model, const char* revision, int flow, at_list* list);
 
-// Fills all six lists for the model, sets custom_cfg and applies the custom items. Mobile task.
+// Fills all six lists for the model, sets custom_cfg and applies the custom items; once, for the
+// first pair that the table has a flow for. Mobile task.
 void at_compose_flows(gsm_mobile* rec, const char* model, const char* revision);
 
 // Whether a command is wanted at all. The APN goes to the modem only after a change of settings or

@@ -29,6 +29,31 @@ TEST(Flows, AFlowHasTheStepsOfItsModuleAndNoOther)
     }
 }
 
+// Catches: a module that is never asked what it needs, since a stray line came ahead of its
+// revision.
+TEST(Flows, AreComposedForTheFirstRevisionThatIsKnown)
+{
+    captured out;
+    const auto revision_is = [](const char* line) {
+        std::string text = line;
+        cgmr_handler(&g_mobile, text.data());
+        int count = 0;
+        list_head* node = nullptr;
+        list_for_each(node, &start_sim1_list)
+        {
+            count++;
+        }
+        return count;
+    };
+    text_set(g_mobile.model, "EC99");
+    EXPECT_EQ(revision_is("Boot"), 0);
+    EXPECT_EQ(g_mobile.custom_cfg, 1);
+    text_set(g_mobile.model, "EC25");
+    const int commands = revision_is("EC25EFAR06A08M4G");
+    EXPECT_GT(commands, 0);
+    EXPECT_EQ(revision_is("EC25EFAR06A09M4G"), commands);
+}
+
 // What a new flow forgets, and what must outlive it: all that is not named here.
 TEST(Flows, AChangeOfFlowClearsTheCellAndKeepsTheRest)
 {
