@@ -50,9 +50,9 @@ bool prepare(posix_spawnattr_t& attributes, bool own_group)
            posix_spawnattr_setflags(&attributes, static_cast<short>(flags)) == 0;
 }
 
-// Starts the shell on a line; -1, and said so, when that fails. With `output` it leads a group of
-// its own and writes there; with -1 it stays in the host's group and writes where the host does.
-pid_t start(const char* line, int output)
+// Starts the shell on a line; -1, and said so, when that fails. With `output` it writes there, and
+// its errors go nowhere; with -1 it writes where the host does.
+pid_t start(const char* line, int output, bool own_group)
 {
     posix_spawnattr_t attributes;
     posix_spawn_file_actions_t actions;
@@ -64,8 +64,10 @@ pid_t start(const char* line, int output)
     char* const arguments[] = {shell, option, const_cast<char*>(line), nullptr};
     pid_t child = -1;
     int error = ENOMEM;
-    if (prepare(attributes, output >= 0) &&
-        (output < 0 || posix_spawn_file_actions_adddup2(&actions, output, STDOUT_FILENO) == 0))
+    if (prepare(attributes, own_group) &&
+        (output < 0 || (posix_spawn_file_actions_adddup2(&actions, output, STDOUT_FILENO) == 0 &&
+                        posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, "/dev/null",
+                                                         O_WRONLY, 0) == 0)))
         error = posix_spawn(&child, "/bin/sh", &actions, &attributes, arguments, environ);
     posix_spawn_file_actions_destroy(&actions);
     posix_spawnattr_destroy(&attributes);
@@ -82,18 +84,21 @@ int await_end(pid_t child, pid_t victim, std::int64_t deadline)
 {
     int status = 0;
     pid_t ended = 0;
+    bool killed = false;
     long pause_us = 500;
     while ((ended = waitpid(child, &status, WNOHANG)) == 0) {
         if (monotonic_ms() > deadline) {
-            kill(victim, SIGKILL);
-            waitpid(child, &status, 0);
-            return -1;
+            // One that hangs in the kernel is not over by that: it is left behind.
+            if (killed || kill(victim, SIGKILL) != 0)
+                return -1;
+            killed = true;
+            deadline = monotonic_ms() + grace_ms;
         }
         microseconds_sleep(pause_us);
         if (pause_us < 16000)
             pause_us *= 2;
     }
-    return ended == child && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    return ended == child && !killed && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
 // Cuts what comes into lines; a line is cut to the room that it has, and the rest of it passed
@@ -158,7 +163,16 @@ bool is_plain(char c)
 
 int shell_run(const char* line)
 {
-    const pid_t child = start(line, -1);
+    const pid_t child = start(line, -1, false);
+    return child > 0 ? await_end(child, child, monotonic_ms() + time_limit_ms) : -1;
+}
+
+int shell_run_quietly(const char* line)
+{
+    const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
+    const pid_t child = start(line, nowhere, false);
+    if (nowhere >= 0)
+        close(nowhere);
     return child > 0 ? await_end(child, child, monotonic_ms() + time_limit_ms) : -1;
 }
 
@@ -168,7 +182,7 @@ bool shell_find(const char* line, const char* needle, int limit_ms, char* found,
     if (pipe2(ends, O_CLOEXEC) != 0)
         return false;
     const std::int64_t deadline = monotonic_ms() + limit_ms;
-    const pid_t child = start(line, ends[1]);
+    const pid_t child = start(line, ends[1], true);
     close(ends[1]);
     line_cutter cutter = {needle, found, size, 0};
     const bool hit = child > 0 && read_until(ends[0], cutter, deadline);

@@ -15,6 +15,10 @@ namespace kelo
 // away.
 int shell_run(const char* line);
 
+// The same, for what outlives the line: it writes nowhere, so that no reader of the host's output
+// waits for its end.
+int shell_run_quietly(const char* line);
+
 // Runs a line and reads its standard output up to the first text line that holds `needle`, which is
 // left in `found`, cut to `size`. False when none came: the output ended, held more than 64 KiB, or
 // time ran out. The line has ended, or was killed with what it had started, when this returns.

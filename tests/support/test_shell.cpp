@@ -9,6 +9,11 @@ TEST(Shell, GivesTheExitStatusAndNoDescriptorOfTheLibrary)
     modem_port port;
     EXPECT_EQ(shell_run("exit 7"), 7);
     EXPECT_EQ(shell_run("kill -9 $$"), -1);
+    const captured out(STDOUT_FILENO), errors(STDERR_FILENO);
+    EXPECT_EQ(shell_run_quietly("echo out; echo error >&2; exit 7"), 7);
+    char text[16];
+    EXPECT_TRUE(shell_find("echo error >&2; echo out", "out", 3000, text, sizeof text));
+    EXPECT_EQ(out.text() + errors.text(), "");
     const std::string number = std::to_string(g_mobile.fd);
     EXPECT_EQ(shell_run(("test -e /proc/$$/fd/" + number).c_str()), 1);
 }
