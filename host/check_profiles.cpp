@@ -116,6 +116,7 @@ struct left_out_key {
 };
 constexpr left_out_key left_out[] = {
     {"AT_CBAND", unmasked, true, "no band mask is known for this module"},
+    {"AT_ACTIVE_CONT", longsung | quectel_5g, false, "the dialer starts the context"},
     {"AT_SET_NET_SEQ", longsung, false, "no command is known that takes this module's value, 17"},
     {"AT_GET_NETWORK", telit, false, "no known answer of this module is among those read"},
     {"AT_CHECK_NETWORK", telit, false, "no known answer of this module is among those read"},
@@ -228,8 +229,10 @@ void checker::read_file(const std::filesystem::path& path)
     profile_file profile;
     profile.file = path.filename().string();
     std::error_code fault;
-    std::ifstream in(path, std::ios::binary);
-    if (!std::filesystem::is_regular_file(path, fault) || !in)
+    std::ifstream in; // a pipe without a writer would hold its open for good
+    if (std::filesystem::is_regular_file(path, fault))
+        in.open(path, std::ios::binary);
+    if (!in.is_open())
         return say(profile.file, 0, "not a file that can be read");
 
     string line;

@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 #include <map>
 #include <sstream>
+#include <sys/stat.h>
 #include <unistd.h>
 
 using namespace kelo_host;
@@ -121,6 +122,18 @@ TEST(CheckProfiles, FindsEachFault)
         EXPECT_NE(found.find(row.finding), std::string::npos)
             << row.from << " to " << row.to << ": " << found;
     }
+}
+
+// Catches: a check that waits for somebody to write into a pipe.
+TEST(CheckProfiles, PassesOverWhatIsNoFile)
+{
+    const std::filesystem::path folder = "/tmp/pipes-" + std::to_string(getpid());
+    std::filesystem::create_directory(folder);
+    mkfifo((folder / "one.conf").c_str(), 0600);
+    const std::vector<finding> found = check_profiles(folder);
+    ASSERT_EQ(found.size(), 1u);
+    EXPECT_EQ(found[0].text, "not a file that can be read");
+    std::filesystem::remove_all(folder);
 }
 
 // Whichever of two files the folder lists first would serve both; a long line reads as two.
