@@ -33,8 +33,7 @@ constexpr auto between_reports = 1s;
 constexpr int exit_no_modem = 1;
 constexpr int exit_not_done = 3;
 
-// Any thread may run the handlers, those of the library, too: all they do is write to a pipe, which
-// the main loop waits at.
+// All that the handlers do is write to a pipe, which the main loop waits at.
 int signal_pipe[2] = {-1, -1};
 volatile sig_atomic_t stop_seen = 0, reread_seen = 0;
 

@@ -93,6 +93,8 @@ int kelo_set_cellular(const struct cellular_setting* settings)
         diag_plain("set5Gfunc pass parameter error\n");
         return 0;
     }
+    if (refused_in_fork(__func__))
+        return 0;
     const cellular_setting wanted = settings_cleaned(*settings);
     diag_plain("init 5G module，setstatus5G->enable = %d !!!\n\n", wanted.enable);
     settings_store(wanted);

@@ -6,10 +6,10 @@
 #include "support/diag.h"
 #include "support/shell.h"
 #include "support/sleeps.h"
+#include "support/threads.h"
 #include "task/task.h"
 #include <kelo/host.h>
 
-#include <pthread.h>
 #include <unistd.h>
 
 #pragma weak log_log
@@ -22,7 +22,7 @@ int end_wait_ms = 60000;
 dialer_tools real_dialer_tools = {
     .interface_present = interface_present,
     .link_ping = link_ping,
-    .run = shell_run,
+    .run = shell_run_quietly,
     .send_at = libgsm_send_at,
     .reset_radio = libgsm_reset_base_station,
     .restart = cellular_module_restart_extern,
@@ -41,16 +41,9 @@ struct worker {
     bool lifecycle::*alive;
 };
 
-// Nobody joins it, and a stop and a new init must not leave one behind each time.
-void* dialer_detached(void*)
-{
-    pthread_detach(pthread_self());
-    return dialer_thread(&real_dialer_tools);
-}
-
-constexpr worker start_worker = {cellular_start_thread,
-                                 &lifecycle::start_thread}; // detaches itself
-constexpr worker dialer_worker = {dialer_detached, &lifecycle::dialer_thread};
+constexpr worker start_worker = {cellular_start_thread, &lifecycle::start_thread};
+constexpr worker dialer_worker = {[](void*) { return dialer_thread(&real_dialer_tools); },
+                                  &lifecycle::dialer_thread};
 
 void* worker_run(void* argument)
 {
@@ -62,9 +55,8 @@ void* worker_run(void* argument)
 
 bool worker_create(const worker& self)
 {
-    pthread_t thread = {};
     life_set(self.alive, true);
-    if (pthread_create(&thread, nullptr, worker_run, const_cast<worker*>(&self)) == 0)
+    if (thread_start_detached(worker_run, const_cast<worker*>(&self)))
         return true;
     life_set(self.alive, false);
     diag_at(error, "init", "%s: failed to create thread!\n", "init5G");

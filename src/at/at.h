@@ -74,7 +74,11 @@ struct exchange_hooks {
     event* (*idle_line)(gsm_mobile* rec, char* line) = [](gsm_mobile*, char*) -> event* {
         return nullptr;
     };
-    // Each line, ahead of the handler of the command that runs, if one does.
+    // A line that carries the text of somebody else; no other function sees it.
+    event* (*foreign_line)(gsm_mobile* rec, char* line) = [](gsm_mobile*, char*) -> event* {
+        return nullptr;
+    };
+    // Each other line, ahead of the handler of the command that runs, if one does.
     void (*each_line)(gsm_mobile* rec, const at_info* running,
                       char* line) = [](gsm_mobile*, const at_info*, char*) {};
     // The bytes of a read, which may hold NUL and have room for one behind them; leaves a text.
@@ -92,6 +96,13 @@ struct exchange_hooks {
     void (*before_write)() = [] {};
 };
 void exchange_use(const exchange_hooks& hooks);
+
+// Whether the line carries a text of whoever may publish to the topic, or of the network's
+// services: such a text must not speak for the modem.
+bool is_foreign(const char* line);
+
+// Where in a read the needle stands outside the foreign lines, or null.
+char* find_spoken(char* text, const char* needle);
 
 // ---- Exchange (exchange.cpp)
 

@@ -237,6 +237,8 @@ event* handle_report(gsm_mobile* rec, const at_info* cur, char* text, char* repo
 
 event* handle_line(gsm_mobile* rec, const at_info* cur, char* line)
 {
+    if (is_foreign(line))
+        return hooks.foreign_line(rec, line);
     hooks.each_line(rec, cur, line);
     if (cur != nullptr && cur->handler != nullptr)
         return cur->handler(rec, line);
@@ -269,6 +271,27 @@ event* handle_lines(gsm_mobile* rec, const at_info* cur, char* text)
 
 } // namespace
 
+bool is_foreign(const char* line)
+{
+    return text_begins(line, "+QMTRECV:") || text_begins(line, "+CUSD:");
+}
+
+char* find_spoken(char* text, const char* needle)
+{
+    char* found = text_find(text, needle);
+    for (char* line = text; found != nullptr;) {
+        char* const end = std::strchr(line, '\n');
+        if (end != nullptr && end < found) {
+            line = end + 1;
+            continue;
+        }
+        if (!is_foreign(line))
+            return found;
+        found = end == nullptr ? nullptr : text_find(end, needle);
+    }
+    return nullptr;
+}
+
 read_outcome libgsm_check_event(gsm_mobile* rec, at_info* cur)
 {
     read_outcome outcome;
@@ -279,7 +302,8 @@ read_outcome libgsm_check_event(gsm_mobile* rec, at_info* cur)
     outcome.heard = got.length > 0;
     char* const text = got.text.get();
     hooks.each_read(text, got.length);
-    if (text_has(text, "+QIND: SMS DONE") || text_has(text, "+QIND: PB DONE"))
+    if (find_spoken(text, "+QIND: SMS DONE") != nullptr ||
+        find_spoken(text, "+QIND: PB DONE") != nullptr)
         libgsm_set_init_flag(1);
     char* const report = hooks.find_report(text);
     outcome.raised =
@@ -355,7 +379,7 @@ using namespace kelo;
 int libgsm_send_at(const char* text)
 {
     gsm_mobile* const rec = modem_record();
-    if (rec == nullptr)
+    if (rec == nullptr || refused_in_fork(__func__))
         return -1;
     hooks.before_write();
     exec_at_command(rec, text);

@@ -62,8 +62,16 @@ constexpr long tenth_us = 100000;
 class attempt_scope
 {
   public:
-    attempt_scope() { pthread_mutex_lock(&attempt_mutex); }
-    ~attempt_scope() { pthread_mutex_unlock(&attempt_mutex); }
+    attempt_scope()
+    {
+        if (!locks_abandoned())
+            pthread_mutex_lock(&attempt_mutex);
+    }
+    ~attempt_scope()
+    {
+        if (!locks_abandoned())
+            pthread_mutex_unlock(&attempt_mutex);
+    }
     attempt_scope(const attempt_scope&) = delete;
     attempt_scope& operator=(const attempt_scope&) = delete;
 };

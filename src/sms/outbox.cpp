@@ -33,6 +33,8 @@ bool is_sendable(const char* number, std::string_view body)
 sms_outbox_item* sms_outbox_item_create(int mode, const char* tag, const char* number, int length,
                                         std::string_view body)
 {
+    if (refused_in_fork("sms_outbox_enq"))
+        return nullptr;
     if (is_empty(tag) || is_empty(number) || body.empty())
         return nullptr;
     if (!is_sendable(number, body)) {

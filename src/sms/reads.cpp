@@ -33,8 +33,8 @@ void sms_clean_read(char* text, std::size_t length)
 
 char* sms_find_report(char* text)
 {
-    char* const report = text_find(text, "+CMT:");
-    return report != nullptr ? report : text_find(text, "+CMTI:");
+    char* const report = find_spoken(text, "+CMT:");
+    return report != nullptr ? report : find_spoken(text, "+CMTI:");
 }
 
 event* sms_take_read(gsm_mobile* rec, char* text, char* report)

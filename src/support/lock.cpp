@@ -11,8 +11,35 @@ lock record_lock;
 lock port_lock;
 lock outbox_lock;
 
-lock_scope::lock_scope(lock& which) : held(&which)
+namespace
 {
+
+bool abandoned = false; // changes between a fork and what the child does next
+
+} // namespace
+
+void locks_abandon()
+{
+    abandoned = true;
+}
+
+bool locks_abandoned()
+{
+    return abandoned;
+}
+
+bool refused_in_fork(const char* name)
+{
+    if (abandoned)
+        diag_plain("%s: refused, the modem belongs to the process that this one was forked from!\n",
+                   name);
+    return abandoned;
+}
+
+lock_scope::lock_scope(lock& which) : held(abandoned ? nullptr : &which)
+{
+    if (held == nullptr)
+        return;
     diag_hold();
     pthread_mutex_lock(&which.mutex);
 }

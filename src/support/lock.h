@@ -34,6 +34,14 @@ extern lock record_lock;
 extern lock port_lock;
 extern lock outbox_lock;
 
+// In a child that was forked off while threads of the library ran: it has none of them, and perhaps
+// their locks. From here on no lock is taken.
+void locks_abandon();
+bool locks_abandoned();
+
+// True, and said so, for a call that would act from such a child.
+bool refused_in_fork(const char* name);
+
 // Holds a lock for a scope, or until released by hand.
 class lock_scope
 {

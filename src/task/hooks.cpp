@@ -1,6 +1,7 @@
 // What the rooms that the task stands on make of the exchange.
 #include "task/task.h"
 
+#include "at/answers.h"
 #include "handlers/handlers.h"
 #include "modules/modules.h"
 #include "services/services.h"
@@ -17,6 +18,14 @@ namespace
 bool sends_message(const at_info* at)
 {
     return at->handler == sms_send_handler;
+}
+
+event* foreign_line(gsm_mobile*, char* line)
+{
+    if (!text_begins(line, "+QMTRECV:"))
+        return say_event(GSM_EVENT_USSD_RECEIVED);
+    cellular_set_mqtt_received(1);
+    return nullptr;
 }
 
 void each_line(gsm_mobile* rec, const at_info* running, char* line)
@@ -61,6 +70,7 @@ void before_write()
 
 const exchange_hooks task_hooks = {
     .idle_line = general_handler,
+    .foreign_line = foreign_line,
     .each_line = each_line,
     .each_read = sms_clean_read,
     .find_report = sms_find_report,

@@ -11,6 +11,7 @@
 
 #include <cstring>
 #include <pthread.h>
+#include <unistd.h>
 
 namespace kelo
 {
@@ -26,6 +27,23 @@ bool lifecycle::nothing_runs() const
 
 namespace
 {
+
+// A fork reads what it has of the record; the modem, and all that acts on it, stays with the
+// parent.
+void in_fork()
+{
+    if (life.nothing_runs())
+        return;
+    locks_abandon();
+    if (g_mobile.fd >= 0)
+        close(g_mobile.fd);
+    g_mobile.fd = -1;
+}
+
+[[gnu::constructor]] void watch_forks()
+{
+    pthread_atfork(nullptr, nullptr, in_fork);
+}
 
 // The rows and profiles of libgsm_init are there for good once they were added.
 bool lists_filled = false;
@@ -111,7 +129,6 @@ void cellular_gsm_free()
 void* cellular_start_thread(void*)
 {
     pthread_setname_np(pthread_self(), "CellularStart");
-    pthread_detach(pthread_self());
     cellular_start(word_get(isLowPower));
     return nullptr;
 }

@@ -14,6 +14,8 @@ namespace
 // gives the restart flag back that the restart raises.
 bool claim_restart(int& flag_before)
 {
+    if (refused_in_fork("cellular_module_restart_extern"))
+        return false;
     return in_life([&](lifecycle& now) {
         if (now.restart_gate || word_get(cell_repower_lock) != 0)
             return false;

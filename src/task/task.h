@@ -46,7 +46,8 @@ template <class Step> auto in_life(const Step& step)
 // True for the one caller that found the flag down, which is up then.
 inline bool life_take(bool lifecycle::*flag)
 {
-    return in_life([&](lifecycle& now) { return !std::exchange(now.*flag, true); });
+    return !refused_in_fork("lifecycle") &&
+           in_life([&](lifecycle& now) { return !std::exchange(now.*flag, true); });
 }
 inline void life_set(bool lifecycle::*flag, bool value)
 {

@@ -56,7 +56,10 @@ TEST(Receive, ReportsThatAreSeenUnderEveryHandler)
 {
     constexpr std::tuple<int, const char*, const char*, const char*, std::size_t> rows[] = {
         {0, "+CPIN: READY\r\n", "SIM", "", 1},
-        {0, "+QMTRECV: 0,1,\"a\",\"+CPIN: READ\"\r\n", "MQTT", "", 1},
+        // Whoever may publish or send a notice does not speak for the modem.
+        {0, "+QMTRECV: 0,1,\"a\",\"+CPIN: READY +CMT: +QIND: SMS DONE\"\r\n", "MQTT", "", 0},
+        {0, "+CUSD: 0,\"+CPIN: READY +CMTI: \"SM\",3\"\r\n", "USSD", "", 0},
+        {0, "+QMTRECV: 0,1,\"a\",\"+CMT: \"\r\n+CMTI: \"SM\",3\r\n", "SMS", "", 0},
         {0, "+QIND: SMS DONE\r\n", "init", "", 1},
         {0, "+QIND: PB DONE\r\n", "init", "", 1},
         {0, "+QIND: x\r\n", "", "", 1},
@@ -72,10 +75,12 @@ TEST(Receive, ReportsThatAreSeenUnderEveryHandler)
         cellular_set_mqtt_received(0);
         cellular_set_sms_received(0);
         lines.clear();
-        hear(port, &at, bytes);
+        const event* const raised = hear(port, &at, bytes).raised;
+        const bool notice = raised != nullptr && raised->code == GSM_EVENT_USSD_RECEIVED;
         const std::string changed =
-            std::string(is_pin_ready ? "SIM" : "") + (cellular_is_mqtt_received() ? "MQTT" : "") +
-            (gsm_init_flag ? "init" : "") + (cellular_is_sms_received() ? "SMS" : "");
+            std::string(is_pin_ready ? "SIM" : "") + (notice ? "USSD" : "") +
+            (cellular_is_mqtt_received() ? "MQTT" : "") + (gsm_init_flag ? "init" : "") +
+            (cellular_is_sms_received() ? "SMS" : "");
         EXPECT_EQ(changed, change) << bytes;
         EXPECT_EQ(port.heard(), answer) << bytes;
         EXPECT_EQ(lines.size(), line_count) << bytes;

@@ -56,3 +56,40 @@ TEST(Lifecycle, OfTwoStartsAtOnceOneIsRefused)
     EXPECT_EQ(in_words(life.mobile_task_stopped, port_descriptor(&g_mobile)), "1-1");
     EXPECT_EQ(cellular_at_is_ready(), 1);
 }
+
+// Catches: a child of the host that waits for ever for a lock of a thread that it does not have, or
+// talks to the modem beside its parent.
+TEST(Lifecycle, AForkActsOnNothingAndWaitsForNobody)
+{
+    modem_port port(false);
+    captured said;
+    cellular_gsm_init(0);
+    ASSERT_EQ(cellular_start(0), 0);
+    std::atomic<int> stage = 0; // another thread holds the locks while this one forks
+    std::thread holder([&] {
+        const lock_scope settings(settings_lock), flow(flow_lock), record(record_lock);
+        stage = 1;
+        wait_until([&] { return stage == 2; });
+    });
+    ASSERT_TRUE(wait_until([&] { return stage == 1; }));
+    const pid_t child = fork();
+    if (child == 0) {
+        alarm(5);
+        gsm_mobile copy;
+        const cellular_setting off = {};
+        const bool read = kelo_copy_mobile(&copy) == 1;
+        const int acted = cellular_start(0) + cellular_stop() + cellular_reload() +
+                          libgsm_send_at("AT+FORK") +
+                          sms_outbox_enq(0, "tag", "+49123", 20, "0011");
+        kelo_init_cellular(&off, 0);
+        _exit(read && acted == -5 && kelo_set_cellular(&off) == 0 ? 0 : 1);
+    }
+    stage = 2;
+    holder.join();
+    int status = -1;
+    waitpid(child, &status, 0);
+    EXPECT_EQ(status, 0);
+    EXPECT_TRUE(said.has("refused, the modem belongs to the process"));
+    EXPECT_EQ(cellular_stop(), 0);
+    EXPECT_EQ(count_of(port.heard(), "AT+FORK"), 0);
+}
