@@ -39,7 +39,8 @@ typedef struct gsm_event* (*at_handler)(struct gsm_mobile* mobile, char* line);
 
 struct at_info;
 
-/* Runs right before a command goes out: leaves a text in `cmd` or sets AT_FLAG_SKIP. */
+/* Runs right before a command goes out: leaves a text in `cmd` or sets AT_FLAG_SKIP and
+ * returns 1, and the command is passed over; else returns 0. */
 typedef int (*at_pre_treat)(struct gsm_mobile* mobile, struct at_info* at);
 
 /* One AT command: a catalogue row and a node of a flow list alike. */

@@ -131,6 +131,9 @@ struct response {
 inline constexpr std::size_t response_limit = 64 * 1024;
 int read_at_result(gsm_mobile* rec, response& result);
 
+// What a pre-treatment gives for a command that is to be passed over; anything else lets it go.
+inline constexpr int at_not_wanted = 1;
+
 // Picks the next command and sends it. Null when a row was passed over, and when the list has
 // nothing more; `list_ended` tells them apart.
 at_info* libgsm_send_atcommand(gsm_mobile* rec, bool& list_ended);

@@ -180,14 +180,14 @@ const char* shown_text(const char* cmd)
     return cmd == nullptr ? "(nul)" : cmd;
 }
 
-bool passed_over(at_info* at)
+bool passed_over(at_info* at, bool wanted)
 {
     const unsigned int flags = at_get_flags(at);
     if ((flags & AT_FLAG_IGNORE) != 0) {
         diag_at(plain, "libgsm_send_atcommand", "ignore command '%s'!\n", shown_text(at->cmd));
         return true;
     }
-    if ((flags & AT_FLAG_SKIP) != 0) {
+    if (!wanted || (flags & AT_FLAG_SKIP) != 0) {
         diag_at(debug, "libgsm_send_atcommand", "skip command '%s'!\n", shown_text(at->cmd));
         return true;
     }
@@ -207,9 +207,9 @@ at_info* libgsm_send_atcommand(gsm_mobile* rec, bool& list_ended)
         exec_at_command(rec, next.custom_cmd.get());
         return next.at;
     }
-    if (next.at->pre_treat != nullptr)
-        next.at->pre_treat(rec, next.at);
-    if (passed_over(next.at) || !hooks.before_command(rec, next.at, false)) {
+    const bool wanted =
+        next.at->pre_treat == nullptr || next.at->pre_treat(rec, next.at) != at_not_wanted;
+    if (passed_over(next.at, wanted) || !hooks.before_command(rec, next.at, false)) {
         set_at_done(rec);
         return nullptr;
     }

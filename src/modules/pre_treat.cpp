@@ -48,9 +48,11 @@ text_pointer at_substitute(const char* text, std::size_t text_length, const char
 namespace
 {
 
-void skip(at_info* at)
+// The flag tells others; the result holds, whatever a reload meanwhile makes of the flag.
+int skip(at_info* at)
 {
     at_set_flags(at, AT_FLAG_SKIP);
+    return at_not_wanted;
 }
 
 // Makes `text` the command's; null leaves the old one.
@@ -82,9 +84,7 @@ template <std::size_t size = 512> int treat(at_info* at, const char* placeholder
     const bool wanted = make(value);
     hold.release(); // ahead of the node's lock
     fill(at, placeholder, value);
-    if (!wanted)
-        skip(at);
-    return 0;
+    return wanted ? 0 : skip(at);
 }
 
 template <std::size_t size>
@@ -119,7 +119,7 @@ int cband_pre_treat(gsm_mobile* rec, at_info* at)
     for (const char ahead : {',', '='}) {
         *reported = ahead;
         if (at->cmd != nullptr && text_has(at->cmd, reported))
-            skip(at);
+            return skip(at);
     }
     return 0;
 }
@@ -252,8 +252,7 @@ int ucs2_pre_treat(gsm_mobile* rec, at_info* at)
     hold.release();
     if (!left_alone)
         return general_pre_treat(rec, at);
-    skip(at);
-    return 0;
+    return skip(at);
 }
 
 int selslot_pre_treat(gsm_mobile* rec, at_info* at)
@@ -262,8 +261,7 @@ int selslot_pre_treat(gsm_mobile* rec, at_info* at)
     const int slot = rec->simslot;
     if (slot != 1 && slot != 2) {
         hold.release();
-        skip(at);
-        return 0;
+        return skip(at);
     }
     rec->simslot = 0; // consumed: the next flow passes the row over
     hold.release();
@@ -278,42 +276,40 @@ namespace
 {
 
 // The four identities are asked for once each.
-template <std::size_t size> struct identity {
+template <std::size_t size>
+int ask_once(at_info* at, const char (&field)[size], const char* name, const char* what)
+{
     char text[size];
-    identity(at_info* at, const char (&field)[size])
-    {
-        lock_scope hold(record_lock);
-        text_set(text, field);
-        hold.release();
-        if (*text != '\0')
-            skip(at);
-    }
-};
+    lock_scope hold(record_lock);
+    text_set(text, field);
+    hold.release();
+    if (std::strcmp(what, "sn") == 0)
+        diag_at(plain, name, "%s='%s'\n", what, text);
+    else
+        diag_at(debug, name, "%s='%s'\n", what, text);
+    return *text != '\0' ? skip(at) : 0;
+}
 
 } // namespace
 
 int cgmm_pre_treat(gsm_mobile* rec, at_info* at)
 {
-    diag_at(debug, __func__, "model='%s'\n", identity(at, rec->model).text);
-    return 0;
+    return ask_once(at, rec->model, __func__, "model");
 }
 
 int cgmi_pre_treat(gsm_mobile* rec, at_info* at)
 {
-    diag_at(debug, __func__, "mfrs='%s'\n", identity(at, rec->mfrs).text);
-    return 0;
+    return ask_once(at, rec->mfrs, __func__, "mfrs");
 }
 
 int cgmr_pre_treat(gsm_mobile* rec, at_info* at)
 {
-    diag_at(debug, __func__, "revision='%s'\n", identity(at, rec->revision).text);
-    return 0;
+    return ask_once(at, rec->revision, __func__, "revision");
 }
 
 int cgsn_pre_treat(gsm_mobile* rec, at_info* at)
 {
-    diag_at(plain, __func__, "sn='%s'\n", identity(at, rec->sn).text);
-    return 0;
+    return ask_once(at, rec->sn, __func__, "sn");
 }
 
 } // namespace kelo

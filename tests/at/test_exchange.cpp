@@ -87,6 +87,20 @@ TEST(Receive, ReportsThatAreSeenUnderEveryHandler)
     }
 }
 
+// Catches: a text of an earlier pass, sent since a reload took the mark off that said not to.
+TEST(Send, WhatIsNotWantedStaysSoThroughAReload)
+{
+    modem_port port;
+    at_list list = LIST_HEAD_INIT(list);
+    cur_at_list = &list;
+    add_node(list, 900, 5, "AT+OLD", 3, 0, [](gsm_mobile*, at_info*) { return at_not_wanted; });
+    bool ended = true;
+    EXPECT_EQ(libgsm_send_atcommand(&g_mobile, ended), nullptr);
+    EXPECT_FALSE(ended);
+    EXPECT_EQ(port.heard(), "");
+    at_list_free(&list);
+}
+
 // How often a command goes out, and when the flow goes on without an answer.
 TEST(Timer, TriesAndTheirEnd)
 {
