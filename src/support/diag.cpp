@@ -1,11 +1,15 @@
 #include "support/diag.h"
 
+#include "support/sleeps.h"
 #include "support/words.h"
 
+#include <algorithm>
+#include <climits>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <poll.h>
 #include <pthread.h>
 
 namespace kelo
@@ -62,12 +66,58 @@ char* text_of(held_line* line)
     return reinterpret_cast<char*>(line + 1);
 }
 
-// stdio's own lock makes the line one piece.
+// A reader that has stopped costs one thread a second, once; from then on lines are dropped until
+// it reads again, and then their number is said.
+constexpr int patience_ms = 1000;
+
+int dropped_of_output = 0;
+int dropped_of_errors = 0;
+
+// stdio's own lock makes the line one piece. A thread of the host may hold it while it waits
+// itself.
+bool lock_stream(std::FILE* stream, int wait_ms)
+{
+    const std::int64_t deadline = monotonic_ms() + wait_ms;
+    while (ftrylockfile(stream) != 0) {
+        if (monotonic_ms() >= deadline)
+            return false;
+        microseconds_sleep(1000);
+    }
+    return true;
+}
+
+// Whether all of it was written. A pipe that is ready takes as much as this without a wait.
+bool write_pieces(std::FILE* stream, const char* text, std::size_t length, int wait_ms)
+{
+    constexpr std::size_t piece = PIPE_BUF;
+    for (std::size_t at = 0; at < length; at += piece) {
+        pollfd out = {fileno(stream), POLLOUT, 0};
+        if (poll(&out, 1, wait_ms) == 0)
+            return false;
+        std::fwrite(text + at, 1, std::min(piece, length - at), stream);
+        std::fflush(stream);
+    }
+    return true;
+}
+
 void write_line(std::FILE* stream, const char* text, std::size_t length)
 {
-    flockfile(stream);
-    std::fwrite(text, 1, length, stream);
-    std::fflush(stream);
+    int& dropped = stream == stderr ? dropped_of_errors : dropped_of_output;
+    const int wait_ms = word_get(dropped) == 0 ? patience_ms : 0;
+    if (!lock_stream(stream, wait_ms)) {
+        word_add(dropped, 1);
+        return;
+    }
+    char report[64] = "";
+    if (const int count = word_get(dropped); count != 0)
+        std::snprintf(report, sizeof report, "%d lines were dropped, nobody read them\n", count);
+    if (write_pieces(stream, report, std::strlen(report), wait_ms)) {
+        word_set(dropped, 0);
+        if (!write_pieces(stream, text, length, wait_ms))
+            word_add(dropped, 1);
+    } else {
+        word_add(dropped, 1);
+    }
     funlockfile(stream);
 }
 

@@ -39,3 +39,26 @@ TEST(Diag, WhatIsSaidUnderALockComesAfterTheLastOneInOrder)
     lock_scope again(flow_lock); // it was let go
     EXPECT_TRUE(out.text().ends_with("third\nunlocked\n"));
 }
+
+// Catches: a modem, a dialer and a stop that wait for ever for somebody to read what they say.
+TEST(Diag, AReaderThatHasStoppedCostsASecondOnce)
+{
+    int ends[2];
+    ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
+    const int saved = dup(STDOUT_FILENO);
+    dup2(ends[1], STDOUT_FILENO);
+    close(ends[1]);
+    const auto start = std::chrono::steady_clock::now();
+    for (int i = 0; i < 2000; i++)
+        diag_plain("%s", std::string(99, 'x').c_str());
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(3));
+    std::string read_again(65536, '\0'); // what a pipe holds
+    read_again.resize(static_cast<std::size_t>(read(ends[0], read_again.data(), 65536)));
+    const auto whole = std::count(read_again.begin(), read_again.end(), '\n');
+    diag_plain("again");
+    read_again.resize(static_cast<std::size_t>(read(ends[0], read_again.data(), 65536)));
+    EXPECT_EQ(read_again, in_words(2000 - whole, " lines were dropped, nobody read them\nagain\n"));
+    dup2(saved, STDOUT_FILENO);
+    close(saved);
+    close(ends[0]);
+}
