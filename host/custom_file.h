@@ -32,9 +32,6 @@ struct custom_file {
     std::vector<std::string> errors; // "name:line: what is wrong"; empty for a good file
 };
 
-// NOLINTNEXTLINE(readability-identifier-naming): until its last user follows
-using CustomFile = custom_file;
-
 custom_file parse_custom(std::istream& in, const std::string& name);
 custom_file read_custom_file(const std::string& path);
 
