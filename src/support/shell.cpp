@@ -101,6 +101,13 @@ int await_end(pid_t child, pid_t victim, std::int64_t deadline)
     return ended == child && !killed && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
+// Runs a line in the host's group to its end.
+int run(const char* line, int output)
+{
+    const pid_t child = start(line, output, false);
+    return child > 0 ? await_end(child, child, monotonic_ms() + time_limit_ms) : -1;
+}
+
 // Cuts what comes into lines; a line is cut to the room that it has, and the rest of it passed
 // over.
 struct line_cutter {
@@ -163,17 +170,16 @@ bool is_plain(char c)
 
 int shell_run(const char* line)
 {
-    const pid_t child = start(line, -1, false);
-    return child > 0 ? await_end(child, child, monotonic_ms() + time_limit_ms) : -1;
+    return run(line, -1);
 }
 
 int shell_run_quietly(const char* line)
 {
     const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
-    const pid_t child = start(line, nowhere, false);
+    const int status = run(line, nowhere);
     if (nowhere >= 0)
         close(nowhere);
-    return child > 0 ? await_end(child, child, monotonic_ms() + time_limit_ms) : -1;
+    return status;
 }
 
 bool shell_find(const char* line, const char* needle, int limit_ms, char* found, std::size_t size)

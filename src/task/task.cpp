@@ -88,8 +88,8 @@ void send_next(gsm_mobile* rec, task_state& state)
     state.running = libgsm_send_atcommand(rec, list_ended);
     if (state.running != nullptr) {
         arm_command(rec, state.running);
-        state.last_tick_ms =
-            monotonic_ms(); // its time begins now, whatever the port has said before
+        // Its time begins now, whatever the port has said before.
+        state.last_tick_ms = monotonic_ms();
     } else if (list_ended && is_registered(rec)) {
         take_message(rec);
     }
