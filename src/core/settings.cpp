@@ -158,6 +158,16 @@ const char* cellular_get_smscenter()
     return active_text(&cell_sim_cfg::smsc);
 }
 
+// A card's PIN counts as a try on any other: no slot lends its own. The settings' PIN is that of
+// SIM 1.
+void pin_of_slot(int sim, char (&pin)[64])
+{
+    const lock_scope hold(settings_lock);
+    const cell_sim_cfg* const slot = cell_sim_config(sim);
+    const char* const own = slot != nullptr ? slot->pin : nullptr;
+    text_set(pin, own != nullptr ? own : sim == 1 ? g_startCellSet.pin : "");
+}
+
 // Held over both: a change of the settings rewrites the very texts that the slot points at.
 void copy_sim_settings()
 {

@@ -7,6 +7,8 @@
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
+#include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
 #include <poll.h>
@@ -226,6 +228,46 @@ bool shell_quote(char* line, std::size_t size, const char* value)
         put('\'');
     line[fits ? length : before] = '\0';
     return fits;
+}
+
+int shell_start(const char* line)
+{
+    const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
+    const pid_t child = start(line, nowhere, true);
+    if (nowhere >= 0)
+        close(nowhere);
+    return child;
+}
+
+bool shell_ended(int process, int& status)
+{
+    int raw = 0;
+    const pid_t ended = waitpid(process, &raw, WNOHANG);
+    status = ended == process && WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
+    return ended != 0 && (ended > 0 || errno == ECHILD);
+}
+
+void shell_signal(int process, int number)
+{
+    if (process > 1)
+        kill(-process, number);
+}
+
+bool program_there(const char* name)
+{
+    const char* const path = std::getenv("PATH");
+    for (const char* folder = path != nullptr ? path : "/bin:/usr/bin"; *folder != '\0';) {
+        const std::size_t length = std::strcspn(folder, ":");
+        char file[256];
+        const int wanted =
+            std::snprintf(file, sizeof file, "%.*s/%s", static_cast<int>(length), folder, name);
+        if (wanted < static_cast<int>(sizeof file) && access(file, X_OK) == 0)
+            return true;
+        folder += length;
+        if (*folder == ':')
+            folder++;
+    }
+    return false;
 }
 
 int shell_run_by_host(const char* line)

@@ -32,4 +32,17 @@ bool shell_quote(char* line, std::size_t size, const char* value);
 // As shell_run, through the host's kelo_system when the host brings one.
 int shell_run_by_host(const char* line);
 
+// Starts a line and does not wait: its process, which is a group of its own, or -1. It writes
+// nowhere.
+int shell_start(const char* line);
+
+// Whether a process of shell_start has ended; with what status, or -1 where that is not known.
+bool shell_ended(int process, int& status);
+
+// Sends a signal to a process of shell_start and all of its group.
+void shell_signal(int process, int number);
+
+// Whether a program of this name stands in PATH and may be run.
+bool program_there(const char* name);
+
 } // namespace kelo
