@@ -87,6 +87,7 @@ void cfun_set(modem_core& core, const capture_list& captures, command_reply& rep
         return;
     }
     const int before = core.session.cfun;
+    core.radio_offs += before == 1 && mode != 1;
     core.session.cfun = static_cast<int>(mode);
     reply.wait_ms = core.get_number("cfun_ms", 100);
     reply.then = [&core, before, mode] {
@@ -97,6 +98,8 @@ void cfun_set(modem_core& core, const capture_list& captures, command_reply& rep
         }
         if (mode != 0 && before == 0)
             core.sim_up();
+        if (mode == 1 && before != 1)
+            core.search(monotonic_clock::now());
         core.update_registration();
     };
 }

@@ -39,6 +39,20 @@ int act_of(const std::string& cell)
 
 } // namespace
 
+void modem_core::search(monotonic_clock::time_point from)
+{
+    radio_on = from;
+    const auto left =
+        std::chrono::ceil<milliseconds>(from + register_after - monotonic_clock::now());
+    if (left.count() > 0)
+        after(static_cast<int>(left.count()), [this] { update_registration(); });
+}
+
+bool modem_core::searching() const
+{
+    return monotonic_clock::now() < radio_on + register_after;
+}
+
 int modem_core::reg_stat(int domain) const
 {
     const bool identified = sim_error() == 0 || sim.state == sim_state::busy;
@@ -47,7 +61,8 @@ int modem_core::reg_stat(int domain) const
     const bool old_radio = cell == "GSM" || cell == "WCDMA";
     if ((domain == cereg && old_radio) || (domain == c5greg && cell != "NR5G-SA"))
         return 0;
-    return reg_target[domain];
+    const int target = reg_target[domain];
+    return (target == 1 || target == 5) && searching() ? 2 : target;
 }
 
 bool modem_core::service() const

@@ -1,5 +1,5 @@
-// SIM and PIN: 3GPP TS 27.007, 8.3 (+CPIN), 7.4 (+CLCK), 7.5 (+CPWD); +QSIMSTAT, +QPINC and
-// +QUIMSLOT are Quectel's.
+// SIM and PIN: 3GPP TS 27.007, 8.3 (+CPIN), 7.4 (+CLCK), 7.5 (+CPWD), 8.65 (+CPINR); +QSIMSTAT,
+// +QPINC and +QUIMSLOT are Quectel's.
 #include "emulator/core.h"
 
 namespace kelo_emulator
@@ -137,13 +137,46 @@ void cpwd(modem_core& core, const capture_list& captures, command_reply& reply)
         core.sim.pin = values[2];
 }
 
-void qpinc(modem_core& core, const capture_list&, command_reply& reply)
+// Whether the card can tell its tries; a locked one can.
+bool card_answers(modem_core& core, command_reply& reply)
 {
-    if (core.sim.state == sim_state::absent)
-        cme(reply, 10);
-    else
-        reply.lines = {"+QPINC: \"SC\"," + std::to_string(core.sim.pin_tries) + "," +
-                       std::to_string(core.sim.puk_tries)};
+    const int error = core.sim_error();
+    if (error == 0 || error == 11 || error == 12)
+        return true;
+    cme(reply, error);
+    return false;
+}
+
+void qpinc(modem_core& core, const capture_list& captures, command_reply& reply)
+{
+    const std::string wanted = captures.empty() ? "*" : unquote(captures[0]);
+    if (!card_answers(core, reply))
+        return;
+    if (pattern_matches(wanted, "SC"))
+        reply.lines.push_back("+QPINC: \"SC\"," + std::to_string(core.sim.pin_tries) + "," +
+                              std::to_string(core.sim.puk_tries));
+    if (pattern_matches(wanted, "P2"))
+        reply.lines.push_back("+QPINC: \"P2\",3,10");
+    if (reply.lines.empty())
+        cme(reply, 50);
+}
+
+void cpinr(modem_core& core, const capture_list& captures, command_reply& reply)
+{
+    const std::string wanted = captures.empty() ? "*" : unquote(captures[0]);
+    const std::pair<const char*, std::string> codes[] = {
+        {"SIM PIN", std::to_string(core.sim.pin_tries) + ",3"},
+        {"SIM PUK", std::to_string(core.sim.puk_tries) + ",10"},
+        {"SIM PIN2", "3,3"},
+        {"SIM PUK2", "10,10"},
+    };
+    if (!card_answers(core, reply))
+        return;
+    for (const auto& [code, tries] : codes)
+        if (pattern_matches(wanted, code))
+            reply.lines.push_back(std::string("+CPINR: ") + code + "," + tries);
+    if (reply.lines.empty())
+        cme(reply, 50);
 }
 
 void simstat_read(modem_core& core, const capture_list&, command_reply& reply)
@@ -198,7 +231,10 @@ constexpr builtin_row table[] = {
     {"sim", "AT+CPIN=*", cpin_set},
     {"sim", "AT+CLCK=*", clck},
     {"sim", "AT+CPWD=*", cpwd},
-    {"quectel-sim", "AT+QPINC*", qpinc},
+    {"cpinr", "AT+CPINR", cpinr},
+    {"cpinr", "AT+CPINR=*", cpinr},
+    {"quectel-sim", "AT+QPINC?", qpinc},
+    {"quectel-sim", "AT+QPINC=*", qpinc},
     {"quectel-sim", "AT+QSIMSTAT?", simstat_read},
     {"quectel-sim", "AT+QSIMSTAT=*", simstat_set},
     {"quectel-sim", "AT+QINISTAT", qinistat},

@@ -35,7 +35,7 @@ struct sim_card {
     sim_state state = sim_state::ready;
     bool locked = false; // asks for its PIN after each power-up
     std::string pin = "1234", puk = "12345678";
-    int pin_tries = 3, puk_tries = 10;
+    int pin_tries = 3, puk_tries = 10; // the card's own: they outlast every restart
 };
 
 enum reg_domain { creg, cgreg, cereg, c5greg, domain_count };
@@ -97,9 +97,17 @@ struct session_state {
     std::deque<std::string> waiting; // lines that came meanwhile
 };
 
+// How a module hangs on a live port: nothing is answered or reported any more.
+enum class hang_kind {
+    none,
+    soft, // AT+CFUN=1,1 restarts it all the same
+    hard, // until its power is cut
+};
+
 // Orders to misbehave. They outlast a restart of the module.
 struct fault_settings {
     bool silent = false;
+    hang_kind hang = hang_kind::none;
     std::vector<std::string> silent_patterns;
     int late_ms = 0;
     std::string late_pattern = "*";
@@ -162,6 +170,7 @@ struct modem_core {
     session_state session;
     fault_settings faults;
     unsigned restarts = 0;
+    bool away = false; // between a restart and its boot
     void receive(const std::string& bytes);
     void receive_command_byte(char c);
     void receive_body_byte(char c);
@@ -175,6 +184,9 @@ struct modem_core {
     void report_sequence(const std::string& variable); // texts separated by `|`
     void reset(int away_ms);
     void boot();
+    void power_cycle(int away_ms); // cures every hang
+    bool hangs(const std::string& line);
+    void move_node(const std::string& path, int away_ms);
     void fresh_session();
     std::string render(const std::string& final_result) const;
 
@@ -185,6 +197,7 @@ struct modem_core {
 
     // --- builtins_*.cpp
     sim_card sim, other_sim; // of the selected slot, and of the other one
+    unsigned cards = 0;      // exchanged
     void relock_sim();
     int sim_error() const; // CME number of the state, 0 when ready
     bool service() const;  // registered, home or roaming
@@ -194,10 +207,22 @@ struct modem_core {
     int reg_seen[domain_count] = {1, 1, 1, 1}; // as last reported
     std::string columns_seen[domain_count];
     bool detached = false; // AT+COPS=2
+    monotonic_clock::time_point radio_on{};
+    milliseconds register_after{0}; // from radio_on
+    unsigned radio_offs = 0;
+    void search(monotonic_clock::time_point from);
+    bool searching() const;
     int reg_stat(int domain) const;
     std::string reg_columns(int domain, int n, int stat) const;
     void update_registration();
     std::string cell = "LTE";
+
+    // --- data_interface.cpp: what happens to the interface of the data link
+    std::string data_interface; // empty: nobody's
+    bool carried = false, dialable = false;
+    std::string follow_service(const std::string& interface);
+    void update_data_interface();
+    void leave_data_interface();
 
     std::vector<stored_message> store;
     std::vector<sent_message> sent_messages;

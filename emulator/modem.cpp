@@ -70,6 +70,7 @@ void modem_core::loop()
             timers.erase(timers.begin());
             work();
         }
+        update_data_interface();
         pump();
         if (faults.endless && output.empty())
             write_endless();
@@ -89,7 +90,8 @@ void modem_core::loop()
             timers.empty() ? monotonic_clock::time_point::max() : timers.begin()->first;
         if (!output.empty() && next_write > monotonic_clock::now())
             next = std::min(next, next_write); // pacing of split writes
-        else if (pty.is_open() && (!output.empty() || faults.endless))
+        else if (pty.is_open() &&
+                 (!output.empty() || (faults.endless && faults.hang == hang_kind::none)))
             polled[1].events |= POLLOUT;
         int timeout = -1;
         if (next != monotonic_clock::time_point::max()) {
@@ -110,6 +112,7 @@ void modem_core::loop()
     }
     timers.clear();
     node_off();
+    leave_data_interface();
     for (mqtt_client& client : session.mqtt)
         client.broker.reset();
     running = false;
@@ -150,7 +153,8 @@ void modem_core::after(int ms, std::function<void()> work)
 
 void modem_core::put(const std::string& bytes)
 {
-    if (pty.is_open() && output.size() + bytes.size() <= max_output)
+    if (pty.is_open() && faults.hang == hang_kind::none &&
+        output.size() + bytes.size() <= max_output)
         output += bytes;
 }
 
@@ -178,7 +182,8 @@ void modem_core::write_endless()
         block += faults.endless_text;
     const std::size_t period = faults.endless_text.size();
     block.erase(0, endless_at % period); // a text goes on where the last write cut it
-    const ssize_t written = pty.is_open() ? write(pty.master(), block.data(), block.size()) : -1;
+    const bool speaks = pty.is_open() && faults.hang == hang_kind::none;
+    const ssize_t written = speaks ? write(pty.master(), block.data(), block.size()) : -1;
     if (written <= 0)
         return;
     endless_at = (endless_at + static_cast<std::size_t>(written)) % period;
@@ -294,6 +299,7 @@ std::string emulated_modem::start(const modem_options& options)
     core->cell = core->get("cell", core->cell);
     core->reference = core->get_number("message_reference", 0);
     core->fresh_session();
+    core->search(monotonic_clock::now());
     error = core->node_on();
     if (!error.empty())
         return error;

@@ -2,6 +2,7 @@
 #include "emulator/core.h"
 
 #include <cctype>
+#include <cstdlib>
 
 namespace kelo_emulator
 {
@@ -202,14 +203,45 @@ std::string order_node(const order_request& call)
     if (call.word(0) == "on" && call.words.size() < 3) {
         if (call.words.size() == 2 && call.core.pty.is_open())
             return "the node is there; `node off` first";
-        if (call.words.size() == 2) // a module that is enumerated anew can get another number
+        if (call.core.away)
+            return "the module restarts, which brings the node";
+        if (call.words.size() == 2)
             call.core.options.port = call.word(1);
         return call.core.node_on();
     }
-    if (call.word(0) != "bounce" || !ms_word(call, 1, 1000, ms))
+    const bool moves = call.word(0) == "move";
+    const bool known = moves || call.word(0) == "bounce";
+    if (!known || (moves && call.words.size() < 2) || !ms_word(call, moves ? 2 : 1, 1000, ms))
         return bad;
-    call.core.node_off();
-    call.core.after(static_cast<int>(ms), [&core = call.core] { core.node_on(); });
+    call.core.move_node(moves ? call.word(1) : call.core.options.port, static_cast<int>(ms));
+    return "";
+}
+
+std::string order_hang(const order_request& call)
+{
+    if (!call.rest.empty() && call.rest != "soft")
+        return bad;
+    call.core.faults.hang = call.rest.empty() ? hang_kind::hard : hang_kind::soft;
+    call.core.output.clear();
+    return "";
+}
+
+std::string order_power(const order_request& call)
+{
+    long ms = 0;
+    if (!ms_word(call, 0, call.core.get_number("reset_ms", 1000), ms))
+        return bad;
+    call.core.power_cycle(static_cast<int>(ms));
+    return "";
+}
+
+std::string order_wwan(const order_request& call)
+{
+    if (call.words.size() != 1)
+        return bad;
+    if (call.rest != "off")
+        return call.core.follow_service(call.rest);
+    call.core.leave_data_interface();
     return "";
 }
 
@@ -251,10 +283,27 @@ std::string pull_sim(modem_core& core)
     return "";
 }
 
-std::string put_sim(modem_core& core)
+// Digits that no card had before, at the end of a number.
+void renumber(modem_core& core, const char* name)
+{
+    std::string& number = core.dialogue.variables[name];
+    const std::string end = std::to_string(1000 + ++core.cards % 9000);
+    if (number.size() > end.size())
+        number.replace(number.size() - end.size(), end.size(), end);
+}
+
+std::string put_sim(modem_core& core, bool other, const std::string& pin)
 {
     if (core.sim.state != sim_state::absent)
         return "there is a SIM already";
+    if (other) {
+        core.sim = sim_card();
+        core.sim.locked = !pin.empty();
+        if (core.sim.locked)
+            core.sim.pin = pin;
+        renumber(core, "imsi");
+        renumber(core, "iccid");
+    }
     core.sim.state = sim_state::ready;
     core.relock_sim();
     if (core.session.simstat)
@@ -272,8 +321,8 @@ std::string order_sim(const order_request& call)
     long ms = 0;
     if (what == "pull")
         return pull_sim(core);
-    if (what == "put")
-        return put_sim(core);
+    if (what == "put" && (call.words.size() == 1 || call.word(1) == "new"))
+        return put_sim(core, call.words.size() > 1, call.word(2));
     if (what == "ready") {
         sim.state = sim_state::ready;
         sim.locked = false;
@@ -290,6 +339,13 @@ std::string order_sim(const order_request& call)
         sim.pin_tries = 0;
         if (!call.word(1).empty())
             sim.puk = call.word(1);
+    } else if (what == "tries" && call.words.size() == 2) {
+        const long tries = parse_number(call.word(1), 3);
+        if (tries < 0)
+            return bad;
+        sim.pin_tries = static_cast<int>(tries);
+        if (tries == 0 && sim.state == sim_state::pin)
+            sim.state = sim_state::puk;
     } else if (what == "absent") {
         sim.state = sim_state::absent;
     } else if (what == "failure") {
@@ -326,6 +382,20 @@ std::string order_reg(const order_request& call)
         if (call.words.size() < 2 || domain->second == i)
             call.core.reg_target[i] = stat == stats.end() ? static_cast<int>(number) : stat->second;
     call.core.update_registration();
+    return "";
+}
+
+std::string order_register(const order_request& call)
+{
+    char* end = nullptr;
+    const double seconds = strtod(call.word(1).c_str(), &end);
+    if (call.words.size() != 2 || call.word(0) != "after" || *end || !(seconds >= 0) ||
+        seconds > 3600)
+        return bad;
+    modem_core& core = call.core;
+    core.register_after = milliseconds(static_cast<long>(seconds * 1000));
+    core.search(core.radio_on);
+    core.update_registration();
     return "";
 }
 
@@ -443,7 +513,9 @@ std::string order_state(const order_request& call)
                   sims[static_cast<int>(core.sim.state)] + " (" +
                   std::to_string(core.sim.pin_tries) + " tries), cell " + core.cell +
                   ", registration " + std::to_string(core.reg_stat(creg)) + ", stored messages " +
-                  std::to_string(core.store.size()) + "\n";
+                  std::to_string(core.store.size()) + ", radio switched off " +
+                  std::to_string(core.radio_offs) + " times, restarts " +
+                  std::to_string(core.restarts) + "\n";
     return "";
 }
 
@@ -461,15 +533,26 @@ constexpr order_row table[] = {
     {"partial", "partial BYTES|half PATTERN|off", "the answer breaks off there", order_partial},
     {"reset", "reset [MS]|on PATTERN", "restart, now or on a command; node gone for MS",
      order_reset},
-    {"node", "node off|on [PATH]|bounce [MS]",
+    {"node", "node off|on [PATH]|bounce [MS]|move PATH [MS]",
      "the port goes and comes back, at another path if given; the module stays up", order_node},
+    {"hang", "hang [soft]",
+     "nothing is answered or reported until `power`; soft: AT+CFUN=1,1 restarts it", order_hang},
+    {"power", "power [MS]", "its power is cut: it boots anew, the node gone for MS", order_power},
+    {"wwan", "wwan NAME|off",
+     "the interface goes down with the service, and /tmp/NAME.no-service stands while none is "
+     "there",
+     order_wwan},
     {"endless", "endless on [TEXT]|off", "output without end, as fast as the port takes it",
      order_endless},
     {"overlap", "overlap queue|swallow", "a command written while another one runs", order_overlap},
-    {"sim", "sim ready|pin [CODE]|puk [CODE]|absent|failure|busy [MS]|pull|put",
-     "state of the SIM; pull and put bring their reports", order_sim},
+    {"sim", "sim ready|pin [CODE]|puk [CODE]|absent|failure|busy [MS]|tries N|pull|put [new [PIN]]",
+     "state of the SIM, tries left of its PIN; pull and put bring their reports, new is another "
+     "card",
+     order_sim},
     {"reg", "reg off|home|searching|denied|unknown|roaming|emergency|N [creg|cgreg|cereg|c5greg]",
      "registration, all domains or one", order_reg},
+    {"register", "register after SECONDS",
+     "from each time that the radio goes on; it searches meanwhile", order_register},
     {"cell", "cell GSM|WCDMA|LTE|NR5G-SA|NR5G-NSA", "technology of the serving cell", order_cell},
     {"csq", "csq RSSI [BER]", "signal quality as AT+CSQ prints it", order_csq},
     {"call", "call NUMBER|withheld|off", "rings until answered, hung up or off", order_call},

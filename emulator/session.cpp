@@ -163,7 +163,7 @@ void modem_core::receive_body_byte(char c)
         body.swap(session.body);
         session.input = command_reply::input_kind::none;
         note(speaker::host, body + c);
-        if (!faults.silent)
+        if (!faults.silent && faults.hang == hang_kind::none)
             message_ready(body, c == escape);
         else
             finish();
@@ -184,6 +184,8 @@ void modem_core::submit(const std::string& line)
     if (start == std::string::npos || faults.silent)
         return;
     const std::string command = line.substr(start);
+    if (hangs(command))
+        return;
     if (!session.running)
         execute(command);
     else if (!faults.swallow && session.waiting.size() < max_waiting)
@@ -369,9 +371,37 @@ void modem_core::fresh_session()
     session.text_mode = get("text_mode", "0") != "0";
 }
 
+// A module that hangs still takes what is written, and the only line that can help is a restart.
+bool modem_core::hangs(const std::string& line)
+{
+    if (faults.hang == hang_kind::none)
+        return false;
+    if (faults.hang == hang_kind::soft && pattern_matches("AT+CFUN=1,1", line))
+        power_cycle(get_number("reset_ms", 1000));
+    return true;
+}
+
+void modem_core::power_cycle(int away_ms)
+{
+    faults.hang = hang_kind::none;
+    reset(away_ms);
+}
+
+// Enumerated anew, the port can get another number.
+void modem_core::move_node(const std::string& path, int away_ms)
+{
+    node_off();
+    options.port = path;
+    after(away_ms, [this] {
+        if (!away)
+            node_on();
+    });
+}
+
 void modem_core::reset(int away_ms)
 {
     ++restarts;
+    away = true;
     timers.clear();
     node_off();
     fresh_session();
@@ -379,7 +409,9 @@ void modem_core::reset(int away_ms)
     detached = false;
     relock_sim();
     after(away_ms, [this] {
+        away = false;
         node_on();
+        search(monotonic_clock::now());
         boot();
     });
 }

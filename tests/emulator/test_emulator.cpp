@@ -108,7 +108,8 @@ TEST_F(Emulator, SaysAndRefusesByteForByte)
         {"!sim pin 4711", ""},
         {"AT+CPIN?\r", "\r\n+CPIN: SIM PIN\r\n\r\nOK\r\n"},
         {"AT+CPIN=\"0000\"\r", wrong},
-        {"AT+QPINC?\r", "\r\n+QPINC: \"SC\",2,10\r\n\r\nOK\r\n"},
+        {"AT+QPINC?\r", "\r\n+QPINC: \"SC\",2,10\r\n+QPINC: \"P2\",3,10\r\n\r\nOK\r\n"},
+        {"AT+CPINR\r", "\r\nERROR\r\n"},
         {"AT+CPIN=\"4711\"\r", "\r\nOK\r\n" + ready + done},
         // the radio takes the card's power: the PIN is asked for again
         {"AT+CFUN=0\r", "\r\nOK\r\n\r\n+CPIN: NOT READY\r\n"},
@@ -134,22 +135,130 @@ TEST_F(Emulator, SaysAndRefusesByteForByte)
     EXPECT_EQ(sent[0].body, pdu);
     EXPECT_EQ(sent[2].target + ": " + sent[2].body, "+4915112345678: one\ntwo");
 }
+// A host relies on each of these when it decides about a PIN, a reset or a power switch.
+TEST_F(Emulator, KeepsTheTriesOfAPinAndTellsThemWhereTheModuleCan)
+{
+    struct {
+        const char *model, *question, *told, *unlocked;
+    } const rows[] = {
+        {"EC25", "AT+QPINC=\"SC\"\r", "\r\n+QPINC: \"SC\",1,10\r\n\r\nOK\r\n", "\r\n+CPIN: READY\r\n"},
+        {"RM500Q", "AT+CPINR\r", "\r\nERROR\r\n", "\r\n+CPIN: READY\r\n"},
+        {"LE910", "AT+CPINR=\"SIM P*\"\r", "\r\n+CPINR: SIM PIN,1,3\r\n+CPINR: SIM PUK,10,10\r\n"
+         "+CPINR: SIM PIN2,3,3\r\n+CPINR: SIM PUK2,10,10\r\n\r\nOK\r\n", ""},
+        {"MH5000-31", "AT+CPINR\r", "\r\nCOMMAND NOT SUPPORT\r\n", ""},
+        {"U9300C", "AT+CPINR\r", "\r\nERROR\r\n", ""},
+    };
+    for (const auto& row : rows) {
+        plug(row.model, {{"echo", "0"}, {"pin_ms", "1"}, {"report_gap_ms", "1"}, {"boot_locked", ""}});
+        if (*row.unlocked)
+            order("set sim_unlocked +CPIN: READY"); // and no more
+        order("sim pin 4711");
+        be_host();
+        hold({{"AT+CPIN=1\r", "\r\n+CME ERROR: 16\r\n"}});
+        order("reset 1"); // and what the SIM counts outlasts it
+        EXPECT_SOON(port_is_there());
+        be_host();
+        hear(0);
+        hold({{"AT+CPIN=2\r", "\r\n+CME ERROR: 16\r\n"}, {row.question, row.told}});
+        hold({{"AT+CPIN=4711\r", std::string("\r\nOK\r\n") + row.unlocked}});
+        // one try again, and none: only another card helps
+        hold({{"!sim pin", ""}, {"!sim tries 1", ""}, {"AT+CPIN=3\r", "\r\n+CME ERROR: 16\r\n"},
+              {"AT+CPIN?\r", "\r\n+CPIN: SIM PUK\r\n\r\nOK\r\n"}});
+        const std::string iccid = modem.get("iccid");
+        order("sim pull");
+        order("sim put new 0815");
+        hear(0);
+        EXPECT_NE(modem.get("iccid"), iccid) << row.model;
+        hold({{"AT+CPIN?\r", "\r\n+CPIN: SIM PIN\r\n\r\nOK\r\n"}, {"AT+CPIN=0815\r", std::string("\r\nOK\r\n") + row.unlocked}});
+        modem.stop();
+    }
+}
+
+TEST_F(Emulator, RegistersSomeTimeBehindEachRadioOn)
+{
+    plug("EC25", {{"echo", "0"}, {"cfun_ms", "1"}, {"report_gap_ms", "1"}, {"boot_ready", ""}});
+    be_host();
+    const auto registers = [&](int ms) { // and says so
+        const auto start = monotonic_clock::now();
+        hold({{"AT+CREG?\r", "\r\n+CREG: 1,2\r\n\r\nOK\r\n"}, {"AT+COPS?\r", "\r\n+COPS: 0\r\n\r\nOK\r\n"}});
+        EXPECT_EQ(hear(12), "\r\n+CREG: 1\r\n");
+        EXPECT_GE(since(start), milliseconds(ms - 150));
+        hold({{"AT+COPS?\r", "\r\n+COPS: 0,0,\"Telekom.de\",7\r\n\r\nOK\r\n"}});
+    };
+    order("register after 0.4"); // the radio has been on for less
+    hold({{"AT+CREG=1\r", "\r\nOK\r\n"}});
+    registers(0);
+    hold({{"!register after 0.4", ""}, // it has been on for longer
+          {"AT+CREG?\r", "\r\n+CREG: 1,1\r\n\r\nOK\r\n"},
+          {"AT+CFUN=0\r", "\r\nOK\r\n\r\n+CREG: 0\r\n\r\n+CPIN: NOT READY\r\n"}});
+    hold({{"!set sim_ready", ""}, {"AT+CFUN=1\r", "\r\nOK\r\n\r\n+CREG: 2\r\n"}});
+    registers(400);
+    order("reset 1");
+    EXPECT_SOON(port_is_there());
+    be_host();
+    hold({{"AT+CREG=1\r", "\r\nOK\r\n"}});
+    registers(400);
+    std::string state;
+    EXPECT_EQ(modem.order("state", &state), "");
+    EXPECT_NE(state.find("switched off 1 times, restarts 1\n"), std::string::npos) << state;
+}
+
+TEST_F(Emulator, HangsUntilItsPowerIsCutAndMovesToAnotherPort)
+{
+    const std::pair<std::string, std::string> works = {"AT\r", "\r\nOK\r\n"}, dead = {"AT\r", ""};
+    plug("EC25", {{"echo", "0"}, {"reset_ms", "200"}, {"boot_ready", ""}});
+    const auto comes_back = [&] {
+        EXPECT_SOON(!port_is_there());
+        EXPECT_SOON(port_is_there());
+        be_host();
+        hold({works});
+    };
+    be_host();
+    hold({works, {"AT+CFUN=1,1\r", "\r\nOK\r\n"}}); // which gets out first
+    comes_back();
+    hold({{"!hang soft", ""}, dead, {"!report RING", ""}, {"AT+CFUN=1,1\r", ""}});
+    comes_back();
+    hold({{"!hang", ""}, dead, {"AT+CFUN=1,1\r", ""}, dead});
+    std::this_thread::sleep_for(300ms);
+    EXPECT_TRUE(port_is_there());
+    order("reset"); // it hangs on
+    EXPECT_SOON(!port_is_there());
+    EXPECT_SOON(port_is_there());
+    be_host();
+    hold({dead, {"!power", ""}});
+    comes_back();
+
+    order("node move /dev/ttyUSB4 100");
+    EXPECT_FALSE(port_is_there());
+    EXPECT_FALSE(std::filesystem::exists("/dev/ttyUSB4"));
+    EXPECT_SOON(std::filesystem::exists("/dev/ttyUSB4"));
+    EXPECT_FALSE(port_is_there());
+    order("reset 300");
+    order("node bounce 1"); // a module that restarts has no port to bring back
+    EXPECT_NE(modem.order("node on"), "");
+    std::this_thread::sleep_for(100ms);
+    EXPECT_FALSE(std::filesystem::exists("/dev/ttyUSB4"));
+    EXPECT_SOON(std::filesystem::exists("/dev/ttyUSB4"));
+}
+
 // clang-format on
 
 TEST_F(Emulator, RefusesBadOrdersFilesAndPorts)
 {
     plug("EC25");
-    for (const char* text :
-         {"dance",        "report",       "late soon",     "late -1",    "split 0",
-          "partial 5",    "node up",      "sim loose",     "sim busy x", "reg home dreg",
-          "reg 11",       "cell 6G",      "csq 200",       "call 1 2",   "sms text +49",
-          "sms pdu 12ZZ", "cmgs error x", "overlap maybe", "reset soon", "mqtt open x",
-          "garbage 0",    "set"})
+    for (const char* text : {"dance",        "report",        "late soon",        "late -1",
+                             "split 0",      "partial 5",     "node up",          "sim loose",
+                             "sim busy x",   "reg home dreg", "reg 11",           "cell 6G",
+                             "csq 200",      "call 1 2",      "sms text +49",     "sms pdu 12ZZ",
+                             "cmgs error x", "overlap maybe", "reset soon",       "mqtt open x",
+                             "garbage 0",    "set",           "hang on",          "sim tries 4",
+                             "sim put old",  "register soon", "register after x", "power on",
+                             "node move",    "wwan none0",    "wwan ../x"})
         EXPECT_NE(modem.order(text), "") << text;
     std::string state;
     EXPECT_EQ(modem.order("state", &state), "");
     EXPECT_EQ(state, "node on, radio 1, sim ready (3 tries), cell LTE, registration 1, "
-                     "stored messages 0\n");
+                     "stored messages 0, radio switched off 0 times, restarts 0\n");
     modem.stop();
     EXPECT_FALSE(port_is_there());
 
