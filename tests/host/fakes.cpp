@@ -64,3 +64,4 @@ int kelo_set_cellular_wake(const mqtt_config* config)
 }
 int kelo_check_mqtt_update() { return fake.mqtt_pending; }
 int kelo_set_urc_callback(mqtt_urc_handler callback) { fake.mqtt_report = callback; return 0; }
+int kelo_set_mqtt_backoff(int on) { return answer(on ? "backoff" : "", 0); }

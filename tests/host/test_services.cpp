@@ -33,7 +33,9 @@ struct Services : testing::Test {
     {
         mqtt_config config{};
         std::strcpy(config.topic, "t\n1");
+        fake.log.clear();
         const bool started = mqtt.start(config);
+        EXPECT_EQ(fake.log, "backoff;t\n1;"); // a fleet of hosts must not act in step
         fake.log.clear();
         return started;
     }
