@@ -181,7 +181,7 @@ class host
     cellular_status report_{};
     clock::time_point next_report_{};
     const clock::time_point begun_ = clock::now();
-    int lost_ = 0;
+    int lost_ = 0, mode_ = settings_.net_mode;
     bool quit_ = false;
 };
 
@@ -262,15 +262,10 @@ void host::receive(clock::time_point now)
     }
 }
 
-// What the record takes at a start alone costs a restart; the rest is changed at once.
 void host::change(const cellular_setting& settings)
 {
-    const bool restart = needs_restart(settings_, settings);
+    const bool restart = apply_change(settings_, settings, mode_);
     settings_ = settings;
-    kelo_set_cellular(&settings_); // also fills the slot that a restart takes the PIN from
-    set_cell_pdpdeact(0);          // raised by our own change
-    if (restart)
-        kelo_cellular_restart(&settings_);
     display_.say(restart ? "new settings: the modem task restarts" : "new settings are in use");
 }
 

@@ -92,6 +92,7 @@ cellular_setting settings_cleaned(const cellular_setting& from);
 
 // Fills the slot of SIM 1 from the settings, by way of the exported texts.
 void sim_slot_fill(const cellular_setting& wanted, int scan_code);
+void sim_slot_fill_texts(const cellular_setting& wanted); // its scan code stays
 void sim_slot_set_scan_code(int scan_code);
 
 int select_scanmode(int sim); // of the slot, into the modem record
