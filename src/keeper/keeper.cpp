@@ -52,7 +52,7 @@ keeper_sight look()
     keeper_sight sight;
     look_at_life(sight);
     sight.there = port_there();
-    sight.port_error = word_get(port_error);
+    sight.open_error = word_get(port_error);
     sight.heard = word_get(reads_heard);
     sight.walked = word_get(flow_walked) != 0;
     look_at_record(sight);

@@ -142,7 +142,7 @@ kelo_reason mind_port(keeper_state& state, const keeper_sight& sight, std::int64
     if (is_over(state, wait_start, now_ms))
         restart(state);
     plan(state, KELO_ACTION_START, state.waits[wait_start].due_ms);
-    return port_reason(sight.port_error);
+    return port_reason(sight.open_error);
 }
 
 // ---- The modem's word

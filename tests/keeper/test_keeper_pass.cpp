@@ -88,8 +88,8 @@ TEST_F(Keeper, SaysTheFirstThingThatIsWrong)
         {"PIN required", [] { sight.sim.state = sim_state::pin; }},
         {"PIN refused", [] { sight.sim.refused = true; }},
         {"unknown module", [] { sight.unknown_module = true; }},
-        {"port in use", [] { sight.open = false, sight.port_error = EBUSY; }},
-        {"no permission", [] { sight.port_error = EACCES; }},
+        {"port in use", [] { sight.open = false, sight.open_error = EBUSY; }},
+        {"no permission", [] { sight.open_error = EACCES; }},
         {"no port", [] { sight.there = false; }},
         {"stopped", [] { sight.wanted = false; }}};
     for (const auto& [expected, make] : rows) {
