@@ -1,5 +1,5 @@
-/* minimal.c [APN]: the smallest host. It brings the device online, tells what it sees, and stops on
- * Ctrl-C. kelo-host shows how to wait for a modem that is not there. */
+/* minimal.c [APN]: the smallest host. It brings the device online and keeps it there, tells what it
+ * sees, and stops on Ctrl-C. */
 #define _POSIX_C_SOURCE 200809L
 
 #include <kelo/kelo.h>
@@ -23,22 +23,6 @@ static void pause_ms(long ms)
     nanosleep(&left, NULL); /* a signal may shorten it, which is what we want */
 }
 
-/* The library raises these words and leaves the decision to its host. */
-static void act_on_requests(void)
-{
-    /* The word is written on the library's thread: read it atomically. cellular_reload takes it
-     * down; refused (-1) while a start or restart is under way, it stays up for the next poll. */
-    if (__atomic_load_n(&cell_reload_flag, __ATOMIC_RELAXED))
-        cellular_reload();
-
-    /* Taken down first, so that a request raised during the restart is not lost. The restart runs
-     * on a thread of its own. */
-    if (cell_start_flag_get()) {
-        cell_start_flag_unset();
-        cellular_module_restart_extern();
-    }
-}
-
 static void tell_received(void)
 {
     static struct kelo_sms sms;
@@ -49,21 +33,19 @@ static void tell_received(void)
         kelo_clean_call_received();
         puts("a call came in; the library hangs up by itself");
     }
-    set_cell_pdpdeact(0); /* the data context was lost: the library brings the link up again */
 }
 
 static void tell_changes(void)
 {
     static char last[256];
-    char now[sizeof last], status[64];
+    char now[sizeof last];
     struct gsm_mobile mobile; /* a copy: the record itself belongs to the mobile task */
 
     if (!kelo_copy_mobile(&mobile))
         return;
-    libgsm_get_modem_status(status, sizeof status, cellular_get_cur_status());
     snprintf(now, sizeof now, "link %s, %s, registration %d, operator '%s', %s",
-             kelo_get_connect_status() ? "up" : "down", status, mobile.reg_status, mobile.oper,
-             mobile.model[0] ? mobile.model : "no model yet");
+             kelo_get_connect_status() ? "up" : "down", kelo_reason_name(kelo_get_reason()),
+             mobile.reg_status, mobile.oper, mobile.model[0] ? mobile.model : "no model yet");
     if (strcmp(now, last) != 0) {
         puts(now);
         memcpy(last, now, sizeof last);
@@ -83,10 +65,10 @@ int main(int argc, char** argv)
         strcpy(settings.apn, argv[1]);
         needSetApn = 1; /* the modem gets it, too, not the dialer alone */
     }
+    kelo_keep(NULL);                  /* whatever fails, the library brings it back by itself */
     kelo_init_cellular(&settings, 0); /* returns at once: the modem comes up on other threads */
 
     while (!stop_wanted) {
-        act_on_requests();
         tell_received();
         tell_changes();
         pause_ms(500); /* the modem is asked about once a second: polling faster shows no more */

@@ -1,14 +1,14 @@
-// kelo-host: a supervisor for one modem, ready to run on a device, and an example of the calls.
+// kelo-host: the host of one modem, ready to run on a device, and an example of the calls.
 #include "host/check_profiles.h"
 #include "host/commands.h"
 #include "host/custom_file.h"
 #include "host/display.h"
 #include "host/joiner.h"
+#include "host/news.h"
 #include "host/options.h"
 #include "host/outbox.h"
 #include "host/services.h"
 #include "host/settings_file.h"
-#include "host/supervisor.h"
 
 #include <kelo/kelo.h>
 
@@ -18,6 +18,8 @@
 #include <cstring>
 #include <fcntl.h>
 #include <poll.h>
+#include <spawn.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 namespace
@@ -25,7 +27,7 @@ namespace
 
 using namespace kelo_host;
 using namespace std::chrono_literals;
-using clock = supervisor::clock;
+using clock = std::chrono::steady_clock;
 
 constexpr int poll_ms = 250;
 constexpr int poll_busy_ms = 100; // while messages are followed
@@ -142,7 +144,7 @@ class host
   public:
     host(const host_options& options, const cellular_setting& settings)
         : options_(options), settings_(settings), display_(options.json), input_(options.commands),
-          supervisor_(say_), outbox_(say_), mqtt_(say_), gps_(say_),
+          news_(say_), outbox_(say_), mqtt_(say_), gps_(say_),
           joiner_(std::chrono::seconds(options.join_seconds))
     {
     }
@@ -171,7 +173,7 @@ class host
     display display_;
     input_lines input_;
     const speaker say_ = [this](const std::string& line) { display_.say(line); };
-    supervisor supervisor_;
+    news news_;
     outbox outbox_;
     mqtt_client mqtt_;
     gps_engine gps_;
@@ -179,13 +181,49 @@ class host
     cellular_status report_{};
     clock::time_point next_report_{};
     const clock::time_point begun_ = clock::now();
-    int lost_ = 0;
+    int lost_ = 0, mode_ = settings_.net_mode;
     bool quit_ = false;
 };
+
+// How often the modem task was started, by whomever.
+int restarts()
+{
+    kelo_figures figures{};
+    kelo_get_figures(&figures, sizeof figures);
+    return static_cast<int>(figures.starts);
+}
+
+// The keeper waits for the end of what it calls, so the command goes into the background.
+void run_when_stuck(int number, void* command)
+{
+    const std::string line = "KELO_TRY=" + std::to_string(number) + "; export KELO_TRY; (" +
+                             static_cast<const std::string*>(command)->c_str() + ") </dev/null &";
+    char shell[] = "sh", option[] = "-c";
+    char* const arguments[] = {shell, option, const_cast<char*>(line.c_str()), nullptr};
+    pid_t child = -1;
+    if (posix_spawn(&child, "/bin/sh", nullptr, nullptr, arguments, environ) == 0)
+        waitpid(child, nullptr, 0);
+}
+
+void keep(const host_options& options)
+{
+    kelo_keeper keeper{};
+    keeper.size = sizeof keeper;
+    kelo_keeper_defaults(&keeper);
+    std::snprintf(keeper.second_ping_target, sizeof keeper.second_ping_target, "%s",
+                  options.second_ping_target.c_str());
+    if (!options.on_stuck.empty()) {
+        keeper.stuck = run_when_stuck;
+        keeper.context = const_cast<std::string*>(&options.on_stuck);
+    }
+    kelo_keep(&keeper);
+    kelo_set_port(options.port.c_str());
+}
 
 // Words and settings first: the library looks at them from its start on.
 void host::start()
 {
+    keep(options_);
     is_quectel = options_.family;
     selected_card = options_.sim;
     needSetApn = settings_.apn[0] != '\0'; // without it the flow passes the APN over
@@ -206,7 +244,7 @@ json_value host::read(clock::time_point now)
         kelo_get_cellular(&report_);
         next_report_ = now + between_reports;
     }
-    return read_status(supervisor_.received(), report_, mqtt_.state());
+    return read_status(news_.received(), report_, mqtt_.state());
 }
 
 void host::receive(clock::time_point now)
@@ -215,7 +253,7 @@ void host::receive(clock::time_point now)
     while (kelo_take_sms(&sms))
         joiner_.add(sms, now);
     for (const joined_message& message : joiner_.take(now)) {
-        supervisor_.note_message();
+        news_.note_message();
         display_.show(message);
     }
     if (const int lost = kelo_sms_lost(); lost != lost_) {
@@ -224,15 +262,10 @@ void host::receive(clock::time_point now)
     }
 }
 
-// What the record takes at a start alone costs a restart; the rest is changed at once.
 void host::change(const cellular_setting& settings)
 {
-    const bool restart = needs_restart(settings_, settings);
+    const bool restart = apply_change(settings_, settings, mode_);
     settings_ = settings;
-    kelo_set_cellular(&settings_); // also fills the slot that a restart takes the PIN from
-    set_cell_pdpdeact(0);          // raised by our own change
-    if (restart)
-        kelo_cellular_restart(&settings_);
     display_.say(restart ? "new settings: the modem task restarts" : "new settings are in use");
 }
 
@@ -297,10 +330,10 @@ void host::pass(clock::time_point now)
     }
     while (const auto line = input_.next_line())
         run_command(*line, now);
-    supervisor_.pass(now);
+    news_.pass();
     receive(now);
     outbox_.pass(now);
-    mqtt_.pass(now, supervisor_.restarts());
+    mqtt_.pass(now, restarts());
     gps_.pass(now);
     display_.update(read(now), seconds());
 }

@@ -4,6 +4,7 @@
 #include "host/settings_file.h"
 
 #include <CLI/CLI.hpp>
+#include <kelo/keeper.h>
 
 #include <algorithm>
 #include <cstring>
@@ -44,6 +45,8 @@ void add_settings(CLI::App& app, host_options& options)
                 "0 automatic (default), 1 LTE, 2 UMTS, 3 automatic, 4 LTE and NR, 5 NR alone");
     add_setting(app, options, "--ping-target", "ping_target",
                 "Host that is pinged to verify the link (default 8.8.8.8)");
+    app.add_option("--second-ping-target", options.second_ping_target,
+                   "Another one: the link is up when either answers");
     app.add_flag_callback(
         "--no-ping", [&options] { options.settings.ping_enable = 0; },
         "Take the link for up without a ping");
@@ -121,9 +124,7 @@ void take_mqtt(const CLI::App& app, const mqtt_texts& texts, host_options& optio
 
 std::optional<int> parse_options(int argc, const char* const* argv, host_options& options)
 {
-    CLI::App app("Owns a USB cellular modem: starts the library, shows what it sees, acts on its "
-                 "requests.",
-                 "kelo-host");
+    CLI::App app("Owns a USB cellular modem: keeps it online and shows what it sees.", "kelo-host");
     app.footer(
         "With --sms or --gps, and without --seconds, --commands and --mqtt, it ends when they are "
         "done.\n"
@@ -141,6 +142,11 @@ std::optional<int> parse_options(int argc, const char* const* argv, host_options
                    "Low power mode: hold commands back until the modem is up (default 0)")
         ->check(CLI::Range(0, 255));
     app.add_option("--sim", options.sim, "Active SIM (default 1)")->check(CLI::Range(1, 2));
+    app.add_option("--port", options.port,
+                   "The AT port (default: the first USB serial device from number 2, or 1, on)");
+    app.add_option("--on-stuck", options.on_stuck,
+                   "Shell command that cuts the modem's power, for a modem that hangs; KELO_TRY is "
+                   "the number of the try");
     add_settings(app, options);
     auto* sms =
         app.add_option("--sms", options.sms_number, "Send a message of any length to NUMBER")
@@ -168,6 +174,11 @@ std::optional<int> parse_options(int argc, const char* const* argv, host_options
     try {
         app.parse(argc, argv);
         take_mqtt(app, mqtt, options);
+        if (options.second_ping_target.size() >= sizeof kelo_keeper::second_ping_target ||
+            options.second_ping_target.starts_with('-'))
+            throw CLI::ValidationError("--second-ping-target", "is no host name or address");
+        if (!options.port.empty() && (options.port[0] != '/' || options.port.size() > 31))
+            throw CLI::ValidationError("--port", "takes a path of up to 31 characters");
         if (sms->count() != 0) {
             const std::string fault = message_fault(options.sms_number, options.sms_text);
             if (!fault.empty())

@@ -24,6 +24,9 @@ struct host_options {
     int join_seconds = 60;
     std::optional<mqtt_config> mqtt;
     bool gps = false;
+    std::string port; // empty: the first
+    std::string second_ping_target;
+    std::string on_stuck; // a shell command
     std::string custom_file;
     std::string check_profiles; // folder to check instead of running
 };

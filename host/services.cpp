@@ -54,6 +54,7 @@ bool mqtt_client::start(const mqtt_config& config)
     config_ = config;
     config_.mqtt_done_callback = on_done;
     kelo_set_urc_callback(on_report);
+    kelo_set_mqtt_backoff(1);
     active_ = kelo_set_cellular_wake(&config_) == 0;
     return active_;
 }

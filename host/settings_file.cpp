@@ -2,6 +2,8 @@
 
 #include "host/fields.h"
 
+#include <kelo/gsm.h>
+
 #include <cerrno>
 #include <charconv>
 #include <cstring>
@@ -164,6 +166,22 @@ bool needs_restart(const cellular_setting& before, const cellular_setting& now)
     return std::strcmp(before.apn, now.apn) != 0 || std::strcmp(before.user, now.user) != 0 ||
            std::strcmp(before.password, now.password) != 0 ||
            std::strcmp(before.pin, now.pin) != 0 || before.auth != now.auth;
+}
+
+bool apply_change(const cellular_setting& before, const cellular_setting& now, int& mode)
+{
+    const bool restart = needs_restart(before, now);
+    const bool on = now.enable != 0;
+    if (!on || now.net_mode != mode)
+        kelo_set_cellular(&now); // with the link off it sends no mode, and fills no slot
+    if (!on || now.net_mode == mode)
+        kelo_set_cellular_but_mode(&now);
+    set_cell_pdpdeact(0); // raised by our own change
+    if (restart)
+        kelo_cellular_restart(&now);
+    if (on || restart)
+        mode = now.net_mode;
+    return restart;
 }
 
 } // namespace kelo_host

@@ -31,4 +31,8 @@ std::vector<std::string> read_settings_file(const std::string& path, cellular_se
 // Whether the modem has to be walked anew for a change: its record takes these at a start alone.
 bool needs_restart(const cellular_setting& before, const cellular_setting& now);
 
+// Hands changed settings to the running library; `mode` is the net_mode that it applied last. What
+// the record takes at a start alone costs a restart, then true; the rest is changed at once.
+bool apply_change(const cellular_setting& before, const cellular_setting& now, int& mode);
+
 } // namespace kelo_host

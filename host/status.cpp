@@ -203,6 +203,7 @@ json_value read_status(const received_counts& received, const cellular_status& r
 
     json_value status;
     status["status"] = printable(text);
+    status["reason"] = kelo_reason_name(kelo_get_reason());
     status["link"] = !word(g_netWorkCardFlag) ? "off" : kelo_get_connect_status() ? "up" : "down";
     status["net_type"] = name_of(net_types, report.net_type);
     status["registration"] = text_or_null(registration ? registration : "");
@@ -255,7 +256,7 @@ std::vector<std::string> screen(const json_value& status, long seconds, size_t w
     const std::string dbm =
         status.at("signal_dbm").is_null() ? "unknown" : s("signal_dbm") + " dBm";
     std::vector<std::string> lines = {
-        "kelo-host " + std::string(up) + "   " + s("status"),
+        "kelo-host " + std::string(up) + "   " + s("reason") + "   " + s("status"),
         std::string(std::min<size_t>(width, 78), '-'),
         "Link          " + s("link") + "  net type " + s("net_type") + "  MQTT " + s("mqtt"),
         "Registration  " + s("registration"),

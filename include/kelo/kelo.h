@@ -17,6 +17,7 @@
 #include <kelo/gps.h>
 #include <kelo/gsm.h>
 #include <kelo/host.h>
+#include <kelo/keeper.h>
 #include <kelo/link.h>
 #include <kelo/list.h>
 #include <kelo/mqtt.h>

@@ -41,10 +41,13 @@ struct mqtt_config {
 
 /* Starts an update. The settings are copied, and nothing of them is used before the copy is
  * complete. While the SIM is ready and the modem registered (in low power mode at once) an attempt
- * is made on the first idle second of the process and on every sixth after an attempt, each from
- * the disconnect on, without a limit: until the subscription is confirmed or kelo_deinit_cellular
- * ends the update, which waits for an attempt under way. New settings go out with the next attempt;
- * what the modem says about an attempt with other settings then no longer counts.
+ * is made on the first idle second of the process and on every sixth after an attempt or after a
+ * step of it that the modem confirmed, each from the disconnect on, without a limit: until the
+ * subscription is confirmed or kelo_deinit_cellular ends the update, which waits for an attempt
+ * under way. With global_quagga_stop set an attempt ends within a second. New settings go out with
+ * the next attempt; what the modem says about an attempt with other settings, or ahead of the open
+ * of the one under way, does not count. For a broker that takes longer, or a fleet of devices, see
+ * kelo_set_mqtt_backoff.
  *
  * An attempt holds the mobile task up for 3.2 seconds, 4.8 with three files. A file that can't be
  * read is passed over; one that is no regular file or has more than KELO_MQTT_FILE_LIMIT bytes,
@@ -56,6 +59,19 @@ struct mqtt_config {
 int kelo_set_cellular_wake(const struct mqtt_config* config);
 
 #define KELO_MQTT_FILE_LIMIT 65536
+
+/* Non-zero: attempts give the modem time to answer, and keep away from a broker that refuses, each
+ * device by itself (off at the start of the process; 0 switches it off again). In idle seconds:
+ *
+ *     modem silent behind a step     80 to 96 until the next attempt
+ *     refused, or dropped within a   10, doubled with each further failure up to 640, and 20 %
+ *     minute of the confirmation     more or less
+ *     first attempt of an update     0 to 10 where a subscription stood or the modem was not
+ *                                    registered before, else none
+ *     other settings                 5 at most, and failures count from 0
+ *
+ * Returns 0. */
+int kelo_set_mqtt_backoff(int on);
 
 /* 1 while an update is pending, else 0. */
 int kelo_check_mqtt_update(void);

@@ -69,8 +69,19 @@ void kelo_init_cellular(const struct cellular_setting* settings, unsigned char l
  * and raises cell_pdpdeact, so that the host's supervisor sees a change. With enable 0 the link is
  * switched off and wwan0 and wwan0.1 are taken down (kelo_system); nothing is sent, the SIM's slot
  * stays, and a dialer that runs is not stopped. Blocks for a second, longer while the port refuses
- * writes. Returns 1, or 0 for NULL. */
+ * writes. Returns 1, or 0 for NULL.
+ *
+ * A host calls it for a net_mode that has changed, and kelo_set_cellular_but_mode for all else.
+ * With net_mode 2 the link counts as without service unless the operator is "CHN-UNICOM", also when
+ * the mode was 2 all along and the link is up: from then on each kelo_get_cellular takes wwan0
+ * down, until a call with another net_mode. A start in that mode (kelo_init_cellular,
+ * kelo_cellular_restart) has no such rule. */
 int kelo_set_cellular(const struct cellular_setting* settings);
+
+/* The same for all but net_mode: the modem keeps its mode, nothing is sent, cell_pdpdeact is not
+ * raised, wwan0 stays as it is, and the slot of SIM 1 is filled whatever enable is. Does not block.
+ * Returns 1, or 0 for NULL. */
+int kelo_set_cellular_but_mode(const struct cellular_setting* settings);
 
 /* Applies new settings and restarts the modem task: apn, user, password, auth and pin go into the
  * modem record at once, and the restarted flow sends the APN to the modem; net_mode with the start.

@@ -29,8 +29,23 @@ dialer_tools real_dialer_tools = {
     .sleep = seconds_sleep,
 };
 
+kept_link_tools real_kept_tools = {
+    .interface_up = interface_up,
+    .interface_addressed = interface_addressed,
+    .program_there = program_there,
+    .link_ping = link_ping,
+    .run = shell_run_quietly,
+    .start = shell_start,
+    .ended = shell_ended,
+    .signal = shell_signal,
+    .sleep_ms = [](int ms) { microseconds_sleep(ms * 1000L); },
+    .send_at = libgsm_send_at,
+};
+
 namespace
 {
+
+link_tools real_link_tools = {&real_dialer_tools, &real_kept_tools};
 
 constexpr char debug_file[] = "/config/5Gdebug";
 
@@ -42,7 +57,7 @@ struct worker {
 };
 
 constexpr worker start_worker = {cellular_start_thread, &lifecycle::start_thread};
-constexpr worker dialer_worker = {[](void*) { return dialer_thread(&real_dialer_tools); },
+constexpr worker dialer_worker = {[](void*) { return dialer_thread(&real_link_tools); },
                                   &lifecycle::dialer_thread};
 
 void* worker_run(void* argument)

@@ -300,6 +300,8 @@ read_outcome libgsm_check_event(gsm_mobile* rec, at_info* cur)
         return outcome;
     outcome.drained = got.drained;
     outcome.heard = got.length > 0;
+    if (outcome.heard)
+        word_add(reads_heard, 1);
     char* const text = got.text.get();
     hooks.each_read(text, got.length);
     if (find_spoken(text, "+QIND: SMS DONE") != nullptr ||

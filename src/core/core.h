@@ -52,6 +52,21 @@ extern int sms_pending_count;
 extern int g_mode_no_service;
 extern int attach_timeout;
 
+// With a keeper the rooms below it act with more care, and tell it what they see.
+extern int keeper_on;
+extern int link_held;
+extern int reads_heard;
+extern int port_error;
+extern int radio_answer;
+extern int link_trouble;
+extern int link_due_s;
+extern int radio_reset_wanted;
+extern int start_count;
+extern int reload_count;
+extern int radio_reset_count;
+extern int dial_count;
+extern int link_loss_count;
+
 void cell_restart_flag_set();
 void cell_restart_flag_reset();
 int cell_restart_flag_get();
@@ -77,12 +92,14 @@ cellular_setting settings_cleaned(const cellular_setting& from);
 
 // Fills the slot of SIM 1 from the settings, by way of the exported texts.
 void sim_slot_fill(const cellular_setting& wanted, int scan_code);
+void sim_slot_fill_texts(const cellular_setting& wanted); // its scan code stays
 void sim_slot_set_scan_code(int scan_code);
 
 int select_scanmode(int sim); // of the slot, into the modem record
 void copy_sim_settings();     // PIN and service centre of the active SIM, into the modem record
 const char* cellular_get_pincode();
 const char* cellular_get_smscenter();
+void pin_of_slot(int sim, char (&pin)[64]); // of that SIM and no other; empty for none
 
 // ---- Setters of the record (setters.cpp)
 
@@ -98,6 +115,12 @@ int libgsm_mobile_open_usb(gsm_mobile* rec);
 int libgsm_mobile_setup_serial(gsm_mobile* rec);
 void libgsm_mobile_close_usb(gsm_mobile* rec);
 int mobile_device_exist();
+
+// Whether a start would find a port: the one that the host has named, or one of the modem's.
+bool port_there();
+
+// Whether the open port is not, or no longer, the device of its name.
+bool port_lost(gsm_mobile* rec);
 
 // The open descriptor, or -1.
 int port_descriptor(gsm_mobile* rec);

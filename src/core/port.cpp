@@ -3,14 +3,19 @@
 #include "core/core.h"
 #include "core/family.h"
 #include "support/diag.h"
+#include "support/scan.h"
 #include "support/sleeps.h"
 #include "support/text.h"
+#include <kelo/keeper.h>
 
 #include <cctype>
+#include <cerrno>
 #include <cstdio>
 #include <fcntl.h>
 #include <iterator>
+#include <sys/file.h>
 #include <sys/ioctl.h>
+#include <sys/stat.h>
 #include <termios.h>
 #include <unistd.h>
 #include <utility>
@@ -32,6 +37,16 @@ bool device_exists(char (&path)[32], const char* format_usb_or_acm, int index)
     return path_exists(path);
 }
 
+// The port that the host has named; guarded by settings_lock.
+char named_port[32] = "";
+
+bool find_named_port(char (&path)[32])
+{
+    const lock_scope hold(settings_lock);
+    text_set(path, named_port);
+    return path[0] != '\0';
+}
+
 // The path of the port with this index; an ACM device counts one higher than a USB one.
 bool find_port(char (&path)[32], int first, int& index)
 {
@@ -43,11 +58,40 @@ bool find_port(char (&path)[32], int first, int& index)
 
 } // namespace
 
+namespace
+{
+
+// The number at the end of a path, as far as it has one.
+int index_of(const char* path)
+{
+    const std::size_t head = std::strcspn(path, "0123456789");
+    int index = 0;
+    scan(path + head, dec(index));
+    return index;
+}
+
+bool choose_port(char (&path)[32], int& index)
+{
+    if (!find_named_port(path))
+        return find_port(path, ports_from_1() ? 1 : 2, index);
+    index = index_of(path);
+    return path_exists(path);
+}
+
+} // namespace
+
+bool port_there()
+{
+    char path[32] = "";
+    int index = 0;
+    return choose_port(path, index);
+}
+
 void libgsm_search_usb_port(gsm_mobile* rec)
 {
     char path[32] = "";
     int index = 0;
-    const bool found = find_port(path, ports_from_1() ? 1 : 2, index);
+    const bool found = choose_port(path, index);
     if (found)
         diag_debug("[%s:%d] %s found!!!!\n", __func__, __LINE__, path);
     else
@@ -77,6 +121,30 @@ int open_port(const char* path)
     return above;
 }
 
+// Two programs on one port read half of every answer each. TIOCEXCL keeps others out, but for root;
+// among those the lock does, for all that ask for it.
+bool take_alone(int fd)
+{
+    if (flock(fd, LOCK_EX | LOCK_NB) != 0)
+        return false;
+    ioctl(fd, TIOCEXCL);
+    return true;
+}
+
+// Opens it, and notes how that went.
+int open_noted(const char* path)
+{
+    int fd = open_port(path);
+    int error = fd < 0 ? errno : 0;
+    if (fd >= 0 && word_get(keeper_on) != 0 && !take_alone(fd)) {
+        close(fd);
+        fd = -1;
+        error = EBUSY;
+    }
+    word_set(port_error, error);
+    return fd;
+}
+
 } // namespace
 
 int libgsm_mobile_open_usb(gsm_mobile* rec)
@@ -88,11 +156,12 @@ int libgsm_mobile_open_usb(gsm_mobile* rec)
     }
     if (path[0] == '\0' || !path_exists(path)) {
         diag_at(plain, __func__, "'%s': no such file or directory!\n", path);
+        word_set(port_error, ENOENT);
         return -1;
     }
     // A task that ended by itself leaves its port open; it must not be left behind.
     libgsm_mobile_close_usb(rec);
-    const int fd = open_port(path);
+    const int fd = open_noted(path);
     {
         lock_scope guard(port_lock);
         rec->fd = fd;
@@ -271,9 +340,27 @@ int port_descriptor(gsm_mobile* rec)
     return rec->fd;
 }
 
+// A modem that starts anew may come back under the same name: the descriptor is then that of a
+// device that is gone.
+bool port_lost(gsm_mobile* rec)
+{
+    char path[32];
+    {
+        const lock_scope guard(record_lock);
+        text_set(path, rec->at_dev);
+    }
+    struct stat named = {};
+    struct stat opened = {};
+    const lock_scope guard(port_lock);
+    return rec->fd < 0 || stat(path, &named) != 0 || fstat(rec->fd, &opened) != 0 ||
+           named.st_rdev != opened.st_rdev;
+}
+
 int mobile_device_exist()
 {
     char path[32];
+    if (find_named_port(path))
+        return path_exists(path) ? 1 : 0;
     for (int index = 0; index < port_limit; index++)
         if (device_exists(path, "USB", index) || device_exists(path, "ACM", index))
             return 1;
@@ -281,3 +368,18 @@ int mobile_device_exist()
 }
 
 } // namespace kelo
+
+using namespace kelo;
+
+int kelo_set_port(const char* path)
+{
+    const char* const wanted = path != nullptr ? path : "";
+    if ((wanted[0] != '/' && wanted[0] != '\0') || std::strlen(wanted) >= sizeof named_port) {
+        diag_at(plain, __func__, "refused '%s': no path of up to %zu characters\n", wanted,
+                sizeof named_port - 1);
+        return -1;
+    }
+    const lock_scope hold(settings_lock);
+    text_set(named_port, wanted);
+    return 0;
+}

@@ -89,9 +89,14 @@ const char* active_text(const char* cell_sim_cfg::*field)
 
 void sim_slot_fill(const cellular_setting& wanted, int scan_code)
 {
+    sim_slot_set_scan_code(scan_code);
+    sim_slot_fill_texts(wanted);
+}
+
+void sim_slot_fill_texts(const cellular_setting& wanted)
+{
     const lock_scope hold(settings_lock);
     fill_texts(wanted);
-    slots[0].scan_code = scan_code;
     slots[0].apn = or_null(g_Apn);
     slots[0].user = or_null(g_Usr);
     slots[0].password = or_null(g_passWard);
@@ -158,6 +163,16 @@ const char* cellular_get_smscenter()
     return active_text(&cell_sim_cfg::smsc);
 }
 
+// A card's PIN counts as a try on any other: no slot lends its own. The settings' PIN is that of
+// SIM 1.
+void pin_of_slot(int sim, char (&pin)[64])
+{
+    const lock_scope hold(settings_lock);
+    const cell_sim_cfg* const slot = cell_sim_config(sim);
+    const char* const own = slot != nullptr ? slot->pin : nullptr;
+    text_set(pin, own != nullptr ? own : sim == 1 ? g_startCellSet.pin : "");
+}
+
 // Held over both: a change of the settings rewrites the very texts that the slot points at.
 void copy_sim_settings()
 {
@@ -173,6 +188,22 @@ using namespace kelo;
 struct cell_sim_cfg* cell_sim_config(int sim)
 {
     return sim == 1 || sim == 2 ? &slots[sim - 1] : nullptr;
+}
+
+int kelo_set_cellular_but_mode(const struct cellular_setting* settings)
+{
+    if (settings == nullptr) {
+        diag_plain("%s pass parameter error\n", __func__);
+        return 0;
+    }
+    if (refused_in_fork(__func__))
+        return 0;
+    const cellular_setting wanted = settings_cleaned(*settings);
+    settings_store(wanted);
+    set_network_card_flag(wanted.enable != 0 ? 1 : 0);
+    sim_slot_fill_texts(wanted);
+    set_attach_timeout(wanted.attach_timeout);
+    return 1;
 }
 
 struct cellular_setting* get_start_cellular_status(void)

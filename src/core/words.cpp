@@ -43,6 +43,19 @@ int no_signal_count = 0;           // reports of no signal, of three            
 int mqtt_conn_lost = 1;            // no sign of a connected client yet                                   MQTT query handler                      the same
 int sms_pending_count = 0;         // messages handed in and not yet answered                             whoever hands in, events, reload        the same
 int g_mode_no_service = 0;         // the chosen 3G mode can't be served                                  set_5G_para                             kelo_get_cellular
+int keeper_on = 0;                 // a keeper is on                                                     keeper                                  port, start, task, SIM, dialer
+int link_held = 1;                 // kept: no modem to dial through                                     keeper                                  dialer
+int reads_heard = 0;               // reads of the port that held something                               exchange                                keeper
+int port_error = 0;                // errno of the last try to open the port, 0: it is open               port                                    keeper
+int radio_answer = 0;              // kept: 1 + <fun> of a "+CFUN:" line, 0 for none                      SIM guard, keeper (down)                keeper
+int link_trouble = 0;              // kept: a link_state                                                  dialer                                  keeper
+int link_due_s = 0;                // kept: monotonic second of the next dial                             dialer                                  keeper
+int radio_reset_wanted = 0;        // kept: dialing alone does not help                                   dialer, keeper (down)                   keeper
+int start_count = 0;               // starts that opened the port or tried to                             start                                   keeper
+int reload_count = 0;              // reloads                                                             reload                                  keeper
+int radio_reset_count = 0;         // radio off and on                                                    radio reset                             keeper
+int dial_count = 0;                // kept: starts of the dialer                                          dialer                                  keeper
+int link_loss_count = 0;           // kept: of a link that was up                                         dialer                                  keeper
 int attach_timeout = 50;           // 50 or more, its unit is the host's                                  set_attach_timeout                      nobody
 
 namespace

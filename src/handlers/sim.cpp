@@ -4,6 +4,7 @@
 #include "at/answers.h"
 #include "at/at.h"
 #include "core/family.h"
+#include "handlers/sim_guard.h"
 #include "support/rows.h"
 
 namespace kelo
@@ -37,6 +38,8 @@ constexpr sim_answer sim_answers[] = {
 
 event* cpin_handler(gsm_mobile* rec, char* line)
 {
+    if (word_get(keeper_on) != 0 && sim_guard_answer(rec, line))
+        return nullptr;
     {
         lock_scope guard(record_lock);
         if (finish_on_ok(rec, line, answer_seen(rec)))
@@ -44,6 +47,9 @@ event* cpin_handler(gsm_mobile* rec, char* line)
         if (text_has(line, "+CPIN"))
             rec->reg_seen = 1;
     }
+    // Of the second PIN, which no data link needs: the same words begin so.
+    if (word_get(keeper_on) != 0 && (text_has(line, "SIM PIN2") || text_has(line, "SIM PUK2")))
+        return nullptr;
     const auto* const answer =
         find_row(sim_answers, [&](const auto& row) { return text_has(line, row.needle); });
     if (answer != nullptr) {

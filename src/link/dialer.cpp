@@ -35,11 +35,6 @@ constexpr int redial_passes = 50;   // 10 s
 constexpr int dial_limit = 3;       // four dials, then the way goes over a restart
 constexpr int sim_wait_limit = 250; // 50 s
 
-bool stopping()
-{
-    return word_get(conn_mode_flag) != 0 || word_get(global_quagga_stop) != 0;
-}
-
 // Counts, and tells whether the limit was passed before.
 bool count_above(int& counter, int limit)
 {
@@ -58,7 +53,7 @@ void redial(dialer_state& state)
     state.tools->run("killall -q -15 udhcpc");
     state.tools->sleep(1);
     char line[128];
-    if (!stopping() && dialer_command_build(line, sizeof line) == 0)
+    if (!link_stopping() && dialer_command_build(line, sizeof line) == 0)
         state.tools->run(line);
 }
 
@@ -66,7 +61,7 @@ void reset_and_restart(dialer_state& state, const char* text)
 {
     diag_plain("%s", text);
     state.tools->reset_radio();
-    if (!stopping()) // the reset takes seconds
+    if (!link_stopping()) // the reset takes seconds
         state.tools->restart();
 }
 
@@ -95,7 +90,7 @@ void supervise(dialer_state& state)
     state.ping_fails = 0;
     state.ping_ticks = 0;
     state.ping_wait = first_wait_s;
-    while (!stopping() && ping(state, state.ping_wait) == 0) {
+    while (!link_stopping() && ping(state, state.ping_wait) == 0) {
         state.ping_wait *= 2;
         if (++state.ping_fails < cycle_pings)
             continue;
@@ -177,26 +172,25 @@ bool fill_command(char* line, std::size_t size, const cellular_setting& settings
     if (!append(line, size, "quectel-CM -d"))
         return false;
     if (settings.apn[0] == '\0')
-        return append(line, size, " &");
+        return true;
     if (!append(line, size, " -s") || !append_value(line, size, settings.apn))
         return false;
     if (settings.user[0] == '\0' || settings.password[0] == '\0')
-        return append(line, size, " &");
+        return true;
     char end[32];
-    std::snprintf(end, sizeof end, " %d &", settings.auth);
+    std::snprintf(end, sizeof end, " %d", settings.auth);
     return append_value(line, size, settings.user) && append_value(line, size, settings.password) &&
            append(line, size, end);
 }
 
-} // namespace
-
-// A line without its " &" would keep the shell waiting for the dialer, so none is ever cut.
-int dialer_command_build(char* buffer, std::size_t size)
+// Behind `end` there is nothing: a line without it would keep the shell waiting for the dialer, so
+// none is ever cut.
+int build_command(char* buffer, std::size_t size, const char* end)
 {
     const cellular_setting settings = start_settings_copy();
     bool usable = is_value("apn", settings.apn) && is_value("user", settings.user) &&
                   is_value("password", settings.password);
-    if (usable && !fill_command(buffer, size, settings)) {
+    if (usable && (!fill_command(buffer, size, settings) || !append(buffer, size, end))) {
         diag_at(plain, "dialer",
                 "refused to dial: apn, user and password are too long for one line\n");
         usable = false;
@@ -209,9 +203,26 @@ int dialer_command_build(char* buffer, std::size_t size)
     return 0;
 }
 
+} // namespace
+
+int dialer_command_build(char* buffer, std::size_t size)
+{
+    return build_command(buffer, size, " &");
+}
+
+int dialer_line_build(char* buffer, std::size_t size)
+{
+    return build_command(buffer, size, "");
+}
+
+bool link_stopping()
+{
+    return word_get(conn_mode_flag) != 0 || word_get(global_quagga_stop) != 0;
+}
+
 long dialer_pass(dialer_state& state)
 {
-    if (stopping())
+    if (link_stopping())
         return -1;
     if (word_get(g_netWorkCardFlag) == 0) {
         word_set(cell_network_up, 0);
@@ -228,17 +239,23 @@ long dialer_pass(dialer_state& state)
     return pass_us;
 }
 
-void dialer_run(dialer_state& state)
+void dialer_run(dialer_state& state, kept_link_state& kept_state)
 {
-    for (long sleep_us; (sleep_us = dialer_pass(state)) >= 0;)
+    const auto pass = [&] {
+        return word_get(keeper_on) != 0 ? kept_link_pass(kept_state, monotonic_ms())
+                                   : dialer_pass(state);
+    };
+    for (long sleep_us; (sleep_us = pass()) >= 0;)
         usleep(static_cast<useconds_t>(sleep_us));
 }
 
 void* dialer_thread(void* tools)
 {
     pthread_setname_np(pthread_self(), "DialerThread");
-    dialer_state state = {.tools = static_cast<const dialer_tools*>(tools)};
-    dialer_run(state);
+    const auto* const given = static_cast<const link_tools*>(tools);
+    dialer_state state = {.tools = given->told};
+    kept_link_state kept_state = {.tools = given->kept};
+    dialer_run(state, kept_state);
     return nullptr;
 }
 

@@ -9,6 +9,11 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <cstring>
+#include <ifaddrs.h>
+#include <memory>
+#include <net/if.h>
+#include <netinet/in.h>
 
 namespace kelo
 {
@@ -118,6 +123,49 @@ int interface_present(const char* interface)
     char line[128];
     std::snprintf(command, sizeof command, "ifconfig | grep %s", interface);
     return shell_find(command, "wwan0", ifconfig_limit_ms, line, sizeof line) ? 1 : 0;
+}
+
+namespace
+{
+
+struct addresses_release {
+    void operator()(ifaddrs* list) const { freeifaddrs(list); }
+};
+
+// Whether one of the interface's entries (one for each of its addresses) is like that.
+bool any_entry(const char* interface, bool (*is_like)(const ifaddrs&))
+{
+    ifaddrs* list = nullptr;
+    if (getifaddrs(&list) != 0)
+        return false;
+    const std::unique_ptr<ifaddrs, addresses_release> held(list);
+    for (const ifaddrs* entry = list; entry != nullptr; entry = entry->ifa_next)
+        if (std::strcmp(entry->ifa_name, interface) == 0 && is_like(*entry))
+            return true;
+    return false;
+}
+
+bool is_far_address(const ifaddrs& entry)
+{
+    if (entry.ifa_addr == nullptr)
+        return false;
+    if (entry.ifa_addr->sa_family == AF_INET)
+        return true;
+    const auto* const address = reinterpret_cast<const sockaddr_in6*>(entry.ifa_addr);
+    return entry.ifa_addr->sa_family == AF_INET6 && !IN6_IS_ADDR_LINKLOCAL(&address->sin6_addr);
+}
+
+} // namespace
+
+bool interface_up(const char* interface)
+{
+    return any_entry(interface,
+                     [](const ifaddrs& entry) { return (entry.ifa_flags & IFF_UP) != 0; });
+}
+
+bool interface_addressed(const char* interface)
+{
+    return any_entry(interface, is_far_address);
 }
 
 } // namespace kelo

@@ -14,6 +14,7 @@ int libgsm_reset_base_station()
 {
     if (modem_record() == nullptr)
         return -1;
+    word_add(radio_reset_count, 1);
     libgsm_send_at("AT+CFUN=0");
     seconds_sleep(1);
     if (word_get(isLowPower) != 0)

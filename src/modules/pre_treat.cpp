@@ -3,6 +3,7 @@
 // Everything here runs on the mobile task, between two commands.
 #include "modules/modules.h"
 
+#include "handlers/sim_guard.h"
 #include "support/diag.h"
 #include "support/text.h"
 #include "support/words.h"
@@ -201,8 +202,34 @@ int cont3_pre_treat(gsm_mobile* rec, at_info* at)
     });
 }
 
+namespace
+{
+
+// With a keeper the PIN goes out only where that can't lock the card.
+int guarded_pin(at_info* at)
+{
+    constexpr int answer_s = 5; // 3GPP modules take so long to have the card check it
+    char text[64] = "";
+    const pin_step step = sim_guard_next(text);
+    if (step == pin_step::pass)
+        return skip(at);
+    if (step == pin_step::send)
+        fill(at, "$PIN_NUMBER", text);
+    else
+        install(at, text_duplicate(text));
+    const lock_scope hold(flow_lock);
+    if (step == pin_step::ask)
+        at->flags &= ~AT_FLAG_SENT; // its own turn comes next
+    at->timeout = answer_s;
+    return 0;
+}
+
+} // namespace
+
 int cpin_pre_treat(gsm_mobile* rec, at_info* at)
 {
+    if (word_get(keeper_on) != 0)
+        return guarded_pin(at);
     // Only straight after the modem has asked: a wrong PIN that goes out again and again locks the
     // SIM.
     return treat(at, "$PIN_NUMBER", [&](auto& value) {

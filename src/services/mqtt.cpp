@@ -20,12 +20,14 @@
 #include "support/text.h"
 #include <kelo/mqtt.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstdarg>
 #include <cstddef>
 #include <cstdio>
 #include <fcntl.h>
+#include <sys/random.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -47,13 +49,86 @@ mqtt_config settings = {};
 // What the last attempt was made with. update_pending: its reports may still come.
 mqtt_config attempted = {};
 
-// From the start of an attempt to the first sign of its open: what is read until then was said
-// ahead of the disconnect, and no longer stands.
-bool reopening = false;
+// From the start of an attempt until its open is seen to have reached the modem, by its echo: what
+// is read ahead of that is of an earlier connection, and no longer stands. A modem that echoes
+// nothing answers the attempt's first command at least, ahead of the result of its open.
+struct {
+    bool reopening, echoes, answers;
+} sign = {};
 
-// Idle ticks to the next attempt; the mobile task's alone. New settings do not shorten it.
+// ---- The pace of attempts: the mobile task's alone, but for the switch
+
+// Idle ticks to the next attempt.
 int mqtt_retry_ticks = 0;
 constexpr int ticks_between_attempts = 5;
+
+int backing_off = 0; // by the host's wish
+
+constexpr int answer_ticks = 80; // an open is answered within 75 s
+constexpr int fleet_ticks = 10;  // over which devices that lost one broker come back to it
+constexpr int first_wait = 10;   // doubled with each further failure
+constexpr int longest_wait = 640;
+constexpr std::int64_t steady_ms = 60000; // a subscription that stood for less failed as well
+
+int attempts = 0;  // in a row, the one that led to a subscription among them
+bool anew = false; // the row has ended; unless it is one of subscriptions that do not last
+std::int64_t stood_since = 0;
+
+// From 0 to `limit`. Devices that were started together have one clock, but not one source of this.
+int random_up_to(int limit)
+{
+    unsigned number = 0;
+    if (getrandom(&number, sizeof number, GRND_NONBLOCK) != sizeof number)
+        number = static_cast<unsigned>(time_of_day_us() ^ getpid());
+    return static_cast<int>(number % (static_cast<unsigned>(limit) + 1));
+}
+
+// 20 % more or less than the wait that is due.
+int wait_of_failure()
+{
+    int wait = first_wait;
+    for (int i = 1; i < attempts && wait < longest_wait; i++)
+        wait *= 2;
+    return wait - wait / 5 + random_up_to(wait * 2 / 5);
+}
+
+// The modem took a step: the next attempt must not tear this one down in the middle.
+void attempt_goes_on()
+{
+    mqtt_retry_ticks = word_get(backing_off) == 0 ? ticks_between_attempts
+                                                  : answer_ticks + random_up_to(answer_ticks / 5);
+}
+
+void attempt_begins()
+{
+    attempts++;
+    attempt_goes_on();
+    if (word_get(backing_off) != 0)
+        mqtt_retry_ticks = std::max(mqtt_retry_ticks, wait_of_failure());
+}
+
+void attempt_failed()
+{
+    if (word_get(backing_off) != 0)
+        mqtt_retry_ticks = wait_of_failure();
+}
+
+void row_ends(std::int64_t since)
+{
+    anew = attempts > 0;
+    stood_since = since;
+}
+
+// Ahead of the first attempt of a row.
+void begin_row()
+{
+    const bool steady = monotonic_ms() - stood_since >= steady_ms;
+    anew = false;
+    if (steady)
+        attempts = 0;
+    if (word_get(backing_off) != 0)
+        mqtt_retry_ticks = steady ? random_up_to(fleet_ticks) : wait_of_failure();
+}
 
 constexpr long second_us = 1000000;
 constexpr long tenth_us = 100000;
@@ -172,9 +247,12 @@ int libgsm_set_mqtt_urc_callback(mqtt_urc_handler callback)
 
 // ---- An attempt
 
-// Sends a command and gives the modem `us` to take it; nothing waits for the answer.
+// Sends a command and gives the modem `us` to take it; nothing waits for the answer. Behind a stop
+// of the library what is left of an attempt stays unsaid.
 [[gnu::format(printf, 2, 3)]] void command(long us, const char* format, ...)
 {
+    if (word_get(global_quagga_stop) != 0)
+        return;
     char text[640]; // the longest, with all fields full, has 600
     std::va_list arguments;
     va_start(arguments, format);
@@ -233,7 +311,7 @@ text_pointer read_for_upload(const char* path, std::size_t& length)
 void write_content(const char* name, const char* bytes, std::size_t length)
 {
     gsm_mobile* const rec = modem_record();
-    if (rec == nullptr)
+    if (rec == nullptr || word_get(global_quagga_stop) != 0)
         return;
     std::size_t done = 0;
     for (int pieces = 20; done < length + 2 && pieces > 0; pieces--) {
@@ -293,12 +371,19 @@ bool ready_for_attempt()
     return false;
 }
 
+// Whether the next attempt has settings that none failed with yet.
+bool other_settings()
+{
+    const lock_scope hold(config_lock);
+    return !same_subscription(attempted, settings);
+}
+
 // What the attempt is made with, as it stands at this moment.
 mqtt_config begin_attempt()
 {
     const lock_scope hold(config_lock);
     attempted = settings;
-    reopening = true;
+    sign = {.reopening = true, .echoes = false, .answers = false};
     return attempted;
 }
 
@@ -307,11 +392,21 @@ mqtt_config begin_attempt()
 int libgsm_set_cellular_wake()
 {
     const attempt_scope whole;
-    if (libgsm_check_mqtt_update() == 0 || !ready_for_attempt())
+    if (libgsm_check_mqtt_update() == 0)
         return -1;
+    if (!ready_for_attempt()) {
+        row_ends(-steady_ms);
+        return -1;
+    }
+    if (word_get(backing_off) != 0 && other_settings()) {
+        attempts = 0;
+        mqtt_retry_ticks = std::min(mqtt_retry_ticks, ticks_between_attempts);
+    }
+    if (anew)
+        begin_row();
     if (mqtt_retry_ticks-- > 0)
         return 0;
-    mqtt_retry_ticks = ticks_between_attempts;
+    attempt_begins();
     make_attempt(begin_attempt());
     return 0;
 }
@@ -330,15 +425,27 @@ namespace
 
 // ---- The chain of reports
 
+// Looks for the sign of the open; config_lock is held.
+void look_for_open(const char* line)
+{
+    sign.echoes |= text_has(line, "AT+QMT");
+    sign.answers |= text_has(line, "OK") || text_has(line, "ERROR");
+    const bool result = !sign.echoes && sign.answers && text_has(line, "+QMTOPEN");
+    if (result || text_has(line, "AT+QMTOPEN"))
+        sign.reopening = false;
+}
+
 // The settings that a report is to be read with, or false: no update is pending, or the report is
 // about an attempt that was made with others or was given up since.
 bool chain_settings(const char* line, mqtt_config& with)
 {
     const lock_scope hold(config_lock);
-    if (text_has(line, "QMTOPEN")) // the echo of the command, or its result where there is no echo
-        reopening = false;
+    if (sign.reopening)
+        look_for_open(line);
+    if (!text_has(line, "QMT"))
+        return false;
     const bool ours = attempted.update_pending == 0 || same_subscription(attempted, settings);
-    if (settings.update_pending == 0 || reopening || !ours)
+    if (settings.update_pending == 0 || sign.reopening || !ours)
         return false;
     with = settings;
     return true;
@@ -361,6 +468,7 @@ void subscription_stands(const mqtt_config& with)
     mqtt_done_handler done = nullptr;
     if (!end_update(with, done))
         return;
+    row_ends(monotonic_ms());
     if (done != nullptr)
         done(1);
     else
@@ -374,6 +482,14 @@ bool is_refusal(const char* behind_result)
     return *behind_result == ',' && std::atoi(behind_result + 1) != 0;
 }
 
+// What else is said of client 0 is the end of the attempt, but for a packet that is sent again.
+bool is_failure(const char* line)
+{
+    return text_has(line, "+QMTOPEN: 0,") || text_has(line, "+QMTSTAT: 0,") ||
+           text_has(line, "+QMTCONN: 0,2") ||
+           (text_has(line, "+QMTSUB: 0,1,") && !text_has(line, "+QMTSUB: 0,1,1"));
+}
+
 } // namespace
 
 int libgsm_check_mqtt_sub(const char* line)
@@ -381,23 +497,28 @@ int libgsm_check_mqtt_sub(const char* line)
     constexpr char connected[] = "+QMTCONN: 0,0";
     mqtt_config with;
     // An incoming message and the echo of a command may hold any text, a report's too.
-    if (line == nullptr || !text_has(line, "QMT") || text_has(line, "+QMTRECV") ||
-        !chain_settings(line, with) || text_has(line, "AT+QMT"))
+    if (line == nullptr || text_has(line, "+QMTRECV") || !chain_settings(line, with) ||
+        text_has(line, "AT+QMT"))
         return 0;
     if (text_has(line, "+QMTSUB: 0,1,0,0")) {
         subscription_stands(with);
     } else if (text_has(line, "+QMTOPEN: 0,0")) {
         diag_plain("------> mqtt open success");
+        attempt_goes_on();
         command(second_us, "AT+QMTCONN=0,\"%s\",\"%s\",\"%s\"", with.client_id, with.user,
                 with.password);
     } else if (const char* const found = text_find(line, connected)) {
         const char* const behind = found + sizeof connected - 1;
         if (is_refusal(behind)) {
             diag_plain("------> mqtt connect refused, %s", found);
+            attempt_failed();
             return 0;
         }
         diag_plain("------> mqtt connect success");
+        attempt_goes_on();
         command(second_us, "AT+QMTSUB=0,1,\"%s\",0", with.topic);
+    } else if (is_failure(line)) {
+        attempt_failed();
     }
     return 0;
 }
@@ -446,6 +567,12 @@ int kelo_check_mqtt_update(void)
 int kelo_set_urc_callback(mqtt_urc_handler callback)
 {
     return libgsm_set_mqtt_urc_callback(callback);
+}
+
+int kelo_set_mqtt_backoff(int on)
+{
+    word_set(backing_off, on);
+    return 0;
 }
 
 int kelo_is_mqtt_received(void)

@@ -7,6 +7,8 @@
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
+#include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
 #include <poll.h>
@@ -24,26 +26,21 @@ namespace kelo
 namespace
 {
 
-// Longer than any line of the library takes on a loaded device; a tool that hangs must not keep a
-// start or a stop from ever coming back.
-constexpr int time_limit_ms = 30000;
-
 // No report that is read here comes near it; a tool that never stops talking ends here.
 constexpr std::size_t output_limit = 65536;
 
 // How long a line may go on once nobody reads it.
 constexpr int grace_ms = 1000;
 
-// The child starts with the signals of a fresh process, whatever the host has done to its own. With
-// a group of its own it can be killed with all that it has started.
-bool prepare(posix_spawnattr_t& attributes, bool own_group)
+// The child starts with the signals of a fresh process, whatever the host has done to its own, and
+// in a group of its own, so that it can be killed with all that it has started.
+bool prepare(posix_spawnattr_t& attributes)
 {
     sigset_t none;
     sigset_t all;
     sigemptyset(&none);
     sigfillset(&all);
-    const int flags =
-        POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF | (own_group ? POSIX_SPAWN_SETPGROUP : 0);
+    constexpr int flags = POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETPGROUP;
     return posix_spawnattr_setsigmask(&attributes, &none) == 0 &&
            posix_spawnattr_setsigdefault(&attributes, &all) == 0 &&
            posix_spawnattr_setpgroup(&attributes, 0) == 0 &&
@@ -52,7 +49,7 @@ bool prepare(posix_spawnattr_t& attributes, bool own_group)
 
 // Starts the shell on a line; -1, and said so, when that fails. With `output` it writes there, and
 // its errors go nowhere; with -1 it writes where the host does.
-pid_t start(const char* line, int output, bool own_group)
+pid_t start(const char* line, int output)
 {
     posix_spawnattr_t attributes;
     posix_spawn_file_actions_t actions;
@@ -64,7 +61,7 @@ pid_t start(const char* line, int output, bool own_group)
     char* const arguments[] = {shell, option, const_cast<char*>(line), nullptr};
     pid_t child = -1;
     int error = ENOMEM;
-    if (prepare(attributes, own_group) &&
+    if (prepare(attributes) &&
         (output < 0 || (posix_spawn_file_actions_adddup2(&actions, output, STDOUT_FILENO) == 0 &&
                         posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, "/dev/null",
                                                          O_WRONLY, 0) == 0)))
@@ -77,19 +74,27 @@ pid_t start(const char* line, int output, bool own_group)
     return -1;
 }
 
-// Waits for the child, and kills `victim` (the child, or the negative number of its group) when
-// time is over. A host that reaps every child itself, or ignores SIGCHLD, takes the status away:
-// then the line is over and its status unknown.
-int await_end(pid_t child, pid_t victim, std::int64_t deadline)
+// Waits for the shell, and kills its whole group when time is over; `leaves_nothing`: also what is
+// left of the group behind its end. A host that reaps every child itself, or ignores SIGCHLD, takes
+// the status away: then the line is over and its status unknown.
+int await_end(pid_t shell, bool leaves_nothing, std::int64_t deadline)
 {
-    int status = 0;
-    pid_t ended = 0;
     bool killed = false;
     long pause_us = 500;
-    while ((ended = waitpid(child, &status, WNOHANG)) == 0) {
+    for (;;) {
+        siginfo_t ended = {};
+        // Not reaped yet: until then, or while something is left of it, no other group has the
+        // number.
+        if (waitid(P_PID, static_cast<id_t>(shell), &ended, WEXITED | WNOHANG | WNOWAIT) != 0) {
+            if (leaves_nothing && getpgid(shell) < 0)
+                kill(-shell, SIGKILL);
+            return -1;
+        }
+        if (ended.si_pid == shell)
+            break;
         if (monotonic_ms() > deadline) {
             // One that hangs in the kernel is not over by that: it is left behind.
-            if (killed || kill(victim, SIGKILL) != 0)
+            if (killed || kill(-shell, SIGKILL) != 0)
                 return -1;
             killed = true;
             deadline = monotonic_ms() + grace_ms;
@@ -98,14 +103,17 @@ int await_end(pid_t child, pid_t victim, std::int64_t deadline)
         if (pause_us < 16000)
             pause_us *= 2;
     }
-    return ended == child && !killed && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    if (leaves_nothing)
+        kill(-shell, SIGKILL);
+    int status = 0;
+    const bool reaped = waitpid(shell, &status, WNOHANG) == shell;
+    return reaped && !killed && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
-// Runs a line in the host's group to its end.
 int run(const char* line, int output)
 {
-    const pid_t child = start(line, output, false);
-    return child > 0 ? await_end(child, child, monotonic_ms() + time_limit_ms) : -1;
+    const pid_t shell = start(line, output);
+    return shell > 0 ? await_end(shell, false, monotonic_ms() + shell_limit_ms) : -1;
 }
 
 // Cuts what comes into lines; a line is cut to the room that it has, and the rest of it passed
@@ -168,6 +176,8 @@ bool is_plain(char c)
 
 } // namespace
 
+int shell_limit_ms = 30000;
+
 int shell_run(const char* line)
 {
     return run(line, -1);
@@ -188,13 +198,13 @@ bool shell_find(const char* line, const char* needle, int limit_ms, char* found,
     if (pipe2(ends, O_CLOEXEC) != 0)
         return false;
     const std::int64_t deadline = monotonic_ms() + limit_ms;
-    const pid_t child = start(line, ends[1], true);
+    const pid_t shell = start(line, ends[1]);
     close(ends[1]);
     line_cutter cutter = {needle, found, size, 0};
-    const bool hit = child > 0 && read_until(ends[0], cutter, deadline);
+    const bool hit = shell > 0 && read_until(ends[0], cutter, deadline);
     close(ends[0]);
-    if (child > 0)
-        await_end(child, -child, std::min(deadline, monotonic_ms() + grace_ms));
+    if (shell > 0)
+        await_end(shell, true, std::min(deadline, monotonic_ms() + grace_ms));
     return hit;
 }
 
@@ -226,6 +236,46 @@ bool shell_quote(char* line, std::size_t size, const char* value)
         put('\'');
     line[fits ? length : before] = '\0';
     return fits;
+}
+
+int shell_start(const char* line)
+{
+    const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
+    const pid_t child = start(line, nowhere);
+    if (nowhere >= 0)
+        close(nowhere);
+    return child;
+}
+
+bool shell_ended(int process, int& status)
+{
+    int raw = 0;
+    const pid_t ended = waitpid(process, &raw, WNOHANG);
+    status = ended == process && WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
+    return ended != 0 && (ended > 0 || errno == ECHILD);
+}
+
+void shell_signal(int process, int number)
+{
+    if (process > 1)
+        kill(-process, number);
+}
+
+bool program_there(const char* name)
+{
+    const char* const path = std::getenv("PATH");
+    for (const char* folder = path != nullptr ? path : "/bin:/usr/bin"; *folder != '\0';) {
+        const std::size_t length = std::strcspn(folder, ":");
+        char file[256];
+        const int wanted =
+            std::snprintf(file, sizeof file, "%.*s/%s", static_cast<int>(length), folder, name);
+        if (wanted < static_cast<int>(sizeof file) && access(file, X_OK) == 0)
+            return true;
+        folder += length;
+        if (*folder == ':')
+            folder++;
+    }
+    return false;
 }
 
 int shell_run_by_host(const char* line)

@@ -3,6 +3,7 @@
 
 #include "at/answers.h"
 #include "handlers/handlers.h"
+#include "handlers/sim_guard.h"
 #include "modules/modules.h"
 #include "services/services.h"
 #include "sms/sms.h"
@@ -36,6 +37,7 @@ void each_line(gsm_mobile* rec, const at_info* running, char* line)
     } else if (text_has(line, "+QMTRECV")) {
         cellular_set_mqtt_received(1);
     }
+    sim_guard_hear(line);
     libgsm_check_gps_location(line);
     libgsm_check_mqtt_sub(line);
     if (running == nullptr || !sends_message(running))

@@ -9,6 +9,7 @@
 #include "support/sleeps.h"
 #include "support/threads.h"
 
+#include <cerrno>
 #include <cstring>
 #include <pthread.h>
 #include <unistd.h>
@@ -69,6 +70,12 @@ bool create_mobile_task(gsm_mobile* rec)
 void start_locked()
 {
     life_set(&lifecycle::mobile_task_run, true);
+    // With nothing to start, the lines below would stop programs of others for nothing.
+    if (word_get(keeper_on) != 0 && !port_there()) {
+        word_set(port_error, ENOENT);
+        return;
+    }
+    word_add(start_count, 1);
     word_set(is_pin_ready, 0);
     for (const char* line : stale_programs)
         shell_run(line);
@@ -191,6 +198,7 @@ int cellular_reload()
         return -1;
     }
     diag_at(plain, "gsm", "%s: reloading cellular modem...\n", __func__);
+    word_add(reload_count, 1);
     cellular_reset_status();
     word_set(sms_pending_count, 0);
     libgsm_change_flow(rec, FLOW_RELOAD, word_get(selected_card));

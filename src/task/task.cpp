@@ -184,6 +184,8 @@ bool task_pass(gsm_mobile* rec, task_state& state)
     bool silent = false;
     event* const raised = wait_and_hear(rec, state, fd, silent);
     count_low_power_wait(state, silent);
+    if (state.hung_up && word_get(keeper_on) != 0)
+        return false; // it never comes back to life, and the keeper opens what takes its place
     if (raised != nullptr)
         mobile_handle_event(rec, raised);
     return true;

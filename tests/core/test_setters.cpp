@@ -30,3 +30,19 @@ TEST(Setters, HostileTextsLeaveTheRecordAloneAndNoTextActsPerField)
     EXPECT_EQ(set("x", "x", "x", 3, "x", "x"), -3);
     EXPECT_EQ(stored(), ",,,0,,");
 }
+
+// Catches: settings whose unchanged 3G mode takes the link of another operator down for good.
+TEST(Setters, AllButTheModeReachesTheDialerAndTheSlotAndNoModem)
+{
+    modem_port port;
+    cellular_setting wanted = {1, "net", "", "", "1234", 1, 2, 5, 1, "9.9.9.9"};
+    sim_slot_set_scan_code(4);
+    EXPECT_EQ(kelo_set_cellular_but_mode(&wanted), 1);
+    const cell_sim_cfg& slot = *cell_sim_config(1);
+    EXPECT_EQ(in_words(start_settings_copy().ping_target, g_cellSet.apn, slot.scan_code, slot.apn,
+                       slot.pin, slot.auth, g_netWorkCardFlag, g_mode_no_service, cell_pdpdeact),
+              "9.9.9.9net4net1234pap100");
+    wanted.enable = 0;
+    EXPECT_EQ(kelo_set_cellular_but_mode(&wanted) - kelo_set_cellular_but_mode(nullptr), 1);
+    EXPECT_EQ(in_words(g_netWorkCardFlag, port.heard()), "0");
+}

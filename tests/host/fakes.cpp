@@ -50,6 +50,9 @@ using namespace kelo_host;
 // clang-format off
 int cellular_module_restart_extern() { return answer("restart", 0); }
 int cellular_reload() { cell_reload_flag = fake.reload != 0; return answer("reload", fake.reload); }
+int kelo_set_cellular(const cellular_setting*) { return answer("all", 1); }
+int kelo_set_cellular_but_mode(const cellular_setting*) { return answer("but mode", 1); }
+void kelo_cellular_restart(const cellular_setting*) { note("restart"); }
 int kelo_set_gps_on() { return answer("on", fake.gps_on); }
 int kelo_start_gps_location() { return answer("start", fake.gps_start); }
 int kelo_stop_gps_location() { return answer("stop", 0); }
@@ -64,3 +67,4 @@ int kelo_set_cellular_wake(const mqtt_config* config)
 }
 int kelo_check_mqtt_update() { return fake.mqtt_pending; }
 int kelo_set_urc_callback(mqtt_urc_handler callback) { fake.mqtt_report = callback; return 0; }
+int kelo_set_mqtt_backoff(int on) { return answer(on ? "backoff" : "", 0); }

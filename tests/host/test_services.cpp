@@ -1,4 +1,5 @@
 #include "host/services.h"
+#include "host/settings_file.h"
 #include "tests/host/fakes.h"
 
 #include <gtest/gtest.h>
@@ -33,7 +34,9 @@ struct Services : testing::Test {
     {
         mqtt_config config{};
         std::strcpy(config.topic, "t\n1");
+        fake.log.clear();
         const bool started = mqtt.start(config);
+        EXPECT_EQ(fake.log, "backoff;t\n1;"); // a fleet of hosts must not act in step
         fake.log.clear();
         return started;
     }
@@ -83,6 +86,25 @@ TEST_F(Services, MqttOutlivesRestartsAndFloods)
     EXPECT_FALSE(start_mqtt());
     EXPECT_STREQ(mqtt.state(), "off");
     walk(mqtt_pass, {{50000, dropped, ""}});
+}
+
+// Catches: a mode sent again that did not change, which takes the link down where the operator has no 3G; one that
+// changed while the link was switched off and is forgotten; a restart with the PIN of before.
+TEST_F(Services, ChangedSettingsReachTheLibraryOnceAndTheModeWhenItChanged)
+{
+    const std::pair<const char*, const char*> changes[] = {
+        {"ping_target=10.0.0.1", "but mode;"}, {"net_mode=1", "all;"}, {"pin=1234", "but mode;restart;"},
+        {"enable=0", "all;but mode;"}, {"net_mode=4", "all;but mode;"}, {"enable=1", "all;"}, {"enable=0", "all;but mode;"},
+        {"net_mode=1 apn=a", "all;but mode;restart;"}, {"enable=1", "but mode;"}};
+    cellular_setting settings = default_settings();
+    settings.net_mode = 2;
+    int mode = settings.net_mode;
+    for (const auto& [line, calls] : changes) {
+        const cellular_setting before = settings;
+        EXPECT_EQ(set_settings(settings, line), "");
+        EXPECT_EQ(apply_change(before, settings, mode), std::strstr(calls, "restart") != nullptr);
+        EXPECT_EQ(std::exchange(fake.log, ""), calls) << line;
+    }
 }
 
 // Catches: an engine asked for ahead of the modem, given up at its first refusal, asked without a pause, or left on

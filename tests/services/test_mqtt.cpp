@@ -1,11 +1,20 @@
 // MQTT: the commands of an attempt, the chain of reports, and who waits for whom.
 #include "tests/testing.h"
 
+#include <set>
+#include <sys/select.h>
+#include <sys/syscall.h>
+
 using std::chrono::milliseconds;
 using steady = std::chrono::steady_clock;
 
 namespace
 {
+
+// Sleeps of an attempt take no time while `hurry` is set; either way they tell that one was made.
+std::atomic<bool> hurry;
+std::atomic<int> sleeps;
+std::atomic<int> seconds_gone_by;
 
 std::atomic<int> confirmed;
 
@@ -20,6 +29,25 @@ mqtt_config config(int tls_mode)
     return {0,   tls_mode,      "mq.example.net", "1883",      "dev", "",     "",
             "t", "/tmp/ca.pem", "/tmp/pipe",      "/tmp/huge", 60,    on_done};
 }
+
+} // namespace
+
+extern "C" int select(int count, fd_set* in, fd_set* out, fd_set* except, timeval* limit)
+{
+    sleeps++;
+    const timespec wait = {hurry ? 0 : limit->tv_sec, hurry ? 0 : limit->tv_usec * 1000};
+    return pselect(count, in, out, except, &wait, nullptr);
+}
+
+extern "C" int clock_gettime(clockid_t clock, timespec* now)
+{
+    const long result = syscall(SYS_clock_gettime, clock, now);
+    now->tv_sec += clock == CLOCK_MONOTONIC ? seconds_gone_by.load() : 0;
+    return static_cast<int>(result);
+}
+
+namespace
+{
 
 struct Mqtt : testing::Test {
     Mqtt()
@@ -45,6 +73,18 @@ struct Mqtt : testing::Test {
     {
         task = std::thread([&] { attempt(); });
         return port.heard(quiet_ms);
+    }
+    // Ticks ahead of the one that makes an attempt, or up to `most`.
+    int wait(int most = 1000)
+    {
+        port.heard(1);
+        for (int ticks = 0; ticks < most; ticks++) {
+            const int before = sleeps;
+            attempt();
+            if (sleeps != before)
+                return ticks;
+        }
+        return most;
     }
     modem_port port;
     std::thread task;
@@ -114,12 +154,16 @@ TEST_F(Mqtt, ChainOfReportsAmongOtherSettings)
 {
     static mqtt_config c = config(0);
     mqtt_config other = config(1);
+    hurry = true;
     libgsm_check_mqtt_sub("+QMTOPEN: 0,0"); // the chain is off
     EXPECT_EQ(kelo_set_cellular_wake(&c), 0);
     attempt();
     EXPECT_EQ(port.heard(), opening + "0,1\r\n" + closing);
-    report({"+QMTSUB: 0,1,0,0", // of the attempt before: disconnected since
-            "AT+QMTOPEN=0,\"mq.example.net\",1883", "+QMTOPEN: 0,-1", "+QMTOPEN: 0,3"});
+    EXPECT_EQ(report({"+QMTSUB: 0,1,0,0", "+QMTOPEN: 0,0", // of an attempt disconnected since
+                      "AT+QMTDISC=0", "OK", "+QMTOPEN: 0,0", "+QMTDISC: 0,0", "AT+QMTCLOSE=0", "OK",
+                      "+QMTOPEN: 0,0", "AT+QMTOPEN=0,\"mq.example.net\",1883", "+QMTOPEN: 0,-1",
+                      "+QMTOPEN: 0,3"}),
+              "");
     kelo_set_cellular_wake(&other); // which waits for its own attempt
     EXPECT_EQ(report({"+QMTOPEN: 0,0", "+QMTCONN: 0,0,0", "+QMTSUB: 0,1,0,0"}), "");
     kelo_set_cellular_wake(&c); // as before: the attempt counts again
@@ -153,6 +197,7 @@ TEST_F(Mqtt, EverySixthTickOnlyWhenReadyUntilAStop)
     EXPECT_EQ(libgsm_set_cellular_wake(), -1);
     word_set(isLowPower, 1); // which has no such gate
     std::string ticks;
+    hurry = true;
     for (int tick = 0; tick < 12; tick++) {
         kelo_set_cellular_wake(&c); // does not shorten the countdown
         attempt();
@@ -160,6 +205,7 @@ TEST_F(Mqtt, EverySixthTickOnlyWhenReadyUntilAStop)
     }
     EXPECT_EQ(ticks, "A.....A.....");
 
+    hurry = false;
     const auto start = steady::now();
     const std::string heard = attempt_beside(300);
     for (int i = 0; i < 1000; i++) {
@@ -174,4 +220,85 @@ TEST_F(Mqtt, EverySixthTickOnlyWhenReadyUntilAStop)
     EXPECT_GE(took, milliseconds(3200));
     EXPECT_LE(took, milliseconds(4000));
     EXPECT_EQ(libgsm_set_cellular_wake(), -1);
+}
+
+// Catches: an attempt that is torn down in the middle because the modem was slow, a modem without
+// echo whose open is never seen, and one that is left with half of an attempt by a stop.
+TEST_F(Mqtt, LateAnswersAndTheStopOfTheLibrary)
+{
+    const mqtt_config c = config(0);
+    hurry = true;
+    kelo_set_cellular_wake(&c);
+    EXPECT_EQ(wait(), 0);
+    EXPECT_EQ(report({"+QMTOPEN: 0,0"}).find("AT+QMTCONN"), std::string::npos);
+    EXPECT_EQ(report({"OK", "OK"}), "");
+    for (const char* late : {"+QMTOPEN: 0,0", "+QMTCONN: 0,0,0"}) {
+        EXPECT_EQ(wait(5), 5);
+        EXPECT_NE(report({late}), "");
+    }
+    EXPECT_EQ(wait(), 5);
+
+    port.heard();
+    hurry = false;
+    wait(5);
+    const auto start = steady::now();
+    EXPECT_EQ(attempt_beside(300), "AT+QMTDISC=0\r\n");
+    word_set(global_quagga_stop, 1);
+    task.join();
+    EXPECT_LT(steady::now() - start, milliseconds(1500));
+    EXPECT_EQ(port.heard(), "");
+}
+
+// Catches: a fleet that acts in step, a broker that is never left alone or left alone for good.
+TEST_F(Mqtt, BacksOffWhenAsked)
+{
+    mqtt_config c = config(0);
+    const auto expect_wait = [&](std::initializer_list<const char*> said, int least, int most) {
+        libgsm_check_mqtt_sub("AT+QMTOPEN");
+        report(said);
+        const int ticks = wait();
+        EXPECT_GE(ticks, least) << *said.begin();
+        EXPECT_LE(ticks, most) << *said.begin();
+        return ticks;
+    };
+    const auto lost = [&](int stood_for) {
+        report({"AT+QMTOPEN", "+QMTSUB: 0,1,0,0"});
+        seconds_gone_by += stood_for;
+        kelo_set_cellular_wake(&c);
+    };
+    hurry = true;
+    kelo_set_mqtt_backoff(1);
+    kelo_set_cellular_wake(&c);
+    EXPECT_EQ(wait(), 0);
+    expect_wait({"OK"}, 80, 96);
+    const std::pair<const char*, int> failures[] = {{"+QMTOPEN: 0,5", 20},
+                                                    {"+QMTCONN: 0,2", 40},
+                                                    {"+QMTCONN: 0,0,4", 80},
+                                                    {"+QMTSUB: 0,1,0,128", 160},
+                                                    {"+QMTSTAT: 0,1", 320}};
+    for (const auto& [failure, about] : failures)
+        expect_wait({failure}, about * 8 / 10, about * 12 / 10);
+    std::set<int> spread;
+    for (int i = 0; i < 8; i++)
+        spread.insert(expect_wait({"+QMTOPEN: 0,-1"}, 512, 768));
+    EXPECT_GT(spread.size(), 1u);
+
+    c.keepalive = 61; // no failure of these yet
+    kelo_set_cellular_wake(&c);
+    EXPECT_EQ(wait(), 5);
+    expect_wait({"+QMTOPEN: 0,0", "+QMTCONN: 0,1", "+QMTCONN: 0,3"}, 80, 96);
+    for (const int about : {20, 40}) { // subscriptions that do not last
+        lost(59);
+        expect_wait({"lost"}, about * 8 / 10, about * 12 / 10);
+    }
+    lost(60);
+    expect_wait({"lost"}, 0, 10);
+    expect_wait({"+QMTOPEN: 0,3"}, 8, 12);
+    word_set(is_pin_ready, 0);
+    EXPECT_EQ(libgsm_set_cellular_wake(), -1);
+    word_set(is_pin_ready, 1);
+    expect_wait({"registered again"}, 0, 10);
+    kelo_set_mqtt_backoff(0);
+    expect_wait({"+QMTOPEN: 0,3"}, 8, 96); // as it was begun
+    expect_wait({"+QMTOPEN: 0,3"}, 5, 5);
 }

@@ -1,7 +1,20 @@
 #include "tests/testing.h"
 
 #include <csignal>
+#include <sys/syscall.h>
 #include <sys/wait.h>
+
+namespace
+{
+
+bool deaf = false;
+
+} // namespace
+
+extern "C" int kill(pid_t process, int number)
+{
+    return deaf ? 0 : static_cast<int>(syscall(SYS_kill, process, number));
+}
 
 // A dialer that inherited the AT port would keep it from ever being a fresh one again.
 TEST(Shell, GivesTheExitStatusAndNoDescriptorOfTheLibrary)
@@ -16,6 +29,29 @@ TEST(Shell, GivesTheExitStatusAndNoDescriptorOfTheLibrary)
     EXPECT_EQ(out.text() + errors.text(), "");
     const std::string number = std::to_string(g_mobile.fd);
     EXPECT_EQ(shell_run(("test -e /proc/$$/fd/" + number).c_str()), 1);
+}
+
+// Catches: tools of a line that ran out of time which live on, a dialer that dies with the line
+// that started it, a wait for one that no signal ends.
+TEST(Shell, ALineOutOfTimeEndsWithAllThatItStarted)
+{
+    const auto alive = [](const char* seconds) {
+        return shell_run(("! grep -saq '^sleep.*" + std::string(seconds) + "' /proc/[0-9]*/cmdline")
+                             .c_str()) == 1;
+    };
+    const scratch pid("/tmp/pid");
+    EXPECT_EQ(shell_run("sleep 987.25 & echo $! >/tmp/pid; exit 7"), 7);
+    shell_limit_ms = 300;
+    EXPECT_EQ(shell_run("sleep 987.75 & sh -c 'sleep 987.75; true'"), -1);
+    const auto start = std::chrono::steady_clock::now();
+    deaf = true; // as in a sleep of the kernel
+    EXPECT_EQ(shell_run("sleep 2"), -1);
+    deaf = false;
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(1900));
+    shell_limit_ms = 30000;
+    EXPECT_FALSE(alive("987[.]75"));
+    EXPECT_TRUE(alive("987[.]25"));
+    shell_run("kill $(cat /tmp/pid)");
 }
 
 // A library that changed the signals of its host would break the host's own children and its
@@ -49,7 +85,9 @@ TEST(Shell, FindEndsWhatItStarted)
         {"printf 'one\\ntwo 1\\ntwo 2\\n'", "two 1"},
         {"printf '0123456789abcdefgh two\\ntwo'", "two"},
         {"echo two; sleep 987.5", "two"},
-        {"while :; do echo x; done", nullptr}, // nothing found
+        {"sleep 987.5 & echo two", "two"},
+        {"sleep 987.5 & echo one", nullptr}, // nothing found, and the pipe stays open
+        {"while :; do echo x; done", nullptr},
         {"exec >&-; sleep 987.5", nullptr}};
     const int before = dup(0);
     for (const auto disposition : {SIG_DFL, SIG_IGN}) {

@@ -117,3 +117,20 @@ TEST(Events, MessagesCountDownToZero)
             EXPECT_EQ(sms_pending_count, after);
         }
 }
+
+// Catches: a position or a confirmed subscription that comes while a command runs, or none, and is
+// handed to nobody.
+TEST(Events, EachLineIsReadForPositionAndSubscription)
+{
+    const at_info running{};
+    const mqtt_config wanted = {0, 0, "mq", "1883", "", "", "", "t", "", "", "", 60, nullptr};
+    for (const at_info* command : {&running, static_cast<const at_info*>(nullptr)}) {
+        char position[] = "+QGPSLOC: 1,2", subscribed[] = "+QMTSUB: 0,1,0,0";
+        char found[KELO_GPS_LOCATION_SIZE] = "";
+        kelo_start_gps_location();
+        kelo_set_cellular_wake(&wanted);
+        for (char* line : {position, subscribed})
+            task_hooks.each_line(&g_mobile, command, line);
+        EXPECT_EQ(in_words(kelo_get_gps_location(found), found, kelo_check_mqtt_update()), "11,20");
+    }
+}
