@@ -19,6 +19,7 @@ namespace
 constexpr std::size_t max_entries = 50000;
 constexpr std::size_t max_output = 256 * 1024; // what a module with full buffers would drop
 constexpr std::size_t max_partial = 4096;
+constexpr int port_look_ms = 50; // a host that closed the port has told nobody
 
 template <class T> void push_bounded(std::deque<T>& queue, T value)
 {
@@ -71,6 +72,7 @@ void modem_core::loop()
             work();
         }
         update_data_interface();
+        pty.allow_next_open();
         pump();
         if (faults.endless && output.empty())
             write_endless();
@@ -93,11 +95,12 @@ void modem_core::loop()
         else if (pty.is_open() &&
                  (!output.empty() || (faults.endless && faults.hang == hang_kind::none)))
             polled[1].events |= POLLOUT;
-        int timeout = -1;
+        int timeout = pty.is_open() ? port_look_ms : -1;
         if (next != monotonic_clock::time_point::max()) {
             const auto left =
                 std::chrono::ceil<milliseconds>(next - monotonic_clock::now()).count();
-            timeout = static_cast<int>(std::clamp<long long>(left, 0, 60000));
+            timeout =
+                static_cast<int>(std::clamp<long long>(left, 0, timeout < 0 ? 60000 : timeout));
         }
         lock.unlock();
         poll(polled, 2, timeout);
@@ -196,7 +199,6 @@ void modem_core::read_port()
     if (!pty.is_open())
         return;
     const ssize_t length = read(pty.master(), bytes, sizeof bytes);
-    pty.allow_next_open();
     if (length > 0)
         receive(std::string(bytes, static_cast<std::size_t>(length)));
 }

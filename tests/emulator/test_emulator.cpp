@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <fstream>
 #include <poll.h>
+#include <sys/ioctl.h>
 
 using namespace kelo_emulator;
 using namespace kelo_story;
@@ -62,7 +63,6 @@ class Emulator : public Story
         return std::filesystem::exists(std::filesystem::symlink_status(port));
     }
 
-  private:
     int host = -1;
 };
 
@@ -213,6 +213,9 @@ TEST_F(Emulator, HangsUntilItsPowerIsCutAndMovesToAnotherPort)
         be_host();
         hold({works});
     };
+    be_host();
+    ASSERT_EQ(ioctl(host, TIOCEXCL), 0); // it ends with the host's last descriptor
+    std::this_thread::sleep_for(100ms);
     be_host();
     hold({works, {"AT+CFUN=1,1\r", "\r\nOK\r\n"}}); // which gets out first
     comes_back();
