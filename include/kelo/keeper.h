@@ -119,7 +119,7 @@ enum kelo_action { /* what the keeper waits to do next */
                    KELO_ACTION_DIAL           /* start the dialer */
 };
 
-/* Counted since the first kelo_keep of the process; ages and lengths are in seconds. */
+/* Events are counted since the process began, times since the first kelo_keep, in seconds. */
 struct kelo_figures {
     size_t size;                 /* of this record as the library knows it */
     unsigned int starts;         /* of the modem task, whoever asked for them */

@@ -136,7 +136,7 @@ int open_noted(const char* path)
 {
     int fd = open_port(path);
     int error = fd < 0 ? errno : 0;
-    if (fd >= 0 && word_get(keeper_on) != 0 && !take_alone(fd)) {
+    if (fd >= 0 && word_get(keeper_on) != 0 && !left_alone() && !take_alone(fd)) {
         close(fd);
         fd = -1;
         error = EBUSY;

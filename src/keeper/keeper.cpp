@@ -1,6 +1,7 @@
 // The Keeper thread, what it sees and does, and the calls of kelo/keeper.h.
 #include "keeper/keeper.h"
 
+#include "core/family.h"
 #include "modules/modules.h"
 #include "support/diag.h"
 #include "support/sleeps.h"
@@ -27,7 +28,9 @@ namespace
 void look_at_life(keeper_sight& sight)
 {
     const lifecycle now = in_life([](const lifecycle& as_is) { return as_is; });
-    sight.running = now.run == lifecycle::running && word_get(global_quagga_stop) == 0;
+    // A modem that belongs to another program is not ours to restart.
+    sight.running =
+        now.run == lifecycle::running && word_get(global_quagga_stop) == 0 && !left_alone();
     sight.wanted = now.mobile_task_run;
     sight.busy = now.init_under_way || now.start_thread || now.cell_start_lock ||
                  now.restart_gate || word_get(cell_repower_lock) != 0;
@@ -345,6 +348,8 @@ int kelo_get_figures(struct kelo_figures* figures, size_t size)
         return -1;
     const lock_scope hold(keeper_lock);
     kelo_figures now = shared.figures;
+    if (now.size == 0)
+        now.pin_tries = -1; // nobody has looked yet
     now.size = sizeof now;
     std::memcpy(figures, &now, std::min(size, sizeof now));
     return 0;

@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <ctime>
 #include <iterator>
+#include <utility>
 
 namespace kelo
 {
@@ -201,6 +202,32 @@ void climb_hang_ladder(keeper_state& state, const keeper_sight& sight, std::int6
     state.tools->send_at("AT+CFUN=1,1");
 }
 
+// ---- The radio
+
+// Asked once in each walk: without its radio a modem finds no network, and some find no SIM.
+void ask_radio(keeper_state& state)
+{
+    if (!std::exchange(state.radio_asked, true))
+        state.tools->send_at("AT+CFUN?");
+}
+
+// A start that was ended between radio off and radio on leaves it off for good.
+bool switched_on(keeper_state& state, const keeper_sight& sight, std::int64_t now_ms)
+{
+    constexpr int off = 0 + 1;
+    constexpr int flight = 4 + 1;
+    if (sight.radio == 0)
+        return false;
+    state.tools->drop(radio_answer);
+    if (sight.radio != off && sight.radio != flight)
+        return false;
+    state.tools->say("keeper: the radio is off (%d): on\n", sight.radio - 1);
+    state.tools->send_at("AT+CFUN=1");
+    state.tools->drop(cell_reload_flag); // which would switch it off and on
+    state.radio_on_ms = now_ms;
+    return true;
+}
+
 // ---- The SIM
 
 struct sim_row {
@@ -236,6 +263,8 @@ kelo_reason mind_sim(keeper_state& state, const keeper_sight& sight, const sim_r
 {
     if (!sight.walked)
         return row.reason;
+    if (switched_on(state, sight, now_ms))
+        return row.reason;
     if (sight.reload_wanted && is_over(state, wait_reload, now_ms)) {
         state.radio_on_ms = now_ms;
         state.tools->reload();
@@ -247,33 +276,19 @@ kelo_reason mind_sim(keeper_state& state, const keeper_sight& sight, const sim_r
         reset_radio(state, now_ms);
     } else if (is_over(state, wait_sim, now_ms)) {
         state.tools->send_at("AT+CPIN?");
+        ask_radio(state);
     }
     return row.reason;
 }
 
 // ---- The network
 
-// A start that was ended between radio off and radio on leaves it off for good.
-void switch_on(keeper_state& state, const keeper_sight& sight, std::int64_t now_ms)
-{
-    constexpr int off = 0 + 1;
-    constexpr int flight = 4 + 1;
-    if (sight.radio == 0)
-        return;
-    state.tools->drop(radio_answer);
-    if (sight.radio != off && sight.radio != flight)
-        return;
-    state.tools->say("keeper: the radio is off (%d): on\n", sight.radio - 1);
-    state.tools->send_at("AT+CFUN=1");
-    state.radio_on_ms = now_ms;
-}
-
 // Each time that the radio is switched off and on the search begins anew: that is for one that has
 // come to nothing.
 void search(keeper_state& state, const keeper_sight& sight, std::int64_t now_ms)
 {
     state.reload_held = state.reload_held || sight.reload_wanted;
-    switch_on(state, sight, now_ms);
+    switched_on(state, sight, now_ms);
     if (patience_is_over(state, wait_search, state.ready_ms, now_ms)) {
         state.tools->say("keeper: not registered for %d s, radio off and on\n",
                          waited_s(state, state.ready_ms, now_ms));
@@ -283,10 +298,7 @@ void search(keeper_state& state, const keeper_sight& sight, std::int64_t now_ms)
     if (!is_over(state, wait_ask, now_ms))
         return;
     state.tools->send_at("AT+COPS?");
-    if (!state.radio_asked) {
-        state.radio_asked = true;
-        state.tools->send_at("AT+CFUN?");
-    }
+    ask_radio(state);
 }
 
 // ---- The link
@@ -307,9 +319,6 @@ kelo_reason link_reason(keeper_state& state, const keeper_sight& sight, std::int
                          waited_s(state, state.link_ms, now_ms));
         reset_radio(state, now_ms);
     }
-    // Not every module reports a lost registration, and no dialer gets through without one.
-    if (is_over(state, wait_ask, now_ms))
-        state.tools->send_at("AT+COPS?");
     plan(state, KELO_ACTION_DIAL, sight.link_due_ms);
     switch (sight.link) {
     case link_state::no_dialer:
@@ -388,8 +397,14 @@ kelo_reason mind_modem(keeper_state& state, const keeper_sight& sight, std::int6
     state.ready_ms = now_ms;
     calm(state, wait_search);
     calm(state, wait_sim);
-    if (sight.link_up || !sight.link_wanted)
+    // Not every module reports that its registration went or came. No dialer gets through without
+    // one, and a link that carries data belies the want of one.
+    const bool settled = sight.registered && (sight.link_up || !sight.link_wanted);
+    if (settled)
         calm(state, wait_ask);
+    else if (is_over(state, wait_ask, now_ms))
+        state.tools->send_at("AT+COPS?");
+    state.reload_held = state.reload_held || (sight.reload_wanted && !sight.registered);
     if (!sight.start_wanted)
         calm(state, wait_wish);
     if (!sight.reload_wanted)
@@ -403,6 +418,7 @@ kelo_reason mind(keeper_state& state, const keeper_sight& sight, std::int64_t no
 {
     state.figures.action = KELO_ACTION_NONE;
     if (!sight.running || (!sight.wanted && !sight.busy)) {
+        state.tools->hold_link(false);
         state.was_open = false;
         state.fresh = true;
         return KELO_REASON_STOPPED;

@@ -45,8 +45,12 @@ TEST(KeeperCalls, OnAndOff)
     EXPECT_TRUE(wait_until([&] { return threads() == 2; }));
     kelo_figures figures{};
     EXPECT_EQ(kelo_get_figures(nullptr, 0), -1);
+    figures.pin_tries = 77;
     EXPECT_EQ(kelo_get_figures(&figures, sizeof figures.size), 0);
-    EXPECT_EQ(std::pair(figures.size, figures.pin_tries), std::pair(sizeof figures, 0));
+    EXPECT_EQ(std::pair(figures.size, figures.pin_tries), std::pair(sizeof figures, 77))
+        << "beyond the size given";
+    EXPECT_EQ(kelo_get_figures(&figures, sizeof figures), 0);
+    EXPECT_EQ(figures.pin_tries, -1);
     EXPECT_EQ(kelo_get_reason(), KELO_REASON_STOPPED);
     kelo_keep_stop();
     EXPECT_TRUE(wait_until([&] { return threads() == 1; }));

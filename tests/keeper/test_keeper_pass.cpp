@@ -125,6 +125,19 @@ TEST_F(Keeper, IsPatientWithARadioThatSearches)
     EXPECT_TRUE(text_has(until(lost_s + 365).c_str(), "radio"));
 }
 
+// A link that carries data belies the registration that is said to be lost: asked about, no more.
+TEST_F(Keeper, BelievesTheLink)
+{
+    online();
+    until(10);
+    sight.registered = false;
+    sight.reload_wanted = true;
+    EXPECT_EQ(until(30), "10 AT+COPS?;25 AT+COPS?;");
+    EXPECT_EQ(reason(), "online");
+    sight.registered = true;
+    EXPECT_EQ(until(60), "");
+}
+
 // A radio that was left off is switched on as soon as it says so.
 TEST_F(Keeper, SwitchesOnARadioThatIsOff)
 {
@@ -169,9 +182,12 @@ TEST_F(Keeper, LeavesALockedSimAlone)
 TEST_F(Keeper, AsksForASimThatIsGone)
 {
     sight.sim.state = sim_state::missing;
-    EXPECT_EQ(until(25), "1 AT+CPIN?;11 AT+CPIN?;21 AT+CPIN?;");
+    EXPECT_EQ(until(25), "1 AT+CPIN?;1 AT+CFUN?;11 AT+CPIN?;21 AT+CPIN?;");
     sight.reload_wanted = true;
-    EXPECT_EQ(until(26), "25 reload;");
+    sight.radio = 1; // off, and with it the SIM on some modules
+    EXPECT_EQ(until(27), "25 AT+CFUN=1;");
+    sight.reload_wanted = true;
+    EXPECT_EQ(until(28), "27 reload;");
 }
 
 // Silence is met by a word, then by restarts, then by the power switch, never during a start.
