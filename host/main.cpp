@@ -212,6 +212,7 @@ void keep(const host_options& options)
     kelo_keeper_defaults(&keeper);
     std::snprintf(keeper.second_ping_target, sizeof keeper.second_ping_target, "%s",
                   options.second_ping_target.c_str());
+    keeper.pin_tries_least = options.pin_tries;
     if (!options.on_stuck.empty()) {
         keeper.stuck = run_when_stuck;
         keeper.context = const_cast<std::string*>(&options.on_stuck);

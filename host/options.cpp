@@ -144,6 +144,9 @@ std::optional<int> parse_options(int argc, const char* const* argv, host_options
     app.add_option("--sim", options.sim, "Active SIM (default 1)")->check(CLI::Range(1, 2));
     app.add_option("--port", options.port,
                    "The AT port (default: the first USB serial device from number 2, or 1, on)");
+    app.add_option("--pin-tries", options.pin_tries,
+                   "Send the PIN only with so many tries left (default 3)")
+        ->check(CLI::Range(1, 3));
     app.add_option("--on-stuck", options.on_stuck,
                    "Shell command that cuts the modem's power, for a modem that hangs; KELO_TRY is "
                    "the number of the try");

@@ -27,6 +27,7 @@ struct host_options {
     std::string port; // empty: the first
     std::string second_ping_target;
     std::string on_stuck; // a shell command
+    unsigned int pin_tries = 3;
     std::string custom_file;
     std::string check_profiles; // folder to check instead of running
 };

@@ -71,7 +71,8 @@ struct kelo_keeper {
                                   * network do not act in step, 20 */
 
     unsigned int pin_tries_least; /* a PIN goes out only with so many tries left, 1 to 3, 3. One
-                                   * that is set after a refusal goes out with two. The tries are
+                                   * that is set after another was refused, or held back, goes out
+                                   * with two. The tries are
                                    * asked by AT+CPINR (3GPP TS 27.007 8.65) or what the module has
                                    * instead; where it has nothing, a PIN is sent once */
 

@@ -61,6 +61,7 @@ extern int radio_answer;
 extern int link_trouble;
 extern int link_due_s;
 extern int radio_reset_wanted;
+extern int redial_wanted;
 extern int start_count;
 extern int reload_count;
 extern int radio_reset_count;

@@ -331,6 +331,7 @@ void libgsm_mobile_close_usb(gsm_mobile* rec)
     if (fd < 0)
         return;
     drop_unsent(fd);
+    ioctl(fd, TIOCNXCL); // a descriptor of somebody else would keep the next open out
     close(fd);
 }
 

@@ -51,6 +51,7 @@ int radio_answer = 0;              // kept: 1 + <fun> of a "+CFUN:" line, 0 for 
 int link_trouble = 0;              // kept: a link_state                                                  dialer                                  keeper
 int link_due_s = 0;                // kept: monotonic second of the next dial                             dialer                                  keeper
 int radio_reset_wanted = 0;        // kept: dialing alone does not help                                   dialer, keeper (down)                   keeper
+int redial_wanted = 0;             // kept: the network is there again                                    keeper, dialer (down)                   dialer
 int start_count = 0;               // starts that opened the port or tried to                             start                                   keeper
 int reload_count = 0;              // reloads                                                             reload                                  keeper
 int radio_reset_count = 0;         // radio off and on                                                    radio reset                             keeper

@@ -6,6 +6,7 @@
 #include "support/rows.h"
 #include "support/scan.h"
 
+#include <algorithm>
 #include <cstring>
 #include <iterator>
 #include <optional>
@@ -19,9 +20,10 @@ namespace
 struct pin_guard {
     enum { quiet, asking, sending } dialogue = quiet;
     sim_view sim;
-    int slot = 0;              // that all of this is known of
-    std::size_t question = 0;  // the next to ask
-    char refused_pin[64] = ""; // as it was sent
+    int slot = 0;             // that all of this is known of
+    std::size_t question = 0; // the next to ask
+    bool barred = false;      // a PIN was refused, or held back for want of tries
+    char barred_pin[64] = "";
     char sent_pin[64] = "";
     int tries_least = 3;
 };
@@ -92,7 +94,7 @@ std::optional<sim_state> state_in(const char* line)
 void forget_card()
 {
     guard.sim.tries = -1;
-    guard.sim.refused = false;
+    guard.sim.refused = guard.barred = false;
     guard.question = 0;
     guard.dialogue = pin_guard::quiet;
 }
@@ -160,15 +162,22 @@ void pin_accepted()
 {
     constexpr int full = 3;
     guard.sim = {.state = sim_state::ready, .tries = full};
+    guard.barred = false;
     word_set(is_pin_ready, 1);
+}
+
+void bar(const char* pin, bool refused)
+{
+    guard.barred = true;
+    guard.sim.refused = refused;
+    text_set(guard.barred_pin, pin);
 }
 
 void pin_refused()
 {
-    guard.sim.refused = true;
     if (guard.sim.tries > 0)
         guard.sim.tries--;
-    text_set(guard.refused_pin, guard.sent_pin);
+    bar(guard.sent_pin, true);
     diag_plain("keeper: the SIM has refused the PIN, it is not sent again\n");
 }
 
@@ -183,12 +192,18 @@ void judge_pin(const char* line)
         pin_refused();
 }
 
-// Whether so many tries are left that one may be spent.
-bool tries_suffice(bool after_refusal)
+bool is_barred(const char* pin)
 {
-    constexpr int least_after_refusal = 2; // the last one is never taken for a guess
-    const int least = after_refusal && guard.tries_least > least_after_refusal ? least_after_refusal
-                                                                               : guard.tries_least;
+    return guard.barred && std::strcmp(pin, guard.barred_pin) == 0;
+}
+
+// Whether so many tries are left that one may be spent on it. A PIN that the host has set since
+// another was refused or held back is its word that one may; but never the last.
+bool tries_suffice(const char* pin)
+{
+    constexpr int least_anew = 2;
+    const bool anew = guard.barred && !is_barred(pin);
+    const int least = anew ? std::min(guard.tries_least, least_anew) : guard.tries_least;
     return guard.sim.tries < 0 || guard.sim.tries >= least;
 }
 
@@ -200,9 +215,9 @@ sim_view sim_guard_look()
     pin_of_slot(word_get(selected_card), pin);
     const lock_scope hold(record_lock);
     sim_view view = guard.sim;
-    view.refused = view.refused && std::strcmp(pin, guard.refused_pin) == 0;
-    view.may_send = view.state == sim_state::pin && *pin != '\0' && !view.refused &&
-                    tries_suffice(guard.sim.refused);
+    view.refused = view.refused && is_barred(pin);
+    view.may_send =
+        view.state == sim_state::pin && *pin != '\0' && !view.refused && tries_suffice(pin);
     return view;
 }
 
@@ -210,7 +225,7 @@ void sim_guard_rule(int tries_least)
 {
     const lock_scope hold(record_lock);
     guard.tries_least = tries_least;
-    guard.sim.refused = false;
+    guard.sim.refused = guard.barred = false;
 }
 
 void sim_guard_hear(const char* line)
@@ -242,11 +257,9 @@ pin_step sim_guard_next(char (&text)[64])
         // Nobody knows what became of it: the card has to say how many are left, or nothing goes.
         guard.sim.tries = -1;
         guard.question = 0;
-        guard.sim.refused = true;
-        text_set(guard.refused_pin, guard.sent_pin);
+        bar(guard.sent_pin, true);
     }
     guard.dialogue = pin_guard::quiet;
-    const bool same = guard.sim.refused && std::strcmp(pin, guard.refused_pin) == 0;
     if (guard.sim.state != sim_state::pin)
         return pin_step::pass;
     if (guard.sim.tries < 0 && guard.question < std::size(questions)) {
@@ -254,9 +267,10 @@ pin_step sim_guard_next(char (&text)[64])
         guard.dialogue = pin_guard::asking;
         return pin_step::ask;
     }
-    if (*pin == '\0' || same)
+    if (*pin == '\0' || (guard.sim.refused && is_barred(pin)))
         return pin_step::pass;
-    if (!tries_suffice(guard.sim.refused)) {
+    if (!tries_suffice(pin)) {
+        bar(pin, false);
         diag_plain("keeper: the PIN is held back, the SIM has %d tries left\n", guard.sim.tries);
         return pin_step::pass;
     }
@@ -273,7 +287,11 @@ bool sim_guard_answer(gsm_mobile* rec, const char* line)
         return false;
     if (guard.dialogue == pin_guard::asking)
         take_tries(line);
-    if (text_begins(line, "AT") || !finish_on_final(rec, line))
+    // What some modules say of a command that they do not have, without a word of error.
+    const bool unknown = guard.dialogue == pin_guard::asking && text_has(line, "NOT SUPPORT");
+    if (unknown)
+        finish_command(rec);
+    if (!unknown && (text_begins(line, "AT") || !finish_on_final(rec, line)))
         return true;
     if (guard.dialogue == pin_guard::sending)
         judge_pin(line);

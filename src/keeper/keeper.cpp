@@ -52,7 +52,7 @@ keeper_sight look()
     keeper_sight sight;
     look_at_life(sight);
     sight.there = port_there();
-    sight.port_error = word_get(port_error);
+    sight.open_error = word_get(port_error);
     sight.heard = word_get(reads_heard);
     sight.walked = word_get(flow_walked) != 0;
     look_at_record(sight);
@@ -99,6 +99,7 @@ const keeper_tools real_keeper_tools = {
     .send_at = [](const char* text) { libgsm_send_at(text); },
     .drop = [](int& word) { word_set(word, 0); },
     .hold_link = [](bool held) { word_set(link_held, held ? 1 : 0); },
+    .redial = [] { word_set(redial_wanted, 1); },
     .unlock = [] { word_set(is_pin_ready, 1); },
     .show_lock = show_lock,
     .say = say,

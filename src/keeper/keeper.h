@@ -1,7 +1,8 @@
 // The keeper: keeps the device online with nobody near, where a host asks for it.
 //
 // Threads: the Keeper thread lives here; the calls come in on any thread.
-// Words that leave: keeper_on, link_held; by way of the record below, all that kelo/keeper.h gives out.
+// Words that leave: keeper_on, link_held; by way of the record below, all that kelo/keeper.h gives
+// out.
 #pragma once
 
 #include "handlers/sim_guard.h"
@@ -20,7 +21,7 @@ struct keeper_sight {
     bool busy = false;    // a start, stop, reload or restart is under way
     bool there = false;   // a node for the AT port
     bool open = false;    // the port is open, on that node, and the task reads it
-    int port_error = 0;   // errno of the last try to open it
+    int open_error = 0;   // errno of the last try to open it
     int heard = 0;        // reads that held something
     bool walked = false;  // the flow is through
     bool unknown_module = false;
@@ -49,6 +50,7 @@ struct keeper_tools {
     void (*send_at)(const char* text);
     void (*drop)(int& word); // takes a wish down
     void (*hold_link)(bool held);
+    void (*redial)();                          // what was dialed without a network
     void (*unlock)();                          // the SIM counts as ready
     void (*show_lock)(unsigned int status);    // the bit of the status word, or 0
     void (*say)(const char* text, int number); // a format with one %d, or none
@@ -93,6 +95,8 @@ struct keeper_state {
     std::int64_t last_ms = 0;     // of the last pass
     std::int64_t silent_ms = 0;   // time with the port open and no word
     std::int64_t radio_on_ms = 0; // since then, as far as we know
+    std::int64_t ready_ms = 0;    // of the last pass in which the modem was ready
+    std::int64_t link_ms = 0;     // and the link up
     std::int64_t online_ms = 0;
     std::int64_t offline_ms = 0;
     std::int64_t outage_ms = 0; // length of the one under way

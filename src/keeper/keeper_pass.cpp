@@ -84,15 +84,22 @@ void calm(keeper_state& state, wait_name name)
     state.waits[name] = {};
 }
 
-// Whether the radio has been on for as long as it is given to come to something.
-bool patience_is_over(keeper_state& state, wait_name name, std::int64_t now_ms)
+// Whether the radio has been on, and all was not well, for as long as it is given to come to
+// something.
+bool patience_is_over(keeper_state& state, wait_name name, std::int64_t well_ms,
+                      std::int64_t now_ms)
 {
-    const std::int64_t due_ms = state.radio_on_ms + length_ms(state, name);
+    const std::int64_t due_ms = std::max(state.radio_on_ms, well_ms) + length_ms(state, name);
     plan(state, KELO_ACTION_RADIO_RESET, due_ms);
     if (now_ms < due_ms)
         return false;
     state.waits[name].times++;
     return true;
+}
+
+int waited_s(const keeper_state& state, std::int64_t well_ms, std::int64_t now_ms)
+{
+    return static_cast<int>((now_ms - std::max(state.radio_on_ms, well_ms)) / 1000);
 }
 
 void reset_radio(keeper_state& state, std::int64_t now_ms)
@@ -135,7 +142,7 @@ kelo_reason mind_port(keeper_state& state, const keeper_sight& sight, std::int64
     if (is_over(state, wait_start, now_ms))
         restart(state);
     plan(state, KELO_ACTION_START, state.waits[wait_start].due_ms);
-    return port_reason(sight.port_error);
+    return port_reason(sight.open_error);
 }
 
 // ---- The modem's word
@@ -212,6 +219,8 @@ constexpr sim_row sim_rows[] = {
 kelo_reason mind_lock(keeper_state& state, const keeper_sight& sight, const sim_row& row,
                       std::int64_t now_ms)
 {
+    if (!sight.walked && sight.sim.may_send)
+        return KELO_REASON_SEARCHING; // the flow is about to send it
     const bool refused = row.state == sim_state::pin && sight.sim.refused;
     state.tools->show_lock(refused ? CELL_STATUS_PIN_ERROR : row.status);
     if (sight.walked && sight.sim.may_send && is_over(state, wait_wish, now_ms)) {
@@ -232,9 +241,9 @@ kelo_reason mind_sim(keeper_state& state, const keeper_sight& sight, const sim_r
         state.tools->reload();
         return row.reason;
     }
-    if (patience_is_over(state, wait_search, now_ms)) {
+    if (patience_is_over(state, wait_search, state.ready_ms, now_ms)) {
         state.tools->say("keeper: no SIM for %d s, radio off and on\n",
-                         static_cast<int>((now_ms - state.radio_on_ms) / 1000));
+                         waited_s(state, state.ready_ms, now_ms));
         reset_radio(state, now_ms);
     } else if (is_over(state, wait_sim, now_ms)) {
         state.tools->send_at("AT+CPIN?");
@@ -265,9 +274,9 @@ void search(keeper_state& state, const keeper_sight& sight, std::int64_t now_ms)
 {
     state.reload_held = state.reload_held || sight.reload_wanted;
     switch_on(state, sight, now_ms);
-    if (patience_is_over(state, wait_search, now_ms)) {
+    if (patience_is_over(state, wait_search, state.ready_ms, now_ms)) {
         state.tools->say("keeper: not registered for %d s, radio off and on\n",
-                         static_cast<int>((now_ms - state.radio_on_ms) / 1000));
+                         waited_s(state, state.ready_ms, now_ms));
         reset_radio(state, now_ms);
         return;
     }
@@ -287,16 +296,20 @@ kelo_reason link_reason(keeper_state& state, const keeper_sight& sight, std::int
     if (!sight.link_wanted)
         return KELO_REASON_ONLINE;
     if (sight.link_up) {
+        state.link_ms = now_ms;
         calm(state, wait_redial);
         state.tools->drop(radio_reset_wanted);
         return KELO_REASON_ONLINE;
     }
-    if (sight.reset_wanted && patience_is_over(state, wait_redial, now_ms)) {
+    if (sight.reset_wanted && patience_is_over(state, wait_redial, state.link_ms, now_ms)) {
         state.tools->drop(radio_reset_wanted);
         state.tools->say("keeper: dialing alone does not help, %d s: radio off and on\n",
-                         static_cast<int>((now_ms - state.radio_on_ms) / 1000));
+                         waited_s(state, state.link_ms, now_ms));
         reset_radio(state, now_ms);
     }
+    // Not every module reports a lost registration, and no dialer gets through without one.
+    if (is_over(state, wait_ask, now_ms))
+        state.tools->send_at("AT+COPS?");
     plan(state, KELO_ACTION_DIAL, sight.link_due_ms);
     switch (sight.link) {
     case link_state::no_dialer:
@@ -370,8 +383,13 @@ kelo_reason mind_modem(keeper_state& state, const keeper_sight& sight, std::int6
             search(state, sight, now_ms);
         return sight.denied ? KELO_REASON_DENIED : KELO_REASON_SEARCHING;
     }
-    for (const wait_name name : {wait_search, wait_ask, wait_sim})
-        calm(state, name);
+    if (!state.was_registered && sight.registered && !sight.link_up)
+        state.tools->redial();
+    state.ready_ms = now_ms;
+    calm(state, wait_search);
+    calm(state, wait_sim);
+    if (sight.link_up || !sight.link_wanted)
+        calm(state, wait_ask);
     if (!sight.start_wanted)
         calm(state, wait_wish);
     if (!sight.reload_wanted)

@@ -243,7 +243,7 @@ void dialer_run(dialer_state& state, kept_link_state& kept_state)
 {
     const auto pass = [&] {
         return word_get(keeper_on) != 0 ? kept_link_pass(kept_state, monotonic_ms())
-                                   : dialer_pass(state);
+                                        : dialer_pass(state);
     };
     for (long sleep_us; (sleep_us = pass()) >= 0;)
         usleep(static_cast<useconds_t>(sleep_us));

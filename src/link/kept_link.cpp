@@ -164,6 +164,14 @@ bool dialer_failed(kept_link_state& state)
 void await_interface(kept_link_state& state, std::int64_t now_ms)
 {
     state.interface_ms = -1;
+    if (word_get(redial_wanted) != 0) {
+        word_set(redial_wanted, 0);
+        // What was dialed while there was no network comes to nothing.
+        dialer_failed(state);
+        state.attempt = false;
+        state.failures = 0;
+        set_due(state, now_ms);
+    }
     const bool ended = dialer_failed(state);
     if (state.attempt && ended)
         return fail(state, now_ms, "the dialer has ended");
@@ -236,16 +244,18 @@ void try_link(kept_link_state& state, std::int64_t now_ms)
     fail(state, now_ms, addressed ? "no ping comes back" : "the interface gets no address");
 }
 
-// A link that comes and goes is dialed with the same pauses as one that does not come.
+// Dialed again at once; but a link that comes and goes with the same pauses as one that does not
+// come.
 void lose(kept_link_state& state, std::int64_t now_ms, const char* why)
 {
+    const bool short_lived = now_ms - state.up_ms < steady_ms;
     word_set(cell_network_up, 0);
     word_add(link_loss_count, 1);
     state.interface_ms = -1;
-    if (now_ms - state.up_ms < steady_ms)
+    if (short_lived && state.failures > 0)
         return fail(state, now_ms, why);
     diag_plain("keeper: %s: dialing again\n", why);
-    state.failures = 0;
+    state.failures = short_lived ? 1 : 0;
     hang_up(state);
     set_due(state, now_ms);
 }

@@ -208,7 +208,8 @@ namespace
 // With a keeper the PIN goes out only where that can't lock the card.
 int guarded_pin(at_info* at)
 {
-    constexpr int answer_s = 5; // 3GPP modules take so long to have the card check it
+    constexpr int tries_s = 2;
+    constexpr int verdict_s = 5; // a module may take so long to have the card check it
     char text[64] = "";
     const pin_step step = sim_guard_next(text);
     if (step == pin_step::pass)
@@ -220,7 +221,7 @@ int guarded_pin(at_info* at)
     const lock_scope hold(flow_lock);
     if (step == pin_step::ask)
         at->flags &= ~AT_FLAG_SENT; // its own turn comes next
-    at->timeout = answer_s;
+    at->timeout = step == pin_step::ask ? tries_s : verdict_s;
     return 0;
 }
 
