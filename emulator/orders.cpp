@@ -351,10 +351,13 @@ std::string order_sim(const order_request& call)
     } else if (what == "failure") {
         sim.state = sim_state::failure;
     } else if (what == "busy" && ms_word(call, 1, 5000, ms)) {
+        const bool unlocked = sim.state == sim_state::ready; // which it stays
         sim.state = sim_state::busy;
-        core.after(static_cast<int>(ms), [&core] {
+        core.after(static_cast<int>(ms), [&core, unlocked] {
             if (core.sim.state == sim_state::busy) {
                 core.relock_sim();
+                if (unlocked)
+                    core.sim.state = sim_state::ready;
                 core.update_registration();
             }
         });
