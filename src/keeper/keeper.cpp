@@ -25,16 +25,18 @@ namespace
 
 // ---- The world
 
-void look_at_life(keeper_sight& sight)
+// False while nothing runs: a host may still be filling its words then, and none is looked at. A
+// modem that belongs to another program is not ours to restart.
+bool look_at_life(keeper_sight& sight)
 {
     const lifecycle now = in_life([](const lifecycle& as_is) { return as_is; });
-    // A modem that belongs to another program is not ours to restart.
-    sight.running =
-        now.run == lifecycle::running && word_get(global_quagga_stop) == 0 && !left_alone();
+    sight.running = now.run == lifecycle::running && !now.init_under_way &&
+                    word_get(global_quagga_stop) == 0 && !left_alone();
     sight.wanted = now.mobile_task_run;
-    sight.busy = now.init_under_way || now.start_thread || now.cell_start_lock ||
-                 now.restart_gate || word_get(cell_repower_lock) != 0;
-    sight.open = !now.mobile_task_stopped && !port_lost(&g_mobile);
+    sight.busy = now.start_thread || now.cell_start_lock || now.restart_gate ||
+                 word_get(cell_repower_lock) != 0;
+    sight.open = sight.running && !now.mobile_task_stopped && !port_lost(&g_mobile);
+    return sight.running;
 }
 
 void look_at_record(keeper_sight& sight)
@@ -53,7 +55,8 @@ void look_at_record(keeper_sight& sight)
 keeper_sight look()
 {
     keeper_sight sight;
-    look_at_life(sight);
+    if (!look_at_life(sight))
+        return sight;
     sight.there = port_there();
     sight.open_error = word_get(port_error);
     sight.heard = word_get(reads_heard);

@@ -262,7 +262,7 @@ kelo_reason mind_sim(keeper_state& state, const keeper_sight& sight, const sim_r
                      std::int64_t now_ms)
 {
     if (!sight.walked)
-        return row.reason;
+        return KELO_REASON_SEARCHING; // a radio that is off for a moment takes the SIM along
     if (switched_on(state, sight, now_ms))
         return row.reason;
     if (sight.reload_wanted && is_over(state, wait_reload, now_ms)) {
