@@ -19,8 +19,8 @@ class pseudo_terminal
     int master() const { return master_; } // non-blocking; -1 when closed
 
     // A host that took the port for itself alone (TIOCEXCL) keeps it only until its last descriptor
-    // is closed. Here that is never the last one, so that the mark has to be taken off by hand again
-    // and again, or the next host finds the port busy; a lock by flock(2) holds.
+    // is closed. Here that is never the last one, so that the mark has to be taken off by hand
+    // again and again, or the next host finds the port busy; a lock by flock(2) holds.
     void allow_next_open() const;
 
   private:
