@@ -85,10 +85,10 @@ struct keeper_state {
     bool was_there = false;
     bool was_open = false;
     bool was_registered = false;
+    bool was_well = false;    // registered, or online
     bool fresh = true;        // the task has been started and has not been looked at since
     bool spoke = false;       // the modem, since then
     bool radio_asked = false; // the same
-    bool reload_held = false; // a reload was wanted of a radio that searches
     int heard = 0;
     int hang_step = 0;            // of the ladder for a modem that hangs
     int stuck_number = 0;         // of the call of `stuck` that is due, 0 for none

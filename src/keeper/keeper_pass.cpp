@@ -106,15 +106,31 @@ int waited_s(const keeper_state& state, std::int64_t well_ms, std::int64_t now_m
 void reset_radio(keeper_state& state, std::int64_t now_ms)
 {
     state.tools->drop(cell_reload_flag);
+    state.tools->drop(cell_start_flag);
     state.tools->reset_radio();
     state.radio_on_ms = now_ms;
-    state.reload_held = false;
 }
 
 void restart(keeper_state& state)
 {
     state.fresh = true;
     state.tools->restart();
+}
+
+void obey_wishes(keeper_state& state, const keeper_sight& sight, std::int64_t now_ms)
+{
+    if (sight.start_wanted && is_over(state, wait_wish, now_ms)) {
+        state.tools->say("keeper: a fresh start is wanted, the modem task restarts\n", 0);
+        state.tools->drop(cell_start_flag);
+        restart(state);
+        return;
+    }
+    if (sight.reload_wanted && is_over(state, wait_reload, now_ms)) {
+        state.tools->say("keeper: a reload is wanted, the reload flow runs\n", 0);
+        state.radio_on_ms = now_ms;
+        state.fresh = true;
+        state.tools->reload();
+    }
 }
 
 kelo_reason port_reason(int error)
@@ -265,11 +281,8 @@ kelo_reason mind_sim(keeper_state& state, const keeper_sight& sight, const sim_r
         return KELO_REASON_SEARCHING; // a radio that is off for a moment takes the SIM along
     if (switched_on(state, sight, now_ms))
         return row.reason;
-    if (sight.reload_wanted && is_over(state, wait_reload, now_ms)) {
-        state.radio_on_ms = now_ms;
-        state.tools->reload();
-        return row.reason;
-    }
+    if (sight.start_wanted || sight.reload_wanted)
+        obey_wishes(state, sight, now_ms);
     if (patience_is_over(state, wait_search, state.ready_ms, now_ms)) {
         state.tools->say("keeper: no SIM for %d s, radio off and on\n",
                          waited_s(state, state.ready_ms, now_ms));
@@ -287,7 +300,6 @@ kelo_reason mind_sim(keeper_state& state, const keeper_sight& sight, const sim_r
 // come to nothing.
 void search(keeper_state& state, const keeper_sight& sight, std::int64_t now_ms)
 {
-    state.reload_held = state.reload_held || sight.reload_wanted;
     switched_on(state, sight, now_ms);
     if (patience_is_over(state, wait_search, state.ready_ms, now_ms)) {
         state.tools->say("keeper: not registered for %d s, radio off and on\n",
@@ -334,27 +346,6 @@ kelo_reason link_reason(keeper_state& state, const keeper_sight& sight, std::int
 
 // ---- All of it
 
-void obey_wishes(keeper_state& state, const keeper_sight& sight, std::int64_t now_ms)
-{
-    if (sight.start_wanted && is_over(state, wait_wish, now_ms)) {
-        state.tools->say("keeper: a fresh start is wanted, the modem task restarts\n", 0);
-        state.tools->drop(cell_start_flag);
-        restart(state);
-        return;
-    }
-    if (!sight.reload_wanted)
-        return;
-    if (state.reload_held) { // it has found its network by itself
-        state.reload_held = false;
-        state.tools->drop(cell_reload_flag);
-    } else if (is_over(state, wait_reload, now_ms)) {
-        state.tools->say("keeper: a reload is wanted, the reload flow runs\n", 0);
-        state.radio_on_ms = now_ms;
-        state.fresh = true;
-        state.tools->reload();
-    }
-}
-
 const sim_row* sim_trouble(const keeper_sight& sight)
 {
     for (const sim_row& row : sim_rows)
@@ -380,8 +371,7 @@ kelo_reason mind_modem(keeper_state& state, const keeper_sight& sight, std::int6
     if (locked)
         return mind_lock(state, sight, *trouble, now_ms);
     state.tools->show_lock(0);
-    if (sight.start_wanted)
-        obey_wishes(state, sight, now_ms);
+    const bool was_well = std::exchange(state.was_well, false);
     if (trouble != nullptr)
         return mind_sim(state, sight, *trouble, now_ms);
     if (sight.registered || sight.identified)
@@ -392,6 +382,14 @@ kelo_reason mind_modem(keeper_state& state, const keeper_sight& sight, std::int6
             search(state, sight, now_ms);
         return sight.denied ? KELO_REASON_DENIED : KELO_REASON_SEARCHING;
     }
+    // What the search for a network asked for has no object any more.
+    if (!was_well || !sight.registered) {
+        state.tools->drop(cell_reload_flag);
+        state.tools->drop(cell_start_flag);
+    } else {
+        obey_wishes(state, sight, now_ms);
+    }
+    state.was_well = true;
     if (!state.was_registered && sight.registered && !sight.link_up)
         state.tools->redial();
     state.ready_ms = now_ms;
@@ -404,12 +402,10 @@ kelo_reason mind_modem(keeper_state& state, const keeper_sight& sight, std::int6
         calm(state, wait_ask);
     else if (is_over(state, wait_ask, now_ms))
         state.tools->send_at("AT+COPS?");
-    state.reload_held = state.reload_held || (sight.reload_wanted && !sight.registered);
     if (!sight.start_wanted)
         calm(state, wait_wish);
     if (!sight.reload_wanted)
         calm(state, wait_reload);
-    obey_wishes(state, sight, now_ms);
     return link_reason(state, sight, now_ms);
 }
 
