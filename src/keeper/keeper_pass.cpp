@@ -85,6 +85,14 @@ void calm(keeper_state& state, wait_name name)
     state.waits[name] = {};
 }
 
+// Only once it was not needed for as long again: what asks all the time is to be heard ever more
+// rarely.
+void calm_when_quiet(keeper_state& state, wait_name name, std::int64_t now_ms)
+{
+    if (now_ms >= state.waits[name].due_ms + length_ms(state, name))
+        calm(state, name);
+}
+
 // Whether the radio has been on, and all was not well, for as long as it is given to come to
 // something.
 bool patience_is_over(keeper_state& state, wait_name name, std::int64_t well_ms,
@@ -363,7 +371,7 @@ kelo_reason mind_modem(keeper_state& state, const keeper_sight& sight, std::int6
     const sim_row* const trouble = sim_trouble(sight);
     const bool locked = trouble != nullptr && trouble->state != sim_state::missing &&
                         trouble->state != sim_state::failed;
-    state.tools->hold_link(hangs || trouble != nullptr);
+    state.tools->hold_link(trouble != nullptr); // a modem may go on carrying data, and say nothing
     if (hangs || !state.spoke)
         return KELO_REASON_NO_ANSWER;
     if (sight.unknown_module)
@@ -402,10 +410,8 @@ kelo_reason mind_modem(keeper_state& state, const keeper_sight& sight, std::int6
         calm(state, wait_ask);
     else if (is_over(state, wait_ask, now_ms))
         state.tools->send_at("AT+COPS?");
-    if (!sight.start_wanted)
-        calm(state, wait_wish);
-    if (!sight.reload_wanted)
-        calm(state, wait_reload);
+    calm_when_quiet(state, wait_wish, now_ms);
+    calm_when_quiet(state, wait_reload, now_ms);
     return link_reason(state, sight, now_ms);
 }
 

@@ -233,12 +233,20 @@ TEST_F(Keeper, ObeysWishes)
     sight.reload_wanted = true;
     EXPECT_EQ(until(61), "60 reload;");
 
+    std::string reloads; // one that is asked for all the time
+    for (int end_s = 300; now_s < end_s;) {
+        sight.reload_wanted = true;
+        reloads += until(now_s + 1);
+    }
+    EXPECT_EQ(reloads, "65 reload;75 reload;95 reload;135 reload;215 reload;");
+    sight.reload_wanted = false;
+
     // What three losses of registration asked for in the flow that found it in the end.
     sight.registered = sight.link_up = false;
-    until(70);
+    until(310);
     online();
     sight.reload_wanted = sight.start_wanted = true;
-    EXPECT_EQ(until(80), "");
+    EXPECT_EQ(until(320), "");
 }
 
 // The radio is reset for the dialer's sake with the same patience, and not at all once it is up.
