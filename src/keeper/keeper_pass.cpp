@@ -275,7 +275,7 @@ kelo_reason mind_lock(keeper_state& state, const keeper_sight& sight, const sim_
     const bool refused = row.state == sim_state::pin && sight.sim.refused;
     state.tools->show_lock(refused ? CELL_STATUS_PIN_ERROR : row.status);
     if (sight.walked && sight.sim.may_send && is_over(state, wait_wish, now_ms)) {
-        state.tools->say("keeper: a PIN is there for the SIM, %d tries left\n", sight.sim.tries);
+        state.tools->say("keeper: a PIN is there for the SIM, the modem task restarts\n", 0);
         restart(state);
     }
     return refused ? KELO_REASON_PIN_REFUSED : row.reason;
