@@ -2,7 +2,6 @@
 #include "tests/e2e/story.h"
 
 #include <cerrno>
-#include <csignal>
 #include <cstring>
 #include <dlfcn.h>
 #include <gmock/gmock.h>

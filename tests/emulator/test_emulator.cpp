@@ -232,6 +232,11 @@ TEST_F(Emulator, HangsUntilItsPowerIsCutAndMovesToAnotherPort)
     EXPECT_FALSE(std::filesystem::exists("/dev/ttyUSB4"));
     EXPECT_SOON(std::filesystem::exists("/dev/ttyUSB4"));
     EXPECT_FALSE(port_is_there());
+    order("reset 300");
+    order("node bounce 1"); // a module that restarts has no port to bring back
+    EXPECT_NE(modem.order("node on"), "");
+    std::this_thread::sleep_for(100ms);
+    EXPECT_FALSE(std::filesystem::exists("/dev/ttyUSB4"));
 }
 
 // clang-format on
