@@ -68,19 +68,6 @@ template <class Word> Word word(Word& exported)
 std::size_t heap_bytes();                     // in use, of the whole process
 std::int64_t thread_cpu_us(const char* name); // -1: no thread of that name
 
-// What a case of a table is called.
-struct named {
-    const char* name;
-};
-void PrintTo(const std::derived_from<named> auto& one, std::ostream* out)
-{
-    *out << one.name;
-}
-template <class Case> std::string name_of(const testing::TestParamInfo<Case>& info)
-{
-    return info.param.name;
-}
-
 class Story : public testing::Test
 {
   protected:

@@ -2,7 +2,6 @@
 #include "tests/e2e/story.h"
 
 #include <cerrno>
-#include <csignal>
 #include <cstring>
 #include <dlfcn.h>
 #include <gmock/gmock.h>
@@ -131,13 +130,6 @@ class Memory : public Story
             << "call " << first << ", step " << step << ", of libkelo.so + "
             << static_cast<const char*>(address) - static_cast<const char*>(info.dli_fbase);
     }
-    void init_alone()
-    {
-        arm(true);
-        cellular_gsm_init(0);
-        arm(false);
-        expect_no_lock_is_held();
-    }
     // A message in two parts: queued whole, or not at all.
     void send_alone()
     {
@@ -207,17 +199,6 @@ class MemoryOfARun : public Memory, public testing::WithParamInterface<std::size
 
 } // namespace
 
-// Catches: a crash, or a lock that stays taken, when the n-th call for memory of an init fails.
-TEST_F(Memory, RefusedToAnInitAtItsNthCall)
-{
-    int n = 0;
-    do {
-        n += n < 300 ? 1 : 7;
-        walk(&Memory::init_alone, nullptr, n, 0);
-    } while (plan->refused > 0 && !HasFailure());
-    EXPECT_GT(n, 100);
-}
-
 // Catches: half a message in the outbox, and one that is refused without a word.
 TEST_F(Memory, RefusedToAMessageAtItsNthCall)
 {
@@ -232,8 +213,8 @@ TEST_F(Memory, RefusedToAMessageAtItsNthCall)
     EXPECT_GT(n, 2 * 4) << "calls for the parts";
 }
 
-// Catches: the same in a whole run, at each place that asks for memory: its first call, each third
-// and every one. The places are shared out among the cases.
+// Catches: a crash, or a lock that stays taken, in a whole run, at each place that asks for memory:
+// its first call, each third and every one. The places are shared out among the cases.
 TEST_P(MemoryOfARun, RefusedAtEachPlace)
 {
     walk(&Memory::start_out_and_in, nullptr, INT_MAX, 0); // nothing is refused

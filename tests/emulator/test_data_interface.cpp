@@ -1,10 +1,7 @@
-// The data interface under a module, and the stand-in for the dialer program: where there is a
-// wwan0.
+// The data interface under a module: where there is a wwan0.
 #include "tests/e2e/story.h"
 
-#include <csignal>
 #include <filesystem>
-#include <fstream>
 
 using namespace kelo_story;
 
@@ -15,27 +12,14 @@ class DataInterface : public Story
 {
   protected:
     DataInterface() { clear(); }
-    ~DataInterface() override
-    {
-        clear();
-        std::system("killall -q -15 quectel-CM");
-    }
-    static void clear()
-    {
-        for (const char* name : {"log", "delay", "deaf", "refuse", "pid"})
-            std::filesystem::remove("/tmp/quectel-CM." + std::string(name));
-    }
+    ~DataInterface() override { clear(); }
+    static void clear() { std::system("killall -q quectel-CM; rm -f /tmp/quectel-CM.*"); }
     static bool is_up() { return std::system("ifconfig | grep -q wwan0") == 0; }
     static std::string log() { return text_of("/tmp/quectel-CM.log"); }
     static void dial() { ASSERT_EQ(std::system("quectel-CM -s internet >/dev/null 2>&1 &"), 0); }
-    static void stop_dialer(int number = SIGTERM)
-    {
-        const std::string line = "killall -q -" + std::to_string(number) + " quectel-CM";
-        EXPECT_EQ(std::system(line.c_str()), 0);
-    }
     static void dial_anew()
     {
-        stop_dialer();
+        EXPECT_EQ(std::system("killall -q quectel-CM"), 0);
         EXPECT_SOON(log().ends_with("stopped\n"));
         dial();
     }
@@ -54,12 +38,11 @@ TEST_F(DataInterface, GoesWithTheServiceAndComesByADialAlone)
     quiet(500ms);
     EXPECT_TRUE(is_up());
     order("wwan wwan0");
-    for (const auto& [loss, cure] :
-         std::initializer_list<std::pair<const char*, const char*>>{{"reset 400", ""},
-                                                                    {"node bounce 20", ""},
-                                                                    {"reg searching", "reg home"},
-                                                                    {"sim pull", "sim put"},
-                                                                    {"node off", "node on"}}) {
+    for (const auto& [loss, cure] : {std::pair("reset 400", ""),
+                                     {"node bounce 20", ""},
+                                     {"reg searching", "reg home"},
+                                     {"sim pull", "sim put"},
+                                     {"node off", "node on"}}) {
         order(loss);
         EXPECT_SOON(!is_up()) << loss;
         if (*cure) {
@@ -73,6 +56,15 @@ TEST_F(DataInterface, GoesWithTheServiceAndComesByADialAlone)
         dial_anew();
         EXPECT_SOON(is_up()) << loss;
     }
+    std::system("touch /tmp/quectel-CM.deaf; killall -q quectel-CM");
+    EXPECT_SOON(log().ends_with("deaf to a signal\n"));
+    std::system("rm /tmp/quectel-CM.deaf; touch /tmp/quectel-CM.refuse");
+    EXPECT_TRUE(is_up());
+    dial_anew();
+    EXPECT_SOON(log().ends_with("refused\n"));
+    std::system("rm /tmp/quectel-CM.refuse");
+    dial_anew();
+    EXPECT_SOON(is_up());
     order("hang"); // nothing comes down by itself, but there is nobody to dial
     quiet(100ms);
     EXPECT_TRUE(is_up());
@@ -80,29 +72,4 @@ TEST_F(DataInterface, GoesWithTheServiceAndComesByADialAlone)
     EXPECT_SOON(log().ends_with("no service\n"));
     modem.stop();
     EXPECT_FALSE(std::filesystem::exists("/tmp/wwan0.no-service"));
-}
-
-TEST_F(DataInterface, DialerIsSlowOrDeafOrRefused)
-{
-    std::ofstream("/tmp/quectel-CM.delay") << "2\n";
-    dial();
-    std::this_thread::sleep_for(1200ms);
-    EXPECT_FALSE(is_up());
-    EXPECT_SOON(is_up());
-    std::ofstream("/tmp/quectel-CM.deaf").flush();
-    stop_dialer();
-    EXPECT_SOON(log().ends_with("deaf to a signal\n"));
-    EXPECT_TRUE(is_up());
-    std::ofstream("/tmp/quectel-CM.refuse").flush();
-    std::filesystem::remove("/tmp/quectel-CM.delay");
-    dial();
-    EXPECT_SOON(log().find("there are two") != std::string::npos);
-    EXPECT_SOON(log().ends_with("refused\n"));
-    stop_dialer(SIGKILL);
-    std::filesystem::remove("/tmp/quectel-CM.deaf");
-    dial();
-    EXPECT_SOON(log().ends_with("refused\n"));
-    stop_dialer();
-    EXPECT_SOON(log().ends_with("stopped\n"));
-    EXPECT_EQ(count_of(log(), "there are two"), 1u);
 }

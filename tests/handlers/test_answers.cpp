@@ -107,7 +107,12 @@ TEST(Sim, AnswersAndWhatEndsTheCommandAndTheFlow)
         {"", cpin_handler, "+CPIN: NOT READY", GSM_EVENT_SIM_FAILED, 0, "0 8"},
         {"", cpin_handler, "+CME ERROR: SIM not inserted", GSM_EVENT_SIM_NOT_INSERTED, 0, "0 8"},
         {"", cpin_handler, "+CME ERROR: SIM busy|OK", GSM_EVENT_SIM_BUSY, 0, "0 0"},
+        {"", cpin_handler, "+CME ERROR: SIM failure", GSM_EVENT_SIM_FAILED, 0, "0 8"},
+        // the numbers tell less than the words
+        {"", cpin_handler, "+CME ERROR: 10", GSM_EVENT_SIM_NOT_INSERTED, 0, "0 0"},
+        {"", cpin_handler, "+CME ERROR: 13", GSM_EVENT_PIN_ERROR, 0, "0 0"},
         {"", cpin_handler, "+CME ERROR: 16", GSM_EVENT_PIN_ERROR, 0, "0 0"},
+        {"", cpin_handler, "+CPIN: SIM PUK|OK", GSM_EVENT_PUK_REQUIRED, 1, "0 0"},
         {"", cfun_full_handler, "OK|+CPIN: SIM PIN", 0, 0, "0 0"},
         {"", selslot_handler, "OK", 0, 1, "0 0", 14},
         {"RM500Q-GL RM500QGLABR11A06M4G", selslot_handler, "+QUSIM: 1|OK", 0, 1, "0 0", 18},

@@ -52,6 +52,37 @@ TEST(Registration, LinesOfEveryLayout)
     run(again, reset_registration, registered);
 }
 
+// Catches: a loss that is not heard on the families that report it, or is on others; a cell change
+// that asks for nothing, or that asks on a 5G anchor, whose figures come with the technology.
+TEST(Registration, ReportsBehindTheFlow)
+{
+    constexpr int down = GSM_EVENT_SIM_DOWN;
+    const story stories[] = {
+        // status, cell, technology, what is asked then
+        {"RM500Q-GL RM500QGLABR11A06M4G", general_handler, "+CREG: 2", down, 0, "2 7 x ", 14},
+        {"", general_handler, "+CEREG: 2", 0, 0, "5 7 x ", 14},
+        {"", general_handler, "+CEREG: 2", down, 0, "2 7 x ", 8},
+        {"", general_handler, "+CREG: 2", 0, 0, "5 7 x ", 8},
+        {"", general_handler, "+CREG: 1,\"5A1C\",\"7C4B20E\",7", up, 0,
+         "1 7C4B20E x AT+QENG=\"servingcell\"", 14},
+        {"", general_handler, "+CREG: 1,\"5A1C\",\"7\",7", up, 0, "1 7 x ", 14}, // the same cell
+        {"", general_handler, "+CREG: 1,\"5A1C\",\"7C4B30F\",13", up, 0, "1 7C4B30F 5G NR ", 14},
+    };
+    word_set(flow_walked, 1);
+    run(
+        stories,
+        [] {
+            reset_registration();
+            text_set(g_mobile.act, "x");
+            std::free(std::exchange(g_mobile.pending_at, nullptr));
+        },
+        [] {
+            const char* const asked = g_mobile.pending_at;
+            return in_words(std::hex, std::uppercase, g_mobile.reg_status, " ", full_cell_id, " ",
+                            g_mobile.act, " ", asked != nullptr ? asked : "");
+        });
+}
+
 TEST(Registration, OperatorTechnologySignal)
 {
     for (at_handler exported : {cops_handler, nwinfo_handler}) { // a host may call them with less

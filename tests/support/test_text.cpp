@@ -1,18 +1,5 @@
 #include "tests/testing.h"
 
-// A modem's column wider than the record's field must not lose the columns behind it.
-TEST(Scan, CutsALongTextAndReadsWhatStandsBehind)
-{
-    char oper[4] = "???";
-    char name[4] = "???";
-    char tail[4] = "???";
-    std::optional<int> tech;
-    EXPECT_TRUE(scan("+COPS:\t0,\"Kelo Mobile\" longer 7,odd;even", "+COPS: 0,", quoted(oper), " ",
-                     word(name), dec(tech), ",", until(tail, ".;"), ";even"));
-    EXPECT_EQ(std::string(oper) + name + tail, "Kellonodd");
-    EXPECT_EQ(tech, 7);
-}
-
 // A broken line leaves the record as it was from the first column that fails.
 TEST(Scan, StopsAtTheFirstPartThatFails)
 {
