@@ -266,7 +266,8 @@ constexpr sim_row sim_rows[] = {
     {sim_state::failed, KELO_REASON_SIM_FAILED, 0},
 };
 
-// A lock is for the host to open, whatever the ladders would do.
+// A lock is for the host to open, whatever the ladders would do. Asked about all the same: another
+// card may be there by now, of which no word has come.
 kelo_reason mind_lock(keeper_state& state, const keeper_sight& sight, const sim_row& row,
                       std::int64_t now_ms)
 {
@@ -277,6 +278,8 @@ kelo_reason mind_lock(keeper_state& state, const keeper_sight& sight, const sim_
     if (sight.walked && sight.sim.may_send && is_over(state, wait_wish, now_ms)) {
         state.tools->say("keeper: a PIN is there for the SIM, the modem task restarts\n", 0);
         restart(state);
+    } else if (sight.walked && is_over(state, wait_ask, now_ms)) {
+        state.tools->send_at("AT+CPIN?");
     }
     return refused ? KELO_REASON_PIN_REFUSED : row.reason;
 }
