@@ -1,7 +1,6 @@
 // PDUs that several of the tests read, and what they share in sending and reading.
 #pragma once
 
-#include "sms/sms.h"
 #include "tests/testing.h"
 
 namespace kelo::test

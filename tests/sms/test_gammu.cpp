@@ -5,9 +5,6 @@
 #include <gammu-message.h>
 #include <gammu-unicode.h>
 
-using namespace kelo;
-using namespace kelo::test;
-
 // The text that Gammu reads in the PDUs, in UTF-8. Each of several parts has to say so, in order
 // and with one reference.
 static std::string read_by_gammu(const std::vector<std::string>& pdus)

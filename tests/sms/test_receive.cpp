@@ -1,18 +1,11 @@
 // Reports of received messages: gsm_event and its block, the queue, and reports in pieces.
-#include "support/sleeps.h"
 #include "tests/sms/messages.h"
 
-using namespace kelo;
-using namespace kelo::test;
+static const std::string door = std::string("+CMT: ,30\r\n") + pdu_door + "\r\n";
+static const std::string part = std::string("\r\n+CMT: ,40\r\n") + pdu_part + "\r\n";
+static const std::string header = "+CMT: \"+1\",,\"24/05/17,09:30:12+08\"";
 
-namespace
-{
-
-const std::string door = std::string("+CMT: ,30\r\n") + pdu_door + "\r\n";
-const std::string part = std::string("\r\n+CMT: ,40\r\n") + pdu_part + "\r\n";
-const std::string header = "+CMT: \"+1\",,\"24/05/17,09:30:12+08\"";
-
-void check(const std::string& report)
+static void check(const std::string& report)
 {
     const captured quiet;
     EXPECT_EQ(libgsm_check_sms(&g_mobile, report.c_str()), &gsm_event);
@@ -20,7 +13,7 @@ void check(const std::string& report)
 }
 
 // The queue, emptied.
-std::vector<std::string> taken()
+static std::vector<std::string> taken()
 {
     std::vector<std::string> all;
     kelo_sms m;
@@ -34,23 +27,19 @@ std::vector<std::string> taken()
 
 using queue = std::vector<std::string>;
 
-const std::string sent = "+4915112345678|2024-05-17 09:3";
-const std::string read_door = sent + "0:12|GMT+2|Door 3 open|0|0|0|" + pdu_door;
-const std::string read_part = sent + "2:00|GMT+2|part two of two|90|2|2|" + pdu_part;
+static const std::string sent = "+4915112345678|2024-05-17 09:3";
+static const std::string read_door = sent + "0:12|GMT+2|Door 3 open|0|0|0|" + pdu_door;
+static const std::string read_part = sent + "2:00|GMT+2|part two of two|90|2|2|" + pdu_part;
 
-std::string read_text(const std::string& text)
+static std::string read_text(const std::string& text)
 {
     return "+1|2024-05-17 09:30:12|GMT+2|" + text + "|0|0|0|";
 }
 
-} // namespace
-
 TEST(Receive, TextReports)
 {
     const std::string door_line = "\r\nDoor 3 open\r\n";
-    struct {
-        std::string report, seen, queued;
-    } const cases[] = {
+    const std::array<std::string, 3> rows[] = {
         {header + door_line, "1|+1|24/05/17,09:30:12|GMT+2|old|Door 3 open",
          read_text("Door 3 open")},
         {"+CMT: \"+49\",,\"24/05/17,09:30:12-32\",145,4,0,0,\"+491710760000\",145,11" + door_line,
@@ -63,14 +52,14 @@ TEST(Receive, TextReports)
          "+49|now|unknow|\"last\"\r\n|0|0|0|"},
     };
     const event& e = gsm_event;
-    for (const auto& c : cases) {
+    for (const auto& [report, seen, queued] : rows) {
         text_set(gsm_event.smsc, "old");
-        check(c.report);
+        check(report);
         EXPECT_EQ(
             joined({std::to_string(e.mode), e.sender, e.sms_time, e.time_zone, e.smsc, e.text}),
-            c.seen);
+            seen);
         EXPECT_EQ(e.length, static_cast<int>(std::strlen(e.text)));
-        EXPECT_EQ(taken(), queue{c.queued});
+        EXPECT_EQ(taken(), queue{queued});
     }
 }
 

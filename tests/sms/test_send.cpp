@@ -1,38 +1,28 @@
 // Sending: what the step's answers mean, and the bytes behind the prompt.
 #include "tests/sms/messages.h"
 
-using namespace kelo;
-using namespace kelo::test;
-
-namespace
-{
-
-int answer(const char* text)
+static int answer(const char* text)
 {
     std::string line = text;
     const event* const raised = sms_send_handler(&g_mobile, line.data());
     return raised != nullptr ? raised->code : 0;
 }
 
-} // namespace
-
 TEST(SmsSend, AnswersInOrder)
 {
-    struct {
-        const char* line;
-        int seen, code, seen_after, done_after;
-    } const cases[] = {{"OK", 0, 0, 0, 0}, // ahead of the prompt
-                       {"OK", 1, 0, 1, 1},
-                       {"+CMGS: 17", 0, GSM_EVENT_SMS_SEND_OK, 1, 0},
-                       {"+CMS ERROR: 304", 0, GSM_EVENT_SMS_SEND_FAILED, 0, 1},
-                       {"+CMGS: OK", 0, 0, 0, 0}, // "OK" is looked for first
-                       {"AT+CMGS=17", 0, 0, 0, 0}};
-    for (const auto& c : cases) {
-        g_mobile.reg_seen = c.seen;
+    constexpr std::tuple<const char*, int, int, int, int> rows[] = {
+        {"OK", 0, 0, 0, 0}, // ahead of the prompt
+        {"OK", 1, 0, 1, 1},
+        {"+CMGS: 17", 0, GSM_EVENT_SMS_SEND_OK, 1, 0},
+        {"+CMS ERROR: 304", 0, GSM_EVENT_SMS_SEND_FAILED, 0, 1},
+        {"+CMGS: OK", 0, 0, 0, 0}, // "OK" is looked for first
+        {"AT+CMGS=17", 0, 0, 0, 0}};
+    for (const auto& [line, seen, code, seen_after, done_after] : rows) {
+        g_mobile.reg_seen = seen;
         g_mobile.at_done = 0;
-        EXPECT_EQ(answer(c.line), c.code) << c.line;
-        EXPECT_EQ(g_mobile.reg_seen, c.seen_after) << c.line;
-        EXPECT_EQ(g_mobile.at_done, c.done_after) << c.line;
+        EXPECT_EQ(std::tuple(answer(line), g_mobile.reg_seen, g_mobile.at_done),
+                  std::tuple(code, seen_after, done_after))
+            << line;
     }
 }
 
@@ -40,12 +30,8 @@ TEST(SmsSend, AnswersInOrder)
 // nothing is due for is taken back.
 TEST(SmsSend, PromptDrawsTheBodyOnce)
 {
-    struct {
-        const char* body; // of a send that begins, or null
-        const char* line;
-        bool own_step;
-        const char* written;
-    } const cases[] = {
+    // The body of a send that begins, or null; a line, of its own step or not; what is written.
+    constexpr std::tuple<const char*, const char*, bool, const char*> rows[] = {
         {nullptr, "> ", true, "\x1b"}, // nothing was sent at all
         {"07 A", "AT+CMGS=7", true, ""},
         {nullptr, "\r> ", true, "07 A\x1a\r\n"},
@@ -61,17 +47,17 @@ TEST(SmsSend, PromptDrawsTheBodyOnce)
         {"07 D", "> ", false, "07 D\x1a\r\n"} // a newer send
     };
     modem_port port;
-    for (const auto& c : cases) {
-        if (c.body != nullptr) {
-            text_set(g_mobile.sms_text, c.body);
+    for (const auto& [body, line, own_step, written] : rows) {
+        if (body != nullptr) {
+            text_set(g_mobile.sms_text, body);
             sms_send_begins(&g_mobile);
             text_set(g_mobile.sms_text, "the next one, chosen already");
         }
-        if (c.own_step)
-            answer(c.line);
+        if (own_step)
+            answer(line);
         else
-            sms_watch_prompt(&g_mobile, c.line);
-        EXPECT_EQ(port.heard(), c.written) << c.line;
+            sms_watch_prompt(&g_mobile, line);
+        EXPECT_EQ(port.heard(), written) << line;
     }
 }
 
