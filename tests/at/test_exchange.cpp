@@ -1,7 +1,5 @@
 #include "tests/testing.h"
 
-#include <sys/ioctl.h>
-
 static at_info a_command(int timeout = 3, int retries = 0)
 {
     at_info at = {};
@@ -9,18 +7,6 @@ static at_info a_command(int timeout = 3, int retries = 0)
     at.retries_left = retries;
     at.handler = note_line;
     return at;
-}
-
-static read_outcome hear(modem_port& port, at_info* at, const std::string& bytes)
-{
-    port.say(bytes);
-    const auto all_there = [&] {
-        int count = 0;
-        ioctl(g_mobile.fd, FIONREAD, &count);
-        return count >= static_cast<int>(bytes.size());
-    };
-    EXPECT_TRUE(wait_until(all_there)) << "the pseudo-terminal keeps bytes back";
-    return libgsm_check_event(&g_mobile, at);
 }
 
 // What of the bytes on the wire a handler sees; of the events of a batch the last one wins.

@@ -3,9 +3,7 @@
 
 static std::string numbers_of(const long_sms_info* info)
 {
-    return info == nullptr ? "single"
-                           : joined({std::to_string(info->flag), std::to_string(info->now),
-                                     std::to_string(info->total)});
+    return info == nullptr ? "single" : joined(info->flag, info->now, info->total);
 }
 
 static std::string decoded(const std::string& pdu)
@@ -14,8 +12,8 @@ static std::string decoded(const std::string& pdu)
     const event& e = gsm_event;
     if (libgsm_pdu_decode(&g_mobile, &gsm_event, pdu.c_str()) != 0)
         return "refused";
-    return joined({e.smsc, e.sender, e.sms_time, e.time_zone, std::to_string(e.length),
-                   std::to_string(e.coding), e.text, numbers_of(e.long_sms)});
+    return joined(e.smsc, e.sender, e.sms_time, e.time_zone, e.length, e.coding, e.text,
+                  numbers_of(e.long_sms));
 }
 
 // A PDU with this behind its time stamp, and these fields ahead of it.

@@ -42,7 +42,7 @@ TEST(Encoder, Pdus)
         text_set(g_mobile.smscenter, sca);
         EXPECT_EQ(send("Hi", number), 0);
         sms_outbox_item* const i = sms_outbox_deq();
-        EXPECT_EQ(joined({i->sms_number, std::to_string(i->sms_length), i->sms_body}), queued);
+        EXPECT_EQ(joined(i->sms_number, i->sms_length, i->sms_body), queued);
         sms_outbox_free(i);
     }
 }
