@@ -58,10 +58,8 @@ TEST(Registration, OperatorTechnologySignal)
     }
     // clang-format off
     const story stories[] = { // act/plmn/band oper, channel, rssi, status
-        {"EC25 EC25EFAR06A08M4G", cops_handler, "+COPS: 0,2,\"46000\",7|OK", up, 1, "x/46000/x x 9 9 1"},
         {"EG25-G EG25GGBR07A08M2G", cops_handler, "+COPS: 0,0,\"Telefonica, O2\",7", 0, 0, "x/x/x x 9 9 5"},
         {"ZTE", nwinfo_handler, "+ZPAS: \"EDGE\",\"CS_PS\"|OK", 0, 1, "EDGE// x 9 9 5"},
-        {"MH5000-31 10.1.2.5(H1212SP2C00)", nwinfo_handler, "^HCSQ: \"NR\",61,201,22", 0, 0, "5G NR/x/x x 9 9 5"},
     };
     // clang-format on
     run(

@@ -7,8 +7,7 @@ TEST(ModuleTable, FlowsGoByTheFirstRowThatHasSteps)
 {
     constexpr std::tuple<const char*, const char*, unsigned, unsigned, unsigned> rows[] = {
         {"EC25", "EC25VFAR02A08M4G", 12, 10, 3}, // "EC25AU" comes first and begins with it
-        {"EC25V", "EC25VFAR02A08M4G", 28, 24, 3},
-        {"LE910-EUG", "20.00.522", 0, 0, 0}, // no key is as long as this model
+        {"LE910-EUG", "20.00.522", 0, 0, 0},     // no key is as long as this model
         // Two rows fit: the one ahead.
         {"UC15", "EC25V", 28, 24, 3},
         {"EG95", "UC20G", 12, 10, 3}, // and for messages the one that has them
@@ -54,11 +53,9 @@ TEST(ModuleTable, WhatIsKnownOfAModel)
         {"EP06", "EP06AR01", "LTE", "00", "260,2000001003301185a,0", apn_form::context},
         {"EC25V", "x", "LTE", "00", nullptr, apn_form::context},
         {"x", "EG95EFBR06", "LTE", "00", nullptr, apn_form::context},
-        {"U9300C", "x", "LTE", "17", "896,1272,131072", apn_form::name},
         {"U9300C", "EG25GGB", "LTE", "17", "3ff,1e00b0e18df,0", apn_form::name},
         {"E9720-A", "x", "LTE", "17", nullptr, apn_form::name},
         {"ML303", "x", "LTE", "00", nullptr, apn_form::name},
-        {"MH5000-31", "x", "LTE", "00", nullptr, apn_form::name_with_protocol},
         {"UC15", "x", "UMTS", "00", nullptr, apn_form::context},
         {"UC15-A", "x", "LTE", "00", nullptr, apn_form::context},
         {"M35", "x", "GSM", "00", nullptr, apn_form::context}};
