@@ -28,6 +28,7 @@
 #include <fstream>
 #include <poll.h>
 #include <sstream>
+#include <sys/ioctl.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -108,6 +109,26 @@ struct modem_port {
     const int master;
 };
 
+inline bool wait_until(const auto& done, int limit_ms = 20000)
+{
+    for (int waited = 0; !done() && waited < limit_ms; waited++)
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    return done();
+}
+
+// One read of these bytes, while that command runs.
+inline read_outcome hear(modem_port& port, at_info* running, std::string_view bytes)
+{
+    port.say(bytes);
+    const auto all_there = [&] {
+        int count = 0;
+        ioctl(g_mobile.fd, FIONREAD, &count);
+        return count >= static_cast<int>(bytes.size());
+    };
+    EXPECT_TRUE(wait_until(all_there)) << "the pseudo-terminal keeps bytes back";
+    return libgsm_check_event(&g_mobile, running);
+}
+
 // Lines that note_line was given, in order.
 inline std::vector<std::string> lines;
 
@@ -137,13 +158,6 @@ inline std::string in_words(const auto&... parts)
     std::ostringstream text;
     (text << ... << parts);
     return text.str();
-}
-
-inline bool wait_until(const auto& done, int limit_ms = 20000)
-{
-    for (int waited = 0; !done() && waited < limit_ms; waited++)
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    return done();
 }
 
 inline int count_of(const std::string& text, std::string_view needle)

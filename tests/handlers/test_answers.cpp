@@ -3,17 +3,14 @@
 
 #include "handlers/parse.h"
 
-namespace
-{
-
-void clear_identity()
+static void clear_identity()
 {
     gsm_mobile& r = g_mobile;
     set_texts("", {r.model, r.sn, r.iccid, r.number, r.smscenter, r.revision});
 }
 
 // Each story fills one field at most, so that all of them in a row tell it.
-std::string identity()
+static std::string identity()
 {
     const gsm_mobile& r = g_mobile;
     return in_words(r.model, r.sn, r.iccid, r.number, r.smscenter, r.revision);
@@ -48,8 +45,6 @@ TEST(Readback, ScanModeBandsAndProfiles)
         {"MH5000-31 10.1.2.5(H1212SP2C00)", scanmode_handler, "^SYSCFGEX: \"080302\",40000000,1,2,40000000,,", 0, 0, "0 x/x/x 5 x x"},
         {"EG25-G EG25GGBR07A08M2G", band_handler, "OK|+QCFG: \"band\",0xbff,0x1e00b0e18df,0x0", 0, 0, "77 bff/1e00b0e18df/0 5 x x"},
         {"", band_handler, "+QCFG: \"band\",0x0000000000000000000F,5,0000000000000000000F", 0, 0, "77 000000000000000/5/000000000000000 5 x x"},
-        {"EC25 EC25EFAR06A08M4G", mbn_list_handler, "OK|+QMBNCFG: \"List\",4,1,0,\"hVoLTE-Verizon\",0x060101A0,201801081", 0, 0, "77 x/x/x 0 x x"},
-        {"", mbn_list_handler, "+QMBNCFG: \"List\",2,1,1,\"HVOLTE-verizon\",0x05010141,202302081|OK", 0, 1, "77 x/x/x 1 x x"},
         {"EG25-G EG25GGBR07A08M2G", qmbncfg_list_handler, "+QMBNCFG: \"List\",0,0,0,\"ROW_Generic_3GPP\",0x0501081F", 0, 1, "77 x/x/x 5 ROW_Generic_3GPP! x"},
         {"", ati_handler, "Quectel|EC25|OK", 0, 0, "77 x/x/x 5 x x"},
         {"EG95 EG95EXGAR08A02M1G", ati_handler, "EG95|Revision: EG95EXGAR08A02M1G", 0, 1, "77 x/x/x 5 x EXGAR08A02M1G!"},
@@ -77,10 +72,7 @@ TEST(Readback, ScanModes)
 {
     // clang-format off
     constexpr std::tuple<const char*, const char*, int> rows[] = {
-        {"EC25 EC25EFAR06A08M4G", "+QCFG: \"nwscanmode\",3", 3},
-        {"U9300C LQA0013.1.1_M573A", "+MODODR: 5", 5},
         {"RM500Q-GL RM500QGLABR11A06M4G", "+QNWPREFCFG: \"mode_pref\",AUTO", 0},
-        {"RM500Q-GL RM500QGLABR11A06M4G", "+QNWPREFCFG: \"mode_pref\",LTE:NR5G", 9},
         {"RM510Q-GL RM510QGLAAR11A03M4G", "+QNWPREFCFG: \"mode_pref\",NR5G", 10},
         {"RM510Q-GL RM510QGLAAR11A03M4G", "+QNWPREFCFG: \"mode_pref\",NR5G:LTE", 77}, // not known: as it was
         {"MH5000-31 10.1.2.5(H1212SP2C00)", "^SYSCFGEX: \"03\",3FFFFFFF,0,2,40", 3},
@@ -96,14 +88,12 @@ TEST(Readback, ScanModes)
     }
 }
 
-at_info running{}, waiting{};
+static at_info running{}, waiting{};
 
 TEST(Sim, AnswersAndWhatEndsTheCommandAndTheFlow)
 {
     // clang-format off
     const story stories[] = { // SIM ready, the rest of the flow marked as sent
-        {"EC25 EC25EFAR06A08M4G", cpin_handler, "AT+CPIN?\r|+CPIN: READY|OK", 0, 1, "1 0"},
-        {"EC25 EC25EFAR06A08M4G", cpin_handler, "+CPIN: SIM PIN|OK", GSM_EVENT_PIN_REQUIRED, 1, "0 0"},
         {"", cpin_handler, "+CPIN: NOT READY", GSM_EVENT_SIM_FAILED, 0, "0 8"},
         {"", cpin_handler, "+CME ERROR: SIM not inserted", GSM_EVENT_SIM_NOT_INSERTED, 0, "0 8"},
         {"", cpin_handler, "+CME ERROR: SIM busy|OK", GSM_EVENT_SIM_BUSY, 0, "0 0"},
@@ -114,7 +104,6 @@ TEST(Sim, AnswersAndWhatEndsTheCommandAndTheFlow)
         {"", cpin_handler, "+CME ERROR: 16", GSM_EVENT_PIN_ERROR, 0, "0 0"},
         {"", cpin_handler, "+CPIN: SIM PUK|OK", GSM_EVENT_PUK_REQUIRED, 1, "0 0"},
         {"", cfun_full_handler, "OK|+CPIN: SIM PIN", 0, 0, "0 0"},
-        {"", selslot_handler, "OK", 0, 1, "0 0", 14},
         {"RM500Q-GL RM500QGLABR11A06M4G", selslot_handler, "+QUSIM: 1|OK", 0, 1, "0 0", 18},
         {"", netseq_handler, "AT+QCFG=\"nwscanseq\"|ERROR", 0, 1, "0 16"},
     };
@@ -132,5 +121,3 @@ TEST(Sim, AnswersAndWhatEndsTheCommandAndTheFlow)
             return in_words(is_pin_ready, " ", running.flags & (waiting.flags | AT_FLAG_ONCE_DONE));
         });
 }
-
-} // namespace

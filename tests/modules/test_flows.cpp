@@ -4,11 +4,9 @@
 // found serves for the rest of the process.
 TEST(Flows, AFlowHasTheStepsOfItsModuleAndNoOther)
 {
-    static cfg_file profile = {};
-    profile.module = strdup("EC25");
-    list_init(&profile.items);
-    static cfg_item item = {strdup("AT_SEND_PIN"), strdup("AT+PIN"), {}};
-    list_add_tail(&item.node, &profile.items);
+    const scratch folder("/tmp/profile");
+    std::filesystem::create_directory(folder.path);
+    std::ofstream("/tmp/profile/a.conf") << "MODULE => EC25\nAT_SEND_PIN => AT+PIN\n";
     at_list list = LIST_HEAD_INIT(list);
     captured out;
     EXPECT_EQ(add_remaining_ats_by_model("", "EC25E", FLOW_START, &list), -1);
@@ -16,7 +14,7 @@ TEST(Flows, AFlowHasTheStepsOfItsModuleAndNoOther)
     EXPECT_EQ(add_remaining_ats_by_model("EC25", "EC25E", FLOW_START, &list), 0);
     EXPECT_TRUE(out.has("failed to match module 'EC25'"));
     at_list_free(&list);
-    list_add_tail(&profile.node, &cfg_file_list);
+    EXPECT_EQ(search_cfg_file(folder.path), 0);
     for (const char* model : {"EC25", "EC21"}) {
         EXPECT_EQ(add_remaining_ats_by_model(model, "x", FLOW_RELOAD, &list), 0);
         std::string text;
@@ -38,11 +36,8 @@ TEST(Flows, AreComposedForTheFirstRevisionThatIsKnown)
         std::string text = line;
         cgmr_handler(&g_mobile, text.data());
         int count = 0;
-        list_head* node = nullptr;
-        list_for_each(node, &start_sim1_list)
-        {
+        for (list_head* node = start_sim1_list.next; node != &start_sim1_list; node = node->next)
             count++;
-        }
         return count;
     };
     text_set(g_mobile.model, "EC99");

@@ -50,15 +50,12 @@ TEST(PreTreat, ScanModePerModel)
 {
     constexpr std::tuple<const char*, int, int, int, const char*> rows[] = {
         {"U9300C", 0, 0, 2, "2!"},
-        {"E9720", 3, 0, 9, "5"},
         {"RM500Q-GL", 1, 0, 0, "AUTO"},
-        {"RM500Q", 9, 0, 0, "LTE:NR5G"},
         {"RM500Q", 9, 1, 0, "NR5G"},
         {"RM500Q", 9, 2, 9, "old!"},
         {"MH5000-31", 0, 0, 1, "AT^SYSCFGEX=\"030802\",3FFFFFFF,1,2,7FFFFFFFFFFFFFFF,,"},
         {"MH5000-31", 1, 0, 1, "old!"},
         {"EC25", -5, 0, 0, "-5"},
-        {"EC25", 3, 0, 3, "3!"},
     };
     for (const auto& [model, wanted, network_switch, current, value] : rows) {
         text_set(g_mobile.model, model);

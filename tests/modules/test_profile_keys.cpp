@@ -10,17 +10,14 @@
 using kelo_host::facts_of;
 using std::string;
 
-namespace
-{
-
 using names = std::set<string>;
 
-const std::span<const at_info> general_rows{at_general_table, at_general_rows};
-const std::span<const at_info> private_rows{at_private_table, at_private_rows};
+static const std::span<const at_info> general_rows{at_general_table, at_general_rows};
+static const std::span<const at_info> private_rows{at_private_table, at_private_rows};
 
 // The keys that the flows of this module, or one of them, take from its profile file.
-names reached(const string& module, const string& revision, int first = FLOW_START,
-              int last = FLOW_SMS_PDU)
+static names reached(const string& module, const string& revision, int first = FLOW_START,
+                     int last = FLOW_SMS_PDU)
 {
     names keys;
     for (int flow = first; flow <= last; flow++)
@@ -33,7 +30,7 @@ names reached(const string& module, const string& revision, int first = FLOW_STA
 }
 
 // Whether the key's command fills this placeholder on a modem that has told all.
-bool fills(const at_info& row, const string& placeholder, const string& module)
+static bool fills(const at_info& row, const string& placeholder, const string& module)
 {
     gsm_mobile& rec = g_mobile;
     rec.last_event = GSM_EVENT_PIN_REQUIRED;
@@ -50,7 +47,7 @@ bool fills(const at_info& row, const string& placeholder, const string& module)
     return filled;
 }
 
-std::vector<string> split(const string& text, const char* separators)
+static std::vector<string> split(const string& text, const char* separators)
 {
     std::vector<string> all;
     for (std::size_t end = 0, at; (at = text.find_first_not_of(separators, end)) != text.npos;) {
@@ -60,15 +57,13 @@ std::vector<string> split(const string& text, const char* separators)
     return all;
 }
 
-names catalogue_keys()
+static names catalogue_keys()
 {
     names keys;
     for (const at_info& row : private_rows)
         keys.insert(row.name);
     return keys;
 }
-
-} // namespace
 
 TEST(ProfileKeys, TheCheckKnowsThoseOfTheCatalogueAndTheirPlaceholders)
 {

@@ -1,7 +1,6 @@
 // PDUs that several of the tests read, and what they share in sending and reading.
 #pragma once
 
-#include "sms/sms.h"
 #include "tests/testing.h"
 
 namespace kelo::test
@@ -13,12 +12,9 @@ constexpr const char* pdu_door =
 constexpr const char* pdu_part = "0791947101670000440D91945111325476F8000042507190230080160500035A0"
                                  "202E061391D44BFBF416F33887E7F03";
 
-inline std::string joined(std::initializer_list<std::string> columns)
+inline std::string joined(const auto& first, const auto&... others)
 {
-    std::string all;
-    for (const std::string& column : columns)
-        all += "|" + column;
-    return all.substr(1);
+    return in_words(first) + (in_words("|", others) + ... + std::string());
 }
 
 inline std::string repeat(const std::string& piece, int times)
@@ -46,16 +42,6 @@ inline int send(const std::string& text, const char* number = "+123", int mode =
     const captured quiet;
     return libgsm_send_sms_from_buffer(tag, number, mode, text.data(),
                                        static_cast<int>(text.size()));
-}
-
-// One read of these bytes, while that command runs.
-inline void hear(modem_port& port, std::string_view bytes, at_info* running)
-{
-    const captured quiet;
-    port.say(bytes);
-    pollfd ready = {port_descriptor(&g_mobile), POLLIN, 0};
-    poll(&ready, 1, 1000);
-    libgsm_check_event(&g_mobile, running);
 }
 
 } // namespace kelo::test

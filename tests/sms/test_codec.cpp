@@ -1,44 +1,31 @@
 // Septets, character sets and received PDUs: real ones, the quirks, and broken ones.
 #include "tests/sms/messages.h"
 
-using namespace kelo;
-using namespace kelo::test;
-
-namespace
+static std::string numbers_of(const long_sms_info* info)
 {
-
-std::string numbers_of(const long_sms_info* info)
-{
-    return info == nullptr ? "single"
-                           : joined({std::to_string(info->flag), std::to_string(info->now),
-                                     std::to_string(info->total)});
+    return info == nullptr ? "single" : joined(info->flag, info->now, info->total);
 }
 
-std::string decoded(const std::string& pdu)
+static std::string decoded(const std::string& pdu)
 {
     const captured quiet;
     const event& e = gsm_event;
     if (libgsm_pdu_decode(&g_mobile, &gsm_event, pdu.c_str()) != 0)
         return "refused";
-    return joined({e.smsc, e.sender, e.sms_time, e.time_zone, std::to_string(e.length),
-                   std::to_string(e.coding), e.text, numbers_of(e.long_sms)});
+    return joined(e.smsc, e.sender, e.sms_time, e.time_zone, e.length, e.coding, e.text,
+                  numbers_of(e.long_sms));
 }
 
 // A PDU with this behind its time stamp, and these fields ahead of it.
-std::string with_data(const std::string& first, const std::string& dcs, const std::string& data)
+static std::string with_data(const std::string& first, const std::string& dcs,
+                             const std::string& data)
 {
     return "00" + first + "039121F300" + dcs + "12305021436523" + data;
 }
 
-} // namespace
-
 TEST(Alphabet, Packing)
 {
-    struct {
-        std::string text;
-        int octets, septets;
-        std::string packed;
-    } const cases[] = {
+    const std::tuple<std::string, int, int, std::string> rows[] = {
         {"@", 1, 1, "00"},
         {"", 0, 0, ""},
         {"1234567", 7, 7, "31D98C56B3DD00"},
@@ -52,15 +39,15 @@ TEST(Alphabet, Packing)
         {std::string(320, 'a'), -1, 0xEE, ""}, // refused
         {std::string(318, 'a') + "[", -1, 0xEE, ""},
     };
-    for (const auto& c : cases) {
+    for (const auto& [text, octets, septets, packed] : rows) {
         octet out[320];
         octet udl = 0xEE;
-        const int room = static_cast<int>(c.text.size()) + 1;
-        EXPECT_EQ(corvel_mobile_sms_encode_gsm7bit(c.text.c_str(), out, room, &udl), c.octets);
-        EXPECT_EQ(udl, c.septets) << c.text;
+        const int room = static_cast<int>(text.size()) + 1;
+        EXPECT_EQ(corvel_mobile_sms_encode_gsm7bit(text.c_str(), out, room, &udl), octets);
+        EXPECT_EQ(udl, septets) << text;
         pdu_text hex;
-        sms_hex_encode(hex, std::span(out).first(c.packed.size() / 2));
-        EXPECT_EQ(hex.items, c.packed) << c.text;
+        sms_hex_encode(hex, std::span(out).first(packed.size() / 2));
+        EXPECT_EQ(hex.items, packed) << text;
     }
 }
 
@@ -68,19 +55,13 @@ TEST(Decoder, Messages)
 {
     const std::string quirk = "|+123|2021-03-05 12:34:56|GMT+8|";
     const std::string mark = "\xEF\xBB\xBF";
-    struct {
-        std::string pdu, read;
-    } const cases[] = {
-        {"039121F304039121F300001230502143652305C8329BFD06",
-         "+123|+123|2021-03-05 12:34:56|GMT+8|5|0|Hello|single"},
+    const std::pair<std::string, std::string> rows[] = {
         {pdu_door,
          "+491710760000|+4915112345678|2024-05-17 09:30:12|GMT+2|11|0|Door 3 open|single"},
         {pdu_part,
          "+491710760000|+4915112345678|2024-05-17 09:32:00|GMT+2|16|0|part two of two|90|2|2"},
         {"0791947101670000040BD0D4329B5E660300004250719013008002C834",
          "+491710760000|Teltel|2024-05-17 09:31:00|GMT+2|2|0|Hi|single"},
-        {"07912160130300F4040B912160550541F200004210203040502B02EF35",
-         "+12063130004|+12065550142|2024-01-02 03:04:05|GMT-8|2|0|ok|single"},
         {"0891683108100005F0040D91683119325476F800084250719003212308544A8B6600200032",
          "+8613800100500|+8613912345678|2024-05-17 09:30:12|GMT+8|11|1|" + mark + "告警 2|single"},
         {"00040000001230502143650A02C834", "||2021-03-05 12:34:56|GMT-5|2|0|Hi|single"},
@@ -102,18 +83,15 @@ TEST(Decoder, Messages)
         {"00041F910000000000000000000000000000000000000000000000", "refused"},
         {"07919471016700000440D9", "refused"},
     };
-    for (const auto& c : cases)
-        EXPECT_EQ(decoded(c.pdu), c.read) << c.pdu;
+    for (const auto& [pdu, read] : rows)
+        EXPECT_EQ(decoded(pdu), read) << pdu;
     EXPECT_STREQ(gsm_event.text, "Hi") << "a refused one changes nothing";
 }
 
 // Each header ahead of "Hi" in UCS-2.
 TEST(Decoder, Headers)
 {
-    struct {
-        std::string header;
-        const char *numbers, *said;
-    } const cases[] = {
+    const std::tuple<std::string, const char*, const char*> rows[] = {
         {"06080412340201", "4660|1|2", "The long sms flag 0x1234 , total 2 , now is 1\n"},
         {"0B0504158A000000032A0301", "42|1|3", "The User Data Header (0504158A0000) Info"},
         {"0A00030102010003070403", "7|3|4", "flag 0x7"}, // the last one counts
@@ -123,15 +101,15 @@ TEST(Decoder, Headers)
         {"0100", "0|0|0", "ends early"},                  // without a length
         {"080202020202020202", "0|0|0", "Reserved for future use"},
     };
-    for (const auto& c : cases) {
+    for (const auto& [header, numbers, said] : rows) {
         const captured output;
         char udl[3];
-        std::snprintf(udl, sizeof udl, "%02X", static_cast<octet>(c.header.size() / 2 + 4));
-        const std::string pdu = with_data("44", "08", udl + c.header + "00480069");
+        std::snprintf(udl, sizeof udl, "%02X", static_cast<octet>(header.size() / 2 + 4));
+        const std::string pdu = with_data("44", "08", udl + header + "00480069");
         EXPECT_EQ(libgsm_pdu_decode(&g_mobile, &gsm_event, pdu.c_str()), 0);
-        EXPECT_STREQ(gsm_event.text, "\xEF\xBB\xBFHi") << c.header;
-        EXPECT_EQ(numbers_of(gsm_event.long_sms), c.numbers) << c.header;
-        EXPECT_TRUE(output.has(c.said)) << c.header;
+        EXPECT_STREQ(gsm_event.text, "\xEF\xBB\xBFHi") << header;
+        EXPECT_EQ(numbers_of(gsm_event.long_sms), numbers) << header;
+        EXPECT_TRUE(output.has(said)) << header;
     }
     decoded(with_data("44", "08", "FF900003070403")); // a header longer than the PDU
     EXPECT_EQ(numbers_of(gsm_event.long_sms), "0|0|0");

@@ -1,14 +1,8 @@
 // Messages on their way out, from the host's call to the PDUs in the outbox, and read back.
 #include "tests/sms/messages.h"
 
-using namespace kelo;
-using namespace kelo::test;
-
-namespace
-{
-
 // The SMS-DELIVER that the network makes of a PDU to +123 without a service centre.
-std::string delivered(const std::string& submit)
+static std::string delivered(const std::string& submit)
 {
     const bool header = submit[2] == '7';
     return std::string(header ? "0044" : "0004") + "039121F3" + submit.substr(14, 4) +
@@ -17,7 +11,7 @@ std::string delivered(const std::string& submit)
 
 // Sends a text and gives the TP-UDL of its parts. Each has to fit a message, and a receiver who
 // puts them together to read the text.
-std::vector<int> round_trip(const std::string& text, const std::string& read)
+static std::vector<int> round_trip(const std::string& text, const std::string& read)
 {
     EXPECT_EQ(send(text), 0);
     const std::vector<std::string> pdus = sent_pdus();
@@ -36,21 +30,19 @@ std::vector<int> round_trip(const std::string& text, const std::string& read)
     return udl;
 }
 
-} // namespace
-
 TEST(Encoder, Pdus)
 {
-    struct {
-        const char *sca, *number, *queued; // length without the service centre, and PDU
-    } const cases[] = {{"", "+123", "+123|12|003100039121F300000002C834"},
-                       {"123", "+123", "+123|12|039121F33100039121F300000002C834"},
-                       {"+123", "+123", "+123|12|039121F33100039121F300000002C834"},
-                       {"no\"digits", "12345", "12345|13|00310005812143F500000002C834"}};
-    for (const auto& c : cases) {
-        text_set(g_mobile.smscenter, c.sca);
-        EXPECT_EQ(send("Hi", c.number), 0);
+    // Length without the service centre, and PDU.
+    constexpr std::array<const char*, 3> rows[] = {
+        {"", "+123", "+123|12|003100039121F300000002C834"},
+        {"123", "+123", "+123|12|039121F33100039121F300000002C834"},
+        {"+123", "+123", "+123|12|039121F33100039121F300000002C834"},
+        {"no\"digits", "12345", "12345|13|00310005812143F500000002C834"}};
+    for (const auto& [sca, number, queued] : rows) {
+        text_set(g_mobile.smscenter, sca);
+        EXPECT_EQ(send("Hi", number), 0);
         sms_outbox_item* const i = sms_outbox_deq();
-        EXPECT_EQ(joined({i->sms_number, std::to_string(i->sms_length), i->sms_body}), c.queued);
+        EXPECT_EQ(joined(i->sms_number, i->sms_length, i->sms_body), queued);
         sms_outbox_free(i);
     }
 }
@@ -126,12 +118,7 @@ TEST(Encoder, RefusesAPartWithoutRoom)
 TEST(Submit, Results)
 {
     const std::string long_number = "+" + std::string(130, '1');
-    struct {
-        std::string text;
-        const char* number;
-        int mode, result;
-        std::size_t queued;
-    } const cases[] = {
+    const std::tuple<std::string, const char*, int, int, std::size_t> rows[] = {
         {"a", "1x", 0, 0, 0}, // no number: counted, nothing queued
         {"a", nullptr, 0, 0, 0},
         {"a", long_number.c_str(), 0, 0, 0}, // never a shorter number in its place
@@ -147,11 +134,11 @@ TEST(Submit, Results)
         {"a", "1\"", 1, -1, 0},
         {"a", "1\r", 1, -1, 0},
     };
-    for (const auto& c : cases) {
+    for (const auto& [text, number, mode, result, queued] : rows) {
         sms_pending_count = 0;
-        EXPECT_EQ(send(c.text, c.number, c.mode), c.result);
-        EXPECT_EQ(sms_pending_count, c.result + 1) << c.text.substr(0, 20);
-        EXPECT_EQ(sent_pdus().size(), c.queued) << c.text.substr(0, 20);
+        EXPECT_EQ(send(text, number, mode), result);
+        EXPECT_EQ(sms_pending_count, result + 1) << text.substr(0, 20);
+        EXPECT_EQ(sent_pdus().size(), queued) << text.substr(0, 20);
     }
     for (const char* tag : {"", static_cast<const char*>(nullptr)})
         EXPECT_EQ(send("a", "+1", 0, tag), -1);

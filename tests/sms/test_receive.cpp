@@ -1,18 +1,11 @@
 // Reports of received messages: gsm_event and its block, the queue, and reports in pieces.
-#include "support/sleeps.h"
 #include "tests/sms/messages.h"
 
-using namespace kelo;
-using namespace kelo::test;
+static const std::string door = std::string("+CMT: ,30\r\n") + pdu_door + "\r\n";
+static const std::string part = std::string("\r\n+CMT: ,40\r\n") + pdu_part + "\r\n";
+static const std::string header = "+CMT: \"+1\",,\"24/05/17,09:30:12+08\"";
 
-namespace
-{
-
-const std::string door = std::string("+CMT: ,30\r\n") + pdu_door + "\r\n";
-const std::string part = std::string("\r\n+CMT: ,40\r\n") + pdu_part + "\r\n";
-const std::string header = "+CMT: \"+1\",,\"24/05/17,09:30:12+08\"";
-
-void check(const std::string& report)
+static void check(const std::string& report)
 {
     const captured quiet;
     EXPECT_EQ(libgsm_check_sms(&g_mobile, report.c_str()), &gsm_event);
@@ -20,37 +13,33 @@ void check(const std::string& report)
 }
 
 // The queue, emptied.
-std::vector<std::string> taken()
+static std::vector<std::string> taken()
 {
     std::vector<std::string> all;
     kelo_sms m;
     while (kelo_take_sms(&m) == 1) {
         EXPECT_EQ(m.length, static_cast<int>(std::strlen(m.text)));
-        all.push_back(joined({m.sender, m.time, m.zone, m.text, std::to_string(m.reference),
-                              std::to_string(m.number), std::to_string(m.total), m.pdu}));
+        all.push_back(
+            joined(m.sender, m.time, m.zone, m.text, m.reference, m.number, m.total, m.pdu));
     }
     return all;
 }
 
 using queue = std::vector<std::string>;
 
-const std::string sent = "+4915112345678|2024-05-17 09:3";
-const std::string read_door = sent + "0:12|GMT+2|Door 3 open|0|0|0|" + pdu_door;
-const std::string read_part = sent + "2:00|GMT+2|part two of two|90|2|2|" + pdu_part;
+static const std::string sent = "+4915112345678|2024-05-17 09:3";
+static const std::string read_door = sent + "0:12|GMT+2|Door 3 open|0|0|0|" + pdu_door;
+static const std::string read_part = sent + "2:00|GMT+2|part two of two|90|2|2|" + pdu_part;
 
-std::string read_text(const std::string& text)
+static std::string read_text(const std::string& text)
 {
     return "+1|2024-05-17 09:30:12|GMT+2|" + text + "|0|0|0|";
 }
 
-} // namespace
-
 TEST(Receive, TextReports)
 {
     const std::string door_line = "\r\nDoor 3 open\r\n";
-    struct {
-        std::string report, seen, queued;
-    } const cases[] = {
+    const std::array<std::string, 3> rows[] = {
         {header + door_line, "1|+1|24/05/17,09:30:12|GMT+2|old|Door 3 open",
          read_text("Door 3 open")},
         {"+CMT: \"+49\",,\"24/05/17,09:30:12-32\",145,4,0,0,\"+491710760000\",145,11" + door_line,
@@ -63,14 +52,12 @@ TEST(Receive, TextReports)
          "+49|now|unknow|\"last\"\r\n|0|0|0|"},
     };
     const event& e = gsm_event;
-    for (const auto& c : cases) {
+    for (const auto& [report, seen, queued] : rows) {
         text_set(gsm_event.smsc, "old");
-        check(c.report);
-        EXPECT_EQ(
-            joined({std::to_string(e.mode), e.sender, e.sms_time, e.time_zone, e.smsc, e.text}),
-            c.seen);
+        check(report);
+        EXPECT_EQ(joined(e.mode, e.sender, e.sms_time, e.time_zone, e.smsc, e.text), seen);
         EXPECT_EQ(e.length, static_cast<int>(std::strlen(e.text)));
-        EXPECT_EQ(taken(), queue{c.queued});
+        EXPECT_EQ(taken(), queue{queued});
     }
 }
 
@@ -125,23 +112,24 @@ TEST(Queue, OverflowsAndIsTakenWhileItFills)
 // A modem writes a report in pieces, and a read can end between any two bytes of it.
 TEST(Queue, ReportInTwoReads)
 {
+    const captured quiet;
     modem_port port;
     const std::string text = header + "\r\na" + std::string(1, '\0') + "b\r\n";
     for (const std::string& report : {door, text})
         for (std::size_t cut = 5; cut <= report.size(); cut++) {
-            hear(port, std::string_view(report).substr(0, cut), nullptr);
+            hear(port, nullptr, std::string_view(report).substr(0, cut));
             if (cut < report.size())
-                hear(port, std::string_view(report).substr(cut), nullptr);
+                hear(port, nullptr, std::string_view(report).substr(cut));
             ASSERT_EQ(taken(), queue{report == door ? read_door : read_text("a@b")}) << cut;
         }
     // The rest never comes: what there was is queued with the next report, or after three seconds
     // and no earlier, since a modem may be slow.
     const std::string broken = text.substr(0, text.size() - 3);
-    hear(port, broken, nullptr);
-    hear(port, door, nullptr);
+    hear(port, nullptr, broken);
+    hear(port, nullptr, door);
     EXPECT_EQ(taken(), (queue{read_text("a@"), read_door}));
     const std::int64_t ahead = monotonic_ms();
-    hear(port, broken, nullptr);
+    hear(port, nullptr, broken);
     sms_continue_report("", ahead + 2999);
     EXPECT_EQ(taken(), queue{});
     sms_continue_report("", monotonic_ms() + 3000);

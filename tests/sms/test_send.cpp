@@ -1,51 +1,26 @@
 // Sending: what the step's answers mean, and the bytes behind the prompt.
+#include "tests/handlers/feed.h"
 #include "tests/sms/messages.h"
-
-using namespace kelo;
-using namespace kelo::test;
-
-namespace
-{
-
-int answer(const char* text)
-{
-    std::string line = text;
-    const event* const raised = sms_send_handler(&g_mobile, line.data());
-    return raised != nullptr ? raised->code : 0;
-}
-
-} // namespace
 
 TEST(SmsSend, AnswersInOrder)
 {
-    struct {
-        const char* line;
-        int seen, code, seen_after, done_after;
-    } const cases[] = {{"OK", 0, 0, 0, 0}, // ahead of the prompt
-                       {"OK", 1, 0, 1, 1},
-                       {"+CMGS: 17", 0, GSM_EVENT_SMS_SEND_OK, 1, 0},
-                       {"+CMS ERROR: 304", 0, GSM_EVENT_SMS_SEND_FAILED, 0, 1},
-                       {"+CMGS: OK", 0, 0, 0, 0}, // "OK" is looked for first
-                       {"AT+CMGS=17", 0, 0, 0, 0}};
-    for (const auto& c : cases) {
-        g_mobile.reg_seen = c.seen;
-        g_mobile.at_done = 0;
-        EXPECT_EQ(answer(c.line), c.code) << c.line;
-        EXPECT_EQ(g_mobile.reg_seen, c.seen_after) << c.line;
-        EXPECT_EQ(g_mobile.at_done, c.done_after) << c.line;
-    }
+    const story stories[] = {
+        // whether the modem has taken it
+        {"", sms_send_handler, "OK", 0, 0, "0"}, // ahead of the prompt
+        {"", sms_send_handler, "+CMGS: 17", GSM_EVENT_SMS_SEND_OK, 0, "1"},
+        {"", sms_send_handler, "+CMGS: 17|OK", GSM_EVENT_SMS_SEND_OK, 1, "1"},
+        {"", sms_send_handler, "+CMS ERROR: 304", GSM_EVENT_SMS_SEND_FAILED, 1, "0"},
+        {"", sms_send_handler, "+CMGS: OK|AT+CMGS=17", 0, 0, "0"}}; // "OK" is looked for first
+    run(
+        stories, [] {}, [] { return in_words(g_mobile.reg_seen); });
 }
 
 // The body goes out once for each send, whichever handler the prompt comes under, and a prompt that
 // nothing is due for is taken back.
 TEST(SmsSend, PromptDrawsTheBodyOnce)
 {
-    struct {
-        const char* body; // of a send that begins, or null
-        const char* line;
-        bool own_step;
-        const char* written;
-    } const cases[] = {
+    // The body of a send that begins, or null; a line, of its own step or not; what is written.
+    constexpr std::tuple<const char*, const char*, bool, const char*> rows[] = {
         {nullptr, "> ", true, "\x1b"}, // nothing was sent at all
         {"07 A", "AT+CMGS=7", true, ""},
         {nullptr, "\r> ", true, "07 A\x1a\r\n"},
@@ -61,17 +36,17 @@ TEST(SmsSend, PromptDrawsTheBodyOnce)
         {"07 D", "> ", false, "07 D\x1a\r\n"} // a newer send
     };
     modem_port port;
-    for (const auto& c : cases) {
-        if (c.body != nullptr) {
-            text_set(g_mobile.sms_text, c.body);
+    for (const auto& [body, line, own_step, written] : rows) {
+        if (body != nullptr) {
+            text_set(g_mobile.sms_text, body);
             sms_send_begins(&g_mobile);
             text_set(g_mobile.sms_text, "the next one, chosen already");
         }
-        if (c.own_step)
-            answer(c.line);
+        if (own_step)
+            feed(sms_send_handler, line);
         else
-            sms_watch_prompt(&g_mobile, c.line);
-        EXPECT_EQ(port.heard(), c.written) << c.line;
+            sms_watch_prompt(&g_mobile, line);
+        EXPECT_EQ(port.heard(), written) << line;
     }
 }
 
@@ -81,9 +56,8 @@ TEST(SmsSend, PromptBehindAReport)
 {
     modem_port port;
     at_list list = LIST_HEAD_INIT(list);
-    at_info* const at =
-        at_info_create(63, nullptr, "AT+CMGS=7", 1, 0, 0, sms_send_handler, 1, nullptr, 0, nullptr);
-    at_list_append(&list, at);
+    at_info* const at = add_node(list, 63, 1, "AT+CMGS=7", 1);
+    at->handler = sms_send_handler;
     cur_at_list = &list;
     text_set(g_mobile.sms_text, "0011");
     constexpr const char* reads[] = {
@@ -98,7 +72,7 @@ TEST(SmsSend, PromptBehindAReport)
         EXPECT_EQ(port.heard(), "AT+CMGS=7\r\n");
         std::thread other([] { libgsm_send_at("AT+QENG"); }); // would become part of the message
         usleep(100000);
-        hear(port, read, at);
+        hear(port, at, read);
         other.join();
         EXPECT_EQ(port.heard(), "0011\x1a\r\nAT+QENG\r\n") << read;
     }

@@ -110,8 +110,8 @@ TEST(Events, SimInsertedTellsItsOwnRestartFromANewSim)
 
 TEST(Events, MessagesCountDownToZero)
 {
-    for (const auto& [before, after] : {std::pair(2, 1), {0, 0}, {-3, 0}})
-        for (const int code : {GSM_EVENT_SMS_SEND_FAILED, GSM_EVENT_SMS_SEND_OK}) {
+    for (const int code : {GSM_EVENT_SMS_SEND_FAILED, GSM_EVENT_SMS_SEND_OK})
+        for (const auto& [before, after] : {std::pair(2, 1), {0, 0}, {-3, 0}}) {
             sms_pending_count = before;
             handle(code);
             EXPECT_EQ(sms_pending_count, after);
