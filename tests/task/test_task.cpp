@@ -105,6 +105,22 @@ TEST_F(TaskPass, ACommandHasItsTimeUnderEndlessOutput)
     }
 }
 
+TEST_F(TaskPass, EndsOnStopAndWithoutADevice)
+{
+    add_node(start_sim1_list, 900, 1, "AT+ONE");
+    global_quagga_stop = 1;
+    EXPECT_FALSE(task_pass(&g_mobile, state));
+    global_quagga_stop = 0;
+    is_quectel = 7; // this family's port is left alone
+    EXPECT_TRUE(task_pass(&g_mobile, state));
+    is_quectel = 0;
+    unlink("/dev/ttyUSB2");
+    captured out;
+    EXPECT_FALSE(task_pass(&g_mobile, state));
+    EXPECT_TRUE(out.has("/dev/ttyUSB: No such file or directory\n"));
+    EXPECT_EQ(port.heard(), "");
+}
+
 // A port that has hung up is ready at every poll: the task must keep its pace, and say so once. A
 // pipe whose writer is gone hangs up as a port does, behind what it holds.
 TEST_F(TaskPass, AHungUpPortDoesNotSpinTheTask)
