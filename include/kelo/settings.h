@@ -66,7 +66,7 @@ void kelo_init_cellular(const struct cellular_setting* settings, unsigned char l
  *     ping_enable, ping_target       at the next ping
  *     attach_timeout                 at once
  *
- * and raises cell_pdpdeact, so that the host's supervisor sees a change. With enable 0 the link is
+ * and raises cell_pdpdeact, so that the host sees a change. With enable 0 the link is
  * switched off and wwan0 and wwan0.1 are taken down (kelo_system); nothing is sent, the SIM's slot
  * stays, and a dialer that runs is not stopped. Blocks for a second, longer while the port refuses
  * writes. Returns 1, or 0 for NULL.

@@ -253,7 +253,7 @@ void* dialer_thread(void* tools)
 {
     pthread_setname_np(pthread_self(), "DialerThread");
     const auto* const given = static_cast<const link_tools*>(tools);
-    dialer_state state = {.tools = given->told};
+    dialer_state state = {.tools = given->plain};
     kept_link_state kept_state = {.tools = given->kept};
     dialer_run(state, kept_state);
     return nullptr;

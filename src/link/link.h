@@ -88,7 +88,7 @@ long kept_link_pass(kept_link_state& state, std::int64_t now_ms);
 
 // The tools of the dialer thread, by whether a keeper is on.
 struct link_tools {
-    const dialer_tools* told;
+    const dialer_tools* plain;
     const kept_link_tools* kept;
 };
 void dialer_run(dialer_state& state, kept_link_state& kept_state);
