@@ -2,6 +2,8 @@
 // wrong is the reason, and is what it acts on.
 #include "keeper/keeper.h"
 
+#include "support/waits.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <ctime>
@@ -57,10 +59,7 @@ std::int64_t length_ms(const keeper_state& state, wait_name name)
     const wait_rule& rule = wait_rules[name];
     const unsigned int first = rule.first != nullptr ? state.rules.*rule.first : rule.first_s;
     const unsigned int most = rule.most != nullptr ? state.rules.*rule.most : rule.most_s;
-    std::int64_t length = first;
-    for (int i = 0; i < state.waits[name].times && length < most; i++)
-        length *= 2;
-    return std::min<std::int64_t>(length, most) * 1000;
+    return doubled(first, most, state.waits[name].times) * 1000;
 }
 
 void plan(keeper_state& state, kelo_action action, std::int64_t at_ms)

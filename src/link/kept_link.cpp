@@ -7,10 +7,10 @@
 #include "support/shell.h"
 #include "support/sleeps.h"
 #include "support/text.h"
+#include "support/waits.h"
 
 #include <algorithm>
 #include <csignal>
-#include <unistd.h>
 
 namespace kelo
 {
@@ -34,25 +34,13 @@ constexpr std::int64_t missing_ms = 10000;    // between two looks for what is m
 constexpr int term_ms = 5000;                 // that a dialer gets to end in
 constexpr int failures_to_reset = 4;
 
-lock waits_lock; // a leaf; also guards the last random number
+lock waits_lock; // a leaf
 link_waits waits_now;
 
 link_waits waits()
 {
     const lock_scope hold(waits_lock);
     return waits_now;
-}
-
-// Seeded by what differs between two devices, and between two starts of one.
-std::uint32_t random_number()
-{
-    static std::uint32_t last = 0;
-    const lock_scope hold(waits_lock);
-    if (last == 0)
-        last = static_cast<std::uint32_t>(getpid()) * 2654435761U ^
-               static_cast<std::uint32_t>(time_of_day_us());
-    last = last * 1664525U + 1013904223U;
-    return last >> 8;
 }
 
 void tell(link_state what)
@@ -319,13 +307,9 @@ void link_waits_set(const link_waits& wanted)
 
 std::int64_t backoff_ms(int first_s, int most_s, int spread_percent, int failures)
 {
-    std::int64_t wait = first_s * 1000LL;
-    const std::int64_t most = most_s * 1000LL;
-    for (int i = 1; i < failures && wait < most; i++)
-        wait *= 2;
-    wait = std::min(wait, most);
+    const std::int64_t wait = doubled(first_s, most_s, failures - 1) * 1000;
     const std::int64_t spread = wait * spread_percent / 100;
-    return spread == 0 ? wait : wait - spread + random_number() % (2 * spread + 1);
+    return wait - spread + random_up_to(static_cast<int>(2 * spread));
 }
 
 long kept_link_pass(kept_link_state& state, std::int64_t now_ms)

@@ -18,6 +18,7 @@
 #include "support/diag.h"
 #include "support/sleeps.h"
 #include "support/text.h"
+#include "support/waits.h"
 #include <kelo/mqtt.h>
 
 #include <algorithm>
@@ -27,7 +28,6 @@
 #include <cstddef>
 #include <cstdio>
 #include <fcntl.h>
-#include <sys/random.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -74,21 +74,10 @@ int attempts = 0;  // in a row, the one that led to a subscription among them
 bool anew = false; // the row has ended; unless it is one of subscriptions that do not last
 std::int64_t stood_since = 0;
 
-// From 0 to `limit`. Devices that were started together have one clock, but not one source of this.
-int random_up_to(int limit)
-{
-    unsigned number = 0;
-    if (getrandom(&number, sizeof number, GRND_NONBLOCK) != sizeof number)
-        number = static_cast<unsigned>(time_of_day_us() ^ getpid());
-    return static_cast<int>(number % (static_cast<unsigned>(limit) + 1));
-}
-
 // 20 % more or less than the wait that is due.
 int wait_of_failure()
 {
-    int wait = first_wait;
-    for (int i = 1; i < attempts && wait < longest_wait; i++)
-        wait *= 2;
+    const int wait = static_cast<int>(doubled(first_wait, longest_wait, attempts - 1));
     return wait - wait / 5 + random_up_to(wait * 2 / 5);
 }
 

@@ -110,9 +110,8 @@ int await_end(pid_t shell, bool leaves_nothing, std::int64_t deadline)
     return reaped && !killed && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
-int run(const char* line, int output)
+int run_out(pid_t shell)
 {
-    const pid_t shell = start(line, output);
     return shell > 0 ? await_end(shell, false, monotonic_ms() + shell_limit_ms) : -1;
 }
 
@@ -180,16 +179,12 @@ int shell_limit_ms = 30000;
 
 int shell_run(const char* line)
 {
-    return run(line, -1);
+    return run_out(start(line, -1));
 }
 
 int shell_run_quietly(const char* line)
 {
-    const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
-    const int status = run(line, nowhere);
-    if (nowhere >= 0)
-        close(nowhere);
-    return status;
+    return run_out(shell_start(line));
 }
 
 bool shell_find(const char* line, const char* needle, int limit_ms, char* found, std::size_t size)
