@@ -88,4 +88,54 @@ bool sms_text_follows(std::string_view line, bool continued);
 
 void sms_queue_add(const kelo_sms& message);
 
+// ---- Whole messages (joiner.cpp, messages.cpp)
+
+// Where the modem stores a message or a part of one; index -1: it came by a report.
+struct sms_place {
+    int index = -1;
+    unsigned epoch = 0; // of the look at the storage: a number of before means another message
+};
+
+// Whether a host takes whole messages: from its first kelo_take_message, or kelo_set_sms_storage.
+bool sms_messages_wanted();
+
+// Whether another part from the storage has room; if not, it stays there.
+bool sms_messages_have_room();
+
+// A part that came: it is put together with the others, or is a message by itself. `first_look`:
+// it lay there when this process first looked.
+void sms_message_part(const message_part& part, sms_place place, bool first_look,
+                      std::int64_t now_ms);
+
+// A status report that came.
+void sms_report_came(const status_report& report);
+
+// ---- The modem's storage (storage.cpp): an errand of the mobile task while nothing else is to do
+
+// 0, 1 or 2, see kelo_set_sms_storage.
+int sms_storage_mode();
+
+// A start or reload flow begins: what was known of the storage is not known any more.
+void sms_storage_forget();
+
+// A line of the modem, whole, that told of the storage: "+CMTI", a full memory.
+void sms_storage_hear(std::string_view line);
+
+// A message by a report, so that a copy of it in the storage is not taken for another one.
+void sms_storage_reported(std::string_view pdu);
+
+// The host has kept what came from there.
+void sms_storage_kept(sms_place place);
+
+// The next command of the errand, null for none now; the text is the mobile task's until the next
+// call. A call while an answer is due says that none came.
+const char* sms_errand_next(std::int64_t now_ms);
+
+// An answer to it: ends it with its final line.
+event* sms_errand_handler(gsm_mobile* mobile, char* line);
+
+// The text that is to go out instead of a flow's own command, or null: with mode 1 or 2 "+CNMI=2,2"
+// becomes "+CNMI=2,1", with reports of delivery.
+const char* sms_command_instead(const char* command);
+
 } // namespace kelo

@@ -4,10 +4,12 @@
 // may call. It stands on support alone; what is logged, stored or judged is the caller's.
 #pragma once
 
+#include <kelo/messages.h>
 #include <kelo/sms.h>
 
 #include <algorithm>
 #include <cstddef>
+#include <cstdint>
 #include <cstring>
 #include <optional>
 #include <span>
@@ -189,5 +191,65 @@ std::optional<sms_pdu_msg> sms_detect_coding(sms_pdu_msg msg, std::string_view t
 std::optional<pdu_text> sms_encode_pdu(const sms_pdu_msg& msg, std::string_view part, int index);
 
 bool sms_number_valid(std::string_view text);
+
+// ---- Whole messages: what kelo/messages.h sends and receives (compose.cpp, read_message.cpp,
+// national.cpp)
+
+// A text on its way out in UTF-8: in the 7-bit alphabet where that has all of it, else in UTF-16.
+struct composed_text {
+    bool gsm7 = false;
+    int parts = 0;
+    int ends[most_parts] = {}; // of each part in the text, in bytes
+};
+// None for an empty text, what is no UTF-8, and what has no room in most_parts.
+std::optional<composed_text> sms_compose(std::string_view text);
+
+struct submit_options {
+    std::string_view sca;         // digits, or empty for the modem's own
+    std::string_view destination; // digits, perhaps "+" ahead
+    octet reference = 0;          // of the parts of one message
+    octet validity = 0xFF;        // TP-VP, relative
+    bool report = false;
+    bool flash = false;
+};
+octet sms_validity(unsigned minutes); // TP-VP of at least so long, 0: the longest
+
+// SMS-SUBMIT of one part, from 1. None for a destination that is no number of 1 to 20 digits.
+std::optional<pdu_text> sms_compose_part(const composed_text& cut, std::string_view text, int part,
+                                         const submit_options& options);
+
+struct part_time {
+    char text[20] = {}; // "2024-05-17 09:30:12"
+    int zone = 0;       // quarters of an hour east
+};
+
+// One part as it came. Every octet and length is checked; nothing reads past the PDU.
+struct message_part {
+    char sender[64] = {}; // UTF-8
+    char smsc[32] = {};
+    part_time time;
+    int dcs = -1;
+    int message_class = -1;
+    bool data = false;                // octets, else UTF-16, big endian
+    int port_to = -1, port_from = -1; // of an application
+    part_numbers numbers;             // total 0: a message by itself
+    bool wide_reference = false;
+    made<octet, 640> content; // 160 characters of 7 bits are at most 320 octets
+    std::uint64_t digest = 0; // of the whole PDU
+};
+std::optional<message_part> sms_read_deliver(std::string_view pdu);
+
+struct status_report {
+    int reference = 0;
+    char recipient[32] = {};
+    part_time sent, discharged;
+    int status = 0;
+};
+std::optional<status_report> sms_read_status_report(std::string_view pdu);
+
+// Whether a PDU behind its service centre is a status report; none for what is neither.
+std::optional<bool> sms_is_status_report(std::string_view pdu);
+
+enum kelo_sms_delivery sms_delivery(int status); // 23.040 9.2.3.15
 
 } // namespace kelo
