@@ -139,11 +139,11 @@ inline constexpr int at_not_wanted = 1;
 at_info* libgsm_send_atcommand(gsm_mobile* rec, bool& list_ended);
 
 // Reads and handles what the port has. Gives the last event of the batch, or null. `drained` false:
-// more waits than one response may hold. `heard` false: the port was ready and had nothing.
+// more waits than one response may hold. `answering`: a line was of the running command's answer.
 struct read_outcome {
     event* raised = nullptr;
     bool drained = true;
-    bool heard = false;
+    bool answering = false;
 };
 read_outcome libgsm_check_event(gsm_mobile* rec, at_info* cur);
 

@@ -245,10 +245,19 @@ event* handle_line(gsm_mobile* rec, const at_info* cur, char* line)
     return hooks.idle_line(rec, line);
 }
 
-event* handle_lines(gsm_mobile* rec, const at_info* cur, char* text)
+// "+COPS: 0" answers "AT+COPS?" and "AT+COPS=3,2".
+bool is_answer_to(const at_info* cur, const char* line)
+{
+    if (cur == nullptr || cur->cmd == nullptr || !text_begins(cur->cmd, "AT"))
+        return false;
+    const char* const name = cur->cmd + 2;
+    const std::size_t length = std::strcspn(name, "?=;");
+    return length > 1 && std::strncmp(line, name, length) == 0 && line[length] == ':';
+}
+
+void handle_lines(gsm_mobile* rec, const at_info* cur, char* text, read_outcome& outcome)
 {
     const label running = label_for_read(cur);
-    event* raised = nullptr;
     for (char* line = text; line != nullptr && *line != '\0';) {
         char* const end = std::strchr(line, '\n');
         char* const next = end == nullptr ? nullptr : end + 1;
@@ -260,13 +269,13 @@ event* handle_lines(gsm_mobile* rec, const at_info* cur, char* text)
         if (*line != '\0') {
             diag_debug("[SEQ%d,ID%d]<<<(%zu) %s\n", running.seq, running.id, std::strlen(line),
                        line);
+            outcome.answering |= is_answer_to(cur, line);
             event* const from_line = handle_line(rec, cur, line);
             if (from_line != nullptr)
-                raised = from_line;
+                outcome.raised = from_line;
         }
         line = next;
     }
-    return raised;
 }
 
 } // namespace
@@ -299,8 +308,7 @@ read_outcome libgsm_check_event(gsm_mobile* rec, at_info* cur)
     if (rec == nullptr || read_at_result(rec, got) != 0)
         return outcome;
     outcome.drained = got.drained;
-    outcome.heard = got.length > 0;
-    if (outcome.heard)
+    if (got.length > 0)
         word_add(reads_heard, 1);
     char* const text = got.text.get();
     hooks.each_read(text, got.length);
@@ -308,8 +316,10 @@ read_outcome libgsm_check_event(gsm_mobile* rec, at_info* cur)
         find_spoken(text, "+QIND: PB DONE") != nullptr)
         libgsm_set_init_flag(1);
     char* const report = hooks.find_report(text);
-    outcome.raised =
-        report != nullptr ? handle_report(rec, cur, text, report) : handle_lines(rec, cur, text);
+    if (report != nullptr)
+        outcome.raised = handle_report(rec, cur, text, report);
+    else
+        handle_lines(rec, cur, text, outcome);
     if (outcome.raised != nullptr) {
         lock_scope guard(record_lock);
         rec->last_event = outcome.raised->code;

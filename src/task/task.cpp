@@ -29,6 +29,9 @@ constexpr int low_power_limit = 29;
 // long without a silent second, or while more comes than one response may hold, time itself ticks.
 constexpr std::int64_t busy_limit_ms = 10000;
 
+// There, an answer that has begun gets a second from each of its lines, but no longer than this.
+constexpr std::int64_t answer_limit_ms = 30000;
+
 bool may_send(gsm_mobile* rec, const task_state& state)
 {
     if (word_get(isLowPower) != 0 && word_get(gsm_init_flag) == 0)
@@ -89,7 +92,7 @@ void send_next(gsm_mobile* rec, task_state& state)
     if (state.running != nullptr) {
         arm_command(rec, state.running);
         // Its time begins now, whatever the port has said before.
-        state.last_tick_ms = monotonic_ms();
+        state.last_tick_ms = state.armed_ms = monotonic_ms();
     } else if (list_ended && is_registered(rec)) {
         take_message(rec);
     }
@@ -106,6 +109,8 @@ event* hear(gsm_mobile* rec, task_state& state)
 {
     const read_outcome outcome = libgsm_check_event(rec, state.running);
     const std::int64_t now = monotonic_ms();
+    if (outcome.answering && now - state.armed_ms < answer_limit_ms)
+        state.last_tick_ms = now;
     const bool busy = !outcome.drained || now - state.last_quiet_ms >= busy_limit_ms;
     if (busy && now - state.last_tick_ms >= poll_ms)
         tick(rec, state);

@@ -95,13 +95,32 @@ TEST_F(TaskPass, MessagesGoOutWhenRegisteredAndTheListHasEnded)
 // that ends on its own echo, so that from then on each answer is taken for the next one's.
 TEST_F(TaskPass, ACommandHasItsTimeUnderEndlessOutput)
 {
-    add_node(start_sim1_list, 900, 1, "AT+ONE", 1);
-    port.say("AT+ONE\r\n");
-    for (const int done : {0, 1}) {
+    struct moment {
+        const char* says;
+        std::int64_t passed_ms;
+        int done;
+    };
+    constexpr moment moments[] = {
+        {"AT+ONE=1\r\n", 1000, 0},           // its echo
+        {"+ONE: 1\r\n+TWO: 2\r\n", 1000, 0}, // its answer comes, and is not through yet
+        {"+ONE: 2", 1000, 0},
+        {"+TWO: 3\r\n", 999, 0},
+        {"+TWO: 4\r\n", 1, 1},
+        {"", 0, 0}, // once more
+        {"+ONE: 1\r\n", 1000, 0},
+        {"+ONE: 1\r\n", 30000, 1}, // an answer that never ends
+    };
+    at_info* const at = add_node(start_sim1_list, 900, 1, "AT+ONE=1", 1);
+    for (const auto& [says, passed_ms, done] : moments) {
+        if (state.running == nullptr || g_mobile.at_done != 0) {
+            at->flags = 0;
+            at_seq_cursor = 0;
+        }
         state.last_quiet_ms -= 10000;
-        state.last_tick_ms -= 1000;
-        pass();
-        EXPECT_EQ(g_mobile.at_done, done);
+        state.last_tick_ms -= passed_ms;
+        state.armed_ms -= passed_ms;
+        pass(std::string(says) + "\r\n");
+        EXPECT_EQ(g_mobile.at_done, done) << says << passed_ms;
     }
 }
 
