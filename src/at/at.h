@@ -28,6 +28,7 @@ extern at_list start_sim2_list;
 extern at_list reload_sim2_list;
 extern at_list sms_text_list;
 extern at_list sms_pdu_list;
+extern at_list sms_added_list; // of a module whose own flow sends none
 
 // The list of a start or reload flow of SIM 1 or 2; null for any other pair.
 at_list* at_list_of(int flow, int sim);
@@ -68,7 +69,7 @@ void at_flag_current(gsm_mobile* rec, unsigned int flags);
 // ---- Who hears of the exchange
 
 // What the rooms above make of it; filled once, at init, by exchange_use. All run on the mobile
-// task, but for before_write.
+// task.
 struct exchange_hooks {
     // A line that came while no command ran.
     event* (*idle_line)(gsm_mobile* rec, char* line) = [](gsm_mobile*, char*) -> event* {
@@ -92,8 +93,6 @@ struct exchange_hooks {
                            bool custom) = [](gsm_mobile*, const at_info*, bool) { return true; };
     // A second without a word of the modem, or its like; `idle`: no command runs.
     void (*tick)(bool idle) = [](bool) {};
-    // Ahead of a command that any thread writes on its own account.
-    void (*before_write)() = [] {};
 };
 void exchange_use(const exchange_hooks& hooks);
 
@@ -107,8 +106,11 @@ char* find_spoken(char* text, const char* needle);
 // ---- Exchange (exchange.cpp)
 
 // Writes text, CR, LF in one write, three attempts at most, a second apart. 0 after the attempts;
-// -1 for no record, a closed port, no text, no memory. Takes port_lock for each attempt.
+// -1 for no record, a closed port, no text, no memory. Takes port_lock for each attempt. While the
+// body of a message is due, a thread waits for it, half a minute at most; what the mobile task
+// writes is put off, since it has to read the prompt.
 int exec_at_command(gsm_mobile* rec, const char* text);
+void exchange_write_deferred(gsm_mobile* rec); // on the mobile task, with no body due
 
 // Makes the text of a command. One that does not fit is cut and said: the modem will not understand
 // it.

@@ -41,11 +41,17 @@ label label_of_current(gsm_mobile* rec)
 
 constexpr long port_closed = -2;
 
-long write_once(gsm_mobile* rec, const char* bytes, std::size_t length)
+constexpr long port_waits = -3;
+
+// `polite`: not between a message's command and its body. Looked at under the lock, so that none
+// slips in between.
+long write_once(gsm_mobile* rec, const char* bytes, std::size_t length, bool polite)
 {
     lock_scope guard(port_lock);
     if (rec->fd == -1)
         return port_closed;
+    if (polite && word_get(body_due) != 0)
+        return port_waits;
     ssize_t written = -1;
     do
         written = write(rec->fd, bytes, length);
@@ -66,23 +72,94 @@ void exchange_use(const exchange_hooks& wanted)
     hooks = wanted;
 }
 
-long port_write(gsm_mobile* rec, const char* bytes, std::size_t length, int attempts,
-                const char* name, const char* shown)
+namespace
 {
-    long result = write_once(rec, bytes, length);
+
+long write_bytes(gsm_mobile* rec, const char* bytes, std::size_t length, int attempts,
+                 const char* name, const char* shown, bool polite)
+{
+    long result = write_once(rec, bytes, length, polite);
     for (int left = attempts - 2; result == -1 && left >= 0; left--) {
         diag_at(plain, name, "[%d/3] failed to write command('%s'), ret=%ld!\n", left, shown,
                 result);
         if (port_descriptor(rec) == -1)
             return port_closed;
         seconds_sleep(1);
-        result = write_once(rec, bytes, length);
+        result = write_once(rec, bytes, length, polite);
     }
     if (result >= 0 && static_cast<std::size_t>(result) < length)
         diag_at(plain, name, "short write, %ld of %zu bytes of '%s'\n", result, length, shown);
     if (result > 0 && diag_debug_on()) {
         const label current = label_of_current(rec);
         diag_debug("[SEQ%d,ID%d]>>> %s\n", current.seq, current.id, shown);
+    }
+    return result;
+}
+
+// A command line as it goes out: 0 or port_waits, -1 for a closed port and without memory.
+int write_line(gsm_mobile* rec, const char* text, bool polite)
+{
+    constexpr const char* name = "exec_at_command";
+    if (rec == nullptr || port_descriptor(rec) == -1 || text == nullptr)
+        return -1;
+    const std::size_t length = std::strlen(text);
+    const text_pointer line = text_room(length + 2);
+    if (line == nullptr)
+        return -1;
+    std::memcpy(line.get(), text, length);
+    std::memcpy(line.get() + length, "\r\n", 2);
+    const long result = write_bytes(rec, line.get(), length + 2, 3, name, text, polite);
+    if (result == port_closed)
+        return -1;
+    if (result == port_waits)
+        return port_waits;
+    if (result < 0)
+        diag_at(plain, name, "unexpected error!\n");
+    return 0;
+}
+
+// What the mobile task has put off, in order; its own.
+constexpr std::size_t most_deferred = 8;
+text_pointer deferred[most_deferred];
+std::size_t deferred_count = 0;
+
+int put_off(const char* text)
+{
+    text_pointer copy = text_duplicate(text);
+    if (copy == nullptr || deferred_count == most_deferred) {
+        diag_plain("no room to put '%s' off behind a message\n", text);
+        return -1;
+    }
+    deferred[deferred_count++] = std::move(copy);
+    return 0;
+}
+
+} // namespace
+
+long port_write(gsm_mobile* rec, const char* bytes, std::size_t length, int attempts,
+                const char* name, const char* shown)
+{
+    return write_bytes(rec, bytes, length, attempts, name, shown, false);
+}
+
+void exchange_write_deferred(gsm_mobile* rec)
+{
+    for (std::size_t i = 0; i < deferred_count; i++)
+        write_line(rec, deferred[i].get(), false);
+    while (deferred_count > 0)
+        deferred[--deferred_count].reset();
+}
+
+int exec_at_command(gsm_mobile* rec, const char* text)
+{
+    constexpr int look_ms = 20;
+    constexpr int longest_ms = 31000; // a prompt that has not come by then does not count any more
+    int result = write_line(rec, text, true);
+    if (result == port_waits && on_mobile_task())
+        return put_off(text);
+    for (int waited = 0; result == port_waits; waited += look_ms) {
+        microseconds_sleep(look_ms * 1000);
+        result = write_line(rec, text, waited < longest_ms);
     }
     return result;
 }
@@ -95,24 +172,6 @@ void at_command_write(char* command, std::size_t size, const char* format, ...)
     va_end(values);
     if (length >= static_cast<int>(size))
         diag_plain("command of %d characters is cut: %s\n", length, command);
-}
-
-int exec_at_command(gsm_mobile* rec, const char* text)
-{
-    if (rec == nullptr || port_descriptor(rec) == -1 || text == nullptr)
-        return -1;
-    const std::size_t length = std::strlen(text);
-    const text_pointer line = text_room(length + 2);
-    if (line == nullptr)
-        return -1;
-    std::memcpy(line.get(), text, length);
-    std::memcpy(line.get() + length, "\r\n", 2);
-    const long result = port_write(rec, line.get(), length + 2, 3, __func__, text);
-    if (result == port_closed)
-        return -1;
-    if (result < 0)
-        diag_at(plain, __func__, "unexpected error!\n");
-    return 0;
 }
 
 int read_at_result(gsm_mobile* rec, response& result)
@@ -204,7 +263,7 @@ at_info* libgsm_send_atcommand(gsm_mobile* rec, bool& list_ended)
         return nullptr;
     if (next.custom) {
         hooks.before_command(rec, next.at, true);
-        exec_at_command(rec, next.custom_cmd.get());
+        write_line(rec, next.custom_cmd.get(), false);
         return next.at;
     }
     const bool wanted =
@@ -213,7 +272,7 @@ at_info* libgsm_send_atcommand(gsm_mobile* rec, bool& list_ended)
         set_at_done(rec);
         return nullptr;
     }
-    exec_at_command(rec, next.at->cmd);
+    write_line(rec, next.at->cmd, false);
     return next.at;
 }
 
@@ -351,7 +410,7 @@ void send_again(gsm_mobile* rec, at_info* cur)
         custom_cmd = text_duplicate(cur->custom_cmd);
         cur->countdown = cur->timeout;
     }
-    exec_at_command(rec, custom ? custom_cmd.get() : cur->cmd);
+    write_line(rec, custom ? custom_cmd.get() : cur->cmd, false);
 }
 
 // One silent second of the running command.
@@ -393,7 +452,6 @@ int libgsm_send_at(const char* text)
     gsm_mobile* const rec = modem_record();
     if (rec == nullptr || refused_in_fork(__func__))
         return -1;
-    hooks.before_write();
     exec_at_command(rec, text);
     return 0;
 }

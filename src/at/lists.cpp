@@ -16,6 +16,7 @@ at_list start_sim2_list = LIST_HEAD_INIT(start_sim2_list);
 at_list reload_sim2_list = LIST_HEAD_INIT(reload_sim2_list);
 at_list sms_text_list = LIST_HEAD_INIT(sms_text_list);
 at_list sms_pdu_list = LIST_HEAD_INIT(sms_pdu_list);
+at_list sms_added_list = LIST_HEAD_INIT(sms_added_list);
 
 at_list* cur_at_list = &start_sim1_list;
 int at_seq_cursor = 0;

@@ -57,6 +57,8 @@ extern int keeper_on;
 extern int link_held;
 extern int reads_heard;
 extern int port_error;
+extern int body_due;
+extern int sms_reports_wanted;
 extern int radio_answer;
 extern int link_trouble;
 extern int link_due_s;

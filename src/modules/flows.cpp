@@ -3,6 +3,7 @@
 #include "modules/modules.h"
 
 #include "modules/commands.h"
+#include "sms/sms.h"
 #include "support/diag.h"
 #include "support/text.h"
 
@@ -52,6 +53,9 @@ void at_compose_flows(gsm_mobile* rec, const char* model, const char* revision)
             add_remaining_ats_by_model(model, revision, flow, at_list_of(flow, sim));
     add_remaining_ats_by_model(model, revision, FLOW_SMS_TEXT, &sms_text_list);
     add_remaining_ats_by_model(model, revision, FLOW_SMS_PDU, &sms_pdu_list);
+    if (composed && list_empty(&sms_pdu_list))
+        for (const flow_step& step : common_message_steps())
+            add_step(&sms_added_list, step, model);
     // One step: a change of flow by another thread sees the lists without custom items and leaves
     // them to this, or whole and with all of theirs.
     lock_scope flow_guard(flow_lock);
@@ -91,6 +95,8 @@ at_list* list_to_walk(int flow, int sim, bool identified)
         return &sms_text_list;
     if (flow == FLOW_SMS_PDU)
         return &sms_pdu_list;
+    if (flow == flow_sms_added)
+        return list_empty(&sms_pdu_list) ? &sms_added_list : &sms_pdu_list;
     // Only the first list of all can identify a module: until that has happened, SIM 2 starts on
     // it.
     if (flow == FLOW_START && sim == 2 && !identified)
@@ -123,6 +129,7 @@ void at_select_flow(gsm_mobile* rec, int flow, int sim)
     if (flow == FLOW_START || flow == FLOW_RELOAD) {
         libgsm_reset_cell_info(rec);
         word_set(flow_walked, 0);
+        sms_send_interrupted();
     }
     at_list_reset(cur_at_list);
     libgsm_set_at_timeout(cur_at_list);
@@ -130,7 +137,7 @@ void at_select_flow(gsm_mobile* rec, int flow, int sim)
         libgsm_apply_custom_config();
     at_seq_cursor = 0;
     lock_scope record_guard(record_lock);
-    rec->flow = flow;
+    rec->flow = flow == flow_sms_added ? FLOW_SMS_PDU : flow;
     rec->at_done = 1;
     rec->is5g = 0;
 }

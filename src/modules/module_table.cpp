@@ -315,6 +315,11 @@ const char* module_net_sequence(const char* model)
     return sequence != nullptr ? sequence : "00";
 }
 
+std::span<const flow_step> common_message_steps()
+{
+    return sms_pdu;
+}
+
 const char* module_key(std::size_t index)
 {
     return index < std::size(module_table) ? module_table[index].key : nullptr;

@@ -70,6 +70,8 @@ struct mode_values {
 };
 const mode_values* module_modes(const char* model); // or null
 
+std::span<const flow_step> common_message_steps(); // a PDU, as most modules send it
+
 const char* module_key(std::size_t index); // of a row, for tests; null behind the last
 
 // ---- Flows (flows.cpp)
@@ -83,6 +85,10 @@ void at_compose_flows(gsm_mobile* rec, const char* model, const char* revision);
 // Whether a command is wanted at all. The APN goes to the modem only after a change of settings or
 // in low power mode; otherwise the dialer brings it.
 bool at_may_go(const at_info* at);
+
+// Sends one PDU on any module: by the rows that most of them have in common where its own flow has
+// none.
+constexpr int flow_sms_added = 100;
 
 void libgsm_change_flow(gsm_mobile* rec, int flow, int sim);
 void at_select_flow(gsm_mobile* rec, int flow, int sim); // the same, caller holds flow_lock

@@ -14,6 +14,7 @@ namespace
 {
 
 list_head sms_outbox = LIST_HEAD_INIT(sms_outbox); // guarded by outbox_lock
+int waiting = 0;                                   // parts on it
 
 bool is_empty(const char* text)
 {
@@ -28,12 +29,28 @@ bool is_sendable(const char* number, std::string_view body)
            body.find_first_of("\x1a\x1b") == std::string_view::npos;
 }
 
+sms_part* part_of(list_head* node)
+{
+    return static_cast<sms_part*>(list_entry(node, sms_outbox_item, node));
+}
+
+// Caller holds outbox_lock.
+sms_part* take_head()
+{
+    if (list_empty(&sms_outbox))
+        return nullptr;
+    sms_part* const part = part_of(sms_outbox.next);
+    list_del(&part->node);
+    waiting--;
+    return part;
+}
+
 } // namespace
 
-sms_outbox_item* sms_outbox_item_create(int mode, const char* tag, const char* number, int length,
-                                        std::string_view body)
+sms_part* sms_part_create(int mode, const char* tag, const char* number, int length,
+                          std::string_view body, sms_job* job, int index)
 {
-    if (refused_in_fork("sms_outbox_enq"))
+    if (job == nullptr || refused_in_fork("sms_outbox_enq"))
         return nullptr;
     if (is_empty(tag) || is_empty(number) || body.empty())
         return nullptr;
@@ -47,28 +64,139 @@ sms_outbox_item* sms_outbox_item_create(int mode, const char* tag, const char* n
     if (tag_copy == nullptr || number_copy == nullptr || body_copy == nullptr)
         return nullptr;
     body.copy(body_copy.get(), body.size());
-    auto* const item = static_cast<sms_outbox_item*>(memory_for(sizeof(sms_outbox_item)));
-    if (item != nullptr)
-        *item = {mode, tag_copy.release(), number_copy.release(), length, body_copy.release(), {}};
-    return item;
+    auto* const part = static_cast<sms_part*>(memory_for(sizeof(sms_part)));
+    if (part == nullptr)
+        return nullptr;
+    static_cast<sms_outbox_item&>(*part) = {mode,   tag_copy.release(),  number_copy.release(),
+                                            length, body_copy.release(), {}};
+    part->job = job;
+    part->number = index;
+    sms_job_begins_part(job);
+    return part;
 }
 
-bool sms_outbox_put(sms_outbox_item* item)
+void sms_part_ends(sms_part* part, part_fate fate, sms_error error)
 {
-    const lock_scope hold(outbox_lock);
-    if (item != nullptr)
-        list_add_tail(&item->node, &sms_outbox);
-    return item != nullptr;
+    sms_job* const job = std::exchange(part->job, nullptr);
+    if (job != nullptr)
+        sms_job_part_ends(job, part->number, fate, error);
+    std::free(part->sms_tag);
+    std::free(part->sms_number);
+    std::free(part->sms_body);
+    std::free(part);
 }
 
-void sms_outbox_append(list_head& items)
+bool sms_outbox_append(list_head& parts, int most)
 {
     const lock_scope hold(outbox_lock);
-    while (!list_empty(&items)) {
-        list_head* const first = items.next;
+    int count = 0;
+    list_head* node;
+    list_for_each(node, &parts) count++;
+    if (most > 0 && waiting + count > most)
+        return false;
+    waiting += count;
+    while (!list_empty(&parts)) {
+        list_head* const first = parts.next;
         list_del(first);
         list_add_tail(first, &sms_outbox);
     }
+    return true;
+}
+
+void sms_outbox_return(sms_part* part)
+{
+    const lock_scope hold(outbox_lock);
+    list_add_tail(&part->node, sms_outbox.next); // ahead of the first
+    waiting++;
+}
+
+sms_part* sms_outbox_take(bool answered)
+{
+    const lock_scope hold(outbox_lock);
+    if (!answered && !list_empty(&sms_outbox) &&
+        sms_job_wishes(part_of(sms_outbox.next)->job).number != 0)
+        return nullptr;
+    return take_head();
+}
+
+bool sms_outbox_empty()
+{
+    const lock_scope hold(outbox_lock);
+    return list_empty(&sms_outbox);
+}
+
+namespace
+{
+
+// Takes the parts of a message off. Caller holds outbox_lock.
+void take_parts(const sms_job* job, list_head& taken)
+{
+    list_head* node = sms_outbox.next;
+    while (node != &sms_outbox) {
+        list_head* const next = node->next;
+        if (part_of(node)->job == job) {
+            list_del(node);
+            list_add_tail(node, &taken);
+            waiting--;
+        }
+        node = next;
+    }
+}
+
+} // namespace
+
+void sms_parts_take_back(list_head& parts)
+{
+    while (!list_empty(&parts)) {
+        sms_part* const part = part_of(parts.next);
+        list_del(&part->node);
+        sms_part_ends(part, part_fate::taken_back);
+    }
+}
+
+void sms_outbox_drop(const sms_job* job)
+{
+    list_head taken = LIST_HEAD_INIT(taken);
+    {
+        const lock_scope hold(outbox_lock);
+        take_parts(job, taken);
+    }
+    sms_parts_take_back(taken);
+}
+
+bool sms_queue_one(int mode, const char* tag, const char* number, int length, std::string_view body)
+{
+    sms_job* const job = sms_job_create(tag, number != nullptr ? number : "", 1, {});
+    sms_part* const part = sms_part_create(mode, tag, number, length, body, job, 1);
+    if (part == nullptr) {
+        sms_job_without_parts(job, false);
+        return false;
+    }
+    list_head one = LIST_HEAD_INIT(one);
+    list_add_tail(&part->node, &one);
+    return sms_outbox_append(one);
+}
+
+bool sms_outbox_cancel(int number)
+{
+    list_head taken = LIST_HEAD_INIT(taken);
+    {
+        const lock_scope hold(outbox_lock);
+        const sms_job* job = nullptr;
+        int parts = 0;
+        list_head* node;
+        list_for_each(node, &sms_outbox)
+        {
+            const bool its = sms_job_wishes(part_of(node)->job).number == number;
+            job = its ? part_of(node)->job : job;
+            parts += its;
+        }
+        if (job != nullptr && parts == sms_job_parts(job))
+            take_parts(job, taken);
+    }
+    const bool found = !list_empty(&taken);
+    sms_parts_take_back(taken);
+    return found;
 }
 
 } // namespace kelo
@@ -77,28 +205,17 @@ using namespace kelo;
 
 int sms_outbox_enq(int mode, const char* tag, const char* number, int length, const char* body)
 {
-    return sms_outbox_put(
-               sms_outbox_item_create(mode, tag, number, length, body != nullptr ? body : ""))
-               ? 0
-               : -1;
+    return sms_queue_one(mode, tag, number, length, body != nullptr ? body : "") ? 0 : -1;
 }
 
 struct sms_outbox_item* sms_outbox_deq(void)
 {
     const lock_scope hold(outbox_lock);
-    if (list_empty(&sms_outbox))
-        return nullptr;
-    list_head* const first = sms_outbox.next;
-    list_del(first);
-    return list_entry(first, sms_outbox_item, node);
+    return take_head();
 }
 
 void sms_outbox_free(struct sms_outbox_item* item)
 {
-    if (item == nullptr)
-        return;
-    std::free(item->sms_tag);
-    std::free(item->sms_number);
-    std::free(item->sms_body);
-    std::free(item);
+    if (item != nullptr)
+        sms_part_ends(static_cast<sms_part*>(item), part_fate::taken_back);
 }

@@ -1,14 +1,18 @@
-// The last step of sending a message: the body behind the modem's "> " prompt, and the result.
+// The last step of sending a message: the body behind the modem's "> " prompt, and the answer.
 // 3GPP TS 27.005 3.5.1 and 4.3 (AT+CMGS).
 //
-// A body goes out once for each command that draws a prompt. The step that waits for the prompt can
-// be over before it comes, ended by a late answer to the message before or by its own second of
-// silence; the prompt then gets the body all the same, whatever runs, until the next message
-// begins.
+// A part is in hand from the outbox until its body is out. From its command to its prompt the body
+// is due, and nothing else is written: it would become part of the message. The step that waits for
+// the prompt can be over before it comes, ended by a late answer to the message before or by its
+// own second of silence; the prompt then gets the body all the same, whatever runs. With its body
+// out a part waits for its answer. A modem answers in order, so the first that waits has the next
+// answer, whatever runs.
 #include "sms/sms.h"
 
 #include "at/answers.h"
 #include "at/at.h"
+#include "support/diag.h"
+#include "support/scan.h"
 #include "support/sleeps.h"
 #include "support/text.h"
 
@@ -21,23 +25,35 @@ namespace
 constexpr char body_end[] = "\x1a\r\n"; // Ctrl-Z ends the message for the modem
 constexpr char give_up[] = "\x1b";      // Escape ends the modem's wait for a message
 constexpr int write_attempts = 4;
-constexpr long port_closed = -2; // what port_write says of it
 
-// A prompt this late is not the answer to our command any more.
-constexpr std::int64_t prompt_limit_ms = 120000;
+constexpr std::int64_t prompt_limit_ms = 30000;  // a modem that is busy may have it so late
+constexpr std::int64_t answer_limit_ms = 120000; // the longest that a network takes
+constexpr std::int64_t late_limit_ms = 120000;   // a prompt after this is nobody's
+constexpr int most_tries = 10;
+constexpr unsigned most_unanswered = 16;
 
-// What others write between the command and its body becomes part of the message: they wait this
-// long, which is the time that the step itself has.
-constexpr int body_wait_ms = 1000;
-
-// The message that waits for its prompt, or went out last; guarded by record_lock.
-struct sending {
-    bool due = false;
-    std::int64_t begun_ms = 0;
-    int echoed_prompts = 0; // prompts still to come that its lines draw, or its echo shows
-    char body[sizeof(gsm_mobile::sms_text)] = {};
+// A body that is out, and whose it is.
+struct unanswered_part {
+    sms_job* job = nullptr;
+    int part = 0;
+    std::int64_t since_ms = 0;
 };
-sending current;
+
+// Guarded by record_lock, but for body_due.
+struct way_out {
+    sms_part* in_hand = nullptr;
+    std::int64_t begun_ms = 0;
+    char body[sizeof(gsm_mobile::sms_text)] = {}; // of what is due, or went out last
+    int echoed_prompts = 0; // prompts still to come that its lines draw, or its echo shows
+    bool text_mode = false; // the modem was left in it
+
+    unanswered_part unanswered[most_unanswered] = {};
+    unsigned first = 0, count = 0;
+
+    int late_prompts = 0; // of our commands, may still come though their bodies are not due
+    std::int64_t late_until_ms = 0;
+};
+way_out out;
 
 enum class answer { none, body, escape };
 
@@ -56,31 +72,155 @@ int prompts_in(const char* body)
 answer answer_to(const char* line, bool own_step)
 {
     line += std::strspn(line, "\r");
-    const bool due = current.due && monotonic_ms() - current.begun_ms < prompt_limit_ms;
-    if (due && (own_step ? text_has(line, "> ") : text_begins(line, "> ")))
+    if (word_get(body_due) != 0 && (own_step ? text_has(line, "> ") : text_begins(line, "> ")))
         return answer::body;
     if (std::strcmp(line, "> ") != 0)
         return answer::none;
-    if (current.echoed_prompts > 0) {
-        current.echoed_prompts--;
+    if (out.echoed_prompts > 0) {
+        out.echoed_prompts--;
         return answer::none;
     }
+    // Any other prompt is for a command of the host's, which gives its own text.
+    if (out.late_prompts == 0 || monotonic_ms() >= out.late_until_ms)
+        return answer::none;
+    out.late_prompts--;
     return answer::escape;
+}
+
+// What ends a part, for use without record_lock.
+struct part_end {
+    sms_part* part = nullptr; // it was in hand, or
+    sms_job* job = nullptr;   // its body was out
+    int number = 0;
+};
+
+void finish(const part_end& end, part_fate fate, sms_error error = {})
+{
+    sms_job* const job = end.part != nullptr ? end.part->job : end.job;
+    if (job == nullptr)
+        return;
+    // The rest of a message that is lost costs money and shows as rubbish.
+    if (fate != part_fate::confirmed && fate != part_fate::unknown &&
+        sms_job_wishes(job).number != 0)
+        sms_outbox_drop(job);
+    if (end.part != nullptr)
+        sms_part_ends(end.part, fate, error);
+    else
+        sms_job_part_ends(job, end.number, fate, error);
+}
+
+// Caller holds record_lock.
+part_end take_unanswered()
+{
+    const unanswered_part first = out.unanswered[out.first];
+    out.first = (out.first + 1) % most_unanswered;
+    out.count--;
+    return {nullptr, first.job, first.part};
+}
+
+// Takes what is in hand; nothing is due any more. Caller holds record_lock.
+part_end take_in_hand()
+{
+    word_set(body_due, 0);
+    return {std::exchange(out.in_hand, nullptr)};
+}
+
+// The prompt of a command that went out may still come. Caller holds record_lock.
+void expect_late_prompt()
+{
+    out.late_prompts++;
+    out.late_until_ms = monotonic_ms() + late_limit_ms;
+}
+
+// A part whose body is not out has its turn again, or has had enough of them.
+void put_back(const part_end& end, bool counts)
+{
+    if (end.part == nullptr)
+        return;
+    end.part->tries += counts;
+    if (end.part->tries < most_tries)
+        return sms_outbox_return(end.part);
+    diag_plain("message '%s' is given up: the modem does not ask for it\n", end.part->sms_tag);
+    finish(end, part_fate::not_written);
+}
+
+// From here on nobody knows whether the network has the part, until it answers.
+void body_is_out()
+{
+    part_end too_many;
+    sms_part* done = nullptr;
+    {
+        const lock_scope hold(record_lock);
+        if (out.in_hand == nullptr)
+            return;
+        if (out.count == most_unanswered)
+            too_many = take_unanswered();
+        done = take_in_hand().part;
+        out.text_mode = done->sms_mode == 1;
+        out.unanswered[(out.first + out.count++) % most_unanswered] = {done->job, done->number,
+                                                                       monotonic_ms()};
+    }
+    done->job = nullptr; // goes on without it
+    sms_part_ends(done, part_fate::unknown);
+    finish(too_many, part_fate::unknown);
+}
+
+// False when not all of it went out.
+bool write_whole(gsm_mobile* rec, const char* text)
+{
+    char bytes[sizeof out.body + sizeof body_end];
+    const std::size_t length = std::strlen(text);
+    if (length >= sizeof out.body)
+        return false;
+    std::memcpy(bytes, text, length);
+    std::memcpy(bytes + length, body_end, sizeof body_end);
+    const std::size_t all = length + sizeof body_end - 1;
+    for (std::size_t done = 0; done < all;) {
+        const long written = port_write(rec, bytes + done, all - done, write_attempts,
+                                        "write_sms_msg", text + std::min(done, length));
+        if (written <= 0)
+            return false;
+        done += static_cast<std::size_t>(written);
+    }
+    return true;
+}
+
+void write_body(gsm_mobile* rec)
+{
+    char body[sizeof out.body];
+    sms_part* part = nullptr;
+    {
+        const lock_scope hold(record_lock);
+        text_set(body, out.body);
+        part = out.in_hand;
+    }
+    if (part != nullptr) {
+        const sms_job_wish& wish = sms_job_wishes(part->job);
+        if (wish.going_out != nullptr)
+            wish.going_out(wish.number, part->number, wish.context);
+    }
+    if (write_whole(rec, body)) {
+        body_is_out();
+    } else {
+        // Without its Ctrl-Z the modem sends nothing of it.
+        port_write(rec, give_up, 1, 1, __func__, "<ESC>");
+        lock_scope hold(record_lock);
+        const part_end end = take_in_hand();
+        hold.release();
+        put_back(end, true);
+    }
+    word_set(body_due, 0);
 }
 
 void answer_prompt(gsm_mobile* rec, const char* line, bool own_step)
 {
-    char body[sizeof current.body];
     lock_scope hold(record_lock);
     const answer what = answer_to(line, own_step);
-    if (what == answer::body) {
-        current.due = false;
-        current.echoed_prompts = prompts_in(current.body);
-        text_set(body, current.body);
-    }
+    if (what == answer::body)
+        out.echoed_prompts = prompts_in(out.body);
     hold.release();
     if (what == answer::body)
-        write_sms_msg(rec, body);
+        write_body(rec);
     else if (what == answer::escape)
         // Nothing is due: without this, the modem would take the next commands for a text.
         port_write(rec, give_up, 1, write_attempts, __func__, "<ESC>");
@@ -88,26 +228,149 @@ void answer_prompt(gsm_mobile* rec, const char* line, bool own_step)
 
 } // namespace
 
+sms_part* sms_send_next(std::int64_t now_ms)
+{
+    sms_look_at_clock(now_ms);
+    if (word_get(body_due) != 0)
+        return nullptr;
+    lock_scope hold(record_lock);
+    const part_end passed = take_in_hand();
+    const bool answered = out.count == 0;
+    hold.release();
+    if (passed.part != nullptr) {
+        diag_plain("message '%s' is refused: this module's flow has no commands for it\n",
+                   passed.part->sms_tag);
+        finish(passed, part_fate::refused);
+    }
+    sms_part* const part = sms_outbox_take(answered);
+    const lock_scope take(record_lock);
+    return out.in_hand = part;
+}
+
 void sms_send_begins(gsm_mobile* rec)
 {
     const lock_scope hold(record_lock);
-    current.due = true;
-    current.begun_ms = monotonic_ms();
-    current.echoed_prompts = 0;
-    text_set(current.body, rec->sms_text);
+    out.begun_ms = monotonic_ms();
+    out.echoed_prompts = 0;
+    text_set(out.body, rec->sms_text);
+    word_set(body_due, 1);
 }
 
-void sms_let_body_pass()
+void sms_send_interrupted()
 {
-    constexpr int look_ms = 20;
-    for (int waited = 0; waited < body_wait_ms; waited += look_ms) {
-        {
-            const lock_scope hold(record_lock);
-            if (!current.due || monotonic_ms() - current.begun_ms >= body_wait_ms)
-                return;
+    if (word_get(body_due) != 0)
+        return; // the flow waits for its prompt
+    lock_scope hold(record_lock);
+    const part_end end = take_in_hand();
+    hold.release();
+    put_back(end, false);
+}
+
+void sms_port_lost()
+{
+    part_end ends[most_unanswered];
+    unsigned count = 0;
+    lock_scope hold(record_lock);
+    while (out.count > 0)
+        ends[count++] = take_unanswered();
+    const part_end in_hand = take_in_hand();
+    out.late_prompts = 0;
+    out.text_mode = false;
+    hold.release();
+    for (unsigned i = 0; i < count; i++)
+        finish(ends[i], part_fate::unknown);
+    put_back(in_hand, false);
+}
+
+// A process before may have ended between a command and its body.
+void sms_port_fresh()
+{
+    sms_port_lost();
+    const lock_scope hold(record_lock);
+    expect_late_prompt();
+}
+
+void sms_look_at_clock(std::int64_t now_ms)
+{
+    for (;;) {
+        lock_scope hold(record_lock);
+        part_end end;
+        if (word_get(body_due) != 0 && now_ms - out.begun_ms >= prompt_limit_ms) {
+            end = take_in_hand();
+            expect_late_prompt();
+            hold.release();
+            put_back(end, true);
+        } else if (out.count > 0 &&
+                   now_ms - out.unanswered[out.first].since_ms >= answer_limit_ms) {
+            end = take_unanswered();
+            hold.release();
+            finish(end, part_fate::unknown);
+        } else {
+            return;
         }
-        microseconds_sleep(look_ms * 1000);
     }
+}
+
+bool sms_sending()
+{
+    const lock_scope hold(record_lock);
+    return out.in_hand != nullptr || out.count > 0;
+}
+
+const char* sms_mode_to_restore()
+{
+    const lock_scope hold(record_lock);
+    if (out.in_hand != nullptr || out.count > 0 || !out.text_mode)
+        return nullptr;
+    out.text_mode = false;
+    return "AT+CMGF=0";
+}
+
+namespace
+{
+
+// What a line answers: a part whose body is out, or that the modem has not asked for.
+struct read_answer {
+    bool confirmed = false;
+    sms_error error;
+};
+
+std::optional<read_answer> read_answer_of(const char* line, bool alone)
+{
+    int number = -1;
+    line += std::strspn(line, "\r ");
+    if (text_begins(line, "+CMGS:")) {
+        scan(line, "+CMGS:", dec(number));
+        return read_answer{true, {KELO_SMS_NO_ERROR, number}};
+    }
+    if (text_begins(line, "+CMS ERROR")) {
+        scan(line, "+CMS ERROR:", dec(number));
+        return read_answer{false, {KELO_SMS_CMS_ERROR, number}};
+    }
+    if (alone && text_begins(line, "+CME ERROR")) {
+        scan(line, "+CME ERROR:", dec(number));
+        return read_answer{false, {KELO_SMS_CME_ERROR, number}};
+    }
+    if (alone && std::strcmp(line, "ERROR") == 0)
+        return read_answer{false, {KELO_SMS_ERROR, -1}};
+    return std::nullopt;
+}
+
+} // namespace
+
+void sms_watch_answer(const char* line, bool alone)
+{
+    const auto read = read_answer_of(line, alone);
+    if (!read)
+        return;
+    lock_scope hold(record_lock);
+    part_end end;
+    if (out.count > 0)
+        end = take_unanswered();
+    else if (!read->confirmed && word_get(body_due) != 0)
+        end = take_in_hand();
+    hold.release();
+    finish(end, read->confirmed ? part_fate::confirmed : part_fate::failed, read->error);
 }
 
 void sms_watch_prompt(gsm_mobile* rec, const char* line)
@@ -138,17 +401,9 @@ event* sms_send_handler(gsm_mobile* rec, char* line)
 
 int write_sms_msg(gsm_mobile* rec, const char* text)
 {
-    if (rec == nullptr || text == nullptr)
+    if (rec == nullptr || text == nullptr || std::strlen(text) >= sizeof out.body)
         return -1;
-    char bytes[sizeof current.body + sizeof body_end];
-    const std::size_t length = std::strlen(text);
-    if (length >= sizeof current.body)
-        return -1;
-    std::memcpy(bytes, text, length);
-    std::memcpy(bytes + length, body_end, sizeof body_end);
-    const long written =
-        port_write(rec, bytes, length + sizeof body_end - 1, write_attempts, __func__, text);
-    return written == port_closed ? -1 : 0;
+    return write_whole(rec, text) || port_descriptor(rec) != -1 ? 0 : -1;
 }
 
 } // namespace kelo

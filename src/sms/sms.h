@@ -9,6 +9,7 @@
 
 #include "core/core.h"
 #include "sms/codec/codec.h"
+#include <kelo/messages.h>
 
 #include <cstdint>
 
@@ -34,27 +35,97 @@ template <std::size_t size> void set_field(char (&field)[size], std::string_view
     std::memset(field + length, 0, size - length);
 }
 
-// ---- Sending (send.cpp, submit.cpp, outbox.cpp)
+// ---- Messages on their way out and what becomes of them (jobs.cpp)
 
-// An item that is on no list yet; null as sms_outbox_enq refuses it.
-sms_outbox_item* sms_outbox_item_create(int mode, const char* tag, const char* number, int length,
-                                        std::string_view body);
+// One message, from the call that hands it in until the fate of its last part is known. It belongs
+// to its parts: the last one that ends makes it a result, and ends it.
+struct sms_job;
 
-// Queues an item; false for null.
-bool sms_outbox_put(sms_outbox_item* item);
+// What the caller of kelo_send_sms wants; all zero for the calls of kelo/sms.h.
+struct sms_job_wish {
+    int number = 0; // of the message; each part then waits for the answer to the one before
+    bool report = false;
+    void (*going_out)(int number, int part, void* context) = nullptr;
+    void* context = nullptr;
+};
 
-// Queues all items of a list at once, in order, and empties it.
-void sms_outbox_append(list_head& items);
+// Null without memory.
+sms_job* sms_job_create(const char* tag, const char* destination, int parts,
+                        const sms_job_wish& wish);
+void sms_job_begins_part(sms_job* job); // ahead of its queueing
+// None of its parts could be made: it ends, with a result when it was `refused`. Null is fine.
+void sms_job_without_parts(sms_job* job, bool refused);
+const sms_job_wish& sms_job_wishes(const sms_job* job);
+int sms_job_parts(const sms_job* job);
 
-// A command that draws the prompt goes out: its body becomes due.
+enum class part_fate { confirmed, failed, unknown, not_written, refused, taken_back };
+constexpr int fate_count = 6;
+struct sms_error {
+    int kind = KELO_SMS_NO_ERROR;
+    int number = 0; // of the error; of a part that is confirmed its reference
+};
+// True when it was the last.
+bool sms_job_part_ends(sms_job* job, int part, part_fate fate, sms_error error = {});
+
+// ---- The outbox (outbox.cpp)
+
+// What stands in the outbox: an item as a host sees it, and whose part it is.
+struct sms_part : sms_outbox_item {
+    sms_job* job;
+    int number; // from 1
+    int tries;  // in which no prompt came
+};
+
+// A part that is on no list yet; null as sms_outbox_enq refuses it.
+sms_part* sms_part_create(int mode, const char* tag, const char* number, int length,
+                          std::string_view body, sms_job* job, int part);
+// Its fate is known, and it is no more.
+void sms_part_ends(sms_part* part, part_fate fate, sms_error error = {});
+
+// Queues all parts of a list at once, in order, and empties it. False, and nothing queued, when
+// more than `most` would wait; 0: any number may.
+bool sms_outbox_append(list_head& parts, int most = 0);
+// A message in one part.
+bool sms_queue_one(int mode, const char* tag, const char* number, int length,
+                   std::string_view body);
+void sms_outbox_return(sms_part* part); // to the head
+// Takes the head; with `answered` false not one that waits for the answer to another.
+sms_part* sms_outbox_take(bool answered);
+bool sms_outbox_empty();
+void sms_outbox_drop(const sms_job* job); // the parts of a message that are still there
+bool sms_outbox_cancel(int number);       // all of a message, or nothing: false
+void sms_parts_take_back(list_head& parts);
+
+// ---- Sending (send.cpp, submit.cpp, send_text.cpp)
+
+// The part that the mobile task is to send next: it is in hand until its body is out. Null while
+// there is none, or it is not its time.
+sms_part* sms_send_next(std::int64_t now_ms);
+
+// A command that draws the prompt goes out: its body becomes due, and the word body_due says so.
 void sms_send_begins(gsm_mobile* mobile);
 
-// Looks for the prompt in a line that came under another handler.
-void sms_watch_prompt(gsm_mobile* mobile, const char* line);
+// A start or reload flow takes the place of the one that sends.
+void sms_send_interrupted();
 
-// Waits, a second at most, while a body is about to go out: what another thread writes meanwhile
-// would become part of the message. Not for the mobile task, which gives the body.
-void sms_let_body_pass();
+// The port is given up, or opened: what was under way on it has no answer any more, and what is
+// left in the modem may show.
+void sms_port_lost();
+void sms_port_fresh();
+
+// What has waited too long. Any thread.
+void sms_look_at_clock(std::int64_t now_ms);
+
+// Whether a part is in hand or waits for its answer.
+bool sms_sending();
+
+// The command that leaves the modem in PDU mode behind a message in text mode; null for none.
+const char* sms_mode_to_restore();
+
+// A line that came, ahead of its handler: an answer to a message, or its prompt under another
+// handler. `alone`: no command runs that it could be an answer to.
+void sms_watch_answer(const char* line, bool alone);
+void sms_watch_prompt(gsm_mobile* mobile, const char* line);
 
 // Answers the modem's "> " prompt with the body of the message in flight, and reads the result.
 event* sms_send_handler(gsm_mobile* mobile, char* line);
@@ -62,6 +133,11 @@ event* sms_send_handler(gsm_mobile* mobile, char* line);
 // Writes a message body and Ctrl-Z to the port. 0; -1 for a null argument, a closed port, a body
 // that is none of the record's.
 int write_sms_msg(gsm_mobile* mobile, const char* text);
+
+// Digits of the service centre that the SIM's slot has; empty for the modem's own.
+void sms_centre_of(gsm_mobile* mobile, char (&digits)[65]);
+octet sms_next_reference();
+int sms_tpdu_length(std::string_view pdu); // all octets but the service centre field
 
 // ---- Receiving (reads.cpp, receive.cpp, queue.cpp), and into gsm_event (sms_event.cpp)
 

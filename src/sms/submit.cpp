@@ -23,7 +23,9 @@ constexpr char rule[] = "=======================================================
 
 // References count up from a random start: no two messages in a row share one, and a restart of the
 // process does not begin where the last one began.
-octet next_reference()
+} // namespace
+
+octet sms_next_reference()
 {
     static int reference = 0; // below 0x100 until the first message
     int fresh = 0;
@@ -35,27 +37,34 @@ octet next_reference()
     return static_cast<octet>(word_add(reference, 1));
 }
 
+// What is no number would break the PDU: the modem's own service centre is taken then.
+void sms_centre_of(gsm_mobile* rec, char (&digits)[65])
+{
+    {
+        const lock_scope hold(record_lock);
+        text_set(digits, rec->smscenter[0] == '+' ? rec->smscenter + 1 : rec->smscenter);
+    }
+    if (digits[0] == '+' || !sms_number_valid(text_of(digits)))
+        text_clear(digits);
+}
+
+int sms_tpdu_length(std::string_view pdu)
+{
+    return static_cast<int>(pdu.size() / 2) - 1 - hex_octet(pdu, 0);
+}
+
+namespace
+{
+
 // Who it goes to and through which service centre, and a reference of its own.
 void sms_pdu_msg_init(gsm_mobile* rec, sms_pdu_msg& msg, const char* number, const char* charset)
 {
     // A number that has no room would name somebody else when cut: none is refused later.
     if (std::strlen(number) < sizeof msg.da)
         text_set(msg.da, number);
-    {
-        const lock_scope hold(record_lock);
-        text_set(msg.sca, rec->smscenter[0] == '+' ? rec->smscenter + 1 : rec->smscenter);
-    }
-    // What is no number would break the PDU: the modem's own service centre is taken then.
-    if (msg.sca[0] == '+' || !sms_number_valid(text_of(msg.sca)))
-        text_clear(msg.sca);
+    sms_centre_of(rec, msg.sca);
     text_set(msg.coding_name, charset != nullptr ? charset : "");
-    msg.flag = next_reference();
-}
-
-// The octets that the modem counts: all but the service centre field.
-int tpdu_length(std::string_view pdu)
-{
-    return static_cast<int>(pdu.size() / 2) - 1 - hex_octet(pdu, 0);
+    msg.flag = sms_next_reference();
 }
 
 void print_part(const sms_pdu_msg& msg, int index, int offset, std::string_view pdu,
@@ -73,8 +82,8 @@ void print_part(const sms_pdu_msg& msg, int index, int offset, std::string_view 
 
 // Encodes each part onto the list. The whole message is queued afterwards or none of it: half a
 // message helps nobody.
-outcome sms_send_parts(const sms_pdu_msg& msg, std::string_view text, const char* tag,
-                       list_head& items)
+outcome sms_send_parts(const sms_pdu_msg& msg, std::string_view text, const char* tag, sms_job* job,
+                       list_head& parts)
 {
     int offset = 0;
     for (int i = 0; i < msg.count; i++) {
@@ -88,10 +97,11 @@ outcome sms_send_parts(const sms_pdu_msg& msg, std::string_view text, const char
         }
         const std::string_view pdu = {encoded->items, encoded->count};
         print_part(msg, i + 1, offset, pdu, part);
-        sms_outbox_item* const item = sms_outbox_item_create(0, tag, msg.da, tpdu_length(pdu), pdu);
+        sms_part* const item =
+            sms_part_create(0, tag, msg.da, sms_tpdu_length(pdu), pdu, job, i + 1);
         if (item == nullptr)
             return outcome::failed;
-        list_add_tail(&item->node, &items);
+        list_add_tail(&item->node, &parts);
         offset += length;
     }
     return outcome::queued;
@@ -118,15 +128,14 @@ outcome send_pdu_parts(gsm_mobile* rec, const char* number, const char* text, co
     const auto msg = sms_detect_coding(addressed, whole);
     if (!msg)
         return too_many_parts();
-    list_head items = LIST_HEAD_INIT(items);
-    const outcome result = sms_send_parts(*msg, whole, tag, items);
-    if (result == outcome::queued)
-        sms_outbox_append(items);
-    while (!list_empty(&items)) {
-        list_head* const first = items.next;
-        list_del(first);
-        sms_outbox_free(list_entry(first, sms_outbox_item, node));
-    }
+    sms_job* const job = sms_job_create(tag, addressed.da, msg->count, {});
+    list_head parts = LIST_HEAD_INIT(parts);
+    const outcome result = sms_send_parts(*msg, whole, tag, job, parts);
+    if (list_empty(&parts))
+        sms_job_without_parts(job, result == outcome::no_number);
+    else if (result == outcome::queued)
+        sms_outbox_append(parts);
+    sms_parts_take_back(parts);
     return result;
 }
 
@@ -140,8 +149,7 @@ outcome send_text(int mode, const char* number, const char* text, const char* ta
     const std::string_view body = whole.substr(0, whole.find('\0'));
     if (whole.find_first_not_of('\0', body.size()) != std::string_view::npos)
         return outcome::failed;
-    return sms_outbox_put(sms_outbox_item_create(mode, tag, number, n, body)) ? outcome::queued
-                                                                              : outcome::failed;
+    return sms_queue_one(mode, tag, number, n, body) ? outcome::queued : outcome::failed;
 }
 
 file_pointer open_file(const char* path)
@@ -248,5 +256,5 @@ int gsm_send_pdu(struct gsm_mobile* rec, const char* number, const char* pdu, co
 {
     if (rec == nullptr || pdu == nullptr)
         return -1;
-    return sms_outbox_enq(0, tag, number, tpdu_length(pdu), pdu);
+    return sms_outbox_enq(0, tag, number, sms_tpdu_length(pdu), pdu);
 }

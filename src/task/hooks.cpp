@@ -40,6 +40,7 @@ void each_line(gsm_mobile* rec, const at_info* running, char* line)
     sim_guard_hear(line);
     libgsm_check_gps_location(line);
     libgsm_check_mqtt_sub(line);
+    sms_watch_answer(line, running == nullptr || sends_message(running));
     if (running == nullptr || !sends_message(running))
         sms_watch_prompt(rec, line);
 }
@@ -49,7 +50,7 @@ bool before_command(gsm_mobile* rec, const at_info* at, bool custom)
 {
     if (!custom && !at_may_go(at))
         return false;
-    if (sends_message(at))
+    if (sends_message(at) && (custom || at->cmd != nullptr))
         sms_send_begins(rec);
     return true;
 }
@@ -59,13 +60,6 @@ void tick(bool idle)
     libgsm_send_gps_location();
     if (idle)
         libgsm_set_cellular_wake();
-}
-
-// The mobile task itself has to read the prompt, so it never waits for it.
-void before_write()
-{
-    if (!on_mobile_task())
-        sms_let_body_pass();
 }
 
 } // namespace
@@ -79,7 +73,6 @@ const exchange_hooks task_hooks = {
     .report = sms_take_read,
     .before_command = before_command,
     .tick = tick,
-    .before_write = before_write,
 };
 
 } // namespace kelo

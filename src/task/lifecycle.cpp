@@ -4,6 +4,7 @@
 
 #include "core/family.h"
 #include "modules/modules.h"
+#include "sms/sms.h"
 #include "support/diag.h"
 #include "support/shell.h"
 #include "support/sleeps.h"
@@ -112,6 +113,7 @@ int libgsm_start(gsm_mobile* rec, int sim)
     libgsm_search_usb_port(rec);
     if (libgsm_mobile_open_usb(rec) != 0)
         return -1;
+    sms_port_fresh();
     lock_scope guard(record_lock);
     rec->at_done = 1;
     return 0;

@@ -3,6 +3,7 @@
 #include "task/task.h"
 
 #include "core/family.h"
+#include "handlers/handlers.h"
 #include "modules/modules.h"
 #include "sms/sms.h"
 #include "support/diag.h"
@@ -36,6 +37,8 @@ bool may_send(gsm_mobile* rec, const task_state& state)
 {
     if (word_get(isLowPower) != 0 && word_get(gsm_init_flag) == 0)
         return false;
+    if (word_get(body_due) != 0)
+        return false; // it would become part of the message
     if (state.running == nullptr)
         return true;
     lock_scope guard(record_lock);
@@ -68,33 +71,48 @@ void take_message(gsm_mobile* rec)
     lock_scope flow_guard(flow_lock);
     if (word_get(flow_walked) == 0)
         return;
-    sms_outbox_item* const item = sms_outbox_deq();
-    if (item == nullptr)
+    const sms_part* const part = sms_send_next(monotonic_ms());
+    if (part == nullptr)
         return;
-    if (item->sms_mode == 0)
-        at_select_flow(rec, FLOW_SMS_PDU, -1);
-    else if (item->sms_mode == 1)
+    if (part->sms_mode == 0)
+        at_select_flow(rec, sms_job_wishes(part->job).number != 0 ? flow_sms_added : FLOW_SMS_PDU,
+                       -1);
+    else if (part->sms_mode == 1)
         at_select_flow(rec, FLOW_SMS_TEXT, -1);
-    {
-        lock_scope record_guard(record_lock);
-        text_set(rec->sms_tag, item->sms_tag);
-        rec->sms_len = item->sms_length;
-        text_set(rec->sms_dest, item->sms_number);
-        text_set(rec->sms_text, item->sms_body);
-    }
-    sms_outbox_free(item);
+    const lock_scope record_guard(record_lock);
+    text_set(rec->sms_tag, part->sms_tag);
+    rec->sms_len = part->sms_length;
+    text_set(rec->sms_dest, part->sms_number);
+    text_set(rec->sms_text, part->sms_body);
+}
+
+// Behind a message in text mode.
+bool restore_mode(gsm_mobile* rec, task_state& state)
+{
+    static at_info restore = {};
+    const char* const command = sms_mode_to_restore();
+    if (command == nullptr)
+        return false;
+    restore.handler = general_handler;
+    restore.timeout = 3;
+    exec_at_command(rec, command);
+    state.running = &restore;
+    return true;
 }
 
 void send_next(gsm_mobile* rec, task_state& state)
 {
     bool list_ended = false;
     state.running = libgsm_send_atcommand(rec, list_ended);
+    if (list_ended) {
+        if (is_registered(rec))
+            take_message(rec);
+        restore_mode(rec, state);
+    }
     if (state.running != nullptr) {
         arm_command(rec, state.running);
         // Its time begins now, whatever the port has said before.
         state.last_tick_ms = state.armed_ms = monotonic_ms();
-    } else if (list_ended && is_registered(rec)) {
-        take_message(rec);
     }
 }
 
@@ -184,6 +202,9 @@ bool task_pass(gsm_mobile* rec, task_state& state)
         return true;
     }
     microseconds_sleep(task_pace(state, time_of_day_us()));
+    sms_look_at_clock(monotonic_ms());
+    if (word_get(body_due) == 0)
+        exchange_write_deferred(rec);
     if (may_send(rec, state))
         send_next(rec, state);
     bool silent = false;
@@ -210,6 +231,7 @@ void* corvel_mobile_dchannel(void* record)
     while (life_get(&lifecycle::mobile_task_run))
         if (!task_pass(static_cast<gsm_mobile*>(record), state))
             break;
+    sms_port_lost();
     mobile_task_ends();
     life_set(&lifecycle::mobile_task_stopped, true);
     return nullptr;
