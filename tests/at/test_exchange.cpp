@@ -24,12 +24,12 @@ TEST(Receive, CutsLinesAndKeepsTheLastEvent)
     for (const auto& [bytes, expected, code] : rows) {
         lines.clear();
         const read_outcome outcome = hear(port, &at, bytes);
-        EXPECT_TRUE(outcome.heard);
         EXPECT_EQ(lines, expected) << bytes.substr(0, 40);
         EXPECT_EQ(outcome.raised == nullptr ? 0 : outcome.raised->code, code);
         EXPECT_EQ(g_mobile.last_event, code);
     }
-    EXPECT_FALSE(libgsm_check_event(&g_mobile, &at).heard); // ready, and nothing there
+    libgsm_check_event(&g_mobile, &at); // ready, and nothing there
+    EXPECT_EQ(reads_heard, static_cast<int>(std::size(rows)));
 }
 
 // Some reports count whatever command runs. That of a message takes its whole batch, and two

@@ -84,7 +84,7 @@ TEST_P(Outbox, WaitsForRegistrationAndKeepsOrder)
     const std::string coding = GetParam() == 0 ? " AT+CSCS=\"UCS2\"" : "";
     EXPECT_EQ(modem.commands(),
               words("AT+CMGF=0" + coding + " AT+CMGS=22 AT+CMGF=0" + coding + " AT+CMGS=17 " +
-                    R"(AT+CMGF=1 AT+CSCS="GSM" AT+CMGS="+4915112345678")"));
+                    R"(AT+CMGF=1 AT+CSCS="GSM" AT+CMGS="+4915112345678" AT+CMGF=0)"));
     const auto messages = modem.sent_messages();
     ASSERT_EQ(messages.size(), 3u);
     EXPECT_EQ(messages[0].body, pdus[0]);

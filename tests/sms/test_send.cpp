@@ -15,29 +15,35 @@ TEST(SmsSend, AnswersInOrder)
         stories, [] {}, [] { return in_words(g_mobile.reg_seen); });
 }
 
-// The body goes out once for each send, whichever handler the prompt comes under, and a prompt that
-// nothing is due for is taken back.
+// The body goes out once for each send, whichever handler the prompt comes under. A prompt that is
+// late, or left by a process before, is taken back; any other is the host's own.
 TEST(SmsSend, PromptDrawsTheBodyOnce)
 {
-    // The body of a send that begins, or null; a line, of its own step or not; what is written.
+    constexpr const char* anew = "";
+    // The body of a send that begins, `anew` for a port that is opened, or null; a line, of its own
+    // step or not; what is written.
     constexpr std::tuple<const char*, const char*, bool, const char*> rows[] = {
-        {nullptr, "> ", true, "\x1b"}, // nothing was sent at all
+        {nullptr, "> ", true, ""}, // for a command of the host
+        {anew, "OK", true, ""},
+        {nullptr, "\r> ", false, "\x1b"},
+        {nullptr, "> ", false, ""},
         {"07 A", "AT+CMGS=7", true, ""},
         {nullptr, "\r> ", true, "07 A\x1a\r\n"},
         {nullptr, "07 A", true, ""},
-        {nullptr, "> ", true, "\x1b"},
+        {nullptr, "> ", true, ""},
         {"a > b\r> c", "> ", true, "a > b\r> c\x1a\r\n"},
         {nullptr, "a > b", true, ""}, // its echo
         {nullptr, "> ", true, ""},    // for the line end in it
         {"07 B", "+COPS: 0,0,\"a> b\"", false, ""},
         {nullptr, "> ", false, "07 B\x1a\r\n"}, // late
-        {nullptr, "> ", false, "\x1b"},
         {"07 C", "OK", true, ""},
         {"07 D", "> ", false, "07 D\x1a\r\n"} // a newer send
     };
     modem_port port;
     for (const auto& [body, line, own_step, written] : rows) {
-        if (body != nullptr) {
+        if (body == anew) {
+            sms_port_fresh();
+        } else if (body != nullptr) {
             text_set(g_mobile.sms_text, body);
             sms_send_begins(&g_mobile);
             text_set(g_mobile.sms_text, "the next one, chosen already");
@@ -48,6 +54,118 @@ TEST(SmsSend, PromptDrawsTheBodyOnce)
             sms_watch_prompt(&g_mobile, line);
         EXPECT_EQ(port.heard(), written) << line;
     }
+}
+
+namespace
+{
+
+// A message in parts; with a number each of them waits for the answer to the one before.
+void queue(const char* tag, int parts, int number)
+{
+    sms_job* const job = sms_job_create(tag, "+49123", parts, {number});
+    list_head all = LIST_HEAD_INIT(all);
+    for (int i = 1; i <= parts; i++)
+        list_add_tail(&sms_part_create(0, tag, "+49123", 20, "0011", job, i)->node, &all);
+    ASSERT_TRUE(sms_outbox_append(all));
+}
+
+// What a script makes of it. Its words: a queued message ("a2" or "A2" with a number, of two
+// parts), "take" and "begin" of the next part, seconds that pass, and lines of the modem, with '_'
+// for a blank. Gives what was taken, and the results.
+std::string fates(modem_port& port, const std::string& script)
+{
+    std::string told;
+    std::int64_t ahead_ms = 0;
+    std::istringstream words(script);
+    for (std::string word; words >> word;) {
+        std::replace(word.begin(), word.end(), '_', ' ');
+        const std::int64_t now = monotonic_ms() + ahead_ms;
+        if (word == "take") {
+            const sms_part* const part = sms_send_next(now);
+            told += part != nullptr ? in_words(part->sms_tag[0], part->number, ' ') : "- ";
+        } else if (word == "begin") {
+            sms_send_begins(&g_mobile);
+        } else if (word == "reload") {
+            sms_send_interrupted();
+        } else if (word == "lost") {
+            sms_port_lost();
+        } else if (word == "cancel") {
+            told += in_words("cancel", kelo_cancel_sms(1), ' ');
+        } else if (word == "> ") {
+            sms_watch_prompt(&g_mobile, "> ");
+        } else if (std::isdigit(word[0])) {
+            ahead_ms += 1000 * std::stoi(word);
+            sms_look_at_clock(monotonic_ms() + ahead_ms);
+        } else if (word[0] == '+' || word == "ERROR") {
+            sms_watch_answer(word.c_str(), true);
+        } else {
+            queue(word.c_str(), word[1] - '0', word[0] < 'a');
+        }
+    }
+    kelo_sms_result result;
+    while (kelo_take_sms_result(&result, sizeof result) == 1) {
+        told += in_words(result.tag, '=', kelo_sms_state_name(result.state), ' ', result.confirmed,
+                         '/', result.parts);
+        if (result.error != 0)
+            told += in_words(" error ", result.error, ':', result.error_number);
+        for (int i = 0; i < result.parts && result.state == KELO_SMS_SENT; i++)
+            told += in_words(" #", int(result.references[i]));
+        told += ' ';
+    }
+    port.heard(1);
+    sms_port_lost();
+    while (sms_outbox_item* const item = sms_outbox_deq())
+        sms_outbox_free(item);
+    while (kelo_take_sms_result(&result, sizeof result) == 1)
+        continue;
+    return told;
+}
+
+} // namespace
+
+// Each part has one fate, of the answer that is its own, and a message that of its parts.
+TEST(SmsSend, Fates)
+{
+    constexpr std::pair<const char*, const char*> rows[] = {
+        // Answers come in order, whenever they come; a command of before may be answered by none.
+        {"a1 take begin >_ +CMGS:_7", "a1 a1=sent 1/1 #7 "},
+        {"a1 b1 take begin >_ take begin >_ +CMGS:_7 +CMS_ERROR:_38",
+         "a1 b1 a1=sent 1/1 #7 b1=failed 0/1 error 1:38 "},
+        {"a2 take begin >_ take begin >_ +CMGS:_255 +CMGS:_0", "a1 a2 a2=sent 2/2 #255 #0 "},
+        {"+CMGS:_9 a1 take begin +CMGS:_9 >_ +CMGS:_7", "a1 a1=sent 1/1 #7 "},
+        // The modem refuses the command itself.
+        {"a1 take begin +CMS_ERROR:_304 take", "a1 - a1=failed 0/1 error 1:304 "},
+        {"a1 take begin >_ +CME_ERROR:_14", "a1 a1=failed 0/1 error 2:14 "},
+        {"a1 take begin ERROR", "a1 a1=failed 0/1 error 3:-1 "},
+        // With a number: one part behind the other's answer, and none behind one that failed.
+        {"A2 take begin >_ take 3 take +CMGS:_1 take begin >_ +CMGS:_2",
+         "A1 - - A2 A2=sent 2/2 #1 #2 "},
+        {"A3 take begin >_ +CMGS:_1 take begin >_ +CMS_ERROR:_21 take",
+         "A1 A2 - A3=failed 1/3 error 1:21 "},
+        {"a2 take begin >_ +CMS_ERROR:_21 take begin >_ +CMGS:_5",
+         "a1 a2 a2=failed 1/2 error 1:21 "},
+        // A body that is out and not answered.
+        {"A2 take begin >_ 119 take 1 take begin >_ +CMGS:_3", "A1 - A2 A2=unknown 1/2 "},
+        {"a1 take begin >_ lost take", "a1 - a1=unknown 0/1 "},
+        // A body that is not out goes out later, ahead of the others.
+        {"a1 b1 take reload take begin >_ +CMGS:_1", "a1 a1 a1=sent 1/1 #1 "},
+        {"a1 b1 take begin lost take begin >_ +CMGS:_1", "a1 a1 a1=sent 1/1 #1 "},
+        {"a1 b1 take begin reload >_ +CMGS:_1", "a1 a1=sent 1/1 #1 "},
+        {"a1 b1 take begin 29 take 1 take begin >_ +CMGS:_1", "a1 - a1 a1=sent 1/1 #1 "},
+        {"a1 take begin 30 take begin 30 take begin 30 take begin 30 take begin 30 take begin 30 "
+         "take begin 30 take begin 30 take begin 30 take begin 30 take",
+         "a1 a1 a1 a1 a1 a1 a1 a1 a1 a1 - a1=not written 0/1 "},
+        // A flow that passes the command over.
+        {"a1 b1 take take", "a1 b1 a1=refused 0/1 "},
+        // Taken back, or too late.
+        {"A2 cancel take", "cancel1 - "},
+        {"A2 take cancel begin >_ cancel", "A1 cancel0 cancel0 "},
+        {"a2 cancel", "cancel0 "},
+    };
+    modem_port port;
+    const captured quiet;
+    for (const auto& [script, told] : rows)
+        EXPECT_EQ(fates(port, script), told) << script;
 }
 
 // From the command that draws the prompt to the body, though a report stands between them and in
