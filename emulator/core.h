@@ -186,6 +186,7 @@ struct modem_core {
     void boot();
     void power_cycle(int away_ms); // cures every hang
     bool hangs(const std::string& line);
+    bool resets_on(const std::string& line);
     void move_node(const std::string& path, int away_ms);
     void fresh_session();
     std::string render(const std::string& final_result) const;

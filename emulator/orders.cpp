@@ -534,7 +534,10 @@ constexpr order_row table[] = {
     {"split", "split BYTES [MS]|off", "write in pieces, MS between them (20)", order_split},
     {"garbage", "garbage [COUNT]", "random bytes, once (64)", order_garbage},
     {"partial", "partial BYTES|half PATTERN|off", "the answer breaks off there", order_partial},
-    {"reset", "reset [MS]|on PATTERN", "restart, now or on a command; node gone for MS",
+    {"reset", "reset [MS]|on PATTERN",
+     "restart, now or on a command (PROMPT: behind the prompt, BODY: behind a message's body); "
+     "node "
+     "gone for MS",
      order_reset},
     {"node", "node off|on [PATH]|bounce [MS]|move PATH [MS]",
      "the port goes and comes back, at another path if given; the module stays up", order_node},

@@ -163,6 +163,8 @@ void modem_core::receive_body_byte(char c)
         body.swap(session.body);
         session.input = command_reply::input_kind::none;
         note(speaker::host, body + c);
+        if (resets_on("BODY"))
+            return;
         if (!faults.silent && faults.hang == hang_kind::none)
             message_ready(body, c == escape);
         else
@@ -192,13 +194,19 @@ void modem_core::submit(const std::string& line)
         session.waiting.push_back(command);
 }
 
+bool modem_core::resets_on(const std::string& line)
+{
+    if (faults.reset_pattern.empty() || !pattern_matches(faults.reset_pattern, line))
+        return false;
+    faults.reset_pattern.clear();
+    reset(get_number("reset_ms", 1000));
+    return true;
+}
+
 void modem_core::execute(const std::string& line)
 {
-    if (!faults.reset_pattern.empty() && pattern_matches(faults.reset_pattern, line)) {
-        faults.reset_pattern.clear();
-        reset(get_number("reset_ms", 1000));
+    if (resets_on(line))
         return;
-    }
     if (any_matches(faults.silent_patterns, line))
         return;
 
@@ -294,6 +302,8 @@ void modem_core::deliver(const std::string& line, const std::vector<command_repl
     put(last.input == command_reply::input_kind::message ? "\r\n> " : "\r\nCONNECT\r\n");
     session.input = last.input;
     session.body.clear();
+    if (last.input == command_reply::input_kind::message)
+        resets_on("PROMPT");
 }
 
 void modem_core::put_final(const command_reply& reply)

@@ -1,0 +1,127 @@
+// Messages on their way out, and what the host learns of them.
+#include "tests/e2e/story.h"
+
+#include <kelo/messages.h>
+#include <kelo/settings.h>
+
+using namespace kelo_story;
+
+namespace
+{
+
+// A text that shows which message it is of, long enough for so many parts.
+std::string text_of_parts(int number, int parts)
+{
+    std::string text = "message " + std::to_string(number);
+    for (int i = 0; parts > 1 && text.size() < static_cast<std::size_t>(150 * (parts - 1) + 20);
+         i++)
+        text += " " + std::to_string(i);
+    return text;
+}
+
+enum class call { added, pdu, text };
+
+struct fate_case {
+    const char* name;
+    const char* model;
+    call by;
+    int parts;                // of each of two messages
+    int prompt_ms, answer_ms; // told times
+    const char* order;        // of the emulator, ahead of them
+    const char* results;      // those that may be, parted by '|'
+};
+
+constexpr fate_case cases[] = {
+    {"ThreeParts", "EC25", call::added, 3, 10, 3000, "", "sent 3/3, sent 3/3"},
+    {"ThreePartsTold", "EC25", call::pdu, 3, 10, 3000, "", "sent 3/3, sent 3/3"},
+    {"PromptSoon", "EC25", call::added, 1, 200, 300, "", "sent 1/1, sent 1/1"},
+    {"PromptLate", "EC25", call::pdu, 1, 1600, 300, "", "sent 1/1, sent 1/1"},
+    {"PromptAfterLong", "EC25", call::pdu, 1, 20000, 300, "", "sent 1/1, sent 1/1"},
+    {"TextsQueuedInTheModem", "EC25", call::text, 1, 300, 3000, "", "sent 1/1, sent 1/1"},
+    {"CommandsSwallowed", "EC25", call::text, 1, 300, 10000, "overlap swallow",
+     "sent 1/1, sent 1/1"},
+    {"ResetBeforeThePrompt", "EC25", call::added, 1, 10, 300, "reset on AT+CMGS*",
+     "sent 1/1, sent 1/1"},
+    {"ResetBehindThePrompt", "EC25", call::added, 1, 10, 300, "reset on PROMPT",
+     "sent 1/1, sent 1/1|unknown 0/1, sent 1/1"},
+    {"ResetBehindTheBody", "EC25", call::added, 1, 10, 300, "reset on BODY",
+     "unknown 0/1, sent 1/1"},
+    {"Refused", "EC25", call::added, 2, 10, 300, "cmgs error 38",
+     "failed 0/2 +CMS ERROR: 38, failed 0/2 +CMS ERROR: 38"},
+    {"NoFlow", "EG95", call::added, 2, 10, 300, "", "sent 2/2, sent 2/2"},
+    {"NoFlowTold", "EG95", call::pdu, 1, 10, 300, "", "refused 0/1, refused 0/1"},
+    {"Rm500q", "RM500Q", call::added, 2, 10, 300, "", "sent 2/2, sent 2/2"},
+};
+
+void PrintTo(const fate_case& of, std::ostream* out)
+{
+    *out << of.name;
+}
+
+class Fates : public Story, public testing::WithParamInterface<fate_case>
+{
+  protected:
+    std::string results_; // so far
+
+    bool all_known()
+    {
+        for (kelo_sms_result result; kelo_take_sms_result(&result, sizeof result) == 1;) {
+            results_ += results_.empty() ? "" : ", ";
+            results_ += kelo_sms_state_name(result.state);
+            results_ += " " + std::to_string(result.confirmed) + "/" + std::to_string(result.parts);
+            if (result.error == KELO_SMS_CMS_ERROR)
+                results_ += " +CMS ERROR: " + std::to_string(result.error_number);
+            known_++;
+        }
+        return known_ == 2;
+    }
+
+  private:
+    int known_ = 0;
+};
+
+} // namespace
+
+// Catches: a message whose fate is not told or told wrong, one that is lost, that goes out twice,
+// or to somebody else's number.
+TEST_P(Fates, AreKnown)
+{
+    const fate_case& of = GetParam();
+    const auto told = [](int ms) { return std::to_string(real(milliseconds(ms)).count()); };
+    plug(of.model, {{"prompt_ms", told(of.prompt_ms)}, {"cmgs_ms", told(of.answer_ms)}});
+    ASSERT_EQ(kelo_keep(nullptr), 0);
+    static cellular_setting settings = {}; // without a link
+    kelo_init_cellular(&settings, 0);
+    ASSERT_TRUE(eventually([] { return mobile_is_ready() != 0; }, within(20s)));
+    order(of.order);
+    const std::string numbers[] = {"+491511", "+491522"};
+    for (int i = 0; i < 2; i++) {
+        const std::string text = text_of_parts(i, of.parts);
+        if (of.by == call::added)
+            EXPECT_GT(kelo_send_sms(numbers[i].c_str(), text.c_str(), nullptr), 0);
+        else
+            EXPECT_EQ(libgsm_send_sms_from_buffer("tag", numbers[i].c_str(),
+                                                  of.by == call::pdu ? 0 : 1, text.data(),
+                                                  static_cast<int>(text.size())),
+                      0);
+    }
+    EXPECT_TRUE(eventually([&] { return all_known(); }, within(60s)));
+    EXPECT_NE(("|" + std::string(of.results) + "|").find("|" + results_ + "|"), std::string::npos)
+        << results_;
+    // Each part went out once, whole, and to its number.
+    line_list bodies;
+    for (const kelo_emulator::sent_message& sent : modem.sent_messages()) {
+        if (sent.reference < 0)
+            continue;
+        EXPECT_EQ(std::count(bodies.begin(), bodies.end(), sent.body), 0) << sent.body;
+        bodies.push_back(sent.body);
+        if (!sent.pdu) {
+            EXPECT_EQ(sent.body, text_of_parts(sent.target == numbers[1], 1)) << sent.target;
+        }
+    }
+    kelo_keep_stop();
+    kelo_deinit_cellular();
+}
+
+INSTANTIATE_TEST_SUITE_P(Messages, Fates, testing::ValuesIn(cases),
+                         [](const auto& of) { return std::string(of.param.name); });
