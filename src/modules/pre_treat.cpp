@@ -241,8 +241,21 @@ int cpin_pre_treat(gsm_mobile* rec, at_info* at)
     });
 }
 
+namespace
+{
+
+// Of the message before: without memory for its own, a message must not go to that one's number.
+void forget_text(at_info* at)
+{
+    const lock_scope hold(flow_lock);
+    text_replace(at->cmd, nullptr);
+}
+
+} // namespace
+
 int sms_des_pre_treat(gsm_mobile* rec, at_info* at)
 {
+    forget_text(at);
     return treat(at, "$SMS_DES", [&](auto& value) {
         text_set(value, rec->sms_dest);
         return true;
@@ -251,6 +264,7 @@ int sms_des_pre_treat(gsm_mobile* rec, at_info* at)
 
 int sms_len_pre_treat(gsm_mobile* rec, at_info* at)
 {
+    forget_text(at);
     return treat<8>(at, "$SMS_LEN", [&](auto& value) {
         format_value(value, "%d", rec->sms_len);
         return true;

@@ -283,11 +283,15 @@ void sms_port_lost()
 }
 
 // A process before may have ended between a command and its body.
-void sms_port_fresh()
+void sms_port_fresh(gsm_mobile* rec)
 {
     sms_port_lost();
-    const lock_scope hold(record_lock);
+    lock_scope hold(record_lock);
     expect_late_prompt();
+    hold.release();
+    // Not every modem shows its prompt again. One that waits for none passes this over.
+    if (word_get(keeper_on) != 0)
+        port_write(rec, give_up, 1, 1, __func__, "<ESC>");
 }
 
 void sms_look_at_clock(std::int64_t now_ms)

@@ -111,7 +111,7 @@ void sms_send_interrupted();
 // The port is given up, or opened: what was under way on it has no answer any more, and what is
 // left in the modem may show.
 void sms_port_lost();
-void sms_port_fresh();
+void sms_port_fresh(gsm_mobile* mobile);
 
 // What has waited too long. Any thread.
 void sms_look_at_clock(std::int64_t now_ms);

@@ -113,7 +113,7 @@ int libgsm_start(gsm_mobile* rec, int sim)
     libgsm_search_usb_port(rec);
     if (libgsm_mobile_open_usb(rec) != 0)
         return -1;
-    sms_port_fresh();
+    sms_port_fresh(rec);
     lock_scope guard(record_lock);
     rec->at_done = 1;
     return 0;

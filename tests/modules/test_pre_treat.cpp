@@ -76,3 +76,14 @@ TEST(PreTreat, ApnTypeFollowsTheProtocol)
     for (cell_net_proto = 0; cell_net_proto < 4; cell_net_proto++)
         EXPECT_EQ(run(apn_pre_treat, "=$PARAM"), texts[cell_net_proto]);
 }
+
+// A message must not go to the number of the one before.
+TEST(PreTreat, MessageWithoutANumberHasNoCommand)
+{
+    constexpr std::tuple<const char*, const char*> rows[] = {
+        {"+491", "AT+CMGS=\"+491\""}, {"", "(nul)"}, {"1\r", "(nul)"}};
+    for (const auto& [number, command] : rows) {
+        text_set(g_mobile.sms_dest, number);
+        EXPECT_EQ(run(sms_des_pre_treat, "AT+CMGS=\"$SMS_DES\"", "AT+CMGS=\"+499\""), command);
+    }
+}

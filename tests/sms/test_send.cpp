@@ -42,7 +42,7 @@ TEST(SmsSend, PromptDrawsTheBodyOnce)
     modem_port port;
     for (const auto& [body, line, own_step, written] : rows) {
         if (body == anew) {
-            sms_port_fresh();
+            sms_port_fresh(&g_mobile);
         } else if (body != nullptr) {
             text_set(g_mobile.sms_text, body);
             sms_send_begins(&g_mobile);
@@ -194,6 +194,14 @@ TEST(SmsSend, PromptBehindAReport)
         other.join();
         EXPECT_EQ(port.heard(), "0011\x1a\r\nAT+QENG\r\n") << read;
     }
+    // The task that has to read the prompt waits for nothing, and puts its own off.
+    mobile_task_begins();
+    sms_send_begins(&g_mobile);
+    libgsm_send_at("AT+CNMA");
+    EXPECT_EQ(port.heard(), "");
+    hear(port, at, "\r\n> ");
+    exchange_write_deferred(&g_mobile);
+    EXPECT_EQ(port.heard(), "0011\x1a\r\nAT+CNMA\r\n");
     cur_at_list = nullptr;
     at_info_free(at);
 }
