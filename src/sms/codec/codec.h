@@ -251,7 +251,8 @@ struct part_time {
     int zone = 0;       // quarters of an hour east
 };
 
-// One part as it came. Every octet and length is checked; nothing reads past the PDU.
+// One part as it came. Every octet and length is checked; nothing reads past the PDU. A PDU is
+// hexadecimal alone here, behind its service centre: what has anything else in it is none.
 struct message_part {
     char sender[64] = {}; // UTF-8
     char smsc[32] = {};
