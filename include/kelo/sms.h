@@ -4,6 +4,10 @@
  * in, first out. The mobile task takes one at a time when the modem is registered and no command
  * waits. The outbox survives a restart of the modem task and ends with the process.
  *
+ * A part asks the network to try for five minutes and for a status report. EG25, EG95 and EP06 have
+ * no flow for messages: there the task says so and drops them. kelo/messages.h tells what became of
+ * each message, has calls without these limits, and puts the parts of what comes together.
+ *
  * In: every message goes into a queue of KELO_SMS_QUEUE, from which kelo_take_sms takes it, and the
  * first of each read into gsm_event as well. Parts of a long message come apart and in any order;
  * reference, total and number tell how to join them.
