@@ -90,6 +90,9 @@ struct exchange_hooks {
     // Ahead of a command; `custom`: with a text of the host's. False passes one that is not over.
     bool (*before_command)(gsm_mobile* rec, const at_info* at,
                            bool custom) = [](gsm_mobile*, const at_info*, bool) { return true; };
+    // What goes out instead of a row's own text; null: that.
+    const char* (*instead)(const char* command) = [](const char*) -> const
+        char* { return nullptr; };
     // A second without a word of the modem, or its like; `idle`: no command runs.
     void (*tick)(bool idle) = [](bool) {};
     // Ahead of a command that any thread writes on its own account.

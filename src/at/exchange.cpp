@@ -180,6 +180,12 @@ const char* shown_text(const char* cmd)
     return cmd == nullptr ? "(nul)" : cmd;
 }
 
+void exec_own(gsm_mobile* rec, const at_info* at)
+{
+    const char* const instead = hooks.instead(at->cmd);
+    exec_at_command(rec, instead != nullptr ? instead : at->cmd);
+}
+
 bool passed_over(at_info* at, bool wanted)
 {
     const unsigned int flags = at_get_flags(at);
@@ -213,7 +219,7 @@ at_info* libgsm_send_atcommand(gsm_mobile* rec, bool& list_ended)
         set_at_done(rec);
         return nullptr;
     }
-    exec_at_command(rec, next.at->cmd);
+    exec_own(rec, next.at);
     return next.at;
 }
 
@@ -341,7 +347,10 @@ void send_again(gsm_mobile* rec, at_info* cur)
         custom_cmd = text_duplicate(cur->custom_cmd);
         cur->countdown = cur->timeout;
     }
-    exec_at_command(rec, custom ? custom_cmd.get() : cur->cmd);
+    if (custom)
+        exec_at_command(rec, custom_cmd.get());
+    else
+        exec_own(rec, cur);
 }
 
 // One silent second of the running command.

@@ -51,6 +51,7 @@ extern int mqtt_conn_lost;
 extern int sms_pending_count;
 extern int g_mode_no_service;
 extern int attach_timeout;
+extern int sms_reports_wanted;
 
 // With a keeper the rooms below it act with more care, and tell it what they see.
 extern int keeper_on;

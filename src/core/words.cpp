@@ -57,6 +57,7 @@ int reload_count = 0;              // reloads                                   
 int radio_reset_count = 0;         // radio off and on                                                    radio reset                             keeper
 int dial_count = 0;                // kept: starts of the dialer                                          dialer                                  keeper
 int link_loss_count = 0;           // kept: of a link that was up                                         dialer                                  keeper
+int sms_reports_wanted = 0;        // a message asks for a status report                                 messages                                storage
 int attach_timeout = 50;           // 50 or more, its unit is the host's                                  set_attach_timeout                      nobody
 
 namespace

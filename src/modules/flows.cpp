@@ -3,6 +3,7 @@
 #include "modules/modules.h"
 
 #include "modules/commands.h"
+#include "sms/sms.h"
 #include "support/diag.h"
 #include "support/text.h"
 
@@ -123,6 +124,7 @@ void at_select_flow(gsm_mobile* rec, int flow, int sim)
     if (flow == FLOW_START || flow == FLOW_RELOAD) {
         libgsm_reset_cell_info(rec);
         word_set(flow_walked, 0);
+        sms_storage_forget();
     }
     at_list_reset(cur_at_list);
     libgsm_set_at_timeout(cur_at_list);

@@ -127,12 +127,26 @@ void sms_storage_reported(std::string_view pdu);
 // The host has kept what came from there.
 void sms_storage_kept(sms_place place);
 
+// What a read of the port holds: lines are put together over reads, heard, and are the answer to
+// the errand's command, if one is out.
+void sms_storage_read(gsm_mobile* mobile, const char* text);
+
+// Another command goes out: the errand's has had no answer. `message`: it sends one, and the errand
+// rests until the modem has said what became of it, or for two minutes.
+void sms_command_goes_out(bool message);
+
+// Whether the modem is to be told to report deliveries, ahead of the next message.
+bool sms_reports_due();
+
 // The next command of the errand, null for none now; the text is the mobile task's until the next
 // call. A call while an answer is due says that none came.
 const char* sms_errand_next(std::int64_t now_ms);
 
-// An answer to it: ends it with its final line.
+// A whole line of the answer to it: ends it with the final one.
 event* sms_errand_handler(gsm_mobile* mobile, char* line);
+
+// Whether a line, or a piece of one, may be of such an answer and is nobody else's.
+bool sms_errand_owns(const char* line);
 
 // The text that is to go out instead of a flow's own command, or null: with mode 1 or 2 "+CNMI=2,2"
 // becomes "+CNMI=2,1", with reports of delivery.

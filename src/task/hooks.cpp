@@ -44,11 +44,19 @@ void each_line(gsm_mobile* rec, const at_info* running, char* line)
         sms_watch_prompt(rec, line);
 }
 
+void each_read(char* bytes, std::size_t length)
+{
+    sms_clean_read(bytes, length);
+    if (gsm_mobile* const rec = modem_record())
+        sms_storage_read(rec, bytes);
+}
+
 // A command that sends a message draws a prompt, which may come at once.
 bool before_command(gsm_mobile* rec, const at_info* at, bool custom)
 {
     if (!custom && !at_may_go(at))
         return false;
+    sms_command_goes_out(sends_message(at));
     if (sends_message(at))
         sms_send_begins(rec);
     return true;
@@ -74,10 +82,11 @@ const exchange_hooks task_hooks = {
     .idle_line = general_handler,
     .foreign_line = foreign_line,
     .each_line = each_line,
-    .each_read = sms_clean_read,
+    .each_read = each_read,
     .find_report = sms_find_report,
     .report = sms_take_read,
     .before_command = before_command,
+    .instead = sms_command_instead,
     .tick = tick,
     .before_write = before_write,
 };

@@ -3,6 +3,7 @@
 #include "task/task.h"
 
 #include "core/family.h"
+#include "handlers/handlers.h"
 #include "modules/modules.h"
 #include "sms/sms.h"
 #include "support/diag.h"
@@ -60,14 +61,15 @@ bool is_registered(gsm_mobile* rec)
 // Takes one message from the outbox and selects the flow that sends it. Only called when no command
 // was left to choose, so a message in flight is never replaced; and a reload that came since then
 // goes first.
-void take_message(gsm_mobile* rec)
+// True when there was one.
+bool take_message(gsm_mobile* rec)
 {
     lock_scope flow_guard(flow_lock);
     if (word_get(flow_walked) == 0)
-        return;
+        return false;
     sms_outbox_item* const item = sms_outbox_deq();
     if (item == nullptr)
-        return;
+        return false;
     if (item->sms_mode == 0)
         at_select_flow(rec, FLOW_SMS_PDU, -1);
     else if (item->sms_mode == 1)
@@ -80,6 +82,29 @@ void take_message(gsm_mobile* rec)
         text_set(rec->sms_text, item->sms_body);
     }
     sms_outbox_free(item);
+    return true;
+}
+
+// The answers of the errand are taken ahead of the lines; what else the modem says meanwhile is for
+// the same ear as while nothing runs.
+event* errand_line(gsm_mobile* rec, char* line)
+{
+    return sms_errand_owns(line) ? nullptr : general_handler(rec, line);
+}
+
+void run_errand(gsm_mobile* rec, task_state& state)
+{
+    constexpr int seconds = 20;
+    static at_info errand;
+    const char* const command = sms_errand_next(monotonic_ms());
+    if (command == nullptr)
+        return;
+    errand.timeout = seconds;
+    errand.handler = errand_line;
+    exec_at_command(rec, command);
+    state.running = &errand;
+    arm_command(rec, &errand);
+    state.last_tick_ms = monotonic_ms();
 }
 
 void send_next(gsm_mobile* rec, task_state& state)
@@ -90,8 +115,8 @@ void send_next(gsm_mobile* rec, task_state& state)
         arm_command(rec, state.running);
         // Its time begins now, whatever the port has said before.
         state.last_tick_ms = monotonic_ms();
-    } else if (list_ended && is_registered(rec)) {
-        take_message(rec);
+    } else if (list_ended && (sms_reports_due() || !(is_registered(rec) && take_message(rec)))) {
+        run_errand(rec, state);
     }
 }
 
