@@ -1,4 +1,5 @@
-// The PDU of a received message, from the modem, into gsm_event and into a record of the queue.
+// The PDU of a received message, from the modem, into gsm_event, into a record of the queue, and
+// into a part of a whole message or a status report.
 
 #include "sms/sms.h"
 
@@ -7,6 +8,33 @@
 #include <memory>
 
 using namespace kelo;
+
+// A text of just its size, without a terminator.
+static void read_whole(std::string_view pdu)
+{
+    const auto exact = std::make_unique<char[]>(pdu.size());
+    std::memcpy(exact.get(), pdu.data(), pdu.size());
+    pdu = {exact.get(), pdu.size()};
+
+    const auto part = sms_read_deliver(pdu);
+    const auto report = sms_read_status_report(pdu);
+    const auto kind = sms_is_status_report(pdu);
+    if ((part && kind != false) || (report && kind != true))
+        std::abort();
+    if (report && (text_of(report->recipient).size() == sizeof report->recipient ||
+                   text_of(report->sent.text).size() % 19 != 0))
+        std::abort();
+    if (!part)
+        return;
+    const part_numbers& numbers = part->numbers;
+    if (text_of(part->sender).size() == sizeof part->sender ||
+        text_of(part->smsc).size() == sizeof part->smsc ||
+        text_of(part->time.text).size() % 19 != 0 || numbers.number > numbers.total ||
+        (numbers.number == 0) != (numbers.total == 0) || part->port_to > 0xFFFF ||
+        part->message_class > 3 || part->content.count > pdu.size() + 2 * pdu.size() / 7 ||
+        (!part->data && part->content.count % 2 != 0))
+        std::abort();
+}
 
 extern "C" int LLVMFuzzerInitialize(int*, char***)
 {
@@ -28,5 +56,10 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t siz
     if (strnlen(gsm_event.text, sizeof gsm_event.text) == sizeof gsm_event.text ||
         strnlen(gsm_event.sender, sizeof gsm_event.sender) == sizeof gsm_event.sender)
         std::abort();
+
+    read_whole({pdu.get(), length});
+    pdu_text hex; // whatever the bytes are, as a modem would write them
+    sms_hex_encode(hex, {data, size});
+    read_whole({hex.items, hex.count});
     return 0;
 }
