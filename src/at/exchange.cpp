@@ -6,6 +6,7 @@
 #include "support/sleeps.h"
 #include "support/text.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
@@ -19,6 +20,12 @@ namespace
 {
 
 exchange_hooks hooks;
+
+// The end of the last read, where a mark may begin. The mobile task's own.
+struct {
+    char bytes[16];
+    std::size_t length = 0;
+} kept;
 
 // How a command is named in the debug lines.
 struct label {
@@ -127,10 +134,13 @@ int read_at_result(gsm_mobile* rec, response& result)
         diag_at(plain, __func__, "fatal error!\n");
         return -1;
     }
+    std::memcpy(result.text.get(), kept.bytes, kept.length);
+    result.length = kept.length;
     for (;;) {
         const ssize_t count = read(fd, result.text.get() + result.length, piece);
         if (count < 1)
             return 0;
+        result.heard = true;
         result.length += static_cast<std::size_t>(count);
         if (result.length >= response_limit) {
             result.drained = false;
@@ -298,6 +308,19 @@ char* find_spoken(char* text, const char* needle)
     return nullptr;
 }
 
+namespace
+{
+
+void keep_back(char* text, std::size_t count)
+{
+    kept.length = std::min(count, sizeof kept.bytes);
+    char* const from = text + std::strlen(text) - kept.length;
+    std::memcpy(kept.bytes, from, kept.length);
+    *from = '\0';
+}
+
+} // namespace
+
 read_outcome libgsm_check_event(gsm_mobile* rec, at_info* cur)
 {
     read_outcome outcome;
@@ -305,17 +328,18 @@ read_outcome libgsm_check_event(gsm_mobile* rec, at_info* cur)
     if (rec == nullptr || read_at_result(rec, got) != 0)
         return outcome;
     outcome.drained = got.drained;
-    outcome.heard = got.length > 0;
-    if (outcome.heard)
-        word_add(reads_heard, 1);
+    outcome.heard = got.heard;
+    if (!outcome.heard)
+        return outcome;
+    word_add(reads_heard, 1);
     char* const text = got.text.get();
-    hooks.each_read(text, got.length);
+    const read_view view = hooks.each_read(text, got.length);
+    keep_back(text, view.keep_back);
     if (find_spoken(text, "+QIND: SMS DONE") != nullptr ||
         find_spoken(text, "+QIND: PB DONE") != nullptr)
         libgsm_set_init_flag(1);
-    char* const report = hooks.find_report(text);
-    outcome.raised =
-        report != nullptr ? handle_report(rec, cur, text, report) : handle_lines(rec, cur, text);
+    outcome.raised = view.report != nullptr ? handle_report(rec, cur, text, view.report)
+                                            : handle_lines(rec, cur, text);
     if (outcome.raised != nullptr) {
         lock_scope guard(record_lock);
         rec->last_event = outcome.raised->code;

@@ -243,21 +243,20 @@ void take_pdu(string_view pdu, delivery& out)
             return;
         here->epoch = 0; // another message has taken its place
     }
-    if (known_message* const before = known_before(digest)) {
-        before->epoch = store.epoch;
-        before->number = number;
-        return;
-    }
-    known_message* const record = room_for_known();
+    known_message* const before = known_before(digest);
+    known_message* const record = before != nullptr ? before : room_for_known();
     if (record == nullptr) {
         one.places[store.place] |= left_alone;
         return;
     }
-    *record = {.digest = digest, .number = number, .epoch = store.epoch, .given = {}};
-    if (take_reported(digest)) {
-        record->kept = true;
+    if (before == nullptr)
+        *record = {.digest = digest, .given = {}, .kept = take_reported(digest)};
+    record->number = number;
+    record->epoch = store.epoch;
+    // What waits for the host is given once more, so that it is known by its place of now: there it
+    // takes the place of its first copy, or of none where there was no room.
+    if (record->kept || (before != nullptr && record->given.index < 0))
         return;
-    }
     const std::optional<bool> is_report = sms_is_status_report(pdu);
     const auto part = is_report == false ? sms_read_deliver(pdu) : std::nullopt;
     const auto status = is_report == true ? sms_read_status_report(pdu) : std::nullopt;

@@ -98,13 +98,24 @@ void take_arrival(string_view columns)
     store.not_before_ms = std::min(store.not_before_ms, store.now_ms + first_wait_ms);
 }
 
-void take_full(string_view name)
+void take_full(string_view line)
 {
-    memory* const one = memory_for(name);
+    const bool of_sim = line.find("\"SM\"") != string_view::npos;
+    const bool of_modem = line.find("\"ME\"") != string_view::npos;
+    memory* const one = memory_for(of_sim ? "SM" : of_modem ? "ME" : "");
     if (one == nullptr)
         return;
     one->told_full = true;
     one->look = memory::due;
+}
+
+void take_notice(string_view line)
+{
+    constexpr string_view arrivals[] = {"+CMTI:", "+CDSI:"};
+    for (const string_view begin : arrivals)
+        if (line.starts_with(begin))
+            return take_arrival(behind(line, begin.size()));
+    take_full(line);
 }
 
 // The line is of a message on its way out: while one is, the errand rests.
@@ -119,19 +130,11 @@ void follow_message(string_view line)
 
 void hear(string_view line)
 {
-    constexpr string_view arrivals[] = {"+CMTI:", "+CDSI:"};
-    constexpr string_view full[] = {"+QIND: \"smsfull\",", "^SMMEMFULL:", "+SMS FULL"};
     constexpr string_view other_card[] = {
         "RDY",           "+CPIN: NOT READY", "+CPIN: NOT INSERTED",
         "+SIM: Removed", "+SIM DROP",        "^SIMST: 255"};
-    for (const string_view begin : arrivals)
-        if (line.starts_with(begin))
-            take_arrival(behind(line, begin.size()));
-    for (const string_view begin : full)
-        if (line.starts_with(begin))
-            take_full(unquoted(trimmed(behind(line, begin.size()))));
     if (line == "+CMS ERROR: 322")
-        take_full("");
+        take_full(line);
     for (const string_view begin : other_card)
         if (line.starts_with(begin)) {
             if (begin == "RDY" && store.mode != 0)
@@ -169,12 +172,12 @@ void sms_storage_hear(string_view line)
 {
     const lock_scope hold(storage_lock);
     if (store.mode != 0 || word_get(sms_reports_wanted) != 0)
-        hear(line);
+        take_notice(trimmed(line));
 }
 
-void sms_storage_read(gsm_mobile* rec, const char* text)
+void sms_storage_read(gsm_mobile* rec, string_view rest)
 {
-    for (string_view rest = text; !rest.empty();) {
+    while (!rest.empty()) {
         char line[sizeof begun.items + 1];
         {
             const lock_scope hold(storage_lock);

@@ -10,6 +10,8 @@
 #include "support/diag.h"
 #include "support/text.h"
 
+#include <algorithm>
+
 namespace kelo
 {
 
@@ -44,11 +46,18 @@ void each_line(gsm_mobile* rec, const at_info* running, char* line)
         sms_watch_prompt(rec, line);
 }
 
-void each_read(char* bytes, std::size_t length)
+// The storage has the lines that are the modem's own: a message in the read may say anything.
+read_view each_read(char* bytes, std::size_t length)
 {
-    sms_clean_read(bytes, length);
+    const read_view view = sms_each_read(bytes, length);
+    std::string_view own = bytes;
+    if (view.report != nullptr && text_begins(view.report, "+CMT:"))
+        own = own.substr(0, static_cast<std::size_t>(view.report - bytes));
+    else
+        own.remove_suffix(std::min(view.keep_back, own.size()));
     if (gsm_mobile* const rec = modem_record())
-        sms_storage_read(rec, bytes);
+        sms_storage_read(rec, own);
+    return view;
 }
 
 // A command that sends a message draws a prompt, which may come at once.
@@ -83,7 +92,6 @@ const exchange_hooks task_hooks = {
     .foreign_line = foreign_line,
     .each_line = each_line,
     .each_read = each_read,
-    .find_report = sms_find_report,
     .report = sms_take_read,
     .before_command = before_command,
     .instead = sms_command_instead,

@@ -155,6 +155,7 @@ event* wait_and_hear(gsm_mobile* rec, task_state& state, int fd, bool& silent)
     silent = ready == 0;
     if (ready == 0) {
         state.last_quiet_ms = monotonic_ms();
+        sms_quiet_second();
         tick(rec, state);
         return nullptr;
     }
@@ -230,6 +231,7 @@ void* corvel_mobile_dchannel(void* record)
     while (life_get(&lifecycle::mobile_task_run))
         if (!task_pass(static_cast<gsm_mobile*>(record), state))
             break;
+    sms_reads_end();
     mobile_task_ends();
     life_set(&lifecycle::mobile_task_stopped, true);
     return nullptr;
