@@ -93,7 +93,7 @@ bool next_step(bool room)
     constexpr const char* tellings[] = {"AT+CNMI=2,1,0,1,0", "AT+CNMI=2,1,0,0,0"};
     if (store.mode == 0) {
         const bool due = !store.told && word_get(sms_reports_wanted) != 0;
-        store.told = true; // once is enough
+        store.told |= due; // once, whatever becomes of it
         return due && ask(step::reports, "AT+CNMI=2,2,0,1,0");
     }
     if (!store.told)
