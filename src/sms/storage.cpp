@@ -253,9 +253,10 @@ void take_pdu(string_view pdu, delivery& out)
         *record = {.digest = digest, .given = {}, .kept = take_reported(digest)};
     record->number = number;
     record->epoch = store.epoch;
-    // What waits for the host is given once more, so that it is known by its place of now: there it
-    // takes the place of its first copy, or of none where there was no room.
-    if (record->kept || (before != nullptr && record->given.index < 0))
+    // What waits for the host is given once more in a new epoch, with its place of now; where there
+    // was no room for it, nobody else has it.
+    const bool given = record->given.index < 0 || record->given.epoch == store.epoch;
+    if (record->kept || (before != nullptr && given))
         return;
     const std::optional<bool> is_report = sms_is_status_report(pdu);
     const auto part = is_report == false ? sms_read_deliver(pdu) : std::nullopt;
