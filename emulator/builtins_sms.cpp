@@ -269,7 +269,9 @@ void modem_core::message_ready(const std::string& body, bool given_up)
         sent.reference = reference;
         reply.lines = {"+CMGS: " + std::to_string(reference)};
         if (pdu)
-            report_delivery(trim(body), reference);
+            reply.then = [this, submit = trim(body), number = reference] {
+                report_delivery(submit, number);
+            };
         reference = (reference + 1) % 256;
     }
     if (sent_messages.size() < max_sent)
