@@ -61,7 +61,6 @@ struct lookup {
     std::array<octet, 128> greek{};             // low byte of the UCS-2 of a septet, 0 for none
     std::array<octet, 256> greek_septet{};      // of the second byte of the pair, 0 for none
     std::array<std::array<char, 2>, 256> hex{}; // digits of an octet
-    std::array<bool, 256> has_septet{};         // of an ISO 8859-1 character
 };
 
 constexpr lookup make_lookup()
@@ -79,8 +78,6 @@ constexpr lookup make_lookup()
     }
     for (unsigned i = 128; i-- > 0;) // downwards: the first index that holds a byte stays
         made.septet[GSM7BITtoASCII8BIT[i]] = static_cast<octet>(i);
-    for (const octet byte : GSM7BITtoASCII8BIT)
-        made.has_septet[byte] = byte != 0xFF;
     for (const extension_row& row : extension_rows) {
         made.extension[row.byte] = row.code;
         made.extended[row.code] = row.byte;
@@ -242,7 +239,9 @@ int gsm7_code(char32_t c)
         return -1;
     if (table.extension[c] != 0)
         return gsm7_escape << 8 | table.extension[c];
-    return table.has_septet[c] ? table.septet[c] : -1;
+    // Where the table has the character itself, and no place without one.
+    const octet septet = table.septet[c];
+    return c < 0xFF && septet < 0x80 && GSM7BITtoASCII8BIT[septet] == c ? septet : -1;
 }
 
 } // namespace kelo

@@ -30,9 +30,10 @@ bool put_gsm7(user_data& ud, const sms_pdu_msg& msg, std::string_view part, int 
 {
     put_header(ud, msg, index, header_gsm7);
     part = part.substr(0, part.find('\0'));
-    char terminated[longest_gsm7 + 1] = {};
-    part.copy(terminated, longest_gsm7);
-    const auto packed = gsm7_pack({terminated, std::min(part.size(), longest_gsm7) + 1});
+    char terminated[longest_gsm7 + 1];
+    const std::size_t length = part.copy(terminated, longest_gsm7);
+    terminated[length] = '\0';
+    const auto packed = gsm7_pack({terminated, length + 1});
     if (part.size() > longest_gsm7 || !packed || !ud.octets.add(packed->octets.all()))
         return false;
     ud.length = packed->septets + (ud.length > 0 ? header_gsm7_septets : 0);
