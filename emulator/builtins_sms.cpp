@@ -10,7 +10,8 @@ namespace kelo_emulator
 namespace
 {
 
-constexpr int store_size = 255;
+constexpr int max_places = 1000;
+constexpr std::size_t max_undelivered = 1000;
 constexpr std::size_t max_sent = 10000;
 
 constexpr const char* status_names[] = {"REC UNREAD", "REC READ", "STO UNSENT", "STO SENT"};
@@ -99,18 +100,85 @@ std::string deliver_of_text(const std::string& centre, const std::string& sender
            (gsm ? pack_septets(words) : ucs2);
 }
 
+std::string place_of(const std::string& memory, int index)
+{
+    return "\"" + memory + "\"," + std::to_string(index);
+}
+
 } // namespace
 
-void modem_core::keep_message(stored_message message)
+std::string modem_core::reading_memory() const
 {
-    message.index = 0; // the lowest free place
-    while (std::any_of(store.begin(), store.end(),
-                       [&](const stored_message& other) { return other.index == message.index; }))
-        ++message.index;
-    message.status = 0;
-    store.push_back(message);
-    if (session.cnmi_mt == 1)
-        report("+CMTI: \"" + get("sms_storage", "ME") + "\"," + std::to_string(message.index));
+    return get("sms_storage", "ME");
+}
+
+std::string modem_core::arriving_memory() const
+{
+    return get("sms_arriving", reading_memory());
+}
+
+int modem_core::memory_size(const std::string& memory) const
+{
+    return std::min(get_number("sms_size_" + memory, get_number("sms_size", 255)), max_places);
+}
+
+int modem_core::memory_used(const std::string& memory) const
+{
+    return static_cast<int>(
+        std::count_if(store.begin(), store.end(),
+                      [&](const stored_message& other) { return other.memory == memory; }));
+}
+
+int modem_core::keep_message(stored_message message)
+{
+    if (memory_used(message.memory) >= memory_size(message.memory))
+        return -1;
+    message.index = get_number("sms_first", 0); // the lowest free place
+    auto at = store.begin();
+    for (; at != store.end(); ++at) {
+        if (at->memory == message.memory && at->index > message.index)
+            break;
+        if (at->memory == message.memory)
+            message.index = at->index + 1;
+    }
+    store.insert(at, message);
+    return message.index;
+}
+
+void modem_core::arrive(stored_message message)
+{
+    message.memory = arriving_memory();
+    const int place = keep_message(message);
+    if (place >= 0) {
+        if (session.cnmi_mt == 1)
+            report("+CMTI: " + place_of(message.memory, place));
+        return;
+    }
+    if (undelivered.size() < max_undelivered)
+        undelivered.push_back(message);
+    const std::string full = text(get("sms_full_report"));
+    if (!full.empty())
+        report(full);
+}
+
+// The network tries again what was refused.
+void modem_core::place_freed()
+{
+    while (!undelivered.empty() &&
+           memory_used(arriving_memory()) < memory_size(arriving_memory())) {
+        const stored_message message = undelivered.front();
+        undelivered.pop_front();
+        arrive(message);
+    }
+}
+
+std::string modem_core::store_pdu(const std::string& hex, int status)
+{
+    if (tpdu_length(hex) < 0)
+        return "not a PDU: '" + hex + "'";
+    return keep_message({arriving_memory(), 0, status, hex, "", "", ""}) < 0
+               ? "the message store is full"
+               : "";
 }
 
 std::string modem_core::deliver_pdu(const std::string& hex)
@@ -124,9 +192,7 @@ std::string modem_core::deliver_pdu(const std::string& hex)
         report("+CMT: ," + std::to_string(length) + "\n" + hex);
         return "";
     }
-    if (store.size() >= static_cast<std::size_t>(store_size))
-        return "the message store is full";
-    keep_message({0, 0, hex, "", "", ""});
+    arrive({"", 0, 0, hex, "", "", ""});
     return "";
 }
 
@@ -144,9 +210,7 @@ std::string modem_core::deliver_text(const std::string& sender, const std::strin
     }
     if (session.cnmi_mt == 2 || session.cnmi_mt == 3)
         return deliver_pdu(pdu);
-    if (store.size() >= static_cast<std::size_t>(store_size))
-        return "the message store is full";
-    keep_message({0, 0, pdu, sender, stamp, words});
+    arrive({"", 0, 0, pdu, sender, stamp, words});
     return "";
 }
 
@@ -154,6 +218,34 @@ void modem_core::send_report(const std::string& hex)
 {
     if (session.cnmi_ds == 1)
         report("+CDS: " + std::to_string(tpdu_length(hex)) + "\n" + hex);
+    if (session.cnmi_ds != 2)
+        return;
+    const std::string memory = arriving_memory();
+    const int place = keep_message({memory, 0, 0, hex, "", "", ""});
+    if (place >= 0)
+        report("+CDSI: " + place_of(memory, place));
+}
+
+// What a SUBMIT with TP-SRR asked for (23.040, 9.2.2.3).
+void modem_core::report_delivery(const std::string& submit, int message_reference)
+{
+    constexpr unsigned long asks_for_report = 0x20;
+    const auto octet_at = [&](std::size_t at) {
+        return 2 * at + 2 > submit.size() ? 0 : std::stoul(submit.substr(2 * at, 2), nullptr, 16);
+    };
+    const std::size_t begin = octet_at(0) + 1;
+    if ((octet_at(begin) & asks_for_report) == 0)
+        return;
+    const std::size_t address_at = 2 * (begin + 2);
+    const std::size_t digits = (octet_at(begin + 2) + 1) / 2 * 2;
+    if (submit.size() < address_at + 4 + digits)
+        return;
+    const std::string stamp = stamp_octets(get("stamp", "24/05/17,09:30:12+08"));
+    const std::string hex = address(get("smsc", "+491710760000"), true) + "06" +
+                            octet(static_cast<unsigned>(message_reference)) +
+                            submit.substr(address_at, 4 + digits) + stamp + stamp +
+                            get("report_status", "00");
+    after(get_number("report_ms", 1000), [this, hex] { send_report(hex); });
 }
 
 // The body behind the prompt is complete, or was given up with ESC.
@@ -176,6 +268,10 @@ void modem_core::message_ready(const std::string& body, bool given_up)
     if (reply.final_result == "OK") {
         sent.reference = reference;
         reply.lines = {"+CMGS: " + std::to_string(reference)};
+        if (pdu)
+            reply.then = [this, submit = trim(body), number = reference] {
+                report_delivery(submit, number);
+            };
         reference = (reference + 1) % 256;
     }
     if (sent_messages.size() < max_sent)
@@ -286,18 +382,27 @@ void csca_set(modem_core& core, const capture_list& captures, command_reply& rep
         core.dialogue.variables["smsc"] = arguments(captures[0])[0];
 }
 
+std::string sizes(const modem_core& core, const std::string& memory)
+{
+    return std::to_string(core.memory_used(memory)) + "," +
+           std::to_string(core.memory_size(memory));
+}
+
 void cpms_read(modem_core& core, const capture_list&, command_reply& reply)
 {
     if (!sim_there(core, reply))
         return;
-    const std::string one = "\"" + core.get("sms_storage", "ME") + "\"," +
-                            std::to_string(core.store.size()) + "," + std::to_string(store_size);
-    reply.lines = {"+CPMS: " + one + "," + one + "," + one};
+    const std::string reading = core.reading_memory();
+    const std::string arriving = core.arriving_memory();
+    const auto column = [&](const std::string& memory) {
+        return "\"" + memory + "\"," + sizes(core, memory);
+    };
+    reply.lines = {"+CPMS: " + column(reading) + "," + column(reading) + "," + column(arriving)};
 }
 
 void cpms_test(modem_core&, const capture_list&, command_reply& reply)
 {
-    const std::string one = "(\"SM\",\"ME\",\"MT\")";
+    const std::string one = "(\"SM\",\"ME\")";
     reply.lines = {"+CPMS: " + one + "," + one + "," + one};
 }
 
@@ -305,14 +410,17 @@ void cpms_set(modem_core& core, const capture_list& captures, command_reply& rep
 {
     if (!sim_there(core, reply))
         return;
-    const std::string wanted = arguments(captures[0])[0];
-    if (wanted != "SM" && wanted != "ME" && wanted != "MT") {
-        cms(reply, 302);
-        return;
-    }
-    core.dialogue.variables["sms_storage"] = wanted;
-    const std::string one = std::to_string(core.store.size()) + "," + std::to_string(store_size);
-    reply.lines = {"+CPMS: " + one + "," + one + "," + one};
+    const std::vector<std::string> wanted = arguments(captures[0]);
+    for (const std::string& memory : wanted)
+        if (memory != "SM" && memory != "ME") {
+            cms(reply, 302);
+            return;
+        }
+    core.dialogue.variables["sms_arriving"] =
+        wanted.size() > 2 ? wanted[2] : core.arriving_memory();
+    core.dialogue.variables["sms_storage"] = wanted[0];
+    const std::string reading = sizes(core, wanted[0]);
+    reply.lines = {"+CPMS: " + reading + "," + reading + "," + sizes(core, core.arriving_memory())};
 }
 
 void cmgs(modem_core& core, const capture_list& captures, command_reply& reply)
@@ -360,9 +468,10 @@ void cmgl(modem_core& core, const capture_list& captures, command_reply& reply)
         return;
     const std::string wanted = unquote(captures[0]);
     for (stored_message& message : core.store) {
-        const bool listed = wanted == "4" || wanted == "ALL" ||
-                            wanted == std::to_string(message.status) ||
-                            wanted == status_names[message.status];
+        const bool listed =
+            message.memory == core.reading_memory() &&
+            (wanted == "4" || wanted == "ALL" || wanted == std::to_string(message.status) ||
+             wanted == status_names[message.status]);
         if (!listed || !can_show(core, message))
             continue;
         reply.lines.push_back("+CMGL: " + std::to_string(message.index) + "," +
@@ -382,20 +491,26 @@ void cmgr(modem_core& core, const capture_list& captures, command_reply& reply)
 {
     if (!sim_there(core, reply))
         return;
-    const long index = parse_number(captures[0], store_size);
+    const long index = parse_number(captures[0], max_places);
     for (stored_message& message : core.store) {
-        if (message.index != index)
+        if (message.index != index || message.memory != core.reading_memory())
             continue;
         if (!can_show(core, message)) {
             cms(reply, 302);
             return;
         }
         reply.lines = {"+CMGR: " + message_head(core, message), message_body(core, message)};
+        const std::string torn = core.get("sms_torn");
+        std::string& body = reply.lines.back();
+        if (!torn.empty())
+            body.insert(body.size() / 4 * 2, "\r\n" + torn + "\r\n");
         if (message.status == 0)
             message.status = 1;
         return;
     }
-    if (index < 0 || index >= store_size)
+    const int first = core.get_number("sms_first", 0);
+    const bool is_place = index >= first && index < first + core.memory_size(core.reading_memory());
+    if (!is_place || core.get("sms_empty", "321") != "ok")
         cms(reply, 321);
 }
 
@@ -404,23 +519,36 @@ void cmgd(modem_core& core, const capture_list& captures, command_reply& reply)
     if (!sim_there(core, reply))
         return;
     const std::vector<std::string> values = arguments(captures[0]);
-    const long index = parse_number(values[0], store_size - 1);
+    const long index = parse_number(values[0], max_places);
     const long flag = values.size() > 1 ? parse_number(values[1], 4) : 0;
     if (index < 0 || flag < 0) {
         cms(reply, 321);
         return;
     }
     const auto gone = [&](const stored_message& message) {
-        return flag == 4 || (flag == 0 ? message.index == index : message.status == 1);
+        return message.memory == core.reading_memory() &&
+               (flag == 4 || (flag == 0 ? message.index == index : message.status == 1));
     };
     core.store.erase(std::remove_if(core.store.begin(), core.store.end(), gone), core.store.end());
+    reply.then = [&core] { core.place_freed(); };
 }
 
 void cmgd_test(modem_core& core, const capture_list&, command_reply& reply)
 {
+    const std::string kind = core.get("sms_list", "list");
+    if (kind == "error") {
+        reply.final_result = "ERROR";
+        return;
+    }
+    const int first = core.get_number("sms_first", 0);
     std::string indexes;
-    for (const stored_message& message : core.store)
-        indexes += (indexes.empty() ? "" : ",") + std::to_string(message.index);
+    if (kind == "range")
+        indexes = std::to_string(first) + "-" +
+                  std::to_string(first + core.memory_size(core.reading_memory()) - 1);
+    else
+        for (const stored_message& message : core.store)
+            if (message.memory == core.reading_memory())
+                indexes += (indexes.empty() ? "" : ",") + std::to_string(message.index);
     reply.lines = {"+CMGD: (" + indexes + "),(0-4)"};
 }
 

@@ -54,6 +54,7 @@ struct mqtt_client {
 };
 
 struct stored_message {
+    std::string memory; // "ME" or "SM"
     int index;
     int status; // 0 unread, 1 read, 2 unsent, 3 sent
     std::string pdu;
@@ -225,14 +226,23 @@ struct modem_core {
     void update_data_interface();
     void leave_data_interface();
 
-    std::vector<stored_message> store;
+    std::vector<stored_message> store;      // in the order of their places
+    std::deque<stored_message> undelivered; // which the network keeps until there is room
     std::vector<sent_message> sent_messages;
     int reference = 0;
     void message_ready(const std::string& body, bool given_up);
-    void send_report(const std::string& hex); // +CDS
+    std::string reading_memory() const; // of AT+CPMS, the first one
+    std::string arriving_memory() const;
+    int memory_size(const std::string& memory) const;
+    int memory_used(const std::string& memory) const;
+    void send_report(const std::string& hex); // +CDS, or stored and +CDSI
+    void report_delivery(const std::string& submit, int message_reference);
     std::string deliver_pdu(const std::string& hex);
     std::string deliver_text(const std::string& sender, const std::string& words);
-    void keep_message(stored_message message);
+    std::string store_pdu(const std::string& hex, int status); // without a word to the host
+    void arrive(stored_message message);                       // refused while there is no room
+    int keep_message(stored_message message);                  // gives the place, or -1
+    void place_freed();
 
     bool gps_fix = true;
     std::map<std::string, std::string> files;

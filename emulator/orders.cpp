@@ -446,6 +446,10 @@ std::string order_sms(const order_request& call)
     const std::string& what = call.word(0);
     if (what == "pdu" && call.words.size() == 2)
         return call.core.deliver_pdu(call.word(1));
+    if (what == "store" && (call.words.size() == 2 || call.words.size() == 3)) {
+        const long status = call.words.size() == 3 ? parse_number(call.word(2), 3) : 0;
+        return status < 0 ? bad : call.core.store_pdu(call.word(1), static_cast<int>(status));
+    }
     if (what == "text" && call.words.size() > 2)
         return call.core.deliver_text(call.word(1), unescape(call.from(2)));
     if (what == "status" && call.words.size() == 2 && is_hex(call.word(1))) {
@@ -562,7 +566,8 @@ constexpr order_row table[] = {
     {"cell", "cell GSM|WCDMA|LTE|NR5G-SA|NR5G-NSA", "technology of the serving cell", order_cell},
     {"csq", "csq RSSI [BER]", "signal quality as AT+CSQ prints it", order_csq},
     {"call", "call NUMBER|withheld|off", "rings until answered, hung up or off", order_call},
-    {"sms", "sms pdu HEX|text NUMBER TEXT|status HEX", "a message or status report comes in",
+    {"sms", "sms pdu HEX|text NUMBER TEXT|status HEX|store HEX [STAT]",
+     "a message or status report comes in; one lies in the storage, unread unless STAT says more",
      order_sms},
     {"cmgs", "cmgs ok|error N|silent", "result of the messages that the host sends", order_cmgs},
     {"mqtt",

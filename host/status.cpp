@@ -87,8 +87,8 @@ const char* sim_text()
     return status ? "up" : "not ready";
 }
 
-// While the modem's character set is UCS2, as it is behind a message, names come as hexadecimal
-// units. Only those that are plain Latin are read back; others stay as they came.
+// While the modem's character set is UCS2, as a profile or a host may set it, names come as
+// hexadecimal units. Only those that are plain Latin are read back; others stay as they came.
 std::string operator_name(const std::string& oper)
 {
     if (oper.size() < 8 || oper.size() % 4 != 0)

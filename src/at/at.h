@@ -68,6 +68,12 @@ void at_flag_current(gsm_mobile* rec, unsigned int flags);
 
 // ---- Who hears of the exchange
 
+// What is found in a read ahead of its lines.
+struct read_view {
+    char* report = nullptr;    // where a report begins that takes the whole read; null for none
+    std::size_t keep_back = 0; // bytes at its end that go with the next read
+};
+
 // What the rooms above make of it; filled once, at init, by exchange_use. All run on the mobile
 // task.
 struct exchange_hooks {
@@ -82,15 +88,21 @@ struct exchange_hooks {
     // Each other line, ahead of the handler of the command that runs, if one does.
     void (*each_line)(gsm_mobile* rec, const at_info* running,
                       char* line) = [](gsm_mobile*, const at_info*, char*) {};
-    // The bytes of a read, which may hold NUL and have room for one behind them; leaves a text.
-    void (*each_read)(char* bytes, std::size_t length) = [](char*, std::size_t) {};
-    // Where in a read a report begins that takes the whole read; null for none.
-    char* (*find_report)(char* text) = [](char*) -> char* { return nullptr; };
+    // The bytes of a read, which may hold NUL and have room for one behind them; leaves a text,
+    // without what no handler is to see.
+    read_view (*each_read)(char* bytes, std::size_t length) = [](char* bytes, std::size_t length) {
+        bytes[length] = '\0';
+        return read_view{};
+    };
+    // A read that holds such a report.
     event* (*report)(gsm_mobile* rec, char* text,
                      char* report) = [](gsm_mobile*, char*, char*) -> event* { return nullptr; };
     // Ahead of a command; `custom`: with a text of the host's. False passes one that is not over.
     bool (*before_command)(gsm_mobile* rec, const at_info* at,
                            bool custom) = [](gsm_mobile*, const at_info*, bool) { return true; };
+    // What goes out instead of a row's own text; null: that.
+    const char* (*instead)(const char* command) = [](const char*) -> const
+        char* { return nullptr; };
     // A second without a word of the modem, or its like; `idle`: no command runs.
     void (*tick)(bool idle) = [](bool) {};
 };
@@ -123,11 +135,12 @@ void exchange_write_deferred(gsm_mobile* rec); // on the mobile task, with no bo
 long port_write(gsm_mobile* rec, const char* bytes, std::size_t length, int attempts,
                 const char* name, const char* shown);
 
-// Reads the port dry, but for the limit of one response. The buffer always has room for a NUL
-// behind `length`.
+// Reads the port dry, but for the limit of one response, behind what was kept back of the read
+// before. The buffer always has room for a NUL behind `length`.
 struct response {
     text_pointer text;
     std::size_t length = 0;
+    bool heard = false;  // more than was kept back
     bool drained = true; // false: the limit came first, and more waits
 };
 inline constexpr std::size_t response_limit = 64 * 1024;

@@ -6,6 +6,7 @@
 #include "support/sleeps.h"
 #include "support/text.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
@@ -19,6 +20,12 @@ namespace
 {
 
 exchange_hooks hooks;
+
+// The end of the last read, where a mark may begin. The mobile task's own.
+struct {
+    char bytes[16];
+    std::size_t length = 0;
+} kept;
 
 // How a command is named in the debug lines.
 struct label {
@@ -186,10 +193,13 @@ int read_at_result(gsm_mobile* rec, response& result)
         diag_at(plain, __func__, "fatal error!\n");
         return -1;
     }
+    std::memcpy(result.text.get(), kept.bytes, kept.length);
+    result.length = kept.length;
     for (;;) {
         const ssize_t count = read(fd, result.text.get() + result.length, piece);
         if (count < 1)
             return 0;
+        result.heard = true;
         result.length += static_cast<std::size_t>(count);
         if (result.length >= response_limit) {
             result.drained = false;
@@ -239,6 +249,12 @@ const char* shown_text(const char* cmd)
     return cmd == nullptr ? "(nul)" : cmd;
 }
 
+void exec_own(gsm_mobile* rec, const at_info* at)
+{
+    const char* const instead = hooks.instead(at->cmd);
+    write_line(rec, instead != nullptr ? instead : at->cmd, false);
+}
+
 bool passed_over(at_info* at, bool wanted)
 {
     const unsigned int flags = at_get_flags(at);
@@ -272,7 +288,7 @@ at_info* libgsm_send_atcommand(gsm_mobile* rec, bool& list_ended)
         set_at_done(rec);
         return nullptr;
     }
-    write_line(rec, next.at->cmd, false);
+    exec_own(rec, next.at);
     return next.at;
 }
 
@@ -360,6 +376,19 @@ char* find_spoken(char* text, const char* needle)
     return nullptr;
 }
 
+namespace
+{
+
+void keep_back(char* text, std::size_t count)
+{
+    kept.length = std::min(count, sizeof kept.bytes);
+    char* const from = text + std::strlen(text) - kept.length;
+    std::memcpy(kept.bytes, from, kept.length);
+    *from = '\0';
+}
+
+} // namespace
+
 read_outcome libgsm_check_event(gsm_mobile* rec, at_info* cur)
 {
     read_outcome outcome;
@@ -367,16 +396,17 @@ read_outcome libgsm_check_event(gsm_mobile* rec, at_info* cur)
     if (rec == nullptr || read_at_result(rec, got) != 0)
         return outcome;
     outcome.drained = got.drained;
-    if (got.length > 0)
-        word_add(reads_heard, 1);
+    if (!got.heard)
+        return outcome;
+    word_add(reads_heard, 1);
     char* const text = got.text.get();
-    hooks.each_read(text, got.length);
+    const read_view view = hooks.each_read(text, got.length);
+    keep_back(text, view.keep_back);
     if (find_spoken(text, "+QIND: SMS DONE") != nullptr ||
         find_spoken(text, "+QIND: PB DONE") != nullptr)
         libgsm_set_init_flag(1);
-    char* const report = hooks.find_report(text);
-    if (report != nullptr)
-        outcome.raised = handle_report(rec, cur, text, report);
+    if (view.report != nullptr)
+        outcome.raised = handle_report(rec, cur, text, view.report);
     else
         handle_lines(rec, cur, text, outcome);
     if (outcome.raised != nullptr) {
@@ -410,7 +440,10 @@ void send_again(gsm_mobile* rec, at_info* cur)
         custom_cmd = text_duplicate(cur->custom_cmd);
         cur->countdown = cur->timeout;
     }
-    write_line(rec, custom ? custom_cmd.get() : cur->cmd, false);
+    if (custom)
+        write_line(rec, custom_cmd.get(), false);
+    else
+        exec_own(rec, cur);
 }
 
 // One silent second of the running command.

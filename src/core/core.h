@@ -49,8 +49,10 @@ extern int sim_cpin_count;
 extern int no_signal_count;
 extern int mqtt_conn_lost;
 extern int sms_pending_count;
+extern int sms_reports_asked;
 extern int g_mode_no_service;
 extern int attach_timeout;
+extern int sms_reports_wanted;
 
 // With a keeper the rooms below it act with more care, and tell it what they see.
 extern int keeper_on;

@@ -130,6 +130,7 @@ void at_select_flow(gsm_mobile* rec, int flow, int sim)
         libgsm_reset_cell_info(rec);
         word_set(flow_walked, 0);
         sms_send_interrupted();
+        sms_storage_forget();
     }
     at_list_reset(cur_at_list);
     libgsm_set_at_timeout(cur_at_list);

@@ -2,8 +2,6 @@
 // the oldest, and is told how many.
 #include "sms/sms.h"
 
-#include "support/sleeps.h"
-
 #include <climits>
 
 namespace kelo
@@ -42,7 +40,6 @@ int kelo_take_sms(struct kelo_sms* out)
 {
     if (out == nullptr)
         return 0;
-    sms_continue_report("", monotonic_ms());
     const lock_scope hold(queue_lock);
     if (waiting == 0)
         return 0;

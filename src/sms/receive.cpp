@@ -1,12 +1,13 @@
-// Reports of received messages, 3GPP TS 27.005 3.4.1, into the queue: each of a read by itself,
-// with nothing of its neighbours.
-#include "sms/sms.h"
+// Whole reports of messages, 3GPP TS 27.005 3.4.1, into what hosts take: the queue of kelo/sms.h,
+// the whole messages of kelo/messages.h, reports of delivery, and word of the storage.
+#include "sms/report_lines.h"
 
+#include "core/family.h"
+#include "support/diag.h"
 #include "support/scan.h"
 #include "support/sleeps.h"
 #include "support/text.h"
 
-#include <algorithm>
 #include <cstdio>
 
 namespace kelo
@@ -17,181 +18,238 @@ namespace
 
 using std::string_view;
 
-constexpr char mark[] = "+CMT:";
-constexpr std::size_t most_columns = 10;
+// Columns of a text mode report.
+enum column { col_number, col_time = 2, col_smsc = 7 };
+enum delivery_column { col_reference = 1, col_recipient, col_sent = 4, col_discharged, col_status };
 
-// Columns of a text mode report, TS 27.005 3.4.1.
-enum column { col_number, col_name, col_time, col_smsc = 7, col_length = 9 };
-
-struct report_header {
-    string_view columns[most_columns]; // without their quotes
-    std::size_t count = 0;
-    bool quoted_time = false;
+// "24/05/17,09:30:12+08"; what reads otherwise stays as it is.
+struct stamp {
+    char text[32] = {};
+    char sign = 0; // of the zone, 0: there is none
+    int quarters = 0;
 };
-
-// Cuts at the commas that stand outside quotes.
-report_header cut_header(string_view line)
+stamp read_stamp(string_view column)
 {
-    report_header header;
-    while (header.count < most_columns) {
-        line.remove_prefix(std::min(line.find_first_not_of(' '), line.size()));
-        const bool quoted = !line.empty() && line[0] == '"';
-        string_view value;
-        if (quoted) {
-            value = behind(line, 1).substr(0, line.find('"', 1) - 1);
-            line.remove_prefix(std::min(value.size() + 2, line.size()));
-        }
-        const std::size_t comma = std::min(line.find(','), line.size());
-        if (!quoted)
-            value = line.substr(0, comma);
-        header.quoted_time |= quoted && header.count == col_time;
-        header.columns[header.count++] = value;
-        if (comma == line.size())
-            break;
-        line.remove_prefix(comma + 1);
-    }
-    return header;
-}
-
-// The length of the text, where the header tells it; 0 also for what is no number.
-std::optional<std::size_t> announced_length(const report_header& header)
-{
-    if (header.count <= col_length)
-        return std::nullopt;
-    char digits[16];
-    set_field(digits, header.columns[col_length]);
-    int length = 0;
-    scan(digits, dec(length));
-    return static_cast<std::size_t>(std::max(length, 0));
-}
-
-string_view without_line_end(string_view text)
-{
-    if (!text.empty() && text.back() == '\n')
-        text.remove_suffix(1);
-    if (!text.empty() && text.back() == '\r')
-        text.remove_suffix(1);
-    return text;
-}
-
-// "24/05/17,09:30:12+08" as the time and zone of a PDU; what reads otherwise stays as it is.
-void set_time(kelo_sms& message, string_view stamp)
-{
-    set_field(message.time, stamp);
-    text_set(message.zone, "unknow");
+    stamp read;
     char sign = 0;
     int quarters = 0;
     int t[6] = {};
-    char text[32];
-    set_field(text, stamp);
-    if (std::sscanf(text, "%2d/%2d/%2d,%2d:%2d:%2d%c%2d", &t[0], &t[1], &t[2], &t[3], &t[4], &t[5],
-                    &sign, &quarters) < 6)
-        return;
-    std::snprintf(message.time, sizeof message.time, "20%02d-%02d-%02d %02d:%02d:%02d", t[0], t[1],
-                  t[2], t[3], t[4], t[5]);
-    if (sign == '+' || sign == '-')
-        std::snprintf(message.zone, sizeof message.zone, "GMT%c%d", sign, quarters / 4);
-}
-
-// What one look at the head of a text has found.
-struct found {
-    std::size_t used = 0;  // up to the next report
-    bool complete = false; // the whole message was there
-};
-
-std::size_t next_report(string_view text)
-{
-    const std::size_t at = std::min(text.find("\n+CMT:"), text.find("\n+CMTI:"));
-    return at == string_view::npos ? text.size() : at + 1;
-}
-
-found read_text_body(const report_header& header, string_view body, kelo_sms& message)
-{
-    const auto length = announced_length(header);
-    string_view text;
-    found result;
-    if (length && body.size() > *length && behind(body, *length).starts_with("\r\n")) {
-        // The header tells the length: no line of the text can pass for a report.
-        text = body.substr(0, *length);
-        result.used = *length + next_report(behind(body, *length));
-        result.complete = true;
-    } else {
-        result.used = next_report(body);
-        text = body.substr(0, result.used);
-        const bool prompted = result.used == body.size() && text.ends_with("\r\n> ");
-        if (prompted)
-            text.remove_suffix(2);
-        if (prompted || result.used < body.size())
-            text = without_line_end(text); // the one ahead of what follows
-        result.complete = text.ends_with('\n');
-        text = without_line_end(text);
+    set_field(read.text, column);
+    if (std::sscanf(read.text, "%2d/%2d/%2d,%2d:%2d:%2d%c%2d", &t[0], &t[1], &t[2], &t[3], &t[4],
+                    &t[5], &sign, &quarters) < 6)
+        return read;
+    std::snprintf(read.text, sizeof read.text, "20%02d-%02d-%02d %02d:%02d:%02d", t[0], t[1], t[2],
+                  t[3], t[4], t[5]);
+    if (sign == '+' || sign == '-') {
+        read.sign = sign;
+        read.quarters = sign == '-' ? -quarters : quarters;
     }
+    return read;
+}
+
+part_time time_of(string_view column)
+{
+    const stamp read = read_stamp(column);
+    part_time time;
+    set_field(time.text, read.text);
+    time.zone = read.quarters;
+    return time;
+}
+
+int number_in(string_view column)
+{
+    char digits[16];
+    set_field(digits, column);
+    int number = 0;
+    scan(digits, dec(number));
+    return number;
+}
+
+// The first character of a text in UTF-8, taken off it; none for what is no such character.
+std::optional<std::uint32_t> take_utf8(string_view& text)
+{
+    const auto octet_at = [&](std::size_t i) { return static_cast<octet>(text[i]); };
+    const octet first = octet_at(0);
+    const std::size_t width = first < 0x80 ? 1 : first < 0xE0 ? 2 : first < 0xF0 ? 3 : 4;
+    constexpr std::uint32_t least[] = {0, 0, 0x80, 0x800, 0x10000};
+    if ((first >= 0x80 && first < 0xC2) || first > 0xF4 || width > text.size())
+        return std::nullopt;
+    std::uint32_t c = width == 1 ? first : first & (0x7Fu >> width);
+    for (std::size_t i = 1; i < width; i++) {
+        if ((octet_at(i) & 0xC0) != 0x80)
+            return std::nullopt;
+        c = c << 6 | (octet_at(i) & 0x3Fu);
+    }
+    if (c < least[width] || c > 0x10FFFF || (c >= 0xD800 && c < 0xE000))
+        return std::nullopt;
+    text.remove_prefix(width);
+    return c;
+}
+
+bool is_utf8(string_view text)
+{
+    while (!text.empty())
+        if (!take_utf8(text))
+            return false;
+    return true;
+}
+
+using utf16_text = decltype(message_part::content);
+
+// As far as there is room for whole characters. What is no UTF-8 is ISO 8859-1.
+utf16_text to_utf16(string_view text)
+{
+    utf16_text out;
+    const bool utf8 = is_utf8(text);
+    const auto octet_of = [](std::uint32_t bits) { return static_cast<octet>(bits); };
+    while (!text.empty()) {
+        std::uint32_t c = octet_of(static_cast<unsigned char>(text[0]));
+        if (utf8)
+            c = *take_utf8(text);
+        else
+            text.remove_prefix(1);
+        const std::uint32_t high = 0xD800 + ((c - 0x10000) >> 10 & 0x3FF);
+        const std::uint32_t low = 0xDC00 + (c & 0x3FF);
+        const octet units[] = {octet_of(high >> 8), octet_of(high), octet_of(low >> 8),
+                               octet_of(low)};
+        const octet unit[] = {octet_of(c >> 8), octet_of(c)};
+        if (c >= 0x10000 ? !out.add(units) : !out.add(unit))
+            break;
+    }
+    return out;
+}
+
+// FNV-1a, over all of them.
+std::uint64_t digest_of(std::initializer_list<string_view> texts)
+{
+    std::uint64_t digest = 0xCBF29CE484222325;
+    for (const string_view text : texts) {
+        for (const char c : text)
+            digest = (digest ^ static_cast<octet>(c)) * 0x100000001B3;
+        digest = (digest ^ 0x100) * 0x100000001B3; // no octet: the end of one of them
+    }
+    return digest;
+}
+
+message_part part_of_text(const report_header& header, string_view body)
+{
+    message_part part;
+    utf16_to_utf8(to_utf16(header.columns[col_number]).all(), part.sender);
+    if (header.count > col_smsc)
+        set_field(part.smsc, header.columns[col_smsc]);
+    part.time = time_of(header.columns[col_time]);
+    part.content = to_utf16(body);
+    part.digest = digest_of({header.columns[col_number], header.columns[col_time], body});
+    return part;
+}
+
+void take_part_of_report(const message_part& part)
+{
+    sms_message_part(part, {}, false, monotonic_ms());
+}
+
+void take_text(const report_header& header, string_view body)
+{
+    kelo_sms message = {};
     message.mode = mode_text;
     message.coding = -1;
     set_field(message.sender, header.columns[col_number]);
-    set_time(message, header.columns[col_time]);
+    const stamp time = read_stamp(header.columns[col_time]);
+    text_set(message.time, time.text);
+    text_set(message.zone, "unknow");
+    if (time.sign != 0)
+        std::snprintf(message.zone, sizeof message.zone, "GMT%c%d", time.sign,
+                      std::abs(time.quarters) / 4);
     if (header.count > col_smsc)
         set_field(message.smsc, header.columns[col_smsc]);
-    set_field(message.text, text);
+    set_field(message.text, body);
     message.length = static_cast<int>(std::strlen(message.text));
-    return result;
+    sms_queue_add(message);
+    if (sms_messages_wanted())
+        take_part_of_report(part_of_text(header, body));
 }
 
-found read_pdu_body(string_view body, kelo_sms& message)
+void take_pdu(string_view pdu)
 {
-    const std::size_t end = body.find_first_of("\r\n");
-    const string_view pdu = body.substr(0, std::min(end, sizeof message.pdu - 1));
-    const pdu_message read = sms_read_pdu(pdu);
-    message = read.message;
+    kelo_sms message = sms_read_pdu(pdu).message;
     message.mode = mode_pdu;
     set_field(message.pdu, pdu);
-    return {next_report(body), read.complete || end != string_view::npos};
+    sms_queue_add(message);
+    if (pdu.empty())
+        return;
+    sms_storage_reported(pdu);
+    if (!sms_messages_wanted())
+        return;
+    const auto part = sms_read_deliver(pdu);
+    take_part_of_report(part ? *part : sms_unreadable_part(pdu));
 }
 
-// The rest of a report that a read broke off. Touched by the mobile task alone, but for a host that
-// hands reports in itself: guarded by record_lock.
-struct held_report {
-    char text[2048];
-    std::size_t length = 0;
-    std::int64_t since_ms = 0;
-};
-held_report held;
-constexpr std::int64_t hold_limit_ms = 3000;
-
-// Queues every whole report of the text; gives where one begins that is not whole, or its end.
-std::size_t queue_reports(string_view text, bool take_broken)
+// Columns of a status report in text mode.
+std::optional<status_report> delivery_of_text(const report_header& header)
 {
-    std::size_t at = text.find(mark);
-    while (at < text.size()) {
-        const string_view report = behind(text, at);
-        const std::size_t line_end = report.find('\n');
-        if (line_end == string_view::npos)
-            return take_broken ? text.size() : at;
-        const string_view line = without_line_end(report.substr(0, line_end));
-        const string_view body = behind(report, line_end + 1);
-        kelo_sms message = {};
-        found result = {next_report(body), true};
-        if (line.starts_with(mark)) {
-            const report_header header = cut_header(behind(line, sizeof mark - 1));
-            result = header.quoted_time ? read_text_body(header, body, message)
-                                        : read_pdu_body(body, message);
-            if (!result.complete && !take_broken)
-                return at;
-            sms_queue_add(message);
-        }
-        at += line_end + 1 + result.used;
+    if (header.count <= col_status)
+        return std::nullopt;
+    status_report report;
+    report.reference = number_in(header.columns[col_reference]);
+    set_field(report.recipient, header.columns[col_recipient]);
+    report.sent = time_of(header.columns[col_sent]);
+    report.discharged = time_of(header.columns[col_discharged]);
+    report.status = number_in(header.columns[col_status]);
+    return report;
+}
+
+// Without the answer of a modem that waits for one, it hands over no message any more.
+bool wants_answer()
+{
+    return acknowledges_sms() && (word_get(sms_reports_asked) != 0 || sms_storage_mode() != 0);
+}
+
+void take_delivery(const whole_report& report, const report_header& header, string_view pdu)
+{
+    const auto read = pdu.empty() ? delivery_of_text(header) : sms_read_status_report(pdu);
+    if (read)
+        sms_report_came(*read);
+    else
+        diag_plain("a status report can't be read: %.*s %.*s\n",
+                   static_cast<int>(report.line.size()), report.line.data(),
+                   static_cast<int>(pdu.size()), pdu.data());
+    if (report.ended && wants_answer())
+        libgsm_send_at("AT+CNMA");
+}
+
+} // namespace
+
+message_part sms_unreadable_part(string_view pdu)
+{
+    constexpr std::size_t room = sizeof(utf16_text::items) / 2;
+    char text[room + 1];
+    const int width = static_cast<int>(std::min<std::size_t>(pdu.size(), room - 20));
+    std::snprintf(text, sizeof text, "[can't be read: %.*s]", width, pdu.data());
+    message_part part;
+    part.content = to_utf16(text);
+    part.digest = digest_of({pdu});
+    return part;
+}
+
+void sms_report_is_whole(const whole_report& report)
+{
+    if (report.kind == report_kind::notice) {
+        sms_storage_hear(report.line);
+        return;
     }
-    return text.size();
+    const std::size_t behind_mark = report.line.find(':') + 1;
+    const report_header header = cut_header(behind(report.line, behind_mark));
+    const string_view line = report.body.substr(0, report.body.find_first_of("\r\n"));
+    const string_view pdu = line.substr(0, sizeof kelo_sms::pdu - 1);
+    if (report.kind == report_kind::delivery)
+        take_delivery(report, header, pdu);
+    else if (report.text)
+        take_text(header, report.body);
+    else
+        take_pdu(pdu);
 }
 
-// Keeps what a read broke off, for the next one. Caller holds record_lock.
-void hold_rest(string_view text)
-{
-    held.length = std::min(text.size(), sizeof held.text);
-    std::memmove(held.text, text.data(), held.length);
-}
-
-event* check_report(gsm_mobile* rec, const char* report, bool more_may_come)
+event* sms_report_event(gsm_mobile* rec, const char* report)
 {
     if (rec == nullptr || report == nullptr)
         return nullptr;
@@ -200,56 +258,7 @@ event* check_report(gsm_mobile* rec, const char* report, bool more_may_come)
         raise_event(GSM_EVENT_SMS_RECEIVED);
     }
     sms_report_parse(rec, &::gsm_event, report);
-    const string_view text = report;
-    const std::size_t done = queue_reports(text, !more_may_come);
-    if (done < text.size()) {
-        const lock_scope hold(record_lock);
-        held.since_ms = monotonic_ms();
-        hold_rest(behind(text, done));
-    }
     return &::gsm_event;
-}
-
-} // namespace
-
-event* sms_check_read(gsm_mobile* rec, const char* report)
-{
-    return check_report(rec, report, true);
-}
-
-void sms_continue_report(const char* text, std::int64_t now_ms)
-{
-    lock_scope hold(record_lock);
-    if (held.length == 0)
-        return;
-    const string_view more = text;
-    const std::size_t room = sizeof held.text - held.length;
-    std::memcpy(held.text + held.length, more.data(), std::min(more.size(), room));
-    const string_view whole = {held.text, held.length + std::min(more.size(), room)};
-    // A report that begins in this read is queued with it, not here.
-    const std::size_t next = held.length + std::min(more.find(mark), more.size());
-    const string_view report = whole.substr(0, std::min(next, whole.size()));
-    const bool last =
-        next < whole.size() || more.size() >= room || now_ms - held.since_ms >= hold_limit_ms;
-    const std::size_t done = queue_reports(report, last);
-    hold_rest(behind(report, done));
-}
-
-bool sms_text_follows(string_view line, bool continued)
-{
-    char joined[1024];
-    if (continued) {
-        const lock_scope hold(record_lock);
-        const string_view before = {held.text, held.length};
-        if (before.find('\n') == string_view::npos) { // its header was broken off
-            const std::size_t length = before.copy(joined, sizeof joined);
-            line = {joined, length + line.copy(joined + length, sizeof joined - length)};
-        } else if (line.empty()) {
-            line = before.substr(0, before.find('\n'));
-        }
-    }
-    const std::size_t at = line.find(mark);
-    return at != string_view::npos && cut_header(behind(line, at + sizeof mark - 1)).quoted_time;
 }
 
 } // namespace kelo
@@ -258,5 +267,11 @@ using namespace kelo;
 
 struct gsm_event* libgsm_check_sms(struct gsm_mobile* rec, const char* report)
 {
-    return check_report(rec, report, false);
+    event* const raised = sms_report_event(rec, report);
+    if (raised != nullptr) {
+        report_lines lines(sms_report_is_whole);
+        lines.take(report);
+        lines.end();
+    }
+    return raised;
 }

@@ -7,6 +7,7 @@
 // message in flight (send.cpp) and gsm_event by record_lock.
 #pragma once
 
+#include "at/at.h"
 #include "core/core.h"
 #include "sms/codec/codec.h"
 #include <kelo/messages.h>
@@ -139,28 +140,26 @@ void sms_centre_of(gsm_mobile* mobile, char (&digits)[65]);
 octet sms_next_reference();
 int sms_tpdu_length(std::string_view pdu); // all octets but the service centre field
 
-// ---- Receiving (reads.cpp, receive.cpp, queue.cpp), and into gsm_event (sms_event.cpp)
+// ---- Receiving (reads.cpp, report_lines.cpp, receive.cpp, queue.cpp), and into gsm_event
+// (sms_event.cpp)
 
 enum report_mode { mode_pdu = 0, mode_text = 1, mode_unknown = 2 };
 
 int sms_report_parse(gsm_mobile* mobile, event* what, const char* report);
 int sms_log_received(event* what);
 
-// A read of the port that holds a report, from where it begins.
-void sms_clean_read(char* text, std::size_t length); // of NUL bytes; ends a report that goes on
-char* sms_find_report(char* text);                   // null for none
+// A read of the port, ahead of everything else: takes NUL bytes and the lines of reports out of it,
+// that are not gsm_event's, and gives where that begins.
+read_view sms_each_read(char* bytes, std::size_t length);
 event* sms_take_read(gsm_mobile* mobile, char* text, char* report);
 
-// What libgsm_check_sms does with a read of the port, whose last report may go on in the next read.
-event* sms_check_read(gsm_mobile* mobile, const char* report);
+// The port was silent for a second; nothing more will come from it. They give what a read broke
+// off.
+void sms_quiet_second();
+void sms_reads_end();
 
-// The head of every read: it may hold the rest of a report. One that waits since too long is taken
-// as it is.
-void sms_continue_report(const char* text, std::int64_t now_ms);
-
-// Whether text of a message follows this line. `continued`: the line goes on from the read before;
-// empty, it asks whether that one has ended in the middle of such a text.
-bool sms_text_follows(std::string_view line, bool continued);
+// What libgsm_check_sms does for gsm_event.
+event* sms_report_event(gsm_mobile* mobile, const char* report);
 
 void sms_queue_add(const kelo_sms& message);
 
@@ -183,6 +182,9 @@ bool sms_messages_have_room();
 void sms_message_part(const message_part& part, sms_place place, bool first_look,
                       std::int64_t now_ms);
 
+// What can't be read, as a message that shows it.
+message_part sms_unreadable_part(std::string_view pdu);
+
 // A status report that came.
 void sms_report_came(const status_report& report);
 
@@ -203,12 +205,25 @@ void sms_storage_reported(std::string_view pdu);
 // The host has kept what came from there.
 void sms_storage_kept(sms_place place);
 
+// What a read of the port holds: lines are put together over reads, heard, and are the answer to
+// the errand's command, if one is out.
+void sms_storage_read(gsm_mobile* mobile, std::string_view text);
+
+// Another command goes out: the errand's has had no answer.
+void sms_command_goes_out();
+
+// Whether the modem is to be told to report deliveries, ahead of the next message.
+bool sms_reports_due();
+
 // The next command of the errand, null for none now; the text is the mobile task's until the next
 // call. A call while an answer is due says that none came.
 const char* sms_errand_next(std::int64_t now_ms);
 
-// An answer to it: ends it with its final line.
+// A whole line of the answer to it: ends it with the final one.
 event* sms_errand_handler(gsm_mobile* mobile, char* line);
+
+// Whether a line, or a piece of one, may be of such an answer and is nobody else's.
+bool sms_errand_owns(const char* line);
 
 // The text that is to go out instead of a flow's own command, or null: with mode 1 or 2 "+CNMI=2,2"
 // becomes "+CNMI=2,1", with reports of delivery.

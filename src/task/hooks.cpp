@@ -10,6 +10,8 @@
 #include "support/diag.h"
 #include "support/text.h"
 
+#include <algorithm>
+
 namespace kelo
 {
 
@@ -45,11 +47,26 @@ void each_line(gsm_mobile* rec, const at_info* running, char* line)
         sms_watch_prompt(rec, line);
 }
 
+// The storage has the lines that are the modem's own: a message in the read may say anything.
+read_view each_read(char* bytes, std::size_t length)
+{
+    const read_view view = sms_each_read(bytes, length);
+    std::string_view own = bytes;
+    if (view.report != nullptr && text_begins(view.report, "+CMT:"))
+        own = own.substr(0, static_cast<std::size_t>(view.report - bytes));
+    else
+        own.remove_suffix(std::min(view.keep_back, own.size()));
+    if (gsm_mobile* const rec = modem_record())
+        sms_storage_read(rec, own);
+    return view;
+}
+
 // A command that sends a message draws a prompt, which may come at once.
 bool before_command(gsm_mobile* rec, const at_info* at, bool custom)
 {
     if (!custom && !at_may_go(at))
         return false;
+    sms_command_goes_out();
     if (sends_message(at) && (custom || at->cmd != nullptr))
         sms_send_begins(rec);
     return true;
@@ -68,10 +85,10 @@ const exchange_hooks task_hooks = {
     .idle_line = general_handler,
     .foreign_line = foreign_line,
     .each_line = each_line,
-    .each_read = sms_clean_read,
-    .find_report = sms_find_report,
+    .each_read = each_read,
     .report = sms_take_read,
     .before_command = before_command,
+    .instead = sms_command_instead,
     .tick = tick,
 };
 

@@ -65,15 +65,15 @@ bool is_registered(gsm_mobile* rec)
 
 // Takes one message from the outbox and selects the flow that sends it. Only called when no command
 // was left to choose, so a message in flight is never replaced; and a reload that came since then
-// goes first.
-void take_message(gsm_mobile* rec)
+// goes first. False for none.
+bool take_message(gsm_mobile* rec)
 {
     lock_scope flow_guard(flow_lock);
     if (word_get(flow_walked) == 0)
-        return;
+        return false;
     const sms_part* const part = sms_send_next(monotonic_ms());
     if (part == nullptr)
-        return;
+        return false;
     if (part->sms_mode == 0)
         at_select_flow(rec, sms_job_wishes(part->job).number != 0 ? flow_sms_added : FLOW_SMS_PDU,
                        -1);
@@ -84,20 +84,34 @@ void take_message(gsm_mobile* rec)
     rec->sms_len = part->sms_length;
     text_set(rec->sms_dest, part->sms_number);
     text_set(rec->sms_text, part->sms_body);
+    return true;
 }
 
-// Behind a message in text mode.
-bool restore_mode(gsm_mobile* rec, task_state& state)
+// The answers of the errand are taken ahead of the lines; what else the modem says meanwhile is for
+// the same ear as while nothing runs.
+event* errand_line(gsm_mobile* rec, char* line)
 {
-    static at_info restore = {};
-    const char* const command = sms_mode_to_restore();
+    return sms_errand_owns(line) ? nullptr : general_handler(rec, line);
+}
+
+// What there is to do beside flows and messages; null for nothing now.
+at_info* run_errand(gsm_mobile* rec)
+{
+    constexpr int seconds = 20;
+    static at_info errand;
+    if (sms_sending())
+        return nullptr;
+    const char* command = sms_mode_to_restore();
+    errand.handler = general_handler;
+    if (command == nullptr) {
+        command = sms_errand_next(monotonic_ms());
+        errand.handler = errand_line;
+    }
+    errand.timeout = seconds;
     if (command == nullptr)
-        return false;
-    restore.handler = general_handler;
-    restore.timeout = 3;
+        return nullptr;
     exec_at_command(rec, command);
-    state.running = &restore;
-    return true;
+    return &errand;
 }
 
 void send_next(gsm_mobile* rec, task_state& state)
@@ -105,9 +119,10 @@ void send_next(gsm_mobile* rec, task_state& state)
     bool list_ended = false;
     state.running = libgsm_send_atcommand(rec, list_ended);
     if (list_ended) {
-        if (is_registered(rec))
-            take_message(rec);
-        restore_mode(rec, state);
+        const bool tell_first = sms_reports_due() && !sms_sending();
+        if (!tell_first && is_registered(rec) && take_message(rec))
+            return;
+        state.running = run_errand(rec);
     }
     if (state.running != nullptr) {
         arm_command(rec, state.running);
@@ -153,6 +168,7 @@ event* wait_and_hear(gsm_mobile* rec, task_state& state, int fd, bool& silent)
     silent = ready == 0;
     if (ready == 0) {
         state.last_quiet_ms = monotonic_ms();
+        sms_quiet_second();
         tick(rec, state);
         return nullptr;
     }
@@ -231,6 +247,7 @@ void* corvel_mobile_dchannel(void* record)
     while (life_get(&lifecycle::mobile_task_run))
         if (!task_pass(static_cast<gsm_mobile*>(record), state))
             break;
+    sms_reads_end();
     sms_port_lost();
     mobile_task_ends();
     life_set(&lifecycle::mobile_task_stopped, true);

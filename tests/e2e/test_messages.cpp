@@ -62,7 +62,7 @@ constexpr const char* pdus[] = {"0011000D91945111325476F80000AA07D4721B0E92C500"
 // it.
 TEST_P(Outbox, WaitsForRegistrationAndKeepsOrder)
 {
-    libgsm_set_smsmode(GetParam()); // 1: without UCS2
+    libgsm_set_smsmode(GetParam()); // 1: without AT_UCS2
     // An EC25 that is ready but for its registration, in a slow network.
     is_quectel = 10; // a family whose registration reports are read at any time
     change(29, 0, 1);
@@ -81,7 +81,7 @@ TEST_P(Outbox, WaitsForRegistrationAndKeepsOrder)
     modem.report("+CEREG: 1,\"5A1C\",\"7C4B10D\",7");
     ASSERT_TRUE(eventually([&] { return modem.sent_messages().size() == 3; }, within(25s)));
     quiet(1500ms);
-    const std::string coding = GetParam() == 0 ? " AT+CSCS=\"UCS2\"" : "";
+    const std::string coding = GetParam() == 0 ? " AT+CSCS=\"GSM\"" : "";
     EXPECT_EQ(modem.commands(),
               words("AT+CMGF=0" + coding + " AT+CMGS=22 AT+CMGF=0" + coding + " AT+CMGS=17 " +
                     R"(AT+CMGF=1 AT+CSCS="GSM" AT+CMGS="+4915112345678" AT+CMGF=0)"));

@@ -20,8 +20,8 @@ struct module_flow {
 const module_flow ec25 = {"EC25", R"(
     1:AT+CGMM 1:AT+CGMR AT+QSIMDET=1,0 AT+QMTCONN? AT+QMBNCFG="Autosel",1 AT+CPIN? AT+CIMI
     AT+QCCID 1:AT+CGSN AT+QMBNCFG="List" t:AT+QICSGP=1,3,"internet","me","secret",1
-    t:AT+QICSGP=3,3,"","","",0 AT+QCFG="nwscanmode" 1t:AT+QCFG="nwscanmode",0,1 AT+CGREG?
-    AT+COPS?)"};
+    t:AT+QICSGP=3,3,"","","",0 AT+QCFG="nwscanmode";+CMGF=0;+CNMI=2,2,0,0,0
+    1t:AT+QCFG="nwscanmode",0,1 AT+CGREG? AT+COPS?)"};
 const module_flow low_power = {"EC25", R"(
     1:AT+CGMM 1:AT+CGMR 1:AT+CGSN ATI AT+QSCLK=1 AT+QCFG="risignaltype","physical"
     AT+QSIMDET=1,0 AT+QMBNCFG="AutoSel",1 at+qcfg="ims",1 AT+CREG=1 AT+QINDCFG="act",1,1~
@@ -30,15 +30,15 @@ const module_flow low_power = {"EC25", R"(
     AT+QSSLCFG="ignorelocaltime",1,1 AT+QSSLCFG="ignoreinvalidcertsign",1,1
     AT+QSSLCFG="ignoremulticertchainverify",1,1 AT+QSSLCFG="sni",1,1 AT+QMBNCFG="Autosel",1
     AT+CPIN? AT+CIMI AT+QCCID AT+QMBNCFG="List" t:AT+QICSGP=1,3,"internet","me","secret",1
-    t:AT+QICSGP=3,3,"","","",0 AT+QCFG="nwscanmode" 1t:AT+QCFG="nwscanmode",0,1 AT+CGREG?
-    AT+COPS?)"};
+    t:AT+QICSGP=3,3,"","","",0 AT+QCFG="nwscanmode";+CMGF=0;+CNMI=2,2,0,0,0
+    1t:AT+QCFG="nwscanmode",0,1 AT+CGREG? AT+COPS?)"};
 const module_flow eg95 = {"EG95", ec25.commands}; // the same rows and values
 // Of a model text that begins with EC25V, and of no other.
 const module_flow ec25v = {"EC25", R"(
     begin AT+QGPS=1 AT+QMBNCFG="Autosel",1 AT+CPIN? AT+CIMI AT+QCCID AT+QCFG="band"
     1:AT+QCFG="band",0,1008,0,1 1:AT+QCFG="nwscanseq",00,1 AT+CGDCONT=1,"IPV4V6","vzwims"
-    AT+CGDCONT=3,"IPV4V6","vzwinternet" AT+QCFG="nwscanmode" calls AT+QINDCFG="csq",1
-    AT+QNWINFO AT+CGREG? AT+COPS=3,0 AT+COPS? AT+CSQ)"};
+    AT+CGDCONT=3,"IPV4V6","vzwinternet" AT+QCFG="nwscanmode";+CMGF=0;+CNMI=2,2,0,0,0 calls
+    AT+QINDCFG="csq",1 AT+QNWINFO AT+CGREG? AT+COPS=3,0 AT+COPS? AT+CSQ)"};
 const module_flow uc20 = {"UC20", R"(
     begin AT+CPIN? AT+CIMI AT+QCCID 1:AT+QCFG="nwscanseq",00,1 AT+QCFG="nwscanmode"
     1t:AT+QCFG="nwscanmode",2,1 calls t:AT+CSCA="+491710760000" AT+QCFG="band"

@@ -70,7 +70,7 @@ TEST_F(Start, StopRightBehindItThenReload)
     EXPECT_EQ(cellular_get_cur_status(), CELL_STATUS_NO_SIM);
     EXPECT_STREQ(record().imsi, "");
     const line_list expected = words(R"(AT+CFUN=0 AT+CFUN=1 AT+CPIN? AT+CIMI AT+QCCID
-        AT+QMBNCFG="List" AT+QCFG="nwscanmode")");
+        AT+QMBNCFG="List" AT+QCFG="nwscanmode";+CMGF=0;+CNMI=2,2,0,0,0)");
     wire(expected.back(), 40s);
     quiet(2500ms); // nothing comes behind the last, but for one that is passed over
     EXPECT_EQ(modem.commands(), expected);

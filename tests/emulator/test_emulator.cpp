@@ -136,6 +136,33 @@ TEST_F(Emulator, SaysAndRefusesByteForByte)
     EXPECT_EQ(sent[0].body, pdu);
     EXPECT_EQ(sent[2].target + ": " + sent[2].body, "+4915112345678: one\ntwo");
 }
+// The two memories, a full one, what lies in them and what is torn; a report of a delivery.
+TEST_F(Emulator, StoresMessagesAsModulesDo)
+{
+    const std::string pdu = "0004049142210000425071900321800141", ok = "\r\nOK\r\n";
+    const std::string submit = "0031000491422100A70141", status = "079194710167000006070491422142507190032180425071900321800" "0";
+    plug("EC25", {{"echo", "0"}, {"sms_size_ME", "1"}, {"sms_first", "1"}, {"report_ms", "1"}, {"cmgs_ms", "1"},
+                  {"sms_full_report", "+SMS FULL"}, {"message_reference", "7"}});
+    be_host();
+    hold({
+        {"AT+CMGD=?\r", "\r\n+CMGD: (),(0-4)\r\n" + ok},
+        {"!sms store " + pdu + " 2", ""},
+        {"!sms pdu " + pdu, "\r\n+SMS FULL\r\n"},
+        {"AT+CMGD=?\r", "\r\n+CMGD: (1),(0-4)\r\n" + ok},
+        {"!set sms_list range", ""}, {"AT+CMGD=?\r", "\r\n+CMGD: (1-1),(0-4)\r\n" + ok},
+        {"AT+CPMS?\r", "\r\n+CPMS: \"ME\",1,1,\"ME\",1,1,\"ME\",1,1\r\n" + ok},
+        {"AT+CMGD=1\r", ok + "\r\n+CMTI: \"ME\",1\r\n"}, // the network has kept it
+        {"!set sms_torn RING", ""},
+        {"AT+CMGR=1\r", "\r\n+CMGR: 0,,16\r\n" + pdu.substr(0, 16) + "\r\nRING\r\n" + pdu.substr(16) + "\r\n" + ok},
+        {"AT+CMGR=2\r", "\r\n+CMS ERROR: 321\r\n"},
+        {"!set sms_empty ok", ""}, {"AT+CPMS=\"SM\"\r", "\r\n+CPMS: 0,255,0,255,1,1\r\n" + ok}, {"AT+CMGR=1\r", ok},
+        {"AT+CPMS=\"SM\",\"SM\",\"SM\"\r", "\r\n+CPMS: 0,255,0,255,0,255\r\n" + ok},
+        {"AT+CNMI=2,1,0,1,0\r", ok}, {"AT+CMGS=10\r", "\r\n> "},
+        {submit + "\x1a", "\r\n+CMGS: 7\r\n" + ok + "\r\n+CDS: 21\r\n" + status + "\r\n"},
+        {"AT+CNMI=2,1,0,2,0\r", ok}, {"!set report_status 46", ""}, {"AT+CMGS=10\r", "\r\n> "},
+        {submit + "\x1a", "\r\n+CMGS: 8\r\n" + ok + "\r\n+CDSI: \"SM\",1\r\n"},
+    });
+}
 // A host relies on each of these when it decides about a PIN, a reset or a power switch.
 TEST_F(Emulator, KeepsTheTriesOfAPinAndTellsThemWhereTheModuleCan)
 {

@@ -1,0 +1,247 @@
+// What is known of the modem's storage: its memories, and the messages in them.
+#include "sms/storage.h"
+
+#include "support/diag.h"
+
+namespace kelo::storage
+{
+
+lock storage_lock;
+modem_storage store;
+memory memories[most_memories];
+known_message known[most_known];
+
+namespace
+{
+
+std::uint64_t reported[most_reported];
+
+} // namespace
+
+known_message* known_at(int number)
+{
+    for (known_message& one : known)
+        if (one.epoch == store.epoch && one.number == number)
+            return &one;
+    return nullptr;
+}
+
+known_message* known_before(std::uint64_t digest)
+{
+    for (known_message& one : known)
+        if (one.epoch != 0 && (one.epoch != store.epoch || one.number < 0) && one.digest == digest)
+            return &one;
+    return nullptr;
+}
+
+void doubt_place(int number)
+{
+    if (known_message* const here = known_at(number))
+        here->number = -1;
+    memories[memory_of(number)].places[number % most_places] |= wanted;
+}
+
+known_message* room_for_known()
+{
+    known_message* oldest = nullptr;
+    for (known_message& one : known)
+        if (one.epoch != store.epoch && (oldest == nullptr || one.epoch < oldest->epoch))
+            oldest = &one;
+    return oldest;
+}
+
+bool take_reported(std::uint64_t digest)
+{
+    for (std::uint64_t& one : reported)
+        if (one == digest) {
+            one = 0;
+            return true;
+        }
+    return false;
+}
+
+memory* home()
+{
+    return store.home < 0 ? nullptr : &memories[store.home];
+}
+
+memory* memory_named(string_view name)
+{
+    for (memory& one : memories) {
+        if (one.name[0] == '\0')
+            set_field(one.name, name);
+        if (text_of(one.name) == name)
+            return &one;
+    }
+    return nullptr;
+}
+
+memory* memory_for(string_view name)
+{
+    const bool by_name = name == "ME" || name == "SM";
+    const bool in_one = home() != nullptr && text_of(home()->name) == "MT";
+    return by_name && !in_one ? memory_named(name) : home();
+}
+
+namespace
+{
+
+int places_known(const memory& one)
+{
+    int count = 0;
+    for (const octet place : one.places)
+        count += (place & left_alone) != 0 ? 1 : 0;
+    for (const known_message& message : known)
+        if (message.epoch == store.epoch && memory_of(message.number) == index_of(&one))
+            count++;
+    return count;
+}
+
+} // namespace
+
+void forget_places()
+{
+    if (++store.epoch == 0)
+        store.epoch = 1;
+    store.asked = step::none;
+    store.pdu_mode = store.stale = false;
+    store.current = -1;
+    store.doubted = store.failing = -1;
+    store.failures = 0;
+    store.not_before_ms = 0;
+    for (memory& one : memories) {
+        one.look = one.name[0] != '\0' ? memory::due : memory::rest;
+        one.probe = -1;
+        std::memset(one.places, 0, sizeof one.places);
+    }
+    for (known_message& one : known)
+        one.stuck = false;
+}
+
+void take_size(memory& one, int used, int total)
+{
+    one.used = used;
+    one.total = total;
+    const bool is_full = one.told_full || (total > 0 && used >= total);
+    if (is_full && !one.full)
+        diag_plain("sms: the modem's storage is full, %d of %d in %s\n", used, total, one.name);
+    one.full = is_full;
+    one.told_full = false;
+}
+
+const known_message* to_remove(int index)
+{
+    if (store.mode != 2)
+        return nullptr;
+    for (const known_message& one : known)
+        if (one.epoch == store.epoch && one.kept && !one.stuck && memory_of(one.number) == index)
+            return &one;
+    return nullptr;
+}
+
+int first_wanted(const memory& one)
+{
+    for (int place = 0; place < most_places; place++)
+        if ((one.places[place] & wanted) != 0)
+            return place;
+    return -1;
+}
+
+namespace
+{
+
+// Where no list is to be had, places are tried upward until as many are known as there are.
+void probe_on(memory& one)
+{
+    const int number = number_for(index_of(&one), 0);
+    while (one.probe >= 0) {
+        if (one.probe > one.total || one.probe >= most_places || places_known(one) >= one.used) {
+            one.probe = -1;
+            return;
+        }
+        const int place = one.probe++;
+        if ((one.places[place] & left_alone) == 0 && known_at(number + place) == nullptr) {
+            one.places[place] |= wanted;
+            return;
+        }
+    }
+}
+
+} // namespace
+
+bool has_reading(memory& one)
+{
+    if (one.look == memory::rest && first_wanted(one) < 0)
+        probe_on(one);
+    return one.look != memory::rest || first_wanted(one) >= 0;
+}
+
+} // namespace kelo::storage
+
+namespace kelo
+{
+
+using namespace storage;
+
+int sms_storage_mode()
+{
+    const lock_scope hold(storage_lock);
+    return store.mode;
+}
+
+void sms_storage_forget()
+{
+    const lock_scope hold(storage_lock);
+    store.told = store.flow_says = false;
+    store.tellings = 0;
+    store.open = false;
+    store.line_is_old = true;
+    forget_places();
+}
+
+void sms_storage_reported(string_view pdu)
+{
+    const lock_scope hold(storage_lock);
+    if (store.mode != 0)
+        reported[store.reports++ % most_reported] = digest_of(trimmed(pdu));
+}
+
+void sms_storage_kept(sms_place place)
+{
+    const lock_scope hold(storage_lock);
+    for (known_message& one : known)
+        if (one.epoch != 0 && place.index >= 0 && one.given.index == place.index &&
+            one.given.epoch == place.epoch)
+            one.kept = true;
+}
+
+} // namespace kelo
+
+using namespace kelo;
+
+int kelo_set_sms_storage(int mode)
+{
+    if (mode < 0 || mode > 2 || refused_in_fork(__func__))
+        return -1;
+    const lock_scope hold(storage_lock);
+    if (store.mode == 0 && mode != 0) {
+        store.told = false;
+        forget_places();
+    }
+    store.mode = mode;
+    return 0;
+}
+
+int kelo_get_sms_storage(int* used, int* total)
+{
+    if (refused_in_fork(__func__))
+        return 0;
+    const lock_scope hold(storage_lock);
+    if (home() == nullptr || home()->used < 0)
+        return 0;
+    if (used != nullptr)
+        *used = home()->used;
+    if (total != nullptr)
+        *total = home()->total;
+    return 1;
+}

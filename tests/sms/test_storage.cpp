@@ -1,0 +1,323 @@
+// The errand to the modem's storage: its commands, and what it makes of made-up answers.
+#include "tests/sms/messages.h"
+
+namespace
+{
+
+// SMS-DELIVER of one letter, from a number that ends in it.
+std::string pdu_of(char letter)
+{
+    char text[64];
+    std::snprintf(text, sizeof text, "00040491%02d2100004250719003218001%02X", letter, letter);
+    return text;
+}
+constexpr const char* pdu_report = "0006270B917777777777F7515012113320215150121133402100";
+constexpr const char* begin = "+CNMI=2,1,0,1,0 +CMGF=0 +CPMS? ";
+
+// The answer to AT+CMGR, with something in the middle of the PDU.
+std::string stored(const std::string& pdu, const char* stat = "0,", const std::string& torn = "")
+{
+    const std::size_t octets = pdu.size() / 2 - 1, half = pdu.size() / 2;
+    return "+CMGR: " + std::string(stat) + "," + std::to_string(octets) + "\r\n" +
+           pdu.substr(0, half) + torn + pdu.substr(half) + "\r\n\r\nOK";
+}
+std::string stored(char letter)
+{
+    return stored(pdu_of(letter));
+}
+std::string in_use(int used, int total = 5, const char* name = "ME", const char* arriving = "ME")
+{
+    const std::string sizes = std::to_string(used) + "," + std::to_string(total);
+    const std::string one = "\"" + std::string(name) + "\"," + sizes + ",";
+    return "+CPMS: " + one + one + "\"" + arriving + "\"," + sizes + "\r\n\r\nOK";
+}
+
+struct Storage : testing::Test {
+    Storage()
+    {
+        flow_walked = 1;
+        EXPECT_EQ(kelo_set_sms_storage(2), 0);
+    }
+    // The commands up to the first that is `last`, or none; the modem answers from the table.
+    std::string run(int most = 60)
+    {
+        std::string all;
+        for (int i = 0; i < most; i++) {
+            const char* const next = sms_errand_next(now);
+            if (next == nullptr && ++quiet > 1)
+                break;
+            if (next == nullptr)
+                continue;
+            quiet = 0;
+            const std::string command = next;
+            all += (all.empty() ? "" : " ") + command.substr(2);
+            g_mobile.at_done = 0;
+            const std::string answer = answer_to(command);
+            say((echo && !answer.empty() && !text_has(answer.c_str(), command.c_str())
+                     ? command + "\r\r\n"
+                     : "") +
+                answer);
+        }
+        quiet = 0;
+        return all;
+    }
+    std::string answer_to(const std::string& command)
+    {
+        const auto found = answers.find(command.substr(2));
+        if (found != answers.end())
+            return found->second;
+        if (command.starts_with("AT+CMGR="))
+            return "+CMS ERROR: 321";
+        return "OK";
+    }
+    // In reads of so many bytes, each line as a modem writes it.
+    void say(const std::string& answer)
+    {
+        const std::string text = answer.empty() ? "" : "\r\n" + answer + "\r\n";
+        for (std::size_t at = 0; at < text.size(); at += piece)
+            sms_storage_read(&g_mobile, std::string_view(text).substr(at, piece));
+    }
+    // What the host takes: the text, and "*" where it lay there before.
+    static std::string taken()
+    {
+        std::string all;
+        kelo_message message;
+        char text[500];
+        while (kelo_take_message(&message, sizeof message, text, sizeof text) == 1)
+            all += std::string(text) + (message.stored != 0 ? "*" : "") + " ";
+        return all;
+    }
+
+    std::map<std::string, std::string> answers;
+    std::int64_t now = monotonic_ms();
+    std::size_t piece = 4096;
+    bool echo = false;
+    int quiet = 0;
+};
+
+} // namespace
+
+// How many there are, and where, each modem tells in its own way; what it can't give stays.
+TEST_F(Storage, LooksThroughTheMemory)
+{
+    const std::string text_mode =
+        "+CMGR: \"REC READ\",\"+49\",,\"24/05/17,09:30:12+08\"\r\nA\r\n\r\nOK";
+    const std::string head = "+CMGR: 0,,16\r\n";
+    const struct {
+        std::map<std::string, std::string> answers;
+        std::string commands, taken, said;
+        std::size_t piece = 4096;
+    } rows[] = {
+        {{{"+CPMS?", in_use(4)},
+          {"+CMGD=?", "+CMGD: (1,2,3,5),(0-4)\r\n\r\nOK"},
+          {"+CMGR=1", stored('A')},
+          {"+CMGR=2", stored(pdu_of('B'), "3,\"a,b\"")},
+          {"+CMGR=3", stored("0002")},
+          {"+CMGR=5", stored('C')}},
+         "+CMGD=? +CMGR=1 +CMGR=2 +CMGR=3 +CMGR=5",
+         "A* C* ",
+         "at 3 of ME can't be read"},
+        {{{"+CPMS?", in_use(0)}}, "", "", ""},
+        {{{"+CPMS?", in_use(2)},
+          {"+CMGD=?", "+CMGD: (0-254),(0-4)\r\nOK"},
+          {"+CMGR=0", "OK"},
+          {"+CMGR=1", stored('D')},
+          {"+CMGR=3", stored(pdu_of('E'), "1,")}},
+         "+CMGD=? +CMGR=0 +CMGR=1 +CMGR=2 +CMGR=3",
+         "D E ",
+         "",
+         1},
+        {{{"+CPMS?", in_use(2, 3)}, {"+CMGD=?", "ERROR"}, {"+CMGR=3", stored('F')}},
+         "+CMGD=? +CMGR=0 +CMGR=1 +CMGR=2 +CMGR=3",
+         "F ",
+         "",
+         3},
+        {{{"+CPMS?", in_use(1)},
+          {"+CMGD=?", "OK"},
+          {"+CMGR=0", stored(pdu_of('G'), "0,", "\r\n+CSQ: 3,99\r\n")}},
+         "+CMGD=? +CMGR=0",
+         "G ",
+         ""},
+        {{{"+CPMS?", in_use(1)},
+          {"+CMGD=?", "OK"},
+          {"+CMGR=0", stored(pdu_of('H'), "0,", "^BOOT:1,0\r\n")}},
+         "+CMGD=? +CMGR=0",
+         "H ",
+         "",
+         7},
+        // Each of these is tried again, and in the end left alone.
+        {{{"+CPMS?", in_use(1)}, {"+CMGD=?", "+CMGD: (2)\r\nOK"}, {"+CMGR=2", text_mode}},
+         "+CMGD=? +CMGR=2 +CMGF=0 +CMGR=2 +CMGF=0 +CMGR=2",
+         "",
+         "at 2 of ME"},
+        {{{"+CPMS?", in_use(1)},
+          {"+CMGD=?", "+CMGD: (3)\r\nOK"},
+          {"+CMGR=3", head + "00040491\r\nOK"}},
+         "+CMGD=? +CMGR=3 +CMGR=3 +CMGR=3",
+         "",
+         "at 3 of ME"},
+        {{{"+CPMS?", in_use(1)}, {"+CMGD=?", "+CMGD: (4)\r\nOK"}, {"+CMGR=4", "OK"}},
+         "+CMGD=? +CMGR=4 +CMGR=4",
+         "",
+         ""},
+        {{{"+CPMS?", in_use(5)}, {"+CMGD=?", "+CMGD: (0,1,2,3,4),(0-4)\r\nOK"}},
+         "+CMGD=? +CMGR=0 +CMGR=1 +CMGR=2 +CMGR=3 +CMGR=4",
+         "",
+         "storage is full, 5 of 5 in ME"},
+        {{{"+CPMS?", in_use(1, 5, "ME", "SM")},
+          {"+CMGD=?", "OK"},
+          {"+CMGR=0", stored('I')},
+          {"+CPMS=\"SM\"", "+CPMS: 1,9,1,9,1,9\r\nOK"},
+          {"+CPMS=\"ME\"", "+CPMS: 1,5,1,5,1,9\r\nOK"}},
+         "+CMGD=? +CMGR=0 +CPMS=\"SM\" +CMGD=? +CMGR=0 +CPMS=\"ME\"",
+         "I I* ",
+         ""},
+    };
+    for (const auto& row : rows) {
+        answers = row.answers;
+        piece = row.piece;
+        sms_storage_forget();
+        const captured output;
+        EXPECT_EQ(run() + " ", row.commands.empty() ? begin : begin + row.commands + " ");
+        EXPECT_EQ(g_mobile.at_done, 1);
+        EXPECT_EQ(output.has("sms: "), !row.said.empty()) << output.text();
+        EXPECT_TRUE(output.has(row.said)) << row.said;
+        EXPECT_EQ(taken(), row.taken);
+    }
+    int used = 0, total = 0;
+    EXPECT_EQ(kelo_get_sms_storage(&used, &total), 1);
+    EXPECT_EQ(std::pair(used, total), std::pair(1, 5));
+}
+
+// What was handed out is deleted once it is kept, and never by a number that may be another's.
+TEST_F(Storage, NothingTwiceAndNothingOfAnotherDeleted)
+{
+    answers = {{"+CPMS?", in_use(3)},
+               {"+CMGD=?", "+CMGD: (0,1,2)\r\nOK"},
+               {"+CMGR=0", stored('A')},
+               {"+CMGR=1", stored('B')},
+               {"+CMGR=2", stored(pdu_report)}};
+    sms_storage_reported(pdu_of('B'));
+    EXPECT_EQ(run(), begin + std::string("+CMGD=? +CMGR=0 +CMGR=1 +CMGD=1 +CMGR=2 +CMGD=2 +CPMS?"));
+    answers["+CMGD=?"] = "+CMGD: (0,1),(0-4)\r\nOK";
+    // Ahead of the host another epoch begins, where the message has another place.
+    answers["+CPMS?"] = in_use(2);
+    answers["+CMGR=1"] = stored('A');
+    answers["+CMGR=0"] = stored('C');
+    say("RDY");
+    EXPECT_EQ(run(), begin + std::string("+CMGD=? +CMGR=0 +CMGR=1"));
+    EXPECT_EQ(taken(), "A* C ");
+    // The modem has deleted one, says nothing, and puts another message there.
+    answers["+CMGD=1"] = "";
+    EXPECT_EQ(run(1), "+CMGD=1");
+    EXPECT_EQ(run(), "");
+    answers["+CMGD=1"] = "OK";
+    answers["+CMGR=1"] = stored('D');
+    now += 60000;
+    EXPECT_EQ(run(), "+CMGD=0 +CMGR=1 +CPMS?");
+    EXPECT_EQ(taken(), "D ");
+    // It is kept, and its place has another one: the modem has said so.
+    answers["+CMGR=1"] = stored('E');
+    sms_storage_hear("+CMTI: \"ME\",1");
+    EXPECT_EQ(run(), "+CMGR=1");
+    EXPECT_EQ(taken(), "E ");
+    EXPECT_EQ(run(), "+CMGD=1 +CPMS?");
+    // One that was kept, and that the modem has again.
+    sms_storage_forget();
+    EXPECT_EQ(kelo_set_sms_storage(1), 0);
+    answers["+CPMS?"] = in_use(1);
+    answers["+CMGD=?"] = "+CMGD: (4)\r\nOK";
+    answers["+CMGR=4"] = stored('F');
+    EXPECT_EQ(run(), begin + std::string("+CMGD=? +CMGR=4"));
+    EXPECT_EQ(taken(), "F ");
+    sms_storage_forget();
+    EXPECT_EQ(run(), begin + std::string("+CMGD=? +CMGR=4"));
+    EXPECT_EQ(taken(), "");
+    EXPECT_EQ(kelo_set_sms_storage(2), 0);
+    EXPECT_EQ(run(), "+CMGD=4 +CPMS?");
+}
+
+// Waits that grow, and answers of others.
+TEST_F(Storage, GivesWay)
+{
+    answers = {{"+CNMI=2,1,0,1,0", "+CMS ERROR: 302"}, {"+CPMS?", "+CMS ERROR: 314"}};
+    EXPECT_EQ(run(), "+CNMI=2,1,0,1,0 +CNMI=2,1,0,0,0 +CMGF=0 +CPMS?");
+    for (const int wait_s : {60, 120, 240, 480, 600, 600}) {
+        now += 1000 * wait_s - 1;
+        EXPECT_EQ(run(), "") << wait_s;
+        now++;
+        EXPECT_EQ(run(), "+CPMS?") << wait_s;
+        answers["+CPMS?"] = wait_s % 240 == 0 ? "" : "+CME ERROR: 14"; // or no answer at all
+    }
+    now += 600000;
+    answers["+CPMS?"] = in_use(0);
+    echo = true;
+    EXPECT_EQ(run(), "+CPMS?");
+    sms_storage_hear("+CMTI: \"ME\",3");
+    flow_walked = 0;
+    EXPECT_EQ(run(), "");
+    flow_walked = 1;
+    // A modem that repeats commands: an end ahead of that is somebody else's.
+    answers["+CMGR=3"] = "OK\r\nAT+CMGR=3\r\n+CMGR: 0,,16\r\n" + pdu_of('A') + "\r\nOK";
+    EXPECT_EQ(run(), "+CMGR=3");
+    EXPECT_EQ(taken(), "A ");
+    EXPECT_EQ(run(), "+CMGD=3 +CPMS?");
+    // Another memory, and a host that selects one itself.
+    sms_storage_hear("+CMTI: \"SM\",8");
+    answers["+CPMS=\"SM\""] = "+CPMS: 1,9,1,9,1,9\r\nOK";
+    answers["+CMGR=8"] = stored('B');
+    EXPECT_EQ(run(), "+CPMS=\"SM\" +CMGR=8 +CPMS=\"ME\"");
+    say("AT+CPMS=\"SM\"\r\nOK");
+    answers["+CPMS=\"SM\""] = "+CMS ERROR: 302";
+    EXPECT_EQ(run(), "+CMGF=0 +CPMS? +CPMS=\"SM\"");
+    EXPECT_EQ(taken(), "B ");
+}
+
+// A host that takes nothing is not given more than it has room for, and the rest stays.
+TEST_F(Storage, StopsWhereThereIsNoRoom)
+{
+    std::string list;
+    for (int place = 0; place < KELO_MESSAGES + 2; place++) {
+        list += std::to_string(place) + ",";
+        answers["+CMGR=" + std::to_string(place)] = stored(static_cast<char>(' ' + 1 + place));
+    }
+    answers["+CPMS?"] = in_use(KELO_MESSAGES + 2, 99);
+    answers["+CMGD=?"] = "+CMGD: (" + list + "),(0-4)\r\nOK";
+    EXPECT_NE(run(200).find("+CMGR=63"), std::string::npos);
+    EXPECT_EQ(run(), "");
+    EXPECT_EQ(std::ranges::count(taken(), ' '), KELO_MESSAGES);
+    answers["+CPMS?"] = in_use(2, 99);
+    EXPECT_TRUE(run(200).ends_with("+CMGR=64 +CMGR=65 +CPMS?"));
+    EXPECT_EQ(kelo_messages_lost(), 0);
+}
+
+TEST_F(Storage, WhatAFlowSaysOfMessages)
+{
+    constexpr std::pair<const char*, const char*> rows[] = {
+        {"AT+CMGF=0;+CNMI=2,2,0,0,0", "AT+CMGF=0;+CNMI=2,1,0,1,0"},
+        {"AT+CNMI=2,2;+CSQ", "AT+CNMI=2,1,0,1,0;+CSQ"},
+        {"AT+CNMI=2,2", "AT+CNMI=2,1,0,1,0"},
+        {"AT+CNMI=2,1,0,0,0", nullptr},
+        {"AT+CNMI=2,20", nullptr},
+        {"AT", nullptr},
+        {nullptr, nullptr}};
+    answers["+CPMS?"] = in_use(0);
+    for (const int mode : {1, 2, 0})
+        for (const auto& [command, instead] : rows) {
+            kelo_set_sms_storage(mode);
+            sms_storage_forget();
+            EXPECT_STREQ(sms_command_instead(command), mode != 0 ? instead : nullptr);
+            say("OK");
+            EXPECT_EQ(run(), mode == 0            ? ""
+                             : instead != nullptr ? "+CMGF=0 +CPMS?"
+                                                  : std::string(begin, 30));
+        }
+    // Without a storage a message may want a report of its delivery: that alone is told, and once.
+    sms_reports_wanted = 1;
+    for (int i = 0; i < 2; i++, sms_storage_forget()) {
+        EXPECT_TRUE(sms_reports_due());
+        answers["+CNMI=2,2,0,1,0"] = "+CMS ERROR: 500";
+        EXPECT_EQ(run(), "+CNMI=2,2,0,1,0");
+        EXPECT_FALSE(sms_reports_due());
+    }
+}
