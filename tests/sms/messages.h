@@ -12,6 +12,17 @@ constexpr const char* pdu_door =
 constexpr const char* pdu_part = "0791947101670000440D91945111325476F8000042507190230080160500035A0"
                                  "202E061391D44BFBF416F33887E7F03";
 
+// The 7-bit alphabet in order, without the escape.
+constexpr const char* gsm7_all =
+    "@£$¥èéùìòÇ\nØø\rÅåΔ_ΦΓΛΩΠΨΣΘΞÆæßÉ !\"#¤%&'()*+,-./0123456789:;<=>?"
+    "¡ABCDEFGHIJKLMNOPQRSTUVWXYZÄÖÑÜ§¿abcdefghijklmnopqrstuvwxyzäöñüà";
+
+inline std::string utf8_of(const utf16_text& content)
+{
+    char text[1024];
+    return {text, static_cast<std::size_t>(utf16_to_utf8(content.all(), text))};
+}
+
 inline std::string joined(const auto& first, const auto&... others)
 {
     return in_words(first) + (in_words("|", others) + ... + std::string());
@@ -23,6 +34,14 @@ inline std::string repeat(const std::string& piece, int times)
     while (times-- > 0)
         all += piece;
     return all;
+}
+
+// The SMS-DELIVER that the network makes of a PDU to +123 without a service centre.
+inline std::string delivered(const std::string& submit)
+{
+    const bool header = (gsm_hex2int(submit.data() + 2, 2) & has_header_bit) != 0;
+    return std::string(header ? "0044" : "0004") + "039121F3" + submit.substr(14, 4) +
+           "42507190032180" + submit.substr(20);
 }
 
 // What the outbox holds, emptied.

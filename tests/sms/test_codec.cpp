@@ -51,6 +51,15 @@ TEST(Alphabet, Packing)
     }
 }
 
+// Also a header so long that its bits wrap round to none.
+TEST(Alphabet, BehindAHeader)
+{
+    const octet septets[16] = {};
+    for (const auto& [header, left] :
+         {std::pair(std::size_t(0), 16u), {6, 9}, {7, 8}, {14, 0}, {SIZE_MAX / 8 + 1, 0}})
+        EXPECT_EQ(gsm7_behind(septets, header).size(), left) << header;
+}
+
 TEST(Decoder, Messages)
 {
     const std::string quirk = "|+123|2021-03-05 12:34:56|GMT+8|";

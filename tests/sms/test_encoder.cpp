@@ -1,14 +1,6 @@
 // Messages on their way out, from the host's call to the PDUs in the outbox, and read back.
 #include "tests/sms/messages.h"
 
-// The SMS-DELIVER that the network makes of a PDU to +123 without a service centre.
-static std::string delivered(const std::string& submit)
-{
-    const bool header = submit[2] == '7';
-    return std::string(header ? "0044" : "0004") + "039121F3" + submit.substr(14, 4) +
-           "42507190032180" + submit.substr(20);
-}
-
 // Sends a text and gives the TP-UDL of its parts. Each has to fit a message, and a receiver who
 // puts them together to read the text.
 static std::vector<int> round_trip(const std::string& text, const std::string& read)
@@ -111,6 +103,12 @@ TEST(Encoder, RefusesAPartWithoutRoom)
         msg.udhl = header;
         const std::string part(static_cast<std::size_t>(n), 'x');
         EXPECT_EQ(corvel_mobile_encode_pdu_sms(&g_mobile, &msg, part.c_str(), out, n, 1), -1);
+    }
+    msg = {};
+    text_set(msg.da, "+123");
+    for (const auto& [capitals, length] : {std::pair(160, 22 + 2 * 140), {161, -1}}) {
+        const std::string part = repeat("Ω", capitals); // two bytes of text, one septet
+        EXPECT_EQ(corvel_mobile_encode_pdu_sms(&g_mobile, &msg, part.c_str(), out, 0, 1), length);
     }
 }
 

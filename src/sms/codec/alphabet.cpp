@@ -25,7 +25,8 @@ namespace kelo
 namespace
 {
 
-constexpr octet escape = 0x1B;
+constexpr octet euro_code = 0x65; // behind the escape
+constexpr char16_t euro = u'€';
 
 struct extension_row {
     octet code; // behind the escape
@@ -60,6 +61,7 @@ struct lookup {
     std::array<octet, 128> greek{};             // low byte of the UCS-2 of a septet, 0 for none
     std::array<octet, 256> greek_septet{};      // of the second byte of the pair, 0 for none
     std::array<std::array<char, 2>, 256> hex{}; // digits of an octet
+    std::array<bool, 256> has_septet{};         // of an ISO 8859-1 character
 };
 
 constexpr lookup make_lookup()
@@ -77,6 +79,8 @@ constexpr lookup make_lookup()
     }
     for (unsigned i = 128; i-- > 0;) // downwards: the first index that holds a byte stays
         made.septet[GSM7BITtoASCII8BIT[i]] = static_cast<octet>(i);
+    for (const octet byte : GSM7BITtoASCII8BIT)
+        made.has_septet[byte] = byte != 0xFF;
     for (const extension_row& row : extension_rows) {
         made.extension[row.byte] = row.code;
         made.extended[row.code] = row.byte;
@@ -85,7 +89,7 @@ constexpr lookup make_lookup()
         made.greek[row.septet] = row.low;
         made.greek_septet[row.second] = row.septet;
     }
-    made.greek_septet[0] = escape;
+    made.greek_septet[0] = gsm7_escape;
     return made;
 }
 
@@ -94,12 +98,12 @@ constexpr lookup table = make_lookup();
 // Of a code behind the escape, 0 for none.
 octet extended(std::span<const octet> septets, std::size_t i)
 {
-    return septets[i] == escape && i + 1 < septets.size() ? table.extended[septets[i + 1]] : 0;
+    return septets[i] == gsm7_escape && i + 1 < septets.size() ? table.extended[septets[i + 1]] : 0;
 }
 
 bool is_plain(octet septet)
 {
-    return table.greek[septet] == 0 && septet != escape;
+    return table.greek[septet] == 0 && septet != gsm7_escape;
 }
 
 } // namespace
@@ -141,7 +145,7 @@ std::optional<packed_text> gsm7_pack(std::string_view text)
         if (greek != 0)
             i++;
         else if (table.extension[c] != 0)
-            septets.add(escape);
+            septets.add(gsm7_escape);
         septets.add(greek != 0                ? static_cast<octet>(greek)
                     : table.extension[c] != 0 ? table.extension[c]
                                               : table.septet[c]);
@@ -178,7 +182,9 @@ unpacked_text gsm7_unpack(std::span<const octet> octets)
 
 std::span<const octet> gsm7_behind(std::span<const octet> septets, std::size_t header_octets)
 {
-    return septets.subspan(std::min((8 * header_octets + 6) / 7, septets.size()));
+    // A header longer than the septets leaves none, also one whose bits no word can count.
+    return septets.subspan(
+        std::min((8 * std::min(header_octets, septets.size()) + 6) / 7, septets.size()));
 }
 
 septet_text gsm7_read(std::span<const octet> septets)
@@ -187,7 +193,7 @@ septet_text gsm7_read(std::span<const octet> septets)
     for (std::size_t i = 0; i < septets.size(); i++) {
         const octet septet = septets[i];
         octet low = GSM7BITtoASCII8BIT[septet];
-        if (septet == escape && i + 1 == septets.size())
+        if (septet == gsm7_escape && i + 1 == septets.size())
             low = 0;
         else if (extended(septets, i) != 0)
             low = extended(septets, i++);
@@ -210,6 +216,33 @@ made<char, 32> gsm_address_to_8bit(std::span<const octet> octets)
         i += byte != 0;
     }
     return text;
+}
+
+char16_t gsm7_character(octet septet)
+{
+    if (table.greek[septet] != 0)
+        return static_cast<char16_t>(0x0300 | table.greek[septet]);
+    return septet == gsm7_escape ? u' ' : GSM7BITtoASCII8BIT[septet];
+}
+
+char16_t gsm7_extended(octet code)
+{
+    return code == euro_code ? euro : table.extended[code];
+}
+
+int gsm7_code(char32_t c)
+{
+    if (c == euro)
+        return gsm7_escape << 8 | euro_code;
+    if (c >> 6 == (greek_lead & 0x1F)) { // the second byte of its UTF-8 has the low bits
+        const octet septet = table.greek_septet[0x80 | (c & 0x3F)];
+        return septet != 0 ? septet : -1;
+    }
+    if (c > 0xFF)
+        return -1;
+    if (table.extension[c] != 0)
+        return gsm7_escape << 8 | table.extension[c];
+    return table.has_septet[c] ? table.septet[c] : -1;
 }
 
 } // namespace kelo

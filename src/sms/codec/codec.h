@@ -11,6 +11,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <initializer_list>
 #include <optional>
 #include <span>
 #include <string_view>
@@ -106,11 +107,24 @@ septet_text gsm7_read(std::span<const octet> septets);
 
 made<char, 32> gsm_address_to_8bit(std::span<const octet> octets); // of an alphanumeric address
 
+// The same alphabet as phones have it, with its Greek and its euro sign throughout.
+constexpr octet gsm7_escape = 0x1B;
+char16_t gsm7_character(octet septet); // a space for the escape
+char16_t gsm7_extended(octet code);    // behind the escape; 0 for none
+int gsm7_code(char32_t character);     // the septet, or 0x1B00 and the code; -1 for none
+
 // ---- UCS-2 and UTF-8 (unicode.cpp)
 
 // UTF-16, big endian, into UTF-8 without a mark at its head, terminated; half a pair becomes
 // U+FFFD. Gives the bytes written.
 int utf16_to_utf8(std::span<const octet> data, std::span<char> out);
+
+// The character at the head of a text that is not empty; of 0 bytes when it is no UTF-8.
+struct utf8_character {
+    char32_t code;
+    std::size_t bytes;
+};
+utf8_character utf8_read(std::string_view text);
 
 // UCS-2, big endian, of UTF-8; none for more than a message has room for.
 std::optional<made<octet, user_data_octets>> sms_utf8_to_ucs2(std::string_view text);
@@ -192,6 +206,11 @@ std::optional<pdu_text> sms_encode_pdu(const sms_pdu_msg& msg, std::string_view 
 
 bool sms_number_valid(std::string_view text);
 
+// Fields of a PDU. The service centre: digits, or empty for the modem's own.
+void sms_put_octets(pdu_text& out, std::initializer_list<int> values);
+void sms_put_centre(pdu_text& out, std::string_view digits);
+void sms_put_destination(pdu_text& out, std::string_view number);
+
 // ---- Whole messages: what kelo/messages.h sends and receives (compose.cpp, read_message.cpp,
 // national.cpp)
 
@@ -205,7 +224,7 @@ struct composed_text {
 std::optional<composed_text> sms_compose(std::string_view text);
 
 struct submit_options {
-    std::string_view sca;         // digits, or empty for the modem's own
+    std::string_view sca = {};    // digits, or empty for the modem's own
     std::string_view destination; // digits, perhaps "+" ahead
     octet reference = 0;          // of the parts of one message
     octet validity = 0xFF;        // TP-VP, relative
@@ -217,6 +236,15 @@ octet sms_validity(unsigned minutes); // TP-VP of at least so long, 0: the longe
 // SMS-SUBMIT of one part, from 1. None for a destination that is no number of 1 to 20 digits.
 std::optional<pdu_text> sms_compose_part(const composed_text& cut, std::string_view text, int part,
                                          const submit_options& options);
+
+// Septets in UTF-16, big endian, by the tables that a message names: the default one for 0, and
+// for a language without a table.
+struct national_tables {
+    octet locking = 0;
+    octet single = 0; // behind the escape
+};
+using utf16_text = made<octet, 640>;
+utf16_text sms_septets_to_utf16(std::span<const octet> septets, national_tables tables);
 
 struct part_time {
     char text[20] = {}; // "2024-05-17 09:30:12"
@@ -234,7 +262,7 @@ struct message_part {
     int port_to = -1, port_from = -1; // of an application
     part_numbers numbers;             // total 0: a message by itself
     bool wide_reference = false;
-    made<octet, 640> content; // 160 characters of 7 bits are at most 320 octets
+    utf16_text content;       // 160 characters of 7 bits are at most 320 octets
     std::uint64_t digest = 0; // of the whole PDU
 };
 std::optional<message_part> sms_read_deliver(std::string_view pdu);

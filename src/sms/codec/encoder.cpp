@@ -9,8 +9,8 @@ namespace
 
 constexpr octet header_gsm7[] = {0x06, 0x08, 0x04, 0x00}; // 16-bit reference, its high octet
 constexpr octet header_ucs2[] = {0x05, 0x00, 0x03};       // 8-bit reference
-constexpr int header_gsm7_septets = 8; // exactly, so that the text needs no fill bits
-constexpr std::size_t longest_gsm7 = 160;
+constexpr int header_gsm7_septets = 8;        // exactly, so that the text needs no fill bits
+constexpr std::size_t longest_gsm7 = 2 * 160; // bytes of text: a Greek capital has two
 
 // TP-UD and its length, in septets or octets: the header of a part, when it has one, and its text.
 struct user_data {
@@ -61,7 +61,9 @@ void sms_swap_digits(pdu_text& out, std::string_view digits)
     }
 }
 
-void put_octets(pdu_text& out, std::initializer_list<int> values)
+} // namespace
+
+void sms_put_octets(pdu_text& out, std::initializer_list<int> values)
 {
     for (const int value : values) {
         const auto one = static_cast<octet>(value);
@@ -69,32 +71,39 @@ void put_octets(pdu_text& out, std::initializer_list<int> values)
     }
 }
 
-} // namespace
+void sms_put_centre(pdu_text& out, std::string_view digits)
+{
+    if (digits.empty())
+        sms_put_octets(out, {0});
+    else
+        sms_put_octets(out, {static_cast<int>((digits.size() + 1) / 2 + 1), international});
+    sms_swap_digits(out, digits);
+}
+
+void sms_put_destination(pdu_text& out, std::string_view number)
+{
+    const octet type = number[0] == '+' ? international : national;
+    if (type == international)
+        number.remove_prefix(1);
+    sms_put_octets(out, {static_cast<int>(number.size()), type});
+    sms_swap_digits(out, number);
+}
 
 std::optional<pdu_text> sms_encode_pdu(const sms_pdu_msg& msg, std::string_view part, int index)
 {
-    std::string_view sca = text_of(msg.sca);
-    std::string_view da = text_of(msg.da);
+    const std::string_view da = text_of(msg.da);
     user_data ud;
     if (!sms_number_valid(da) || !(msg.coding == 0 ? put_gsm7 : put_ucs2)(ud, msg, part, index))
         return std::nullopt;
     pdu_text out;
-    if (sca.empty())
-        put_octets(out, {0});
-    else
-        put_octets(out, {static_cast<int>((sca.size() + 1) / 2 + 1), international});
-    sms_swap_digits(out, sca);
-    put_octets(out, {msg.udhl == 1 ? 0x71 : 0x31, // with a status report, validity relative
-                     0x00});                      // TP-MR
-    const octet type = da[0] == '+' ? international : national;
-    if (type == international)
-        da.remove_prefix(1);
-    put_octets(out, {static_cast<int>(da.size()), type});
-    sms_swap_digits(out, da);
-    put_octets(out, {0x00,                              // TP-PID
-                     msg.coding == 0 ? 0x00 : dcs_ucs2, // TP-DCS
-                     0x00,                              // TP-VP: five minutes
-                     ud.length});
+    sms_put_centre(out, text_of(msg.sca));
+    sms_put_octets(out, {msg.udhl == 1 ? 0x71 : 0x31, // with a status report, validity relative
+                         0x00});                      // TP-MR
+    sms_put_destination(out, da);
+    sms_put_octets(out, {0x00,                              // TP-PID
+                         msg.coding == 0 ? 0x00 : dcs_ucs2, // TP-DCS
+                         0x00,                              // TP-VP: five minutes
+                         ud.length});
     sms_hex_encode(out, ud.octets.all());
     return out;
 }

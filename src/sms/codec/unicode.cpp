@@ -72,6 +72,27 @@ int utf16_to_utf8(std::span<const octet> data, std::span<char> out)
     return static_cast<int>(length);
 }
 
+utf8_character utf8_read(std::string_view text)
+{
+    constexpr char32_t least[] = {0, 0, 0x80, 0x800, 0x10000}; // by bytes: what is less is longer
+                                                               // than it need be
+    const octet lead = octet(text[0]);
+    if (lead < 0x80)
+        return {lead, 1};
+    const std::size_t bytes = lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : 4;
+    if (lead < 0xC0 || lead >= 0xF8 || bytes > text.size())
+        return {};
+    char32_t c = lead & (0x7Fu >> bytes);
+    for (std::size_t i = 1; i < bytes; i++) {
+        if ((text[i] & 0xC0) != 0x80)
+            return {};
+        c = c << 6 | (octet(text[i]) & 0x3Fu);
+    }
+    if (c < least[bytes] || c > 0x10FFFF || is_high_surrogate(c) || is_low_surrogate(c))
+        return {};
+    return {c, bytes};
+}
+
 text_piece sms_utf8_piece(std::string_view text)
 {
     if (four_byte_character(text) != 0)
