@@ -42,7 +42,6 @@ int sim_cpin_count = 0;            // SIM failures in a row                     
 int no_signal_count = 0;           // reports of no signal, of three                                      events                                  events
 int mqtt_conn_lost = 1;            // no sign of a connected client yet                                   MQTT query handler                      the same
 int sms_pending_count = 0;         // messages handed in and not yet answered                             whoever hands in, events, reload        the same
-int sms_reports_asked = 0;         // a host asked for reports of delivery                               whoever hands in                       reads
 int g_mode_no_service = 0;         // the chosen 3G mode can't be served                                  set_5G_para                             kelo_get_cellular
 int keeper_on = 0;                 // a keeper is on                                                     keeper                                  port, start, task, SIM, dialer
 int link_held = 1;                 // kept: no modem to dial through                                     keeper                                  dialer
