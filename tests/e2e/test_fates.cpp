@@ -4,6 +4,8 @@
 #include <kelo/messages.h>
 #include <kelo/settings.h>
 
+#include <cstring>
+
 using namespace kelo_story;
 
 namespace
@@ -125,3 +127,30 @@ TEST_P(Fates, AreKnown)
 
 INSTANTIATE_TEST_SUITE_P(Messages, Fates, testing::ValuesIn(cases),
                          [](const auto& of) { return std::string(of.param.name); });
+
+// Catches: a report of delivery that the modem is never told to give, or that finds no message.
+TEST_F(Story, AReportOfDeliveryFindsItsMessage)
+{
+    plug("RM500Q", {{"report_ms", "50"}});
+    static cellular_setting settings = {};
+    kelo_init_cellular(&settings, 0);
+    ASSERT_TRUE(eventually([] { return mobile_is_ready() != 0; }, within(20s)));
+    kelo_sms_options options = {};
+    options.size = sizeof options;
+    ASSERT_EQ(kelo_sms_options_defaults(&options), 0);
+    options.report = 1;
+    std::strcpy(options.tag, "alarm");
+    const int number = kelo_send_sms("+4915112345678", text_of_parts(1, 2).c_str(), &options);
+    EXPECT_GT(number, 0);
+    for (int part = 1; part <= 2; part++) {
+        kelo_sms_report report = {};
+        ASSERT_TRUE(eventually([&] { return kelo_take_sms_report(&report, sizeof report) == 1; },
+                               within(20s)));
+        EXPECT_EQ(report.number, number);
+        EXPECT_STREQ(report.tag, "alarm");
+        EXPECT_EQ(report.part, part);
+        EXPECT_EQ(report.state, KELO_SMS_DELIVERED);
+    }
+    EXPECT_EQ(modem.count("AT+CNMI=2,2,0,1,0"), 1u);
+    kelo_deinit_cellular();
+}
