@@ -53,9 +53,6 @@ void at_compose_flows(gsm_mobile* rec, const char* model, const char* revision)
             add_remaining_ats_by_model(model, revision, flow, at_list_of(flow, sim));
     add_remaining_ats_by_model(model, revision, FLOW_SMS_TEXT, &sms_text_list);
     add_remaining_ats_by_model(model, revision, FLOW_SMS_PDU, &sms_pdu_list);
-    if (composed && list_empty(&sms_pdu_list))
-        for (const flow_step& step : common_message_steps())
-            add_step(&sms_added_list, step, model);
     // One step: a change of flow by another thread sees the lists without custom items and leaves
     // them to this, or whole and with all of theirs.
     lock_scope flow_guard(flow_lock);
@@ -64,6 +61,13 @@ void at_compose_flows(gsm_mobile* rec, const char* model, const char* revision)
         rec->custom_cfg = 1;
     }
     libgsm_apply_custom_config();
+}
+
+void at_compose_added_flow()
+{
+    if (matched_cfg_file != nullptr && list_empty(&sms_pdu_list) && list_empty(&sms_added_list))
+        for (const flow_step& step : common_message_steps())
+            add_step(&sms_added_list, step, matched_cfg_file->module);
 }
 
 bool at_may_go(const at_info* at)

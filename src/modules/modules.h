@@ -87,8 +87,10 @@ void at_compose_flows(gsm_mobile* rec, const char* model, const char* revision);
 bool at_may_go(const at_info* at);
 
 // Sends one PDU on any module: by the rows that most of them have in common where its own flow has
-// none.
+// none. They are made when a message waits, so that nothing is said of them where none does. Mobile
+// task.
 constexpr int flow_sms_added = 100;
+void at_compose_added_flow();
 
 void libgsm_change_flow(gsm_mobile* rec, int flow, int sim);
 void at_select_flow(gsm_mobile* rec, int flow, int sim); // the same, caller holds flow_lock

@@ -75,15 +75,15 @@ sms_part* sms_part_create(int mode, const char* tag, const char* number, int len
     return part;
 }
 
-void sms_part_ends(sms_part* part, part_fate fate, sms_error error)
+bool sms_part_ends(sms_part* part, part_fate fate, sms_error error)
 {
     sms_job* const job = std::exchange(part->job, nullptr);
-    if (job != nullptr)
-        sms_job_part_ends(job, part->number, fate, error);
+    const bool last = job != nullptr && sms_job_part_ends(job, part->number, fate, error);
     std::free(part->sms_tag);
     std::free(part->sms_number);
     std::free(part->sms_body);
     std::free(part);
+    return last;
 }
 
 bool sms_outbox_append(list_head& parts, int most)

@@ -94,19 +94,19 @@ struct part_end {
     int number = 0;
 };
 
-void finish(const part_end& end, part_fate fate, sms_error error = {})
+// True when the fate of the whole message is known with it.
+bool finish(const part_end& end, part_fate fate, sms_error error = {})
 {
     sms_job* const job = end.part != nullptr ? end.part->job : end.job;
     if (job == nullptr)
-        return;
+        return false;
     // The rest of a message that is lost costs money and shows as rubbish.
     if (fate != part_fate::confirmed && fate != part_fate::unknown &&
         sms_job_wishes(job).number != 0)
         sms_outbox_drop(job);
     if (end.part != nullptr)
-        sms_part_ends(end.part, fate, error);
-    else
-        sms_job_part_ends(job, end.number, fate, error);
+        return sms_part_ends(end.part, fate, error);
+    return sms_job_part_ends(job, end.number, fate, error);
 }
 
 // Caller holds record_lock.
@@ -140,8 +140,8 @@ void put_back(const part_end& end, bool counts)
     end.part->tries += counts;
     if (end.part->tries < most_tries)
         return sms_outbox_return(end.part);
-    diag_plain("message '%s' is given up: the modem does not ask for it\n", end.part->sms_tag);
-    finish(end, part_fate::not_written);
+    if (finish(end, part_fate::not_written))
+        diag_plain("a message is given up: the modem does not ask for it\n");
 }
 
 // From here on nobody knows whether the network has the part, until it answers.
@@ -237,11 +237,8 @@ sms_part* sms_send_next(std::int64_t now_ms)
     const part_end passed = take_in_hand();
     const bool answered = out.count == 0;
     hold.release();
-    if (passed.part != nullptr) {
-        diag_plain("message '%s' is refused: this module's flow has no commands for it\n",
-                   passed.part->sms_tag);
-        finish(passed, part_fate::refused);
-    }
+    if (finish(passed, part_fate::refused))
+        diag_plain("a message is refused: this module's flow has no commands for it\n");
     sms_part* const part = sms_outbox_take(answered);
     const lock_scope take(record_lock);
     return out.in_hand = part;

@@ -80,8 +80,8 @@ struct sms_part : sms_outbox_item {
 // A part that is on no list yet; null as sms_outbox_enq refuses it.
 sms_part* sms_part_create(int mode, const char* tag, const char* number, int length,
                           std::string_view body, sms_job* job, int part);
-// Its fate is known, and it is no more.
-void sms_part_ends(sms_part* part, part_fate fate, sms_error error = {});
+// Its fate is known, and it is no more. True when it was the last of its message.
+bool sms_part_ends(sms_part* part, part_fate fate, sms_error error = {});
 
 // Queues all parts of a list at once, in order, and empties it. False, and nothing queued, when
 // more than `most` would wait; 0: any number may.

@@ -68,6 +68,8 @@ bool is_registered(gsm_mobile* rec)
 // goes first. False for none.
 bool take_message(gsm_mobile* rec)
 {
+    if (!sms_outbox_empty())
+        at_compose_added_flow();
     lock_scope flow_guard(flow_lock);
     if (word_get(flow_walked) == 0)
         return false;
