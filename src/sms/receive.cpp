@@ -65,56 +65,31 @@ int number_in(string_view column)
     return number;
 }
 
-// The first character of a text in UTF-8, taken off it; none for what is no such character.
-std::optional<std::uint32_t> take_utf8(string_view& text)
-{
-    const auto octet_at = [&](std::size_t i) { return static_cast<octet>(text[i]); };
-    const octet first = octet_at(0);
-    const std::size_t width = first < 0x80 ? 1 : first < 0xE0 ? 2 : first < 0xF0 ? 3 : 4;
-    constexpr std::uint32_t least[] = {0, 0, 0x80, 0x800, 0x10000};
-    if ((first >= 0x80 && first < 0xC2) || first > 0xF4 || width > text.size())
-        return std::nullopt;
-    std::uint32_t c = width == 1 ? first : first & (0x7Fu >> width);
-    for (std::size_t i = 1; i < width; i++) {
-        if ((octet_at(i) & 0xC0) != 0x80)
-            return std::nullopt;
-        c = c << 6 | (octet_at(i) & 0x3Fu);
-    }
-    if (c < least[width] || c > 0x10FFFF || (c >= 0xD800 && c < 0xE000))
-        return std::nullopt;
-    text.remove_prefix(width);
-    return c;
-}
-
 bool is_utf8(string_view text)
 {
-    while (!text.empty())
-        if (!take_utf8(text))
+    while (!text.empty()) {
+        const std::size_t bytes = utf8_read(text).bytes;
+        if (bytes == 0)
             return false;
+        text.remove_prefix(bytes);
+    }
     return true;
 }
-
-using utf16_text = decltype(message_part::content);
 
 // As far as there is room for whole characters. What is no UTF-8 is ISO 8859-1.
 utf16_text to_utf16(string_view text)
 {
     utf16_text out;
     const bool utf8 = is_utf8(text);
-    const auto octet_of = [](std::uint32_t bits) { return static_cast<octet>(bits); };
     while (!text.empty()) {
-        std::uint32_t c = octet_of(static_cast<unsigned char>(text[0]));
-        if (utf8)
-            c = *take_utf8(text);
-        else
-            text.remove_prefix(1);
-        const std::uint32_t high = 0xD800 + ((c - 0x10000) >> 10 & 0x3FF);
-        const std::uint32_t low = 0xDC00 + (c & 0x3FF);
-        const octet units[] = {octet_of(high >> 8), octet_of(high), octet_of(low >> 8),
-                               octet_of(low)};
-        const octet unit[] = {octet_of(c >> 8), octet_of(c)};
-        if (c >= 0x10000 ? !out.add(units) : !out.add(unit))
+        const auto [c, bytes] = utf8 ? utf8_read(text) : utf8_character{octet(text[0]), 1};
+        const char32_t high = 0xD800 + ((c - 0x10000) >> 10 & 0x3FF);
+        const char32_t low = 0xDC00 + (c & 0x3FF);
+        const octet pair[] = {octet(high >> 8), octet(high), octet(low >> 8), octet(low)};
+        const octet unit[] = {octet(c >> 8), octet(c)};
+        if (c >= 0x10000 ? !out.add(pair) : !out.add(unit))
             break;
+        text.remove_prefix(bytes);
     }
     return out;
 }

@@ -42,6 +42,7 @@ TEST(Receive, ReportsThatAreSeenUnderEveryHandler)
         {0, "+QMTRECV: 0,1,\"a\",\"+CPIN: READY +CMT: +QIND: SMS DONE\"\r\n", "MQTT", "", 0},
         {0, "+CUSD: 0,\"+CPIN: READY +CMTI: \"SM\",3\"\r\n", "USSD", "", 0},
         {0, "+QMTRECV: 0,1,\"a\",\"+CMT: \"\r\n+CMTI: \"SM\",3\r\n", "SMS", "", 0},
+        {0, "+COPS: 0,0,\"+CMT: ,1\"\r\n", "", "", 1},
         {0, "+QIND: SMS DONE\r\n", "init", "", 1},
         {0, "+QIND: PB DONE\r\n", "init", "", 1},
         {0, "+QIND: x\r\n", "", "", 1},

@@ -53,6 +53,28 @@ TEST_F(Reports, ReachTheHost)
     EXPECT_LE(stop(), within(3s));
 }
 
+// Catches: a text that acts as a word of the modem when its report is cut in two, and one that is
+// lost by that.
+TEST_F(Reports, TextOfAMessageDoesNotAct)
+{
+    start_and_come_to_rest();
+    modem.clear_log();
+    modem.raw("\r\n+CM");
+    quiet(300ms);
+    modem.raw("T: \"+49151\",,\"24/05/17,09:30:12+08\"\r\n");
+    EXPECT_SOON(cellular_is_sms_received() == 1);
+    quiet(300ms);
+    const std::size_t before = count_of(said(), "READY !!!!");
+    modem.raw("+CPIN: READY\r\n");
+    kelo_sms sms;
+    ASSERT_TRUE(eventually([&] { return kelo_take_sms(&sms) == 1; }, within(5s)));
+    EXPECT_STREQ(sms.text, "+CPIN: READY");
+    EXPECT_EQ(modem.commands(), line_list{});
+    EXPECT_EQ(count_of(said(), "READY !!!!"), before);
+    modem.report("+CSQ: 17,3");
+    EXPECT_SOON(record().rssi == 17);
+}
+
 TEST_F(Reports, GpsFromNoFixToAFixFetchedOnce)
 {
     const std::string fix = "061951.0,31.22415,121.35479,0.7,62.2,2,0.00,0.0,0.0,110524,09";

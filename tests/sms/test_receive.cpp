@@ -80,6 +80,41 @@ TEST(Queue, ReportsOfOneRead)
                               "+123|2024-05-17 09:30:12|GMT+2||0|0|0|" + short_one}));
 }
 
+// The same as whole messages: what a text is written in shows by its bytes, and what can't be read
+// comes as it is.
+TEST(Queue, WholeMessages)
+{
+    kelo_message m;
+    char text[200];
+    ASSERT_EQ(kelo_take_message(&m, sizeof m, text, sizeof text), 0); // one asks for them
+    const std::string named = "+CMT: \"B\xFCro\",,\"24/05/17,09:30:12-32\"\r\n";
+    const std::pair<std::string, const char*> rows[] = {
+        {door, "+4915112345678|2024-05-17 09:30:12|8|0|Door 3 open"},
+        {named + "Tür 😀\r\n", "Büro|2024-05-17 09:30:12|-32|-1|Tür 😀"},
+        {named + "T\xFCr\r\n", "Büro|2024-05-17 09:30:12|-32|-1|Tür"},
+        {"+CMT: ,3\r\n0791zz\r\n", "||0|-1|[can't be read: 0791zz]"}};
+    for (const auto& [report, expected] : rows) {
+        check(report);
+        ASSERT_EQ(kelo_take_message(&m, sizeof m, text, sizeof text), 1) << expected;
+        EXPECT_EQ(joined(m.sender, m.time, m.zone, m.coding, text), expected);
+    }
+}
+
+// A modem that waits for an answer to a report of delivery gets one, where a host asked for those.
+TEST(Queue, DeliveryIsAcknowledged)
+{
+    const captured quiet;
+    modem_port port;
+    for (const auto& [family, asked] : {std::pair(13, 0), {13, 1}, {14, 1}}) {
+        is_quectel = family;
+        sms_reports_asked = asked;
+        hear(port, nullptr, "\r\n+CDS: 25\r\n0791");
+        EXPECT_EQ(port.heard(), "");
+        hear(port, nullptr, "00\r\n");
+        EXPECT_EQ(port.heard(), family == 13 && asked ? "AT+CNMA\r\n" : "");
+    }
+}
+
 // A reader on another thread takes every message whole and in order, but for the oldest ones of a
 // full queue.
 TEST(Queue, OverflowsAndIsTakenWhileItFills)
