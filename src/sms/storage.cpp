@@ -454,6 +454,7 @@ void sms_command_goes_out(bool message)
     store.now_ms = now_ms;
     if (store.asked != step::none)
         give_up();
+    store.open = false;
     if (!message)
         return;
     store.message_ms = now_ms;
