@@ -452,6 +452,7 @@ void sms_command_goes_out()
     store.now_ms = now_ms;
     if (store.asked != step::none)
         give_up();
+    store.open = false;
 }
 
 bool sms_reports_due()

@@ -143,6 +143,9 @@ TEST_F(StoredMessages, FillTheMemoryAndStayOrGo)
     EXPECT_EQ(in_store(), 20u);
     EXPECT_EQ(count_of(said(), "the modem's storage is full, 20 of 20 in ME\n"), 1u);
 
+    ASSERT_EQ(cellular_reload(), 0); // they are looked at anew, and known
+    EXPECT_TRUE(wire("AT+CMGR=19", 60s, 2));
+
     ASSERT_EQ(kelo_set_sms_storage(2), 0);
     EXPECT_TRUE(eventually([&] { return emptied(expected.size() + 2); }, within(60s)));
     expected.insert(expected.begin() + 1, {"late 1", "late 2"});

@@ -43,6 +43,7 @@ TEST(Readback, ScanModeBandsAndProfiles)
     // clang-format off
     const story stories[] = { // scan mode, masks, Verizon, profile, version
         {"MH5000-31 10.1.2.5(H1212SP2C00)", scanmode_handler, "^SYSCFGEX: \"080302\",40000000,1,2,40000000,,", 0, 0, "0 x/x/x 5 x x"},
+        {"", scanmode_handler, "+QCFG: \"nwscanmode\",0|+CMS ERROR: 310", 0, 1, "0 x/x/x 5 x x"}, // of a command joined to it
         {"EG25-G EG25GGBR07A08M2G", band_handler, "OK|+QCFG: \"band\",0xbff,0x1e00b0e18df,0x0", 0, 0, "77 bff/1e00b0e18df/0 5 x x"},
         {"", band_handler, "+QCFG: \"band\",0x0000000000000000000F,5,0000000000000000000F", 0, 0, "77 000000000000000/5/000000000000000 5 x x"},
         {"EG25-G EG25GGBR07A08M2G", qmbncfg_list_handler, "+QMBNCFG: \"List\",0,0,0,\"ROW_Generic_3GPP\",0x0501081F", 0, 1, "77 x/x/x 5 ROW_Generic_3GPP! x"},

@@ -1,6 +1,8 @@
 // The errand to the modem's storage: its commands, and what it makes of made-up answers.
 #include "tests/sms/messages.h"
 
+#include <iterator>
+
 namespace
 {
 
@@ -30,6 +32,12 @@ std::string in_use(int used, int total = 5, const char* name = "ME", const char*
     const std::string sizes = std::to_string(used) + "," + std::to_string(total);
     const std::string one = "\"" + std::string(name) + "\"," + sizes + ",";
     return "+CPMS: " + one + one + "\"" + arriving + "\"," + sizes + "\r\n\r\nOK";
+}
+
+std::vector<std::string> split(const std::string& text)
+{
+    std::istringstream words(text);
+    return {std::istream_iterator<std::string>(words), {}};
 }
 
 struct Storage : testing::Test {
@@ -100,90 +108,60 @@ struct Storage : testing::Test {
 // How many there are, and where, each modem tells in its own way; what it can't give stays.
 TEST_F(Storage, LooksThroughTheMemory)
 {
-    const std::string text_mode =
+    const std::string in_text =
         "+CMGR: \"REC READ\",\"+49\",,\"24/05/17,09:30:12+08\"\r\nA\r\n\r\nOK";
-    const std::string head = "+CMGR: 0,,16\r\n";
+    const std::string torn = "\r\n+CSQ: 3,99\r\n", broken = "+CMGR: 0,,16\r\n00040491\r\nOK";
+    // clang-format off
     const struct {
-        std::map<std::string, std::string> answers;
+        int used; // of five
+        const char* list;
+        std::map<std::string, std::string> places;
         std::string commands, taken, said;
         std::size_t piece = 4096;
     } rows[] = {
-        {{{"+CPMS?", in_use(4)},
-          {"+CMGD=?", "+CMGD: (1,2,3,5),(0-4)\r\n\r\nOK"},
-          {"+CMGR=1", stored('A')},
-          {"+CMGR=2", stored(pdu_of('B'), "3,\"a,b\"")},
-          {"+CMGR=3", stored("0002")},
-          {"+CMGR=5", stored('C')}},
-         "+CMGD=? +CMGR=1 +CMGR=2 +CMGR=3 +CMGR=5",
-         "A* C* ",
-         "at 3 of ME can't be read"},
-        {{{"+CPMS?", in_use(0)}}, "", "", ""},
-        {{{"+CPMS?", in_use(2)},
-          {"+CMGD=?", "+CMGD: (0-254),(0-4)\r\nOK"},
-          {"+CMGR=0", "OK"},
-          {"+CMGR=1", stored('D')},
-          {"+CMGR=3", stored(pdu_of('E'), "1,")}},
-         "+CMGD=? +CMGR=0 +CMGR=1 +CMGR=2 +CMGR=3",
-         "D E ",
-         "",
-         1},
-        {{{"+CPMS?", in_use(2, 3)}, {"+CMGD=?", "ERROR"}, {"+CMGR=3", stored('F')}},
-         "+CMGD=? +CMGR=0 +CMGR=1 +CMGR=2 +CMGR=3",
-         "F ",
-         "",
-         3},
-        {{{"+CPMS?", in_use(1)},
-          {"+CMGD=?", "OK"},
-          {"+CMGR=0", stored(pdu_of('G'), "0,", "\r\n+CSQ: 3,99\r\n")}},
-         "+CMGD=? +CMGR=0",
-         "G ",
-         ""},
-        {{{"+CPMS?", in_use(1)},
-          {"+CMGD=?", "OK"},
-          {"+CMGR=0", stored(pdu_of('H'), "0,", "^BOOT:1,0\r\n")}},
-         "+CMGD=? +CMGR=0",
-         "H ",
-         "",
-         7},
+        {4, "+CMGD: (1,2,3,5),(0-4)\r\n\r\nOK", {{"1", stored('A')}, {"2", stored(pdu_of('B'), "3,\"a,b\"")},
+            {"3", stored("0002")}, {"5", stored('C')}}, "?? 1 2 3 5", "A* C* ", "at 3 of ME can't be read"},
+        {0, "", {}, "", "", ""},
+        {2, "+CMGD: (0-254),(0-4)\r\nOK", {{"0", "OK"}, {"1", stored('D')}, {"3", stored(pdu_of('E'), "1,")}},
+            "?? 0 1 2 3", "D E ", "", 1},
+        {2, "ERROR", {{"5", stored('F')}}, "?? 0 1 2 3 4 5", "F ", "", 3},
+        {1, "OK", {{"0", stored(pdu_of('G'), "0,", torn)}}, "?? 0", "G ", ""},
+        {1, "OK", {{"0", stored(pdu_of('H'), "0,", "^BOOT:1,0\r\n")}}, "?? 0", "H ", "", 7},
         // Each of these is tried again, and in the end left alone.
-        {{{"+CPMS?", in_use(1)}, {"+CMGD=?", "+CMGD: (2)\r\nOK"}, {"+CMGR=2", text_mode}},
-         "+CMGD=? +CMGR=2 +CMGF=0 +CMGR=2 +CMGF=0 +CMGR=2",
-         "",
-         "at 2 of ME"},
-        {{{"+CPMS?", in_use(1)},
-          {"+CMGD=?", "+CMGD: (3)\r\nOK"},
-          {"+CMGR=3", head + "00040491\r\nOK"}},
-         "+CMGD=? +CMGR=3 +CMGR=3 +CMGR=3",
-         "",
-         "at 3 of ME"},
-        {{{"+CPMS?", in_use(1)}, {"+CMGD=?", "+CMGD: (4)\r\nOK"}, {"+CMGR=4", "OK"}},
-         "+CMGD=? +CMGR=4 +CMGR=4",
-         "",
-         ""},
-        {{{"+CPMS?", in_use(5)}, {"+CMGD=?", "+CMGD: (0,1,2,3,4),(0-4)\r\nOK"}},
-         "+CMGD=? +CMGR=0 +CMGR=1 +CMGR=2 +CMGR=3 +CMGR=4",
-         "",
-         "storage is full, 5 of 5 in ME"},
-        {{{"+CPMS?", in_use(1, 5, "ME", "SM")},
-          {"+CMGD=?", "OK"},
-          {"+CMGR=0", stored('I')},
-          {"+CPMS=\"SM\"", "+CPMS: 1,9,1,9,1,9\r\nOK"},
-          {"+CPMS=\"ME\"", "+CPMS: 1,5,1,5,1,9\r\nOK"}},
-         "+CMGD=? +CMGR=0 +CPMS=\"SM\" +CMGD=? +CMGR=0 +CPMS=\"ME\"",
-         "I I* ",
-         ""},
+        {1, "+CMGD: (2)\r\nOK", {{"2", in_text}}, "?? 2 PDU 2 PDU 2", "", "at 2 of ME"},
+        {1, "+CMGD: (3)\r\nOK", {{"3", broken}}, "?? 3 3 3", "", "at 3 of ME"},
+        {1, "+CMGD: (4)\r\nOK", {{"4", "OK"}}, "?? 4 4", "", ""},
+        {5, "+CMGD: (0,1,2,3,4),(0-4)\r\nOK", {}, "?? 0 1 2 3 4", "", "storage is full, 5 of 5 in ME"},
     };
+    // clang-format on
     for (const auto& row : rows) {
-        answers = row.answers;
+        answers = {{"+CPMS?", in_use(row.used)}, {"+CMGD=?", row.list}};
+        for (const auto& [place, answer] : row.places)
+            answers["+CMGR=" + place] = answer;
+        std::string commands = begin;
+        for (const std::string& word : split(row.commands))
+            commands += (word == "??"    ? "+CMGD=?"
+                         : word == "PDU" ? "+CMGF=0"
+                                         : "+CMGR=" + word) +
+                        " ";
         piece = row.piece;
         sms_storage_forget();
         const captured output;
-        EXPECT_EQ(run() + " ", row.commands.empty() ? begin : begin + row.commands + " ");
+        EXPECT_EQ(run() + " ", commands);
         EXPECT_EQ(g_mobile.at_done, 1);
         EXPECT_EQ(output.has("sms: "), !row.said.empty()) << output.text();
         EXPECT_TRUE(output.has(row.said)) << row.said;
         EXPECT_EQ(taken(), row.taken);
     }
+    // What comes goes to another memory, and one of the two is selected in the end.
+    answers = {{"+CPMS?", in_use(1, 5, "ME", "SM")},
+               {"+CMGR=0", stored('I')},
+               {"+CPMS=\"SM\"", "+CPMS: 1,9,1,9,1,9\r\nOK"},
+               {"+CPMS=\"ME\"", "+CPMS: 1,5,1,5,1,9\r\nOK"}};
+    sms_storage_forget();
+    EXPECT_EQ(run(),
+              std::string(begin) + "+CMGD=? +CMGR=0 +CPMS=\"SM\" +CMGD=? +CMGR=0 +CPMS=\"ME\"");
+    EXPECT_EQ(taken(), "I I* ");
     int used = 0, total = 0;
     EXPECT_EQ(kelo_get_sms_storage(&used, &total), 1);
     EXPECT_EQ(std::pair(used, total), std::pair(1, 5));
