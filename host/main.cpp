@@ -156,7 +156,7 @@ class host
     void start();
     void pass(clock::time_point now);
     void receive(clock::time_point now);
-    bool keep(clock::time_point now);
+    bool keep_message(clock::time_point now);
     void take_results();
     void count_lost(const char* what, int lost, int& before);
     void send(const std::string& number, const std::string& text);
@@ -263,14 +263,14 @@ json_value host::read(clock::time_point now)
 void host::receive(clock::time_point now)
 {
     while (unkept_ || take_message(message_)) {
-        unkept_ = !keep(now);
+        unkept_ = !keep_message(now);
         if (unkept_)
             break;
     }
     count_lost("messages", kelo_messages_lost(), messages_lost_);
 }
 
-bool host::keep(clock::time_point now)
+bool host::keep_message(clock::time_point now)
 {
     const auto kept = options_.spool.empty() ? spool::keeping::kept : spool_.keep(message_, now);
     if (kept == spool::keeping::kept) {

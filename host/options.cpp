@@ -126,11 +126,11 @@ std::optional<int> parse_options(int argc, const char* const* argv, host_options
 {
     CLI::App app("Owns a USB cellular modem: keeps it online and shows what it sees.", "kelo-host");
     app.footer(
-        "With --sms or --gps, and without --seconds, --commands and --mqtt, it ends when they are "
-        "done.\n"
+        "With --sms or --gps, and without --seconds, --commands, --mqtt and --spool, it ends when "
+        "they are done.\n"
         "Exit status: 0 done, 1 the modem never told its model (or --check-profiles found "
-        "something), 2 bad arguments or a bad file, 3 a message was not known to be sent, or no "
-        "position was found.");
+        "something), 2 bad arguments, a bad file, or a spool that can't be used, 3 a message was "
+        "not known to be sent, or no position was found.");
     app.get_formatter()->column_width(30);
 
     app.add_option("--seconds", options.seconds,

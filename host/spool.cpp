@@ -219,7 +219,7 @@ void spool::read_watch()
                 rescan_ = true;
             else if (event.mask & (IN_DELETE_SELF | IN_MOVE_SELF))
                 say_("spool: the folder outgoing was taken away: nothing comes until a restart");
-            else if (event.len > 0)
+            else if (event.len > 0 && !more_) // else it is behind those that are read later
                 note_file(bytes + at);
             at += event.len;
         }
@@ -242,13 +242,15 @@ void spool::note_file(const std::string& name)
     if (waiting_.size() <= most_waiting)
         return;
     waiting_.erase(std::prev(waiting_.end()));
-    rescan_ = true;
+    more_ = true;
 }
 
 bool spool::is_one_waiting()
 {
-    if (waiting_.empty() && std::exchange(rescan_, false))
+    if (rescan_ || (more_ && waiting_.empty())) {
+        rescan_ = more_ = false;
         disk_.each(place::outgoing, [this](const std::string& name) { note_file(name); });
+    }
     return !waiting_.empty();
 }
 

@@ -122,8 +122,9 @@ class spool
     int watch_ = -1;
     bool recovered_ = false, stopping_ = false;
     std::set<std::pair<long long, std::string>> waiting_; // in outgoing, the oldest first
-    bool rescan_ = false;                                 // there are more than these
-    bool full_ = false;                                   // the library is, until a result comes
+    bool rescan_ = false;                                 // the folder is to be read
+    bool more_ = false; // it holds more than `waiting_`, and younger
+    bool full_ = false; // the library is, until a result comes
     std::list<handed_file> handed_;
     std::list<std::pair<int, std::string>> placed_; // numbers, and names in `sent`
     std::string arrival_;                           // name of the message that is being kept
