@@ -106,7 +106,7 @@ TEST_F(Spool, SendsEachFileOnceWhereverTheProcessEnds)
     for (const int answer : {0, int{KELO_SMS_SENT}, int{KELO_SMS_FAILED}})
         for (const bool full : {false, true})
             for (int first = 0; first < 34; first++)
-                for (int second = full ? 99 : first % 7; second < 26 || second == 99; second += 7) {
+                for (int second = full ? 99 : first % 13; second < 26 || second == 99; second += 13) {
                     clear();
                     put("outgoing/a", "To: +491\n\nhi\n");
                     on_air = 0;
@@ -148,7 +148,7 @@ TEST_F(Spool, KeepsEachMessageOnceWhereverTheProcessEnds)
     for (const bool full : {false, true})
         for (const bool confirms : {false, true})
             for (int first = 0; first < 16; first++)
-                for (int second = full ? 99 : first % 4; second < 16 || second == 99; second += 4) {
+                for (int second = full ? 99 : first % 8; second < 16 || second == 99; second += 8) {
                     clear();
                     in_modem = true;
                     message.head.stored = 0;
