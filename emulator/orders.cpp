@@ -459,6 +459,16 @@ std::string order_sms(const order_request& call)
     return bad;
 }
 
+std::string order_messages(const order_request& call)
+{
+    for (const sent_message& one : call.core.sent_messages)
+        call.answer += "sent " + std::to_string(one.reference) + " " + trim(one.body) + "\n";
+    for (const stored_message& one : call.core.store)
+        call.answer += "stored " + std::to_string(one.index) + " " + one.pdu + "\n";
+    call.answer += "end of messages\n";
+    return "";
+}
+
 std::string order_cmgs(const order_request& call)
 {
     fault_settings& faults = call.core.faults;
@@ -569,6 +579,8 @@ constexpr order_row table[] = {
     {"sms", "sms pdu HEX|text NUMBER TEXT|status HEX|store HEX [STAT]",
      "a message or status report comes in; one lies in the storage, unread unless STAT says more",
      order_sms},
+    {"messages", "messages",
+     "print those that were sent, with their references (-1: refused), and stored", order_messages},
     {"cmgs", "cmgs ok|error N|silent", "result of the messages that the host sends", order_cmgs},
     {"mqtt",
      "mqtt ok|open R|fail R|refuse C|no-topic|message TOPIC TEXT|lost N|broker HOST:PORT|broker "

@@ -27,7 +27,7 @@ static void tell_received(void)
 {
     static struct kelo_sms sms;
 
-    while (kelo_take_sms(&sms)) /* a long message comes in parts: host/joiner.cpp joins them */
+    while (kelo_take_sms(&sms)) /* a long message comes in parts: kelo_take_message joins them */
         printf("an SMS of %d bytes came in\n", sms.length);
     if (kelo_is_call_received()) {
         kelo_clean_call_received();

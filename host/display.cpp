@@ -1,6 +1,5 @@
 #include "host/display.h"
 
-#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
@@ -10,32 +9,21 @@
 namespace kelo_host
 {
 
-namespace
-{
-
-void write_all(int fd, std::string_view text)
-{
-    while (!text.empty()) {
-        const ssize_t done = write(fd, text.data(), text.size());
-        if (done < 0 && errno != EINTR)
-            return; // nobody reads any more: the modem is still ours to keep
-        if (done > 0)
-            text.remove_prefix(static_cast<size_t>(done));
-    }
-}
-
-} // namespace
-
 display::display(bool json) : json_(json)
 {
     if (json_) {
         // Objects only on standard output, so that a reader needs no filter.
         fd_ = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 3);
         dup2(STDERR_FILENO, STDOUT_FILENO);
-    } else {
-        const char* term = std::getenv("TERM");
-        live_ = isatty(STDOUT_FILENO) && term != nullptr && std::strcmp(term, "dumb") != 0;
+        library_.start(STDERR_FILENO);
+        return;
     }
+    if (!isatty(STDOUT_FILENO))
+        return;
+    const char* term = std::getenv("TERM");
+    live_ = term != nullptr && std::strcmp(term, "dumb") != 0;
+    fd_ = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 3);
+    library_.start(fd_);
 }
 
 void display::update(const json_value& status, long seconds)
@@ -52,38 +40,22 @@ void display::update(const json_value& status, long seconds)
     last_ = status;
 }
 
-void display::show(const joined_message& message)
+void display::show(const whole_message& message)
 {
-    if (json_) {
-        json_value object;
-        object["message"] = {{"sender", message.sender}, {"time", message.time},
-                             {"zone", message.zone},     {"text", message.text},
-                             {"parts", message.parts},   {"total", message.total}};
+    tell(lines_of(message), json_of(message));
+}
+
+void display::tell(const std::vector<std::string>& lines, const json_value& object)
+{
+    if (json_)
         return write_all(fd_, to_text(object) + "\n");
-    }
-    std::string head = "message from " + printable(message.sender);
-    if (!message.time.empty())
-        head += " of " + printable(message.time) + " " + printable(message.zone);
-    if (message.parts < message.total)
-        head += ", " + std::to_string(message.parts) + " of " + std::to_string(message.total) +
-                " parts";
-    else if (message.total > 1)
-        head += ", " + std::to_string(message.total) + " parts";
-    say(head + ":");
-    for (std::string_view rest = message.text;;) {
-        const size_t end = rest.find('\n');
-        std::string_view line = rest.substr(0, end);
-        if (line.ends_with('\r'))
-            line.remove_suffix(1);
-        say("  | " + printable(line));
-        if (end == rest.npos)
-            break;
-        rest.remove_prefix(end + 1);
-    }
+    for (const std::string& line : lines)
+        say(line);
 }
 
 void display::finish(const json_value& status, long seconds)
 {
+    library_.finish();
     update(status, seconds);
     if (json_)
         return;

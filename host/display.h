@@ -1,8 +1,9 @@
 // Where the status and the lines of this host go.
 #pragma once
 
-#include "host/joiner.h"
+#include "host/messages.h"
 #include "host/status.h"
+#include "host/terminal.h"
 
 #include <string>
 
@@ -11,7 +12,8 @@ namespace kelo_host
 
 // On a terminal the screen stands in the upper rows, and what the library prints scrolls below it.
 // Elsewhere each change is a line. As JSON, standard output gets objects alone, and everything else
-// goes to standard error.
+// goes to standard error. What the library prints holds texts of senders and networks: a terminal
+// gets it by way of `clean_output`.
 class display
 {
   public:
@@ -19,8 +21,11 @@ class display
 
     void update(const json_value& status, long seconds);
 
-    // A received message, whole, its text on lines of its own.
-    void show(const joined_message& message);
+    void show(const whole_message& message);
+    template <typename result> void show(const result& one) // or a report
+    {
+        tell({line_of(one)}, json_of(one));
+    }
 
     // The last status, in full.
     void finish(const json_value& status, long seconds);
@@ -29,12 +34,14 @@ class display
 
   private:
     void draw(const json_value& status, long seconds);
+    void tell(const std::vector<std::string>& lines, const json_value& object);
 
     bool json_, live_ = false;
     int fd_ = 1;
     int rows_ = 0; // of the terminal that was split, 0 while it is whole
     json_value last_;
     std::string drawn_;
+    clean_output library_;
 };
 
 } // namespace kelo_host

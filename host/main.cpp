@@ -3,12 +3,12 @@
 #include "host/commands.h"
 #include "host/custom_file.h"
 #include "host/display.h"
-#include "host/joiner.h"
+#include "host/messages.h"
 #include "host/news.h"
 #include "host/options.h"
-#include "host/outbox.h"
 #include "host/services.h"
 #include "host/settings_file.h"
+#include "host/spool.h"
 
 #include <kelo/kelo.h>
 
@@ -30,7 +30,7 @@ using namespace std::chrono_literals;
 using clock = std::chrono::steady_clock;
 
 constexpr int poll_ms = 250;
-constexpr int poll_busy_ms = 100; // while messages are followed
+constexpr auto last_results = 10s; // for messages that are going out when it is to end
 constexpr auto between_reports = 1s;
 constexpr int exit_no_modem = 1;
 constexpr int exit_not_done = 3;
@@ -84,11 +84,13 @@ class input_lines
   public:
     explicit input_lines(bool open) : open_(open) {}
 
-    // Waits for a signal or for input.
-    void wait(int ms)
+    // Waits for a signal, for input, or for another descriptor, if there is one.
+    void wait(int ms, int other)
     {
-        pollfd entries[] = {{signal_pipe[0], POLLIN, 0}, {STDIN_FILENO, POLLIN, 0}};
-        poll(entries, open_ ? 2 : 1, ms);
+        pollfd entries[] = {{signal_pipe[0], POLLIN, 0},
+                            {open_ ? STDIN_FILENO : -1, POLLIN, 0},
+                            {other, POLLIN, 0}};
+        poll(entries, std::size(entries), ms);
         char bytes[256];
         if (entries[0].revents != 0)
             while (read(signal_pipe[0], bytes, sizeof bytes) > 0) {
@@ -144,8 +146,7 @@ class host
   public:
     host(const host_options& options, const cellular_setting& settings)
         : options_(options), settings_(settings), display_(options.json), input_(options.commands),
-          news_(say_), outbox_(say_), mqtt_(say_), gps_(say_),
-          joiner_(std::chrono::seconds(options.join_seconds))
+          news_(say_), spool_(say_), outgoing_(say_), mqtt_(say_), gps_(say_)
     {
     }
 
@@ -155,6 +156,11 @@ class host
     void start();
     void pass(clock::time_point now);
     void receive(clock::time_point now);
+    bool keep_message(clock::time_point now);
+    void take_results();
+    void count_lost(const char* what, int lost, int& before);
+    void send(const std::string& number, const std::string& text);
+    void end_messages();
     void run_command(const std::string& line, clock::time_point now);
     void act(const user_command& command, clock::time_point now);
     void change(const cellular_setting& settings);
@@ -174,14 +180,16 @@ class host
     input_lines input_;
     const speaker say_ = [this](const std::string& line) { display_.say(line); };
     news news_;
-    outbox outbox_;
+    spool spool_;
+    outgoing outgoing_;
     mqtt_client mqtt_;
     gps_engine gps_;
-    joiner joiner_;
+    whole_message message_; // the last that was taken,
+    bool unkept_ = false;   // which is still to be kept
     cellular_status report_{};
     clock::time_point next_report_{};
     const clock::time_point begun_ = clock::now();
-    int lost_ = 0, mode_ = settings_.net_mode;
+    int messages_lost_ = 0, results_lost_ = 0, reports_lost_ = 0, mode_ = settings_.net_mode;
     bool quit_ = false;
 };
 
@@ -227,12 +235,14 @@ void host::start()
     keep(options_);
     is_quectel = options_.family;
     selected_card = options_.sim;
+    kelo_set_sms_storage(options_.sms_storage);
+    kelo_set_sms_patience(options_.join_seconds);
     needSetApn = settings_.apn[0] != '\0'; // without it the flow passes the APN over
     kelo_init_cellular(&settings_, static_cast<unsigned char>(options_.low_power));
     if (options_.dialogue)
         set_5g_debug(1); // the start has set it by /config/5Gdebug
     if (!options_.sms_number.empty())
-        outbox_.add(options_.sms_number, options_.sms_text);
+        send(options_.sms_number, options_.sms_text);
     if (options_.gps)
         gps_.start(clock::now());
     if (options_.mqtt && !mqtt_.start(*options_.mqtt))
@@ -248,19 +258,63 @@ json_value host::read(clock::time_point now)
     return read_status(news_.received(), report_, mqtt_.state());
 }
 
+// A message is shown once it is kept, and only then is the next one taken: that lets the library
+// delete the one before from the modem's storage.
 void host::receive(clock::time_point now)
 {
-    kelo_sms sms{};
-    while (kelo_take_sms(&sms))
-        joiner_.add(sms, now);
-    for (const joined_message& message : joiner_.take(now)) {
+    while (unkept_ || take_message(message_)) {
+        unkept_ = !keep_message(now);
+        if (unkept_)
+            break;
+    }
+    count_lost("messages", kelo_messages_lost(), messages_lost_);
+}
+
+bool host::keep_message(clock::time_point now)
+{
+    const auto kept = options_.spool.empty() ? spool::keeping::kept : spool_.keep(message_, now);
+    if (kept == spool::keeping::kept) {
         news_.note_message();
-        display_.show(message);
+        display_.show(message_);
     }
-    if (const int lost = kelo_sms_lost(); lost != lost_) {
-        display_.say("messages lost, too many at once: " + std::to_string(lost - lost_));
-        lost_ = lost;
+    return kept != spool::keeping::not_yet;
+}
+
+void host::take_results()
+{
+    kelo_sms_result result{};
+    while (kelo_take_sms_result(&result, sizeof result)) {
+        outgoing_.note(result);
+        spool_.note(result);
+        display_.show(result);
     }
+    kelo_sms_report report{};
+    while (kelo_take_sms_report(&report, sizeof report)) {
+        spool_.note(report);
+        display_.show(report);
+    }
+    count_lost("results", kelo_sms_results_lost(), results_lost_);
+    count_lost("reports", kelo_sms_reports_lost(), reports_lost_);
+}
+
+void host::count_lost(const char* what, int lost, int& before)
+{
+    if (lost != before)
+        display_.say(std::string(what) +
+                     " lost, too many at once: " + std::to_string(lost - before));
+    before = lost;
+}
+
+void host::send(const std::string& number, const std::string& text)
+{
+    kelo_sms_options options{};
+    options.size = sizeof options;
+    kelo_sms_options_defaults(&options);
+    if (options_.sms_validity)
+        options.validity = *options_.sms_validity;
+    options.report = options_.sms_report;
+    options.flash = options_.sms_flash;
+    outgoing_.add(number, text, options);
 }
 
 void host::change(const cellular_setting& settings)
@@ -303,7 +357,7 @@ void host::act(const user_command& command, clock::time_point now)
         return display_.say(cellular_reload() == 0 ? "the reload flow runs"
                                                    : "no reload during a start or restart");
     case command_verb::sms:
-        return outbox_.add(command.number, command.text);
+        return send(command.number, command.text);
     case command_verb::gps:
         return gps_.start(now);
     case command_verb::help:
@@ -333,7 +387,10 @@ void host::pass(clock::time_point now)
         run_command(*line, now);
     news_.pass();
     receive(now);
-    outbox_.pass(now);
+    take_results();
+    outgoing_.pass(now);
+    if (!options_.spool.empty())
+        spool_.pass(now);
     mqtt_.pass(now, restarts());
     gps_.pass(now);
     display_.update(read(now), seconds());
@@ -345,9 +402,9 @@ bool host::is_over(clock::time_point now) const
         return true;
     if (options_.seconds)
         return now - begun_ >= std::chrono::seconds(*options_.seconds);
-    const bool has_end =
-        (!options_.sms_number.empty() || options_.gps) && !options_.commands && !options_.mqtt;
-    return has_end && !outbox_.busy() && !gps_.busy();
+    const bool has_end = (!options_.sms_number.empty() || options_.gps) && !options_.commands &&
+                         !options_.mqtt && options_.spool.empty();
+    return has_end && !outgoing_.busy() && !gps_.busy();
 }
 
 // Bounded, since a start or restart that is under way refuses the stop until it is through. The
@@ -362,23 +419,45 @@ void host::stop_modem()
     }
 }
 
+// What a file's message is about to come to is waited for, so that a stop leaves none unknown.
+void host::end_messages()
+{
+    spool_.stop();
+    for (const auto until = clock::now() + last_results;
+         spool_.is_sending() && clock::now() < until;) {
+        poll(nullptr, 0, poll_ms);
+        take_results();
+        spool_.pass(clock::now());
+    }
+}
+
 int host::run()
 {
+    if (!options_.spool.empty()) {
+        const std::string fault = spool_.open(options_.spool);
+        if (!fault.empty()) {
+            display_.say(printable(fault));
+            return exit_usage;
+        }
+    }
     start();
     while (!is_over(clock::now())) {
         pass(clock::now());
-        input_.wait(outbox_.busy() ? poll_busy_ms : poll_ms);
+        input_.wait(poll_ms, spool_.descriptor());
     }
 
     // The last state of the running modem: the stop itself clears the status word.
-    receive(clock::now());
-    for (const joined_message& message : joiner_.take_all())
-        display_.show(message);
+    if (!options_.spool.empty())
+        end_messages();
     const json_value status = read(clock::now());
     stop_modem();
+    receive(clock::now());
+    take_results();
+    if (!options_.spool.empty())
+        spool_.pass(clock::now());
     display_.finish(status, seconds());
-    const int unknown = outbox_.not_sent() + (outbox_.busy() ? 1 : 0);
-    if (outbox_.busy())
+    const int unknown = outgoing_.not_sent() + (outgoing_.busy() ? 1 : 0);
+    if (outgoing_.busy())
         display_.say("stopped with a message not known to be sent");
     if (status.at("model").is_null()) {
         display_.say("the modem never told its model");

@@ -3,7 +3,7 @@
 
 #include "host/status.h"
 
-#include <functional>
+#include <utility>
 
 namespace kelo_host
 {
@@ -12,7 +12,7 @@ class news
 {
   public:
     // `say` takes one line on each.
-    explicit news(std::function<void(const std::string&)> say) : say_(std::move(say)) {}
+    explicit news(speaker say) : say_(std::move(say)) {}
 
     // Takes the flags down and counts; several times a second.
     void pass();
@@ -23,7 +23,7 @@ class news
     void note_message() { received_.sms++; }
 
   private:
-    std::function<void(const std::string&)> say_;
+    speaker say_;
     received_counts received_;
 };
 

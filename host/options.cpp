@@ -126,11 +126,11 @@ std::optional<int> parse_options(int argc, const char* const* argv, host_options
 {
     CLI::App app("Owns a USB cellular modem: keeps it online and shows what it sees.", "kelo-host");
     app.footer(
-        "With --sms or --gps, and without --seconds, --commands and --mqtt, it ends when they are "
-        "done.\n"
+        "With --sms or --gps, and without --seconds, --commands, --mqtt and --spool, it ends when "
+        "they are done.\n"
         "Exit status: 0 done, 1 the modem never told its model (or --check-profiles found "
-        "something), 2 bad arguments or a bad file, 3 a message was not known to be sent, or no "
-        "position was found.");
+        "something), 2 bad arguments, a bad file, or a spool that can't be used, 3 a message was "
+        "not known to be sent, or no position was found.");
     app.get_formatter()->column_width(30);
 
     app.add_option("--seconds", options.seconds,
@@ -157,6 +157,19 @@ std::optional<int> parse_options(int argc, const char* const* argv, host_options
     // On its own: as a second value of --sms a text in [] would be read as a list.
     app.add_option("TEXT", options.sms_text, "Text of --sms (behind -- if it begins with -)")
         ->needs(sms);
+    app.add_option("--sms-validity", options.sms_validity,
+                   "Minutes for which the network tries to deliver messages of --sms and of the "
+                   "command sms (default: as long as it keeps them)")
+        ->check(CLI::Range(5, 635040));
+    app.add_flag("--sms-report", options.sms_report, "Ask for status reports on them");
+    app.add_flag("--sms-flash", options.sms_flash, "Have them shown at once and not kept");
+    app.add_option("--sms-storage", options.sms_storage,
+                   "What is done with messages that the modem stores: 0 nothing, 1 they are read, "
+                   "2 they are read, and deleted once they are kept (default)")
+        ->check(CLI::Range(0, 2));
+    app.add_option("--spool", options.spool,
+                   "Folder by which scripts send and receive messages: files in its outgoing are "
+                   "sent and come to sent or failed, received ones come to incoming");
     app.add_option("--join-seconds", options.join_seconds,
                    "How long a received message waits for its next part (default 60)")
         ->check(CLI::Range(1, 86400));
@@ -169,8 +182,8 @@ std::optional<int> parse_options(int argc, const char* const* argv, host_options
                    "File of changes to the AT commands, see examples/custom-verbose-errors.txt");
     app.add_flag("--dialogue", options.dialogue, "Show the AT dialogue");
     app.add_flag("--json", options.json,
-                 "One JSON object per change, and per message received, on standard output; the "
-                 "library's own lines go to standard error");
+                 "One JSON object per change, message received, result and report, on standard "
+                 "output; the library's own lines go to standard error");
     app.add_option("--check-profiles", options.check_profiles,
                    "Check a folder of modem profile files, and do nothing else");
 

@@ -21,7 +21,10 @@ struct host_options {
     bool dialogue = false; // the AT dialogue on standard output
     bool json = false;
     std::string sms_number, sms_text;
-    int join_seconds = 60;
+    std::optional<unsigned int> sms_validity; // minutes
+    bool sms_report = false, sms_flash = false;
+    int join_seconds = 60, sms_storage = 2;
+    std::string spool; // folder; empty: none
     std::optional<mqtt_config> mqtt;
     bool gps = false;
     std::string port; // empty: the first

@@ -1,7 +1,5 @@
 #include "host/services.h"
 
-#include "host/status.h"
-
 #include <kelo/gps.h>
 #include <kelo/gsm.h>
 

@@ -1,16 +1,15 @@
 // The MQTT client and the GPS engine inside the modem.
 #pragma once
 
+#include "host/status.h"
+
 #include <kelo/mqtt.h>
 
 #include <chrono>
-#include <functional>
 #include <string>
 
 namespace kelo_host
 {
-
-using speaker = std::function<void(const std::string&)>;
 
 // Keeps one subscription. One object a process: the library's callbacks know no more.
 class mqtt_client

@@ -176,6 +176,17 @@ std::string printable(std::string_view text)
     return clean;
 }
 
+bool is_utf8(std::string_view text)
+{
+    while (!text.empty()) {
+        const size_t length = utf8_length(text);
+        if (length == 0)
+            return false;
+        text.remove_prefix(length);
+    }
+    return true;
+}
+
 json_value signal_dbm(int rssi)
 {
     if (rssi >= 1 && rssi <= 31)

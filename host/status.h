@@ -5,6 +5,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -12,6 +13,8 @@ namespace kelo_host
 {
 
 using json_value = nlohmann::ordered_json;
+
+using speaker = std::function<void(const std::string&)>; // takes one line
 
 // What came in since the start; sms: messages, in as many parts as they had.
 struct received_counts {
@@ -32,6 +35,8 @@ std::vector<std::string> screen(const json_value& status, long seconds, size_t w
 
 // As `text`, with what could act on a terminal, or is no UTF-8, replaced by '?'.
 std::string printable(std::string_view text);
+
+bool is_utf8(std::string_view text);
 
 // Of the +CSQ figure, 3GPP TS 27.007 8.5, and of the wider range of TD-SCDMA modules; null:
 // unknown.

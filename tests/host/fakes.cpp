@@ -3,12 +3,14 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
+#include <cstring>
 #include <utility>
 
 namespace kelo_host
 {
 
 fake_modem fake;
+fake_messages fake_sms;
 
 void note(const std::string& line)
 {
@@ -68,3 +70,26 @@ int kelo_set_cellular_wake(const mqtt_config* config)
 int kelo_check_mqtt_update() { return fake.mqtt_pending; }
 int kelo_set_urc_callback(mqtt_urc_handler callback) { fake.mqtt_report = callback; return 0; }
 int kelo_set_mqtt_backoff(int on) { return answer(on ? "backoff" : "", 0); }
+int kelo_sms_options_defaults(kelo_sms_options* options) { options->validity = 7; return 0; }
+int kelo_send_sms(const char* number, const char* text, const kelo_sms_options* options)
+{
+    if (fake_sms.refuse > 0 && fake_sms.refuse--)
+        return 0;
+    fake_sms.handed.push_back({number, text, *options});
+    return static_cast<int>(fake_sms.handed.size());
+}
+int kelo_cancel_sms(int) { return fake_sms.cancel; }
+const char* kelo_sms_state_name(int state) { return state == KELO_SMS_SENT ? "sent" : "?"; }
+int kelo_take_message(kelo_message* message, size_t, char* text, size_t size)
+{
+    if (fake_sms.waiting.empty())
+        return 0;
+    const auto& [head, words] = fake_sms.waiting.front();
+    *message = head;
+    message->length = static_cast<int>(words.size());
+    if (size <= words.size())
+        return -1;
+    std::memcpy(text, words.c_str(), words.size() + 1);
+    fake_sms.waiting.erase(fake_sms.waiting.begin());
+    return 1;
+}

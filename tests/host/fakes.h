@@ -3,10 +3,12 @@
 #pragma once
 
 #include <kelo/kelo.h>
+#include <kelo/messages.h>
 
 #include <chrono>
 #include <functional>
 #include <string>
+#include <vector>
 
 namespace kelo_host
 {
@@ -19,6 +21,19 @@ struct fake_modem {
     mqtt_urc_handler mqtt_report = nullptr;
 };
 extern fake_modem fake;
+
+// The library's part in messages.
+struct fake_messages {
+    struct handed {
+        std::string number, text;
+        kelo_sms_options options;
+    };
+    std::vector<handed> handed; // the number of each is its place, from 1
+    int refuse = 0;             // so many are not taken
+    int cancel = 1;
+    std::vector<std::pair<kelo_message, std::string>> waiting;
+};
+extern fake_messages fake_sms;
 
 void note(const std::string& line);
 

@@ -1,6 +1,5 @@
-// What users, senders and networks put in: commands with settings, messages in parts, names.
+// What users, senders and networks put in: commands with settings, names.
 #include "host/commands.h"
-#include "host/joiner.h"
 #include "host/settings_file.h"
 #include "host/status.h"
 #include <cstring>
@@ -28,28 +27,6 @@ TEST(Commands, AndTheirSettingsAreTakenOrRefusedWithAReason)
         EXPECT_EQ(error.empty(), *reason == '\0') << line << ": " << error;
         EXPECT_NE(error.find(reason), std::string::npos) << line << ": " << error;
         EXPECT_STREQ(settings.apn, std::strstr(line, "an apn") ? "an apn" : "") << line;
-    }
-}
-
-TEST(Joiner, PutsPartsTogetherHoweverTheyCome)
-{
-    // clang-format off
-    // second, text, reference, parts, part; what is ready then
-    const std::tuple<int, const char*, int, int, int, const char*> rows[] = {
-        {0, "3", 7, 3, 3, ""}, {0, "x", 9, 2, 1, ""}, {0, "o", 8, 2, 1, ""}, {1, "1", 7, 3, 1, ""},
-        {1, "1", 7, 3, 1, ""}, {59, "y", 9, 2, 2, "xy;"}, {59, "\xe4", 0, 0, 0, "\xc3\xa4;"},
-        {59, "2", 7, 3, 2, "123;"}, {60, "?", 7, 2, 3, "?;o[part 2 missing];"}, {60, "p", 8, 2, 1, ""},
-        {60, "q", 8, 2, 1, "p[part 2 missing];"}}; // the reference is used again
-    // clang-format on
-    joiner parts(std::chrono::seconds(60));
-    for (const auto& [second, text, reference, total, number, ready] : rows) {
-        const kelo_sms sms{0, "", "", "", "", {*text}, 1, 0, reference, total, number, ""};
-        const joiner::clock::time_point now{std::chrono::seconds(second)};
-        parts.add(sms, now);
-        std::string all;
-        for (const joined_message& one : parts.take(now))
-            all += one.text + ";";
-        EXPECT_EQ(all, ready);
     }
 }
 
