@@ -2,7 +2,7 @@
 // the messages; the rest is what it says, in pieces that end at a byte 0, with a command of the
 // errand ahead of each. A byte 1 stands for that command, which a modem repeats.
 
-#include "sms/sms.h"
+#include "sms/report_lines.h"
 #include "support/sleeps.h"
 
 #include <cstdio>
@@ -34,7 +34,7 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t siz
         const std::size_t echo = piece.find('\1');
         if (echo != std::string::npos)
             piece.replace(echo, 1, command);
-        sms_storage_read(&g_mobile, piece);
+        sms_own_piece(piece);
         sms_storage_hear(piece);
         kelo_message message;
         char text[4096];

@@ -2,6 +2,7 @@
 // else.
 #include "sms/report_lines.h"
 
+#include "at/at.h"
 #include "core/family.h"
 #include "support/text.h"
 
@@ -11,9 +12,43 @@ namespace kelo
 namespace
 {
 
-constinit report_lines lines(sms_report_is_whole); // of the port; the mobile task's own
+// Of the port; the mobile task's own.
+constinit report_lines lines(sms_report_is_whole, sms_own_piece);
+
+// A line of the modem's own that its reads have cut.
+made<char, 2048> begun;
+bool too_long = false;
+
+void hear_line(std::string_view line)
+{
+    while (!line.empty() && (line.front() == '\r' || line.front() == ' '))
+        line.remove_prefix(1);
+    while (!line.empty() && (line.back() == '\r' || line.back() == ' '))
+        line.remove_suffix(1);
+    char text[sizeof begun.items + 1];
+    text[line.copy(text, sizeof text - 1)] = '\0';
+    if (line.empty() || is_foreign(text))
+        return;
+    sms_watch_answer(text);
+    sms_storage_line(&g_mobile, text);
+}
 
 } // namespace
+
+void sms_own_piece(std::string_view rest)
+{
+    while (!rest.empty()) {
+        const std::size_t end = rest.find('\n');
+        const std::string_view piece = rest.substr(0, end);
+        too_long |= !begun.add({piece.data(), piece.size()});
+        if (end == std::string_view::npos)
+            return;
+        if (!std::exchange(too_long, false))
+            hear_line({begun.items, begun.count});
+        begun.count = 0;
+        rest = behind(rest, end + 1);
+    }
+}
 
 read_view sms_each_read(char* bytes, std::size_t length)
 {
@@ -28,6 +63,8 @@ void sms_quiet_second()
 void sms_reads_end()
 {
     lines.end();
+    begun.count = 0;
+    too_long = false;
 }
 
 event* sms_take_read(gsm_mobile* rec, char* text, char* report)

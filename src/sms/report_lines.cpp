@@ -163,11 +163,13 @@ read_view report_lines::read(char* text, std::size_t size)
         begun = nullptr;
         const bool kept_back = end == nullptr && may_become_mark(piece);
         const bool of_report = !kept_back && take_piece(piece);
+        if (!kept_back && !of_report && own != nullptr)
+            own(piece);
         if (kept_back)
             view.keep_back = piece.size();
         else if (begun == message_mark && message == nullptr)
             message = out;
-        else if (begun == stored_mark && notice == nullptr)
+        else if (begun == stored_mark && notice == nullptr && !of_report)
             notice = out;
         // From the first of these on the text is the event's, which has it as it came.
         if (of_report && message == nullptr && notice == nullptr) {
@@ -220,7 +222,8 @@ bool report_lines::begin_line(string_view piece)
         if (now != part::none)
             finish(behind_blank_line(length) ? length - 2 : length, true);
         begin_report(found);
-        return found->kind != report_kind::notice || muted;
+        // Where the storage is read, a notice is for it alone, and takes no answer along.
+        return found->kind != report_kind::notice || muted || sms_storage_mode() != 0;
     }
     if (now == part::text)
         return begin_text_line(piece);

@@ -36,13 +36,19 @@ struct whole_report {
     bool ended = false;    // its last line was whole
 };
 
-// What becomes of a whole report (receive.cpp).
+// What becomes of a whole report (receive.cpp), and of what a read has of a line that is none's.
 void sms_report_is_whole(const whole_report& report);
+void sms_own_piece(std::string_view piece);
 
 class report_lines
 {
   public:
-    explicit constexpr report_lines(void (*is_whole)(const whole_report&)) : whole(is_whole) {}
+    using report_taker = void (*)(const whole_report&);
+    using piece_taker = void (*)(std::string_view);
+    explicit constexpr report_lines(report_taker is_whole, piece_taker is_own = nullptr)
+        : whole(is_whole), own(is_own)
+    {
+    }
 
     // A read of the port, or what of one a host hands in: takes NUL bytes and the lines of reports
     // out of the bytes, and leaves a text.
@@ -58,7 +64,8 @@ class report_lines
     // A report and its text are at most this; 160 characters take 1024 bytes at most.
     static constexpr std::size_t room = 2048;
 
-    void (*whole)(const whole_report&);
+    report_taker whole;
+    piece_taker own;
     part now = part::none;
     const report_mark* mark = nullptr;  // of the report; null: its line may still become one
     const report_mark* begun = nullptr; // by the last line

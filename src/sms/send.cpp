@@ -44,8 +44,9 @@ struct way_out {
     sms_part* in_hand = nullptr;
     std::int64_t begun_ms = 0;
     char body[sizeof(gsm_mobile::sms_text)] = {}; // of what is due, or went out last
-    int echoed_prompts = 0; // prompts still to come that its lines draw, or its echo shows
-    bool text_mode = false; // the modem was left in it
+    int echoed_prompts = 0;    // prompts still to come that its lines draw, or its echo shows
+    bool text_mode = false;    // the modem was left in it
+    bool last_command = false; // of the task's was one that sends a message
 
     unanswered_part unanswered[most_unanswered] = {};
     unsigned first = 0, count = 0;
@@ -249,6 +250,7 @@ void sms_send_begins(gsm_mobile* rec)
     const lock_scope hold(record_lock);
     out.begun_ms = monotonic_ms();
     out.echoed_prompts = 0;
+    out.last_command = true;
     text_set(out.body, rec->sms_text);
     word_set(body_due, 1);
 }
@@ -336,10 +338,10 @@ struct read_answer {
     sms_error error;
 };
 
+// `alone`: no other command has gone out since, which any error could be the answer to.
 std::optional<read_answer> read_answer_of(const char* line, bool alone)
 {
     int number = -1;
-    line += std::strspn(line, "\r ");
     if (text_begins(line, "+CMGS:")) {
         scan(line, "+CMGS:", dec(number));
         return read_answer{true, {KELO_SMS_NO_ERROR, number}};
@@ -359,12 +361,18 @@ std::optional<read_answer> read_answer_of(const char* line, bool alone)
 
 } // namespace
 
-void sms_watch_answer(const char* line, bool alone)
+void sms_other_command()
 {
-    const auto read = read_answer_of(line, alone);
+    const lock_scope hold(record_lock);
+    out.last_command = false;
+}
+
+void sms_watch_answer(const char* line)
+{
+    lock_scope hold(record_lock);
+    const auto read = read_answer_of(line, out.last_command);
     if (!read)
         return;
-    lock_scope hold(record_lock);
     part_end end;
     if (out.count > 0)
         end = take_unanswered();

@@ -123,10 +123,12 @@ bool sms_sending();
 // The command that leaves the modem in PDU mode behind a message in text mode; null for none.
 const char* sms_mode_to_restore();
 
-// A line that came, ahead of its handler: an answer to a message, or its prompt under another
-// handler. `alone`: no command runs that it could be an answer to.
-void sms_watch_answer(const char* line, bool alone);
+// A whole line of the modem's own, which may be the answer to a message, whatever command runs.
+void sms_watch_answer(const char* line);
+// A line under another handler than the one below, which may be the prompt.
 void sms_watch_prompt(gsm_mobile* mobile, const char* line);
+// A command of the task's is written: from then on an error without a number may be its answer.
+void sms_other_command();
 
 // Answers the modem's "> " prompt with the body of the message in flight, and reads the result.
 event* sms_send_handler(gsm_mobile* mobile, char* line);
@@ -205,9 +207,8 @@ void sms_storage_reported(std::string_view pdu);
 // The host has kept what came from there.
 void sms_storage_kept(sms_place place);
 
-// What a read of the port holds: lines are put together over reads, heard, and are the answer to
-// the errand's command, if one is out.
-void sms_storage_read(gsm_mobile* mobile, std::string_view text);
+// A whole line of the modem, which may be the answer to the errand's command.
+void sms_storage_line(gsm_mobile* mobile, char* line);
 
 // Another command goes out: the errand's has had no answer.
 void sms_command_goes_out();

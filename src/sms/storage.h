@@ -81,8 +81,6 @@ struct modem_storage {
 
     int home = -1; // the memory that was selected at first, and is again in the end
     std::size_t reports = 0;
-    bool line_too_long = false;
-    bool line_is_old = false; // of a port that was closed since
 };
 
 // A leaf: nothing is taken under it. It guards all that follows, most of which is the mobile

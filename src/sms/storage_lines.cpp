@@ -80,8 +80,6 @@ std::optional<final_result> final_in(string_view line)
 namespace
 {
 
-made<char, 2048> begun; // a line that its read has cut
-
 // +CMTI: "ME",7
 void take_arrival(string_view columns)
 {
@@ -163,34 +161,15 @@ void sms_storage_hear(string_view line)
         take_notice(trimmed(line));
 }
 
-void sms_storage_read(gsm_mobile* rec, string_view rest)
+void sms_storage_line(gsm_mobile* rec, char* line)
 {
-    while (!rest.empty()) {
-        char line[sizeof begun.items + 1];
-        {
-            const lock_scope hold(storage_lock);
-            if (!is_listening()) {
-                begun.count = 0;
-                return;
-            }
-            if (std::exchange(store.line_is_old, false))
-                begun.count = 0;
-            const std::size_t end = rest.find('\n');
-            const string_view piece = rest.substr(0, end);
-            rest = end == string_view::npos ? string_view() : behind(rest, end + 1);
-            if (!begun.add({piece.data(), piece.size()}))
-                store.line_too_long = true;
-            if (end == string_view::npos)
-                return;
-            const string_view whole = trimmed({begun.items, begun.count});
-            line[whole.copy(line, whole.size())] = '\0';
-            begun.count = 0;
-            if (std::exchange(store.line_too_long, false) || whole.empty() || is_foreign(line))
-                continue;
-            hear(whole);
-        }
-        sms_errand_handler(rec, line);
+    {
+        const lock_scope hold(storage_lock);
+        if (!is_listening())
+            return;
+        hear(line);
     }
+    sms_errand_handler(rec, line);
 }
 
 bool sms_errand_owns(const char* line)

@@ -195,7 +195,6 @@ void sms_storage_forget()
     store.told = store.flow_says = false;
     store.tellings = 0;
     store.open = false;
-    store.line_is_old = true;
     forget_places();
 }
 

@@ -42,23 +42,8 @@ void each_line(gsm_mobile* rec, const at_info* running, char* line)
     sim_guard_hear(line);
     libgsm_check_gps_location(line);
     libgsm_check_mqtt_sub(line);
-    sms_watch_answer(line, running == nullptr || sends_message(running));
     if (running == nullptr || !sends_message(running))
         sms_watch_prompt(rec, line);
-}
-
-// The storage has the lines that are the modem's own: a message in the read may say anything.
-read_view each_read(char* bytes, std::size_t length)
-{
-    const read_view view = sms_each_read(bytes, length);
-    std::string_view own = bytes;
-    if (view.report != nullptr && text_begins(view.report, "+CMT:"))
-        own = own.substr(0, static_cast<std::size_t>(view.report - bytes));
-    else
-        own.remove_suffix(std::min(view.keep_back, own.size()));
-    if (gsm_mobile* const rec = modem_record())
-        sms_storage_read(rec, own);
-    return view;
 }
 
 // A command that sends a message draws a prompt, which may come at once.
@@ -67,6 +52,7 @@ bool before_command(gsm_mobile* rec, const at_info* at, bool custom)
     if (!custom && !at_may_go(at))
         return false;
     sms_command_goes_out();
+    sms_other_command();
     if (sends_message(at) && (custom || at->cmd != nullptr))
         sms_send_begins(rec);
     return true;
@@ -85,7 +71,7 @@ const exchange_hooks task_hooks = {
     .idle_line = general_handler,
     .foreign_line = foreign_line,
     .each_line = each_line,
-    .each_read = each_read,
+    .each_read = sms_each_read,
     .report = sms_take_read,
     .before_command = before_command,
     .instead = sms_command_instead,

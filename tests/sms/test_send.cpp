@@ -97,7 +97,7 @@ std::string fates(modem_port& port, const std::string& script)
             ahead_ms += 1000 * std::stoi(word);
             sms_look_at_clock(monotonic_ms() + ahead_ms);
         } else if (word[0] == '+' || word == "ERROR") {
-            sms_watch_answer(word.c_str(), true);
+            sms_watch_answer(word.c_str());
         } else {
             queue(word.c_str(), word[1] - '0', word[0] < 'a');
         }
@@ -166,6 +166,32 @@ TEST(SmsSend, Fates)
     const captured quiet;
     for (const auto& [script, told] : rows)
         EXPECT_EQ(fates(port, script), told) << script;
+}
+
+// An answer is one wherever a read cuts it, and beside a report that has the read for itself.
+TEST(SmsSend, AnswersBesideReportsAndOverReads)
+{
+    const std::string report = in_words("+CMT: ,30\r\n", pdu_door, "\r\n");
+    const std::vector<std::string> rows[] = {
+        {"\r\n+CMGS: 77\r\n\r\nOK\r\n", report},      {"\r\n+CM", "GS: 7", "7\r\n\r\nOK\r\n"},
+        {"\r\n+CMGS: 77\r\n\r\nOK\r\n" + report},     {report + "\r\n+CMGS: 77\r\n\r\nOK\r\n"},
+        {"\r\n+CMTI: \"SM\",3\r\n\r\n+CMGS: 77\r\n"},
+    };
+    modem_port port;
+    at_info at = {};
+    at.handler = general_handler;
+    const captured quiet;
+    for (const auto& reads : rows) {
+        queue("a", 1, 1);
+        ASSERT_NE(sms_send_next(monotonic_ms()), nullptr);
+        sms_send_begins(&g_mobile);
+        sms_watch_prompt(&g_mobile, "> ");
+        for (const std::string& read : reads)
+            hear(port, &at, read);
+        kelo_sms_result result = {};
+        EXPECT_EQ(kelo_take_sms_result(&result, sizeof result), 1) << reads[0];
+        EXPECT_EQ(result.references[0], 77);
+    }
 }
 
 // From the command that draws the prompt to the body, though a report stands between them and in

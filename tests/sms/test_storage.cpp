@@ -1,4 +1,5 @@
 // The errand to the modem's storage: its commands, and what it makes of made-up answers.
+#include "sms/report_lines.h"
 #include "tests/sms/messages.h"
 
 #include <iterator>
@@ -83,7 +84,7 @@ struct Storage : testing::Test {
     {
         const std::string text = answer.empty() ? "" : "\r\n" + answer + "\r\n";
         for (std::size_t at = 0; at < text.size(); at += piece)
-            sms_storage_read(&g_mobile, std::string_view(text).substr(at, piece));
+            sms_own_piece(std::string_view(text).substr(at, piece));
     }
     // What the host takes: the text, and "*" where it lay there before.
     static std::string taken()
