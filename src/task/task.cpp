@@ -97,7 +97,7 @@ event* errand_line(gsm_mobile* rec, char* line)
 }
 
 // What there is to do beside flows and messages; null for nothing now.
-at_info* run_errand(gsm_mobile* rec)
+at_info* run_errand(gsm_mobile* rec, task_state& state)
 {
     constexpr int seconds = 20;
     static at_info errand;
@@ -110,10 +110,19 @@ at_info* run_errand(gsm_mobile* rec)
         errand.handler = errand_line;
     }
     errand.timeout = seconds;
-    if (command == nullptr)
+    if (command == nullptr) {
+        state.errand_ms = monotonic_ms();
         return nullptr;
+    }
     exec_at_command(rec, command);
     return &errand;
+}
+
+// Messages go out first, but not for ever: a storage that nobody reads fills.
+bool errand_goes_first(const task_state& state)
+{
+    constexpr std::int64_t patience_ms = 30000;
+    return sms_reports_due() || monotonic_ms() - state.errand_ms >= patience_ms;
 }
 
 void send_next(gsm_mobile* rec, task_state& state)
@@ -121,10 +130,12 @@ void send_next(gsm_mobile* rec, task_state& state)
     bool list_ended = false;
     state.running = libgsm_send_atcommand(rec, list_ended);
     if (list_ended) {
-        const bool tell_first = sms_reports_due() && !sms_sending();
-        if (!tell_first && is_registered(rec) && take_message(rec))
+        if (errand_goes_first(state))
+            state.running = run_errand(rec, state);
+        if (state.running == nullptr && is_registered(rec) && take_message(rec))
             return;
-        state.running = run_errand(rec);
+        if (state.running == nullptr)
+            state.running = run_errand(rec, state);
     }
     if (state.running != nullptr) {
         arm_command(rec, state.running);
