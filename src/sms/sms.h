@@ -1,10 +1,12 @@
-// SMS: the outbox on the way out, reports and the queue on the way in. What the octets of a message
+// SMS: messages on their way out and what becomes of them; reports of those that come, wherever
+// reads cut them; whole messages for the host; the modem's storage. What the octets of a message
 // mean, the codec next door knows.
 //
-// Threads: any thread encodes and queues messages, and takes received ones; the mobile task takes
-// messages off the outbox, sends them and reads reports.
-// Words that leave: none. The queue and the outbox are each guarded by a lock that is a leaf; the
-// message in flight (send.cpp) and gsm_event by record_lock.
+// Threads: any thread encodes, queues and cancels messages, and takes results, reports and received
+// ones; the mobile task sends, reads, and empties the storage.
+// Words that leave: body_due and sms_reports_wanted. The queues, the outbox, the joiner and the
+// storage are each guarded by a lock that is a leaf; what is on its way out (send.cpp) and
+// gsm_event by record_lock.
 #pragma once
 
 #include "at/at.h"
