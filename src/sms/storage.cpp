@@ -26,8 +26,10 @@ void give_up()
 {
     if (store.asked == step::remove)
         doubt_place(number_for(store.current, store.place));
+    if (store.asked != step::none && !store.echoed)
+        store.echoes = false; // or it has not heard the command
     store.asked = step::none;
-    store.echoes = store.open = false;
+    store.open = false;
     store.not_before_ms = store.now_ms + doubled(first_wait_ms, longest_wait_ms, store.failures);
     store.failures++;
 }

@@ -93,7 +93,8 @@ void take_arrival(string_view columns)
         doubt_place(number_for(index_of(one), place));
         one->places[place] = wanted | announced;
     }
-    store.not_before_ms = std::min(store.not_before_ms, store.now_ms + first_wait_ms);
+    // It works again, whatever failed before.
+    store.not_before_ms = std::min(store.not_before_ms, store.now_ms + notice_wait_ms);
 }
 
 void take_full(string_view line)
@@ -121,6 +122,8 @@ void hear(string_view line)
     constexpr string_view other_card[] = {
         "RDY",           "+CPIN: NOT READY", "+CPIN: NOT INSERTED",
         "+SIM: Removed", "+SIM DROP",        "^SIMST: 255"};
+    if (line.starts_with("AT+"))
+        store.echoes = true; // of whatever command: an answer of the errand's has its own ahead
     if (line == "+CMS ERROR: 322")
         take_full(line);
     for (const string_view begin : other_card)

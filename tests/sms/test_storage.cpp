@@ -300,3 +300,17 @@ TEST_F(Storage, WhatAFlowSaysOfMessages)
         EXPECT_FALSE(sms_reports_due());
     }
 }
+
+// Catches: the end of somebody else's command taken for that of the errand's, whose own answer then
+// counts for the next one, so that nothing is read for a minute.
+TEST_F(Storage, AnAnswerStandsBehindItsEcho)
+{
+    say("AT+COPS?\r\r\n+COPS: 0\r\n\r\nOK"); // the modem repeats what it hears
+    for (const char* const command : {"AT+CNMI=2,1,0,1,0", "AT+CMGF=0", "AT+CPMS?"}) {
+        ASSERT_STREQ(sms_errand_next(now), command);
+        say("OK"); // of a command of before
+        say(std::string(command) + "\r\r\n" +
+            (std::string(command) == "AT+CPMS?" ? in_use(1) : "OK"));
+    }
+    EXPECT_STREQ(sms_errand_next(now), "AT+CMGD=?");
+}
