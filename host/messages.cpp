@@ -60,6 +60,9 @@ bool take_message(whole_message& message)
     }
     const auto length = static_cast<size_t>(std::max(message.head.length, 0));
     message.text.resize(std::min(length, message.text.size()));
+    message.parts.resize(256);
+    const int parts = kelo_get_message_parts(message.parts.data(), 256);
+    message.parts.resize(static_cast<size_t>(std::clamp(taken == 1 ? parts : 0, 0, 256)));
     return taken == 1;
 }
 

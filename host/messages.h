@@ -8,13 +8,15 @@
 #include <chrono>
 #include <deque>
 #include <string>
+#include <vector>
 
 namespace kelo_host
 {
 
 struct whole_message {
     kelo_message head{};
-    std::string text; // UTF-8, or octets where head.data says so
+    std::string text;                      // UTF-8, or octets where head.data says so
+    std::vector<unsigned long long> parts; // their digests
 };
 
 // Takes the oldest that waits; with it the one before counts as kept.

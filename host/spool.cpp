@@ -24,7 +24,7 @@ constexpr size_t longest_record = 2 * longest_file; // with its result and repor
 constexpr size_t most_handed = 8; // what a sudden end leaves undecided is one of them at most
 constexpr size_t most_waiting = 4096;
 constexpr size_t most_placed = 256; // the library knows as many parts
-constexpr size_t most_seen = 1024;  // more than a modem stores
+constexpr size_t most_seen = 2048;  // more than a modem stores
 constexpr auto longest_pause = 60s;
 
 constexpr size_t surely_short = 255 * 67; // bytes; a text of more may be too long for a message
@@ -526,8 +526,7 @@ spool::keeping spool::keep(const whole_message& message, clock::time_point now)
     if (!recovered_)
         return worked(recovered_ = recover(), in_, now) ? keep(message, now) : keeping::not_yet;
     if (arrival_.empty()) {
-        if (message.head.stored != 0 &&
-            disk_.age_mark(place::seen, digest_text(message.head.digest)))
+        if (message.head.stored != 0 && is_known(message))
             return keeping::known;
         arrival_ = name_of_arrival(message.head.digest);
         arrival_step_ = 0;
@@ -537,6 +536,17 @@ spool::keeping spool::keep(const whole_message& message, clock::time_point now)
     arrival_.clear();
     forget_old();
     return keeping::kept;
+}
+
+// Or it is what a process before did not come to delete of a message in parts.
+bool spool::is_known(const whole_message& message)
+{
+    const auto seen = [&](unsigned long long digest) {
+        return disk_.age_mark(place::seen, digest_text(digest)).has_value();
+    };
+    return seen(message.head.digest) ||
+           (message.head.missing > 0 && !message.parts.empty() &&
+            std::all_of(message.parts.begin(), message.parts.end(), seen));
 }
 
 // The digest is there as long as the file under its first name or its last: whenever all ends, the
@@ -551,7 +561,11 @@ bool spool::write_arrival(const whole_message& message)
         arrival_step_++;
         [[fallthrough]];
     case 1:
-        if (!link_seen(arrival_) || !disk_.sync(place::seen))
+        // Those of its parts ahead of its own, with which it counts.
+        for (const unsigned long long part : message.parts)
+            if (!link_seen(arrival_, digest_text(part)))
+                return false;
+        if (!link_seen(arrival_, digest_of(arrival_)) || !disk_.sync(place::seen))
             return false;
         arrival_step_++;
         [[fallthrough]];
@@ -566,9 +580,9 @@ bool spool::write_arrival(const whole_message& message)
 }
 
 // A message may come a second time, to the octet: then the digest stands for the newer one.
-bool spool::link_seen(const std::string& arrival)
+bool spool::link_seen(const std::string& arrival, const std::string& digest)
 {
-    const std::string digest = digest_of(arrival), second = arrival + ".seen";
+    const std::string second = arrival + ".seen";
     if (disk_.same_file(place::tmp, arrival, place::seen, digest))
         return true;
     if (disk_.link(place::tmp, arrival, place::seen, digest)) {

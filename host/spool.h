@@ -112,7 +112,8 @@ class spool
     bool set_aside(const std::string& name, const std::string& reason);
 
     bool write_arrival(const whole_message& message);
-    bool link_seen(const std::string& arrival);
+    bool is_known(const whole_message& message);
+    bool link_seen(const std::string& arrival, const std::string& digest);
     bool place_arrival(const std::string& arrival);
     void forget_old();
 

@@ -167,6 +167,13 @@ struct kelo_message {
  * deleted from the modem's storage. Messages are put together from the first call on, or from the
  * first kelo_set_sms_storage other than 0. */
 int kelo_take_message(struct kelo_message* message, size_t size, char* text, size_t text_size);
+
+/* Digests of the parts that the message taken last came in; most: room in digests. Returns how many
+ * there are; 0 when none was taken, or the host has said since that it has kept it. The modem
+ * deletes parts one by one: a process that was killed in between finds the rest of a message that
+ * the one before has kept, and knows it by these. */
+int kelo_get_message_parts(unsigned long long* digests, int most);
+
 int kelo_messages_lost(void);
 
 /* The modem's storage, as it last told. Returns 1; 0, and nothing written, while it has not. */

@@ -139,6 +139,7 @@ whole_pointer compose(const part_row& row, const waiting_part* const* places)
     out.length = static_cast<int>(text.size());
     for (std::size_t i = 0; i < row.places; i++) {
         message->places[i] = places[i]->place;
+        message->places[i].digest = places[i]->part.digest;
         message->stored &= places[i]->place.index >= 0;
         out.stored |= places[i]->first_look ? 1 : 0;
     }

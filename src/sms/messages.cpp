@@ -161,6 +161,22 @@ int kelo_take_message(struct kelo_message* message, size_t size, char* text, siz
     return 1;
 }
 
+int kelo_get_message_parts(unsigned long long* digests, int most)
+{
+    if (refused_in_fork(__func__))
+        return 0;
+    const lock_scope hold(messages_lock);
+    const whole_message* last = taken.first;
+    while (last != nullptr && last->next != nullptr)
+        last = last->next;
+    if (last == nullptr)
+        return 0;
+    const auto count = static_cast<int>(last->place_count);
+    for (int i = 0; digests != nullptr && i < std::min(count, most); i++)
+        digests[i] = last->places[i].digest;
+    return count;
+}
+
 int kelo_messages_lost(void)
 {
     const lock_scope hold(messages_lock);

@@ -173,6 +173,7 @@ void sms_queue_add(const kelo_sms& message);
 struct sms_place {
     int index = -1;
     unsigned epoch = 0; // of the look at the storage: a number of before means another message
+    std::uint64_t digest = 0; // of what came, for the host
 };
 
 // Whether a host takes whole messages: from its first kelo_take_message, or kelo_set_sms_storage.

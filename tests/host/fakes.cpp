@@ -80,6 +80,7 @@ int kelo_send_sms(const char* number, const char* text, const kelo_sms_options* 
 }
 int kelo_cancel_sms(int) { return fake_sms.cancel; }
 const char* kelo_sms_state_name(int state) { return state == KELO_SMS_SENT ? "sent" : "?"; }
+int kelo_get_message_parts(unsigned long long*, int) { return 0; }
 int kelo_take_message(kelo_message* message, size_t, char* text, size_t size)
 {
     if (fake_sms.waiting.empty())

@@ -174,12 +174,29 @@ TEST_F(Spool, KnowsAgainWhatWasStoredAlone)
         EXPECT_EQ(process.keep(message, at_ms(twice)), spool::keeping::kept);
     message.head.stored = 1;
     EXPECT_EQ(process.keep(message, at_ms(2)), spool::keeping::known);
-    for (message.head.digest = 1; message.head.digest < 1200; message.head.digest++)
+    for (message.head.digest = 1; message.head.digest < 2200; message.head.digest++)
         EXPECT_EQ(process.keep(message, at_ms(3)), spool::keeping::kept);
-    EXPECT_EQ(std::distance(fs::directory_iterator(dir + "/incoming"), {}), 1201);
-    EXPECT_LE(std::distance(fs::directory_iterator(dir + "/.state/seen"), {}), 1024 + 64);
-    message.head.digest = 1199;
+    EXPECT_EQ(std::distance(fs::directory_iterator(dir + "/incoming"), {}), 2201);
+    EXPECT_LE(std::distance(fs::directory_iterator(dir + "/.state/seen"), {}), 2048 + 64);
+    message.head.digest = 2199;
     EXPECT_EQ(process.keep(message, at_ms(4)), spool::keeping::known);
+}
+
+// Catches: the rest of a message, of which a process before had deleted a part, shown as another one.
+TEST_F(Spool, KnowsThePartsOfAMessage)
+{
+    spool process(note);
+    ASSERT_EQ(process.open(dir), "");
+    whole_message message;
+    message.head.digest = 0xabc;
+    message.parts = {1, 2};
+    EXPECT_EQ(process.keep(message, at_ms(0)), spool::keeping::kept);
+    message.head.digest = 0xdef;
+    message.head.missing = message.head.stored = 1;
+    message.parts = {2};
+    EXPECT_EQ(process.keep(message, at_ms(1)), spool::keeping::known);
+    message.parts = {2, 3};
+    EXPECT_EQ(process.keep(message, at_ms(2)), spool::keeping::kept);
 }
 
 // Catches: a file taken ahead of its turn or unfinished, one that comes while the host runs and is not seen, too many

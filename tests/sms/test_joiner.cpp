@@ -37,6 +37,16 @@ TEST(Joiner, PutsPartsTogether)
 {
     come(part_of(0, 0, 0, "nobody asks"));
     ASSERT_EQ(taken(), "");
+    come(part_of(7, 2, 2, "second"));
+    come(part_of(7, 1, 2, "first"));
+    kelo_message message;
+    char text[2000];
+    unsigned long long digests[2] = {};
+    EXPECT_EQ(kelo_take_message(&message, sizeof message, text, sizeof text), 1);
+    EXPECT_EQ(kelo_get_message_parts(digests, 1), 2);
+    EXPECT_EQ(digests[0], part_of(7, 2, 2, "second").digest);
+    ASSERT_EQ(taken(), "");
+    EXPECT_EQ(kelo_get_message_parts(digests, 2), 0);
     constexpr std::pair<const char*, const char*> rows[] = {
         {"A00", "A00/"},
         {"A43", "A43/"}, // no number of that message: by itself
