@@ -19,8 +19,8 @@ constexpr std::size_t most_reported = 64;
 constexpr std::int64_t first_wait_ms = 60000; // behind a failure
 constexpr std::int64_t longest_wait_ms = 600000;
 constexpr std::int64_t notice_wait_ms = 5000; // behind one, where a message has been told of since
-constexpr int most_failures = 3; // of one place, which is then left alone
-constexpr int burst = 16;        // commands without a break, in which other idle work has its turn
+constexpr int most_failures = 3;              // of one place, which is then left alone
+constexpr int burst = 16; // commands without a break, in which other idle work has its turn
 
 // What is to be done with a place, or known of it, in this epoch.
 constexpr octet wanted = 1;
