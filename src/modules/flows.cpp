@@ -65,9 +65,12 @@ void at_compose_flows(gsm_mobile* rec, const char* model, const char* revision)
 
 void at_compose_added_flow()
 {
-    if (matched_cfg_file != nullptr && list_empty(&sms_pdu_list) && list_empty(&sms_added_list))
-        for (const flow_step& step : common_message_steps())
-            add_step(&sms_added_list, step, matched_cfg_file->module);
+    static bool made = false;
+    if (made || matched_cfg_file == nullptr || !list_empty(&sms_pdu_list))
+        return;
+    made = true;
+    for (const flow_step& step : common_message_steps())
+        add_step(&sms_added_list, step, matched_cfg_file->module);
 }
 
 bool at_may_go(const at_info* at)

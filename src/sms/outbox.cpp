@@ -34,7 +34,12 @@ sms_part* part_of(list_head* node)
     return static_cast<sms_part*>(list_entry(node, sms_outbox_item, node));
 }
 
-// Caller holds outbox_lock.
+// Callers of both hold outbox_lock.
+bool next_is_numbered()
+{
+    return !list_empty(&sms_outbox) && sms_job_wishes(part_of(sms_outbox.next)->job).number != 0;
+}
+
 sms_part* take_head()
 {
     if (list_empty(&sms_outbox))
@@ -113,16 +118,13 @@ void sms_outbox_return(sms_part* part)
 sms_part* sms_outbox_take(bool answered)
 {
     const lock_scope hold(outbox_lock);
-    if (!answered && !list_empty(&sms_outbox) &&
-        sms_job_wishes(part_of(sms_outbox.next)->job).number != 0)
-        return nullptr;
-    return take_head();
+    return answered || !next_is_numbered() ? take_head() : nullptr;
 }
 
-bool sms_outbox_empty()
+bool sms_outbox_next_is_numbered()
 {
     const lock_scope hold(outbox_lock);
-    return list_empty(&sms_outbox);
+    return next_is_numbered();
 }
 
 namespace

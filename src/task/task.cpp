@@ -68,7 +68,7 @@ bool is_registered(gsm_mobile* rec)
 // goes first. False for none.
 bool take_message(gsm_mobile* rec)
 {
-    if (!sms_outbox_empty())
+    if (sms_outbox_next_is_numbered())
         at_compose_added_flow();
     lock_scope flow_guard(flow_lock);
     if (word_get(flow_walked) == 0)
