@@ -165,6 +165,7 @@ class checker
   public:
     void check_folder(const std::filesystem::path& folder);
     std::vector<finding> take() { return std::move(findings_); }
+    std::vector<string> modules() const;
 
   private:
     void say(const string& file, int line, string text)
@@ -222,6 +223,15 @@ void checker::check_folder(const std::filesystem::path& folder)
     std::stable_sort(findings_.begin(), findings_.end(), [](const finding& a, const finding& b) {
         return std::tie(a.file, a.line) < std::tie(b.file, b.line);
     });
+}
+
+std::vector<string> checker::modules() const
+{
+    std::vector<string> found;
+    for (const profile_file& profile : profiles_)
+        if (!profile.module.empty())
+            found.push_back(profile.module);
+    return found;
 }
 
 void checker::read_file(const std::filesystem::path& path)
@@ -416,6 +426,13 @@ std::vector<finding> check_profiles(const std::filesystem::path& folder)
     checker all;
     all.check_folder(folder);
     return all.take();
+}
+
+std::vector<std::string> profile_modules(const std::filesystem::path& folder)
+{
+    checker all;
+    all.check_folder(folder);
+    return all.modules();
 }
 
 std::vector<std::string> known_keys()

@@ -18,6 +18,9 @@ struct finding {
 // Sorted by file and line; empty for a clean folder.
 std::vector<finding> check_profiles(const std::filesystem::path& folder);
 
+// The models that the files of a folder are for, the values of their MODULE lines.
+std::vector<std::string> profile_modules(const std::filesystem::path& folder);
+
 // What the check takes for true of the keys, so that a test can hold it to the library.
 std::vector<std::string> known_keys();
 struct key_facts {

@@ -1,4 +1,5 @@
 // kelo-host: the host of one modem, ready to run on a device, and an example of the calls.
+#include "host/check_device.h"
 #include "host/check_profiles.h"
 #include "host/commands.h"
 #include "host/custom_file.h"
@@ -6,6 +7,7 @@
 #include "host/messages.h"
 #include "host/news.h"
 #include "host/options.h"
+#include "host/reasons.h"
 #include "host/services.h"
 #include "host/settings_file.h"
 #include "host/spool.h"
@@ -141,6 +143,29 @@ int run_check(const std::string& folder)
     return findings.empty() ? 0 : 1;
 }
 
+device_paths device_of(const host_options& options, const cellular_setting& settings)
+{
+    constexpr int family_from_1 = 13; // its AT port may be the one with index 1
+    device_paths paths;
+    const char* const path = std::getenv("PATH");
+    paths.path = path != nullptr ? path : "/bin:/usr/bin";
+    paths.port = options.port;
+    paths.first_port = options.family == family_from_1 ? 1 : 2;
+    paths.link = settings.enable != 0;
+    paths.link_ping = settings.ping_enable != 0;
+    return paths;
+}
+
+int run_device_check(const device_paths& paths)
+{
+    bool well = true;
+    for (const look& one : check_device(paths)) {
+        std::printf("%s\n", line_of(one).c_str());
+        well = well && one.well;
+    }
+    return well ? 0 : 1;
+}
+
 class host
 {
   public:
@@ -154,6 +179,9 @@ class host
 
   private:
     void start();
+    void say_what_device_lacks();
+    void tell_module();
+    int exit_status(bool told_model, kelo_reason reason, const std::string& why, long waited_s);
     void pass(clock::time_point now);
     void receive(clock::time_point now);
     bool keep_message(clock::time_point now);
@@ -190,6 +218,8 @@ class host
     clock::time_point next_report_{};
     const clock::time_point begun_ = clock::now();
     int messages_lost_ = 0, results_lost_ = 0, reports_lost_ = 0, mode_ = settings_.net_mode;
+    const goal* const goal_ = goal_named(options_.until);
+    bool reached_ = false, profile_told_ = false, unknown_told_ = false;
     bool quit_ = false;
 };
 
@@ -247,6 +277,31 @@ void host::start()
         gps_.start(clock::now());
     if (options_.mqtt && !mqtt_.start(*options_.mqtt))
         display_.say("MQTT: the settings were refused");
+}
+
+void host::say_what_device_lacks()
+{
+    for (const look& one : check_device(device_of(options_, settings_)))
+        if (!one.well)
+            display_.say(line_of(one));
+}
+
+// Once each: a module that has no flow, or no profile, does less than its owner thinks.
+void host::tell_module()
+{
+    gsm_mobile mobile{};
+    if (!profile_told_ && kelo_copy_mobile(&mobile) && mobile.model[0] != '\0') {
+        profile_told_ = true;
+        const std::string fault = profile_fault(device_paths().profiles, mobile.model);
+        if (!fault.empty())
+            display_.say(fault);
+    }
+    if (unknown_told_)
+        return;
+    const std::string unknown = unknown_module();
+    unknown_told_ = !unknown.empty();
+    if (unknown_told_)
+        display_.say(unknown);
 }
 
 json_value host::read(clock::time_point now)
@@ -385,6 +440,7 @@ void host::pass(clock::time_point now)
     }
     while (const auto line = input_.next_line())
         run_command(*line, now);
+    tell_module();
     news_.pass();
     receive(now);
     take_results();
@@ -394,11 +450,12 @@ void host::pass(clock::time_point now)
     mqtt_.pass(now, restarts());
     gps_.pass(now);
     display_.update(read(now), seconds());
+    reached_ = goal_ != nullptr && goal_->holds();
 }
 
 bool host::is_over(clock::time_point now) const
 {
-    if (stop_seen || quit_)
+    if (stop_seen || quit_ || reached_)
         return true;
     if (options_.seconds)
         return now - begun_ >= std::chrono::seconds(*options_.seconds);
@@ -440,29 +497,43 @@ int host::run()
             return exit_usage;
         }
     }
+    say_what_device_lacks();
     start();
     while (!is_over(clock::now())) {
         pass(clock::now());
         input_.wait(poll_ms, spool_.descriptor());
     }
 
+    reached_ = reached_ || (goal_ != nullptr && goal_->holds());
     // The last state of the running modem: the stop itself clears the status word.
     if (!options_.spool.empty())
         end_messages();
     const json_value status = read(clock::now());
+    const kelo_reason reason = kelo_get_reason();
+    const std::string why = line_of(reason);
+    const long waited_s = seconds();
     stop_modem();
     receive(clock::now());
     take_results();
     if (!options_.spool.empty())
         spool_.pass(clock::now());
     display_.finish(status, seconds());
-    const int unknown = outgoing_.not_sent() + (outgoing_.busy() ? 1 : 0);
     if (outgoing_.busy())
         display_.say("stopped with a message not known to be sent");
-    if (status.at("model").is_null()) {
-        display_.say("the modem never told its model");
+    return exit_status(!status.at("model").is_null(), reason, why, waited_s);
+}
+
+int host::exit_status(bool told_model, kelo_reason reason, const std::string& why, long waited_s)
+{
+    if (goal_ != nullptr && !reached_) {
+        display_.say("not " + options_.until + " after " + std::to_string(waited_s) + " s: " + why);
+        return static_cast<int>(row_of(reason).group);
+    }
+    if (!told_model && !reached_) {
+        display_.say(why);
         return exit_no_modem;
     }
+    const int unknown = outgoing_.not_sent() + (outgoing_.busy() ? 1 : 0);
     return unknown + gps_.not_found() + (gps_.busy() ? 1 : 0) != 0 ? exit_not_done : 0;
 }
 
@@ -492,6 +563,8 @@ int main(int argc, char** argv)
     if (!options.settings_file.empty() &&
         print_errors(read_settings_file(options.settings_file, settings)))
         return exit_usage;
+    if (options.check_device)
+        return run_device_check(device_of(options, settings));
     if (!install_signals(!options.settings_file.empty())) {
         std::perror("kelo-host: signals");
         return exit_usage;

@@ -16,6 +16,8 @@ namespace kelo_host
 namespace
 {
 
+constexpr int default_until_s = 120;
+
 // An option that is a setting of the library by another name.
 CLI::Option* add_setting(CLI::App& app, host_options& options, const char* option,
                          const char* setting, const std::string& help)
@@ -128,14 +130,20 @@ std::optional<int> parse_options(int argc, const char* const* argv, host_options
     app.footer(
         "With --sms or --gps, and without --seconds, --commands, --mqtt and --spool, it ends when "
         "they are done.\n"
-        "Exit status: 0 done, 1 the modem never told its model (or --check-profiles found "
-        "something), 2 bad arguments, a bad file, or a spool that can't be used, 3 a message was "
-        "not known to be sent, or no position was found.");
+        "Exit status: 0 done, 1 the modem never told its model (or --check-profiles or "
+        "--check-device found something), 2 bad arguments, a bad file, or a spool that can't be "
+        "used, 3 a message was not known to be sent, or no position was found. With --until, when "
+        "it does not come to that: 10 for a reason of the port, 11 of the module, 12 of the SIM, "
+        "13 of the network, 14 of the link.");
     app.get_formatter()->column_width(30);
 
     app.add_option("--seconds", options.seconds,
                    "Stop after so many seconds (default: on a signal)")
         ->check(CLI::Range(1, 1000000000));
+    auto* until = app.add_option("--until", options.until,
+                                 "Stop as soon as it is online, ready or registered, or after "
+                                 "--seconds (default 120)")
+                      ->check(CLI::IsMember({"online", "ready", "registered"}));
     app.add_option("--family", options.family, "Module family code, is_quectel (default 0)")
         ->check(CLI::Range(0, 255));
     app.add_option("--low-power", options.low_power,
@@ -187,8 +195,15 @@ std::optional<int> parse_options(int argc, const char* const* argv, host_options
     app.add_option("--check-profiles", options.check_profiles,
                    "Check a folder of modem profile files, and do nothing else");
 
+    app.add_flag("--check-device", options.check_device,
+                 "Look for what this device lacks, and do nothing else");
+    for (const char* name : {"--sms", "--gps"}) // they have an end of their own
+        until->excludes(app.get_option(name));
+
     try {
         app.parse(argc, argv);
+        if (!options.until.empty() && !options.seconds)
+            options.seconds = default_until_s;
         take_mqtt(app, mqtt, options);
         if (options.second_ping_target.size() >= sizeof kelo_keeper::second_ping_target ||
             options.second_ping_target.starts_with('-'))

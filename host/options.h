@@ -32,7 +32,9 @@ struct host_options {
     std::string on_stuck; // a shell command
     unsigned int pin_tries = 3;
     std::string custom_file;
+    std::string until;          // a goal to end at; empty: none
     std::string check_profiles; // folder to check instead of running
+    bool check_device = false;  // the same
 };
 
 constexpr int exit_usage = 2;

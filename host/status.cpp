@@ -1,5 +1,7 @@
 #include "host/status.h"
 
+#include "host/reasons.h"
+
 #include <kelo/kelo.h>
 
 #include <charconv>
@@ -214,7 +216,9 @@ json_value read_status(const received_counts& received, const cellular_status& r
 
     json_value status;
     status["status"] = printable(text);
-    status["reason"] = kelo_reason_name(kelo_get_reason());
+    const kelo_reason reason = kelo_get_reason();
+    status["reason"] = kelo_reason_name(reason);
+    status["hint"] = text_or_null(row_of(reason).hint);
     status["link"] = !word(g_netWorkCardFlag) ? "off" : kelo_get_connect_status() ? "up" : "down";
     status["net_type"] = name_of(net_types, report.net_type);
     status["registration"] = text_or_null(registration ? registration : "");
@@ -266,8 +270,10 @@ std::vector<std::string> screen(const json_value& status, long seconds, size_t w
     const std::string fifth = status.at("5g").is_null() ? "" : "  5G " + s("5g");
     const std::string dbm =
         status.at("signal_dbm").is_null() ? "unknown" : s("signal_dbm") + " dBm";
+    const reason_row* const why = row_of(s("reason"));
+    const std::string meaning = why != nullptr ? std::string(", ") + why->meaning : "";
     std::vector<std::string> lines = {
-        "kelo-host " + std::string(up) + "   " + s("reason") + "   " + s("status"),
+        "kelo-host " + std::string(up) + "   " + s("status") + "   " + s("reason") + meaning,
         std::string(std::min<size_t>(width, 78), '-'),
         "Link          " + s("link") + "  net type " + s("net_type") + "  MQTT " + s("mqtt"),
         "Registration  " + s("registration"),

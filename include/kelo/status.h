@@ -7,6 +7,8 @@
 #ifndef KELO_STATUS_H
 #define KELO_STATUS_H
 
+#include <stddef.h>
+
 #ifdef __cplusplus
 extern "C" {
 #endif
@@ -97,6 +99,11 @@ int libgsm_get_cellid(void);
  * bytes. Returns 1 when one was copied, else 0, also for a NULL buffer. */
 int kelo_check_version_code(char* buffer);
 int libgsm_check_version_code(char* buffer);
+
+/* What a module that the library does not know calls itself (AT+CGMM): its model then stays empty,
+ * and only what every module understands is asked. Fills up to `size` bytes, terminated. Returns 1,
+ * or 0 and an empty text while there is none. */
+int kelo_get_unknown_model(char* buffer, size_t size);
 
 /* Selects the carrier profile that the modem has named (AT+QMBNCFG="SELECT"), once each, and
  * switches its IMS on. Blocks for two seconds then. A name with a quote or a control character is

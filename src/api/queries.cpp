@@ -3,6 +3,7 @@
 #include "api/api.h"
 
 #include "at/at.h"
+#include "modules/modules.h"
 #include "support/diag.h"
 #include "support/shell.h"
 #include "support/sleeps.h"
@@ -216,6 +217,15 @@ int kelo_is_sim_insert(void)
 int kelo_check_version_code(char* buffer)
 {
     return libgsm_check_version_code(buffer);
+}
+int kelo_get_unknown_model(char* buffer, size_t size)
+{
+    if (buffer == nullptr || size == 0)
+        return 0;
+    const lock_scope hold(record_lock);
+    const gsm_mobile* const rec = modem_record();
+    const bool known = rec == nullptr || *rec->model != '\0';
+    return std::snprintf(buffer, size, "%s", known ? "" : module_unlisted()) > 0;
 }
 int kelo_update_apn(void)
 {

@@ -25,6 +25,7 @@ struct keeper_sight {
     int heard = 0;        // reads that held something
     bool walked = false;  // the flow is through
     bool unknown_module = false;
+    bool unlisted = false; // its very name is
     bool reload_wanted = false;
     bool start_wanted = false;
     sim_view sim;

@@ -450,7 +450,11 @@ kelo_reason mind(keeper_state& state, const keeper_sight& sight, std::int64_t no
     }
     state.was_open = true;
     count_silence(state, sight, passed_ms);
-    return mind_modem(state, sight, now_ms);
+    const kelo_reason reason = mind_modem(state, sight, now_ms);
+    // What every module understands is asked of it all the same, and may bring it online.
+    return sight.unlisted && reason > KELO_REASON_UNKNOWN_MODULE && reason != KELO_REASON_ONLINE
+               ? KELO_REASON_UNKNOWN_MODULE
+               : reason;
 }
 
 void count_time(keeper_state& state, std::int64_t passed_ms)

@@ -47,6 +47,7 @@ struct flow_step {
 std::span<const flow_step> module_steps(const char* model, const char* revision, int flow);
 
 const char* module_in(const char* line); // where the model starts in a line, or null
+const char* module_unlisted();           // what named itself and is in no row; record_lock is held
 const char* module_network(const char* model);
 const char* module_net_sequence(const char* model);
 const char* module_band_mask(const char* model, const char* revision); // or null

@@ -2,6 +2,7 @@
 #include "tests/handlers/feed.h"
 
 #include "handlers/parse.h"
+#include "modules/modules.h"
 
 static void clear_identity()
 {
@@ -13,7 +14,7 @@ static void clear_identity()
 static std::string identity()
 {
     const gsm_mobile& r = g_mobile;
-    return in_words(r.model, r.sn, r.iccid, r.number, r.smscenter, r.revision);
+    return in_words(r.model, r.sn, r.iccid, r.number, r.smscenter, r.revision, module_unlisted());
 }
 
 TEST(Identity, Answers)
@@ -27,6 +28,8 @@ TEST(Identity, Answers)
         {"EC25 EC25EFAR06A08M4G", csca_handler, "AT+CSCA?\r|+CSCA: \"+491710760000\",145|OK", 0, 1, "+491710760000"},
         {"", cgmr_handler, "EC25EFAR06A08M4G beta|OK", 0, 1, "EC25EFAR06A08M4G"},
         {"", cgmr_handler, "RING|RDY|NO CARRIER|BUSY|NORMAL POWER DOWN|OK", 0, 0, ""},
+        {"", cgmm_handler, "AT+CGMM|AT|RDY|RM520N-GL\r|+CPIN: READY|OK", 0, 0, "RM520N-GL"},
+        {"", cgmm_handler, "EC25|OK", 0, 1, "EC25"},
     };
     // clang-format on
     run(stories, clear_identity, identity);
