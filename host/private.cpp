@@ -201,7 +201,6 @@ std::string line_mask::apply(std::string_view line)
 
     const size_t text_at = dialogue_text(line);
     const bool is_sent = text_at != npos && line.substr(0, text_at).ends_with(">>> ");
-    const bool was_end = std::exchange(at_end_, false);
     if (is_sent) {
         dialogue_ = std::exchange(body_next_, false);
         block_ = false;
@@ -216,11 +215,12 @@ std::string line_mask::apply(std::string_view line)
             return std::string(line.substr(0, text_at)) + hidden;
     } else if (line == "-START-") {
         block_ = true;
-    } else if (block_ && was_end && line == "-END-") {
+        at_end_ = false;
+    } else if (block_ && at_end_ && line == "-END-") {
         block_ = false;
         return std::string(line);
     } else if (block_) {
-        at_end_ = line.starts_with("PDU     :");
+        at_end_ |= line.starts_with("PDU     :"); // a text may hold an -END- of its own
         if (!begins(line, open_rows) && !is_own(line))
             return hidden;
     } else if (dialogue_ && !is_own(line)) {

@@ -27,7 +27,7 @@ class line_mask
     bool body_next_ = false; // what goes out next is a message's body
     bool dialogue_ = false;  // what came in since the last command may belong to a message,
     bool block_ = false;     // and so may what stands behind a text or -START-, up to -END-,
-    bool at_end_ = false;    // of which the last row was just seen
+    bool at_end_ = false;    // of which the last row was seen
 };
 
 // The same for a line of this program: its status and its messages.

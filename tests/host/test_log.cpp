@@ -39,7 +39,7 @@ TEST(Log, HidesWhatIsPrivate)
         {"[SEQ0,ID0]---><<< +CMT: \"0171\",,\"t\"", "[SEQ0,ID0]---><<< +CMT: \"***"}, {"at noon", "***"}, {"keeper: up", "keeper: up"},
         {"[SMS]<<<(5) at ten", "[SMS]<<<(5) ***"}, {"[SEQ0,ID0]>>> AT", "[SEQ0,ID0]>>> AT"}, {"-START-", "-START-"},
         {"Mode    : TEXT", "Mode    : TEXT"}, {"Sender  : 0171", "***"}, {"Text    : a", "***"}, {"-END-", "***"}, {"b", "***"},
-        {"PDU     : ", "***"}, {"-END-", "-END-"}, {"as ever", "as ever"},
+        {"PDU     : ", "***"}, {"+CMT: 1", "***"}, {"-END-", "-END-"}, {"as ever", "as ever"},
         {"Sender Number = 0171", "Sender Number = ***"}, {"User data 8bit = a", "User data 8bit = ***"}, {"b", "***"}, {"GSM Event: x", "GSM Event: x"}};
     // clang-format on
     line_mask mask(false), open(true);
