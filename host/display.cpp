@@ -1,5 +1,8 @@
 #include "host/display.h"
 
+#include "host/log.h"
+#include "host/private.h"
+
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
@@ -9,21 +12,20 @@
 namespace kelo_host
 {
 
-display::display(bool json) : json_(json)
+display::display(bool json, bool show_private) : json_(json), masked_(!show_private)
 {
     if (json_) {
         // Objects only on standard output, so that a reader needs no filter.
         fd_ = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 3);
         dup2(STDERR_FILENO, STDOUT_FILENO);
-        library_.start(STDERR_FILENO);
         return;
     }
     if (!isatty(STDOUT_FILENO))
         return;
+    masked_ = false;
     const char* term = std::getenv("TERM");
     live_ = term != nullptr && std::strcmp(term, "dumb") != 0;
     fd_ = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 3);
-    library_.start(fd_);
 }
 
 void display::update(const json_value& status, long seconds)
@@ -55,7 +57,6 @@ void display::tell(const std::vector<std::string>& lines, const json_value& obje
 
 void display::finish(const json_value& status, long seconds)
 {
-    library_.finish();
     update(status, seconds);
     if (json_)
         return;
@@ -64,13 +65,18 @@ void display::finish(const json_value& status, long seconds)
         text += "\0337\033[r\0338"; // the whole terminal scrolls again
     rows_ = 0;
     for (const std::string& line : screen(status, seconds, 200))
-        text += line + "\n";
+        text += (masked_ ? mask_own_line(line) : line) + "\n";
     write_all(fd_, text);
 }
 
 void display::say(const std::string& line)
 {
-    write_all(json_ ? STDERR_FILENO : fd_, "kelo-host: " + line + "\n");
+    write_all(log_descriptor(), "kelo-host: " + (masked_ ? mask_own_line(line) : line) + "\n");
+}
+
+int display::log_descriptor() const
+{
+    return json_ ? STDERR_FILENO : fd_;
 }
 
 void display::draw(const json_value& status, long seconds)

@@ -4,6 +4,7 @@
 #include "host/commands.h"
 #include "host/custom_file.h"
 #include "host/display.h"
+#include "host/log.h"
 #include "host/messages.h"
 #include "host/news.h"
 #include "host/options.h"
@@ -170,8 +171,9 @@ class host
 {
   public:
     host(const host_options& options, const cellular_setting& settings)
-        : options_(options), settings_(settings), display_(options.json), input_(options.commands),
-          news_(say_), spool_(say_), outgoing_(say_), mqtt_(say_), gps_(say_)
+        : options_(options), settings_(settings), display_(options.json, options.show_private),
+          input_(options.commands), news_(say_), spool_(say_), outgoing_(say_), mqtt_(say_),
+          gps_(say_)
     {
     }
 
@@ -490,6 +492,9 @@ void host::end_messages()
 
 int host::run()
 {
+    start_log({.fd = display_.log_descriptor(),
+               .most = static_cast<kelo_log_level>(options_.log_level.value_or(KELO_LOG_DEBUG)),
+               .show_private = options_.show_private});
     if (!options_.spool.empty()) {
         const std::string fault = spool_.open(options_.spool);
         if (!fault.empty()) {

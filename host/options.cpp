@@ -5,9 +5,11 @@
 
 #include <CLI/CLI.hpp>
 #include <kelo/keeper.h>
+#include <kelo/log.h>
 
 #include <algorithm>
 #include <cstring>
+#include <map>
 #include <vector>
 
 namespace kelo_host
@@ -188,7 +190,19 @@ std::optional<int> parse_options(int argc, const char* const* argv, host_options
                  std::string("Take commands from standard input, one a line: ") + command_help);
     app.add_option("--custom", options.custom_file,
                    "File of changes to the AT commands, see examples/custom-verbose-errors.txt");
-    app.add_flag("--dialogue", options.dialogue, "Show the AT dialogue");
+    auto* level =
+        app.add_option("--log-level", options.log_level,
+                       "The library's lines that are shown: error, notice (default) or debug")
+            ->transform(
+                CLI::CheckedTransformer(std::map<std::string, int>{{"error", KELO_LOG_ERROR},
+                                                                   {"notice", KELO_LOG_NOTICE},
+                                                                   {"debug", KELO_LOG_DEBUG}},
+                                        CLI::ignore_case));
+    app.add_flag("--dialogue", options.dialogue, "Show the AT dialogue: --log-level debug")
+        ->excludes(level);
+    app.add_flag("--show-private", options.show_private,
+                 "Do not mask IMSI, ICCID, IMEI, telephone numbers, messages and PDUs in lines "
+                 "(PINs and passwords are masked always)");
     app.add_flag("--json", options.json,
                  "One JSON object per change, message received, result and report, on standard "
                  "output; the library's own lines go to standard error");
@@ -205,6 +219,7 @@ std::optional<int> parse_options(int argc, const char* const* argv, host_options
         if (!options.until.empty() && !options.seconds)
             options.seconds = default_until_s;
         take_mqtt(app, mqtt, options);
+        options.dialogue |= options.log_level == KELO_LOG_DEBUG;
         if (options.second_ping_target.size() >= sizeof kelo_keeper::second_ping_target ||
             options.second_ping_target.starts_with('-'))
             throw CLI::ValidationError("--second-ping-target", "is no host name or address");

@@ -17,8 +17,10 @@ struct host_options {
     int sim = 1;
     cellular_setting settings{}; // of the command line; the file's come on top
     std::string settings_file;
-    bool commands = false; // on standard input
-    bool dialogue = false; // the AT dialogue on standard output
+    bool commands = false;        // on standard input
+    bool dialogue = false;        // the AT dialogue among the lines of the library
+    std::optional<int> log_level; // enum kelo_log_level; without it all that the library says
+    bool show_private = false;
     bool json = false;
     std::string sms_number, sms_text;
     std::optional<unsigned int> sms_validity; // minutes

@@ -20,6 +20,7 @@
 #include <kelo/keeper.h>
 #include <kelo/link.h>
 #include <kelo/list.h>
+#include <kelo/log.h>
 #include <kelo/messages.h>
 #include <kelo/mqtt.h>
 #include <kelo/settings.h>

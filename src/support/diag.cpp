@@ -1,7 +1,9 @@
 #include "support/diag.h"
 
+#include "support/lock.h"
 #include "support/sleeps.h"
 #include "support/words.h"
+#include <kelo/log.h>
 
 #include <algorithm>
 #include <climits>
@@ -23,7 +25,8 @@ namespace
 // A line waits here while its thread holds a lock. The text stands behind the record.
 struct held_line {
     held_line* next;
-    std::FILE* stream;
+    kelo_log_level level;
+    bool echo; // said by the host's handler
     std::size_t length;
 };
 
@@ -31,6 +34,7 @@ struct held_line {
 // make the dynamic linker a dependency of its own, or refuse to be loaded late.
 struct thread_state {
     int locks;
+    enum { nothing, line, echo } handing; // to the host's handler, now
     held_line* first;
     held_line* last;
 };
@@ -121,12 +125,82 @@ void write_line(std::FILE* stream, const char* text, std::size_t length)
     funlockfile(stream);
 }
 
-bool hold_line(thread_state* state, std::FILE* stream, const char* text, std::size_t length)
+struct listener {
+    kelo_log_handler handler;
+    void* argument;
+};
+
+// The two places are written in turn. Who reads one while it is written sees that by the number. No
+// lock, since a child that was forked off while it was held says lines, too.
+listener listeners[2] = {};
+unsigned int listener_number = 0;
+
+listener current_listener()
 {
+    for (;;) {
+        const unsigned int number = word_get(listener_number);
+        listener& place = listeners[number % 2];
+        const listener found = {word_get(place.handler), word_get(place.argument)};
+        if (word_get(listener_number) == number)
+            return found;
+    }
+}
+
+// Line by line: the handler may unset itself between two of them. `text` ends with a line end.
+void hand_over(kelo_log_level level, char* text, std::size_t length)
+{
+    char* const text_end = text + length;
+    while (text < text_end) {
+        const auto rest = static_cast<std::size_t>(text_end - text);
+        const listener to = current_listener();
+        if (to.handler == nullptr)
+            return write_line(level == KELO_LOG_ERROR ? stderr : stdout, text, rest);
+        char* const end = static_cast<char*>(std::memchr(text, '\n', rest));
+        char* cut = end;
+        while (cut > text && cut[-1] == '\r')
+            cut--;
+        *cut = '\0';
+        if (*text != '\0')
+            to.handler(level, text, to.argument);
+        text = end + 1;
+    }
+}
+
+// As if under a lock, so that the handler is not called inside itself.
+void deliver(thread_state* state, kelo_log_level level, char* text, std::size_t length, bool echo)
+{
+    if (state == nullptr)
+        return hand_over(level, text, length);
+    state->locks++;
+    state->handing = echo ? thread_state::echo : thread_state::line;
+    hand_over(level, text, length);
+    state->handing = thread_state::nothing;
+    state->locks--;
+}
+
+void deliver_held(thread_state* state)
+{
+    while (state->first != nullptr) {
+        held_line* const line = state->first;
+        state->first = line->next;
+        if (state->first == nullptr)
+            state->last = nullptr;
+        deliver(state, line->level, text_of(line), line->length, line->echo);
+        std::free(line);
+    }
+}
+
+// False without memory: then the line is written at once. No handler is called under a lock for
+// that, the line is lost.
+bool hold_line(thread_state* state, kelo_log_level level, const char* text, std::size_t length)
+{
+    const bool handing = state->handing != thread_state::nothing;
+    if (state->handing == thread_state::echo)
+        return true; // a handler that answers each line with a line ends here
     auto* line = static_cast<held_line*>(std::malloc(sizeof(held_line) + length));
     if (line == nullptr)
-        return false;
-    *line = {nullptr, stream, length};
+        return handing || current_listener().handler != nullptr;
+    *line = {nullptr, level, handing, length};
     std::memcpy(text_of(line), text, length);
     if (state->last == nullptr)
         state->first = line;
@@ -136,14 +210,17 @@ bool hold_line(thread_state* state, std::FILE* stream, const char* text, std::si
     return true;
 }
 
-void say_line(std::FILE* stream, const char* text, std::size_t length)
+void say_line(kelo_log_level level, char* text, std::size_t length)
 {
     thread_state* const state = this_thread();
-    if (state == nullptr || state->locks == 0 || !hold_line(state, stream, text, length))
-        write_line(stream, text, length);
+    if (state != nullptr && state->locks != 0 && hold_line(state, level, text, length))
+        return;
+    deliver(state, level, text, length, false);
+    if (state != nullptr && state->locks == 0)
+        deliver_held(state);
 }
 
-void say(std::FILE* stream, const char* format, va_list values)
+void say(kelo_log_level level, const char* format, va_list values)
 {
     char room[512];
     char* text = room;
@@ -168,7 +245,7 @@ void say(std::FILE* stream, const char* format, va_list values)
     va_end(again);
     if (length == 0 || text[length - 1] != '\n')
         text[length++] = '\n';
-    say_line(stream, text, length);
+    say_line(level, text, length);
     if (text != room)
         std::free(text);
 }
@@ -179,7 +256,7 @@ void diag_plain(const char* format, ...)
 {
     va_list values;
     va_start(values, format);
-    say(stdout, format, values);
+    say(KELO_LOG_NOTICE, format, values);
     va_end(values);
 }
 
@@ -189,7 +266,7 @@ void diag_debug(const char* format, ...)
         return;
     va_list values;
     va_start(values, format);
-    say(stdout, format, values);
+    say(KELO_LOG_DEBUG, format, values);
     va_end(values);
 }
 
@@ -197,7 +274,7 @@ void diag_error(const char* format, ...)
 {
     va_list values;
     va_start(values, format);
-    say(stderr, format, values);
+    say(KELO_LOG_ERROR, format, values);
     va_end(values);
 }
 
@@ -218,14 +295,17 @@ void diag_let_go()
     thread_state* const state = this_thread();
     if (state == nullptr || state->locks == 0 || --state->locks > 0)
         return;
-    while (state->first != nullptr) {
-        held_line* const line = state->first;
-        state->first = line->next;
-        if (state->first == nullptr)
-            state->last = nullptr;
-        write_line(line->stream, text_of(line), line->length);
-        std::free(line);
-    }
+    deliver_held(state);
 }
 
 } // namespace kelo
+
+void kelo_set_log(kelo_log_handler handler, void* argument)
+{
+    using namespace kelo;
+    const lock_scope hold(log_lock);
+    const unsigned int next = word_get(listener_number) + 1;
+    word_set(listeners[next % 2].handler, handler);
+    word_set(listeners[next % 2].argument, argument);
+    word_set(listener_number, next);
+}

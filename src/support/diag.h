@@ -1,7 +1,8 @@
 // Diagnostics: one call per class. Each call writes one line whole: a text without a line end of
 // its own gets one, and the line is flushed, so that a host whose standard output is a pipe sees it
 // at once and two threads never mix a line. What a thread says while it holds a lock is kept, and
-// written when it has let go of its last one.
+// written when it has let go of its last one. A handler of the host (kelo/log.h) gets the lines in
+// place of the two streams.
 #pragma once
 
 #include <cstddef>

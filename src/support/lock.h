@@ -5,6 +5,7 @@
 // record_lock    g_mobile (but for its fd) and gsm_event
 // port_lock      the AT port: its fd, and the write of one whole command
 // outbox_lock    the SMS outbox; a leaf, nothing is taken under it
+// log_lock       who sets the handler of lines; a leaf as well
 // life_lock      who runs, and who may change that (task/lifecycle.cpp); a leaf as well
 //
 // They nest in this order and no other: settings_lock, flow_lock, record_lock, port_lock. None is
@@ -33,6 +34,7 @@ extern lock flow_lock;
 extern lock record_lock;
 extern lock port_lock;
 extern lock outbox_lock;
+extern lock log_lock;
 
 // In a child that was forked off while threads of the library ran: it has none of them, and perhaps
 // their locks. From here on no lock is taken.

@@ -1,6 +1,5 @@
 // Messages as files, as lines and as JSON, and what becomes of those that the user sends.
 #include "host/message_file.h"
-#include "host/terminal.h"
 #include "tests/host/fakes.h"
 
 #include <fcntl.h>
@@ -121,22 +120,4 @@ TEST(Messages, OfTheUserEnd)
                 {1000250, nullptr, "message to +492: not sent: the modem was not registered in 300 s;"}});
     messages.note({3, "", "", KELO_SMS_SENT, 1, 1, 0, 0, {}});
     EXPECT_EQ(std::pair(messages.busy(), messages.not_sent()), std::pair(false, 3));
-}
-
-// Catches: a message whose text drives the terminal by way of what the library prints, and a last line that is lost.
-TEST(Terminal, GetsTheLibrarysLinesCleaned)
-{
-    const int terminal = posix_openpt(O_RDWR | O_NOCTTY), saved = dup(STDOUT_FILENO);
-    ASSERT_EQ(grantpt(terminal) | unlockpt(terminal), 0);
-    const int own_end = open(ptsname(terminal), O_RDWR | O_NOCTTY);
-    clean_output output;
-    output.start(own_end);
-    std::printf("Text    : \x1b[2J\x9b\r\n");
-    std::fflush(stdout);
-    std::printf("half \xc3\xa4");
-    output.finish();
-    dup2(saved, STDOUT_FILENO);
-    std::string shown(200, ' ');
-    shown.resize(static_cast<size_t>(read(terminal, shown.data(), shown.size())));
-    EXPECT_EQ(shown, "Text    : ?[2J?\r\nhalf \xc3\xa4\r\n");
 }

@@ -1,5 +1,9 @@
 #include "tests/testing.h"
 
+#include <kelo/log.h>
+
+#include <mutex>
+
 // A host reads whole lines from a pipe: one call is one line with one end, at once.
 TEST(Diag, EachCallIsOneWholeLine)
 {
@@ -15,6 +19,41 @@ TEST(Diag, EachCallIsOneWholeLine)
         say(std::string(length, 'x'));
         say(std::string(length - 1, 'y') + "\n");
     }
+}
+
+struct heard {
+    std::mutex mutex;
+    std::string lines;
+};
+
+// Says a line in turn for each that it hears, as a handler does that calls the library.
+void hear(kelo_log_level level, const char* line, void* argument)
+{
+    auto& to = *static_cast<heard*>(argument);
+    const std::scoped_lock guard(to.mutex);
+    to.lines += std::to_string(level) + line + "|";
+    if (std::strcmp(line, "unset") == 0)
+        kelo_set_log(nullptr, nullptr);
+    else
+        diag_plain("to %s", line);
+}
+
+// Catches: a handler that locks itself up or never ends, a call under a lock, lost or raw lines.
+TEST(Diag, AHandlerGetsEachLineInPlaceOfTheStreams)
+{
+    captured out;
+    heard host;
+    kelo_set_log(hear, &host);
+    {
+        const lock_scope flow(flow_lock);
+        diag_error("a\r\n\nb\n\n");
+        EXPECT_EQ(host.lines, "");
+    }
+    EXPECT_EQ(host.lines + out.text(), "0a|0b|1to a|1to b|");
+    diag_plain("unset\nrest\n\n"); // in the middle of a text
+    diag_plain("again");
+    EXPECT_EQ(host.lines, "0a|0b|1to a|1to b|1unset|");
+    EXPECT_EQ(out.text(), "rest\n\nagain\n");
 }
 
 // A slow reader of the output must not hold up a thread that waits for a lock.

@@ -1,0 +1,36 @@
+// What is private in lines for a log: who may read the log need not know the subscriber, or what he
+// is told.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace kelo_host
+{
+
+// What a line that is hidden whole is shown as.
+constexpr const char* hidden_line = "***";
+
+// Masks the library's lines, in the order in which one thread says them. PINs and passwords always;
+// identities, telephone numbers, messages and PDUs unless they are to be shown. It errs on the side
+// of hiding.
+class line_mask
+{
+  public:
+    explicit line_mask(bool show_private) : show_(show_private) {}
+    std::string apply(std::string_view line);
+
+  private:
+    std::string_view sent(std::string_view line);
+
+    bool show_;
+    bool body_next_ = false; // what goes out next is a message's body
+    bool dialogue_ = false;  // what came in since the last command may belong to a message,
+    bool block_ = false;     // and so may what stands behind a text or -START-, up to -END-,
+    bool at_end_ = false;    // of which the last row was seen
+};
+
+// The same for a line of this program: its status and its messages.
+std::string mask_own_line(std::string_view line);
+
+} // namespace kelo_host
