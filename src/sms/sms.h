@@ -94,7 +94,7 @@ bool sms_queue_one(int mode, const char* tag, const char* number, int length,
 void sms_outbox_return(sms_part* part); // to the head
 // Takes the head; with `answered` false not one that waits for the answer to another.
 sms_part* sms_outbox_take(bool answered);
-bool sms_outbox_next_is_numbered(); // the head is of kelo_send_sms
+bool sms_outbox_next_is_numbered();       // the head is of kelo_send_sms
 void sms_outbox_drop(const sms_job* job); // the parts of a message that are still there
 bool sms_outbox_cancel(int number);       // all of a message, or nothing: false
 void sms_parts_take_back(list_head& parts);
