@@ -78,12 +78,16 @@ void give_to_host(message_list& given)
     }
 }
 
-// While there is room: what waits is safe where it is.
-void give_late()
+// While there is room: what waits is safe where it is. `more`: the storage has places that nobody
+// has read yet, and the missing part may be in one; that has its bound, too, since a storage can
+// fail. The caller asks for it ahead of the lock.
+void give_late(bool more)
 {
+    constexpr std::int64_t longest_look_ms = 10 * 60000;
+    const std::int64_t wait_ms = more ? std::max(patience_ms, longest_look_ms) : patience_ms;
     message_list given;
     const std::int64_t now = monotonic_ms();
-    while (ring.count < KELO_MESSAGES && joiner.give_late(now, patience_ms, given))
+    while (ring.count < KELO_MESSAGES && joiner.give_late(now, wait_ms, given))
         give_to_host(given);
 }
 
@@ -118,8 +122,9 @@ bool sms_messages_wanted()
 
 bool sms_messages_have_room()
 {
+    const bool more = sms_storage_has_more();
     const lock_scope hold(messages_lock);
-    give_late();
+    give_late(more);
     return joiner.has_room() && ring.count < KELO_MESSAGES;
 }
 
@@ -128,12 +133,13 @@ void sms_message_part(const message_part& part, sms_place place, bool first_look
 {
     if (!sms_messages_wanted())
         return;
+    const bool more = sms_storage_has_more();
     const lock_scope hold(messages_lock);
-    give_late();
     message_list given;
     if (!joiner.add(part, place, first_look, now_ms, given) && place.index < 0)
         count_lost();
     give_to_host(given);
+    give_late(more); // behind the part: it may be the one that is waited for
 }
 
 } // namespace kelo
@@ -147,8 +153,9 @@ int kelo_take_message(struct kelo_message* message, size_t size, char* text, siz
     confirm_taken();
     if (message == nullptr || text == nullptr)
         return 0;
+    const bool more = sms_storage_has_more();
     const lock_scope hold(messages_lock);
-    give_late();
+    give_late(more);
     if (ring.first == nullptr)
         return 0;
     const kelo_message& head = ring.first->head;

@@ -198,6 +198,9 @@ void sms_report_came(const status_report& report);
 // 0, 1 or 2, see kelo_set_sms_storage.
 int sms_storage_mode();
 
+// Whether there are places that are still to be read.
+bool sms_storage_has_more();
+
 // A start or reload flow begins: what was known of the storage is not known any more.
 void sms_storage_forget();
 

@@ -189,6 +189,17 @@ int sms_storage_mode()
     return store.mode;
 }
 
+bool sms_storage_has_more()
+{
+    const lock_scope hold(storage_lock);
+    const auto unread = [](const memory& one) {
+        return one.name[0] != '\0' &&
+               (one.look != memory::rest || one.probe >= 0 || first_wanted(one) >= 0);
+    };
+    return store.mode != 0 &&
+           (home() == nullptr || std::any_of(memories, std::end(memories), unread));
+}
+
 void sms_storage_forget()
 {
     const lock_scope hold(storage_lock);

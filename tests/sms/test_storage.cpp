@@ -314,3 +314,21 @@ TEST_F(Storage, AnAnswerStandsBehindItsEcho)
     }
     EXPECT_STREQ(sms_errand_next(now), "AT+CMGD=?");
 }
+
+// Catches: a message shown in two halves, both of which were there.
+TEST_F(Storage, APartThatIsStillToBeReadIsNotMissing)
+{
+    const auto part = [](const char* rest) {
+        return stored("004404911221000425071900321800" + std::string("07050003AA02") + rest);
+    };
+    answers = {{"+CPMS?", in_use(2)},
+               {"+CMGD=?", "+CMGD: (1,2)\r\nOK"},
+               {"+CMGR=1", part("0141")},
+               {"+CMGR=2", part("0242")}};
+    EXPECT_EQ(kelo_set_sms_patience(1), 0);
+    now = monotonic_ms() - 100000; // when the first is read
+    EXPECT_EQ(run(5), begin + std::string("+CMGD=? +CMGR=1"));
+    EXPECT_EQ(taken(), "");
+    EXPECT_EQ(run(1), "+CMGR=2");
+    EXPECT_EQ(taken(), "AB* ");
+}
