@@ -14,6 +14,7 @@
 #include <fcntl.h>
 #include <mutex>
 #include <poll.h>
+#include <thread>
 #include <unistd.h>
 #include <utility>
 
@@ -28,7 +29,7 @@ using namespace std::chrono_literals;
 // For the life of the process: threads of the library may say something to its very end.
 log_options use;
 bool journal = false;
-std::timed_mutex turn; // whole lines
+std::mutex turn; // whole lines
 std::atomic<int> dropped = 0;
 
 bool write_in_time(std::string_view text, std::chrono::milliseconds patience)
@@ -50,6 +51,18 @@ bool write_in_time(std::string_view text, std::chrono::milliseconds patience)
     return true;
 }
 
+// A reader that has stopped holds up the thread that writes; the others wait no longer than that.
+bool have_turn(std::unique_lock<std::mutex>& guard, std::chrono::milliseconds patience)
+{
+    const auto end = std::chrono::steady_clock::now() + patience;
+    while (!guard.try_lock()) {
+        if (std::chrono::steady_clock::now() >= end)
+            return false;
+        std::this_thread::sleep_for(2ms);
+    }
+    return true;
+}
+
 void take_line(kelo_log_level level, const char* line, void*)
 {
     // What is left out goes through it as well: it tells what the next line is.
@@ -60,12 +73,12 @@ void take_line(kelo_log_level level, const char* line, void*)
     if (level > use.most || again)
         return; // one line stands for all that are hidden whole
     const auto patience = dropped == 0 ? 1000ms : 0ms;
-    const std::unique_lock guard(turn, patience);
+    std::unique_lock guard(turn, std::defer_lock);
     const std::string report = dropped == 0
                                    ? ""
                                    : log_prefix(KELO_LOG_ERROR, journal) + std::to_string(dropped) +
                                          " lines were dropped, nobody read them\n";
-    if (!guard.owns_lock() || !write_in_time(report, patience)) {
+    if (!have_turn(guard, patience) || !write_in_time(report, patience)) {
         dropped++;
         return;
     }
