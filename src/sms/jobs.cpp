@@ -1,12 +1,12 @@
 // What becomes of messages: each has a record from the call that hands it in until the fate of its
 // last part is known, and is then a result that waits for the host.
+#include "sms/ring.h"
 #include "sms/sms.h"
 
 #include "support/diag.h"
 #include "support/owned.h"
 #include "support/text.h"
 
-#include <climits>
 #include <cstdlib>
 #include <ctime>
 
@@ -24,32 +24,7 @@ struct sms_job {
 namespace
 {
 
-// A ring of records for the host; the oldest gives way. Guarded by outbox_lock.
-template <class Record, unsigned room> struct ring {
-    Record records[room] = {};
-    unsigned oldest = 0, waiting = 0;
-    int lost = 0;
-
-    void add(const Record& record)
-    {
-        if (waiting == room) {
-            oldest = (oldest + 1) % room;
-            waiting--;
-            lost += lost < INT_MAX;
-        }
-        records[(oldest + waiting++) % room] = record;
-    }
-    // As much of it as the caller knows.
-    int take(void* out, std::size_t size)
-    {
-        if (out == nullptr || waiting == 0)
-            return 0;
-        std::memcpy(out, &records[oldest], std::min(size, sizeof(Record)));
-        oldest = (oldest + 1) % room;
-        waiting--;
-        return 1;
-    }
-};
+// Guarded by outbox_lock.
 ring<kelo_sms_result, KELO_SMS_RESULTS> results;
 ring<kelo_sms_report, KELO_SMS_REPORTS> reports;
 

@@ -3,6 +3,7 @@
 // that what is known of a part is its sender, reference, count and the width of the reference.
 #include "sms/joiner.h"
 
+#include "sms/codec/digest.h"
 #include "support/text.h"
 
 #include <cstdio>
@@ -129,7 +130,7 @@ whole_pointer compose(const part_row& row, const waiting_part* const* places)
                 text.add_missing(i + 1);
             continue;
         }
-        out.digest = out.digest * 0x100000001B3 ^ one->part.digest;
+        out.digest = out.digest * digest_prime ^ one->part.digest;
         if (first.data)
             text.add_data(one->part.content.all());
         else

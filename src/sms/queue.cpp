@@ -1,8 +1,6 @@
-// Received messages that wait for the host: a ring of plain records. A host that is too slow loses
-// the oldest, and is told how many.
+// Received messages that wait for the host.
+#include "sms/ring.h"
 #include "sms/sms.h"
-
-#include <climits>
 
 namespace kelo
 {
@@ -13,23 +11,14 @@ namespace
 // A leaf: nothing is taken under it.
 lock queue_lock;
 
-kelo_sms ring[KELO_SMS_QUEUE];
-unsigned oldest = 0;
-unsigned waiting = 0;
-int lost = 0;
+ring<kelo_sms, KELO_SMS_QUEUE> received;
 
 } // namespace
 
 void sms_queue_add(const kelo_sms& message)
 {
     const lock_scope hold(queue_lock);
-    if (waiting == KELO_SMS_QUEUE) {
-        oldest = (oldest + 1) % KELO_SMS_QUEUE;
-        waiting--;
-        if (lost < INT_MAX)
-            lost++;
-    }
-    ring[(oldest + waiting++) % KELO_SMS_QUEUE] = message;
+    received.add(message);
 }
 
 } // namespace kelo
@@ -38,19 +27,12 @@ using namespace kelo;
 
 int kelo_take_sms(struct kelo_sms* out)
 {
-    if (out == nullptr)
-        return 0;
     const lock_scope hold(queue_lock);
-    if (waiting == 0)
-        return 0;
-    *out = ring[oldest];
-    oldest = (oldest + 1) % KELO_SMS_QUEUE;
-    waiting--;
-    return 1;
+    return received.take(out, sizeof *out);
 }
 
 int kelo_sms_lost(void)
 {
     const lock_scope hold(queue_lock);
-    return lost;
+    return received.lost;
 }

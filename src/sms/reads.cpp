@@ -1,6 +1,7 @@
 // Reads of the port: what they hold of reports is taken ahead of the line by line way of everything
 // else.
 #include "sms/report_lines.h"
+#include "sms/storage.h"
 
 #include "at/at.h"
 #include "core/family.h"
@@ -21,10 +22,7 @@ bool too_long = false;
 
 void hear_line(std::string_view line)
 {
-    while (!line.empty() && (line.front() == '\r' || line.front() == ' '))
-        line.remove_prefix(1);
-    while (!line.empty() && (line.back() == '\r' || line.back() == ' '))
-        line.remove_suffix(1);
+    line = storage::trimmed(line);
     char text[sizeof begun.items + 1];
     text[line.copy(text, sizeof text - 1)] = '\0';
     if (line.empty() || is_foreign(text))

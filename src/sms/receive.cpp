@@ -3,6 +3,7 @@
 #include "sms/report_lines.h"
 
 #include "core/family.h"
+#include "sms/codec/digest.h"
 #include "support/diag.h"
 #include "support/scan.h"
 #include "support/sleeps.h"
@@ -94,14 +95,14 @@ utf16_text to_utf16(string_view text)
     return out;
 }
 
-// FNV-1a, over all of them.
+// Over all of them.
 std::uint64_t digest_of(std::initializer_list<string_view> texts)
 {
-    std::uint64_t digest = 0xCBF29CE484222325;
+    std::uint64_t digest = digest_begin;
     for (const string_view text : texts) {
         for (const char c : text)
-            digest = (digest ^ static_cast<octet>(c)) * 0x100000001B3;
-        digest = (digest ^ 0x100) * 0x100000001B3; // no octet: the end of one of them
+            digest = digest_with(digest, static_cast<octet>(c));
+        digest = digest_with(digest, 0x100); // no octet: the end of one of them
     }
     return digest;
 }

@@ -369,6 +369,8 @@ void sms_other_command()
 
 void sms_watch_answer(const char* line)
 {
+    if (!read_answer_of(line, true))
+        return; // nearly every line: no lock is taken for it
     lock_scope hold(record_lock);
     const auto read = read_answer_of(line, out.last_command);
     if (!read)

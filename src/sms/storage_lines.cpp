@@ -1,8 +1,8 @@
-// The lines of the modem, as far as they are about its storage: put together over reads, heard, and
-// handed to the errand; and what it is told of messages by a flow.
+// The lines of the modem, as far as they are about its storage: heard, and handed to the
+// errand; and what it is told of messages by a flow.
 #include "sms/storage.h"
 
-#include "at/at.h"
+#include "sms/codec/digest.h"
 #include "support/text.h"
 
 #include <utility>
@@ -12,11 +12,9 @@ namespace kelo::storage
 
 std::uint64_t digest_of(string_view pdu)
 {
-    std::uint64_t digest = 14695981039346656037u; // FNV-1a
-    for (const char c : pdu) {
-        digest ^= static_cast<octet>(c >= 'a' && c <= 'f' ? c - 'a' + 'A' : c);
-        digest *= 1099511628211u;
-    }
+    std::uint64_t digest = digest_begin;
+    for (const char c : pdu)
+        digest = digest_with(digest, static_cast<octet>(c >= 'a' && c <= 'f' ? c - 'a' + 'A' : c));
     return digest;
 }
 

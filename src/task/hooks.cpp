@@ -10,8 +10,6 @@
 #include "support/diag.h"
 #include "support/text.h"
 
-#include <algorithm>
-
 namespace kelo
 {
 

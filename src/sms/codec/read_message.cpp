@@ -2,6 +2,7 @@
 // their service centre, with every coding scheme of TS 23.038 and what a header says of the
 // message. What kelo/sms.h receives, decoder.cpp reads.
 #include "sms/codec/codec.h"
+#include "sms/codec/digest.h"
 
 #include <cstdio>
 
@@ -251,12 +252,11 @@ void read_user_data(message_part& part, pdu_octets& in, bool has_header)
     part.content.add(octets.first(part.data ? octets.size() : octets.size() & ~std::size_t(1)));
 }
 
-// FNV-1a.
 std::uint64_t digest_of(std::span<const octet> octets)
 {
-    std::uint64_t digest = 0xCBF29CE484222325u;
+    std::uint64_t digest = digest_begin;
     for (const octet one : octets)
-        digest = (digest ^ one) * 0x100000001B3u;
+        digest = digest_with(digest, one);
     return digest;
 }
 
