@@ -1,0 +1,29 @@
+// What happens, for everybody who follows this host: standard output, the clients of its sockets.
+#pragma once
+
+#include "host/status.h"
+
+#include <functional>
+#include <vector>
+
+namespace kelo_host
+{
+
+// The fields behind what they are of and the time of day, with its zone, in milliseconds.
+json_value stamped(const char* type, const json_value& fields);
+
+class feed
+{
+  public:
+    using follower = std::function<void(const json_value& happening)>;
+
+    // Followers stay for good, and are called in their order.
+    void follow(follower one) { followers_.push_back(std::move(one)); }
+
+    void tell(const char* type, const json_value& fields) const;
+
+  private:
+    std::vector<follower> followers_;
+};
+
+} // namespace kelo_host
