@@ -1,35 +1,29 @@
 #include "host/feed.h"
 
 #include <cstdio>
-#include <ctime>
+#include <cstdlib>
 
 namespace kelo_host
 {
 
-namespace
+std::string time_text(timespec time)
 {
-
-// "2026-11-25T18:40:01.123+01:00", RFC 3339.
-std::string time_text()
-{
-    timespec now = {};
-    clock_gettime(CLOCK_REALTIME, &now);
     tm local = {};
-    localtime_r(&now.tv_sec, &local);
+    localtime_r(&time.tv_sec, &local);
     char text[64] = "";
     std::strftime(text, sizeof text, "%FT%T", &local);
     const long minutes = local.tm_gmtoff / 60;
     char whole[96];
-    std::snprintf(whole, sizeof whole, "%s.%03ld%c%02ld:%02ld", text, now.tv_nsec / 1000000,
+    std::snprintf(whole, sizeof whole, "%s.%03ld%c%02ld:%02ld", text, time.tv_nsec / 1000000,
                   minutes < 0 ? '-' : '+', std::abs(minutes) / 60, std::abs(minutes) % 60);
     return whole;
 }
 
-} // namespace
-
 json_value stamped(const char* type, const json_value& fields)
 {
-    json_value whole = {{"type", type}, {"time", time_text()}};
+    timespec now = {};
+    clock_gettime(CLOCK_REALTIME, &now);
+    json_value whole = {{"type", type}, {"time", time_text(now)}};
     for (const auto& [name, value] : fields.items())
         whole[name] = value;
     return whole;

@@ -3,13 +3,18 @@
 
 #include "host/status.h"
 
+#include <ctime>
 #include <functional>
+#include <string>
 #include <vector>
 
 namespace kelo_host
 {
 
-// The fields behind what they are of and the time of day, with its zone, in milliseconds.
+// "2026-11-25T18:40:01.123+01:00", RFC 3339, in local time.
+std::string time_text(timespec time);
+
+// The fields behind what they are of and the time of day.
 json_value stamped(const char* type, const json_value& fields);
 
 class feed

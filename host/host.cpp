@@ -138,7 +138,7 @@ void host::receive(clock::time_point now)
         if (unkept_)
             break;
     }
-    count_lost("messages", kelo_messages_lost(), messages_lost_);
+    count_lost("messages", kelo_messages_lost(), counts_.messages_lost);
 }
 
 bool host::keep_message(clock::time_point now)
@@ -146,6 +146,7 @@ bool host::keep_message(clock::time_point now)
     const auto kept = options_.spool.empty() ? spool::keeping::kept : spool_.keep(message_, now);
     if (kept == spool::keeping::kept) {
         news_.note_message();
+        counts_.received++;
         tell("message", message_);
     }
     return kept != spool::keeping::not_yet;
@@ -155,17 +156,19 @@ void host::take_results()
 {
     kelo_sms_result result{};
     while (kelo_take_sms_result(&result, sizeof result)) {
+        count(counts_, result);
         outgoing_.note(result);
         spool_.note(result);
         tell("result", result);
     }
     kelo_sms_report report{};
     while (kelo_take_sms_report(&report, sizeof report)) {
+        count(counts_, report);
         spool_.note(report);
         tell("report", report);
     }
-    count_lost("results", kelo_sms_results_lost(), results_lost_);
-    count_lost("reports", kelo_sms_reports_lost(), reports_lost_);
+    count_lost("results", kelo_sms_results_lost(), counts_.results_lost);
+    count_lost("reports", kelo_sms_reports_lost(), counts_.reports_lost);
 }
 
 void host::count_lost(const char* what, int lost, int& before)

@@ -5,6 +5,7 @@
 #include "host/commands.h"
 #include "host/display.h"
 #include "host/feed.h"
+#include "host/figures.h"
 #include "host/loop.h"
 #include "host/messages.h"
 #include "host/news.h"
@@ -87,7 +88,8 @@ class host
     cellular_status report_{};
     clock::time_point next_report_{};
     const clock::time_point begun_ = clock::now();
-    int messages_lost_ = 0, results_lost_ = 0, reports_lost_ = 0, mode_ = settings_.net_mode;
+    message_counts counts_;
+    int mode_ = settings_.net_mode;
     const goal* const goal_ = goal_named(options_.until);
     bool reached_ = false, profile_told_ = false, unknown_told_ = false;
     bool quit_ = false;
