@@ -1,6 +1,7 @@
 #include "host/host.h"
 
 #include "host/log.h"
+#include "host/network.h"
 #include "host/settings_file.h"
 
 #include <cstdio>
@@ -102,11 +103,17 @@ void host::say_what_device_lacks()
             display_.say(line_of(one));
 }
 
-// Once each: a module that has no flow, or no profile, does less than its owner thinks.
+// What it is asked for goes by its model. The rest once each: a module that has no flow, or no
+// profile, does less than its owner thinks.
 void host::tell_module()
 {
     gsm_mobile mobile{};
-    if (!profile_told_ && kelo_copy_mobile(&mobile) && mobile.model[0] != '\0') {
+    const bool told = kelo_copy_mobile(&mobile) && mobile.model[0] != '\0';
+    if (told && !options_.plain && asked_model_ != mobile.model) {
+        asked_model_ = mobile.model;
+        ask_for_figures(asked_model_, options_.low_power != 0);
+    }
+    if (told && !profile_told_) {
         profile_told_ = true;
         const std::string fault = profile_fault(device_paths().profiles, mobile.model);
         if (!fault.empty())

@@ -92,6 +92,7 @@ class host
     int mode_ = settings_.net_mode;
     const goal* const goal_ = goal_named(options_.until);
     bool reached_ = false, profile_told_ = false, unknown_told_ = false;
+    std::string asked_model_; // for which figures are asked
     bool quit_ = false;
 };
 

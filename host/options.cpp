@@ -190,6 +190,9 @@ std::optional<int> parse_options(int argc, const char* const* argv, host_options
                  std::string("Take commands from standard input, one a line: ") + command_help);
     app.add_option("--custom", options.custom_file,
                    "File of changes to the AT commands, see examples/custom-verbose-errors.txt");
+    app.add_flag("--plain", options.plain,
+                 "Send what the library's flows hold and no more: no question for signal, cell, "
+                 "technology, band and operator code every 15 seconds");
     auto* level =
         app.add_option("--log-level", options.log_level,
                        "The library's lines that are shown: error, notice (default) or debug")
