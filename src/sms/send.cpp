@@ -361,8 +361,9 @@ std::optional<read_answer> read_answer_of(const char* line, bool alone)
 
 } // namespace
 
-void sms_other_command()
+void sms_command_goes_out()
 {
+    sms_errand_interrupted();
     const lock_scope hold(record_lock);
     out.last_command = false;
 }
