@@ -65,6 +65,9 @@ std::string expand(const std::string& text, const std::map<std::string, std::str
 // A whole decimal number from 0 to `limit`; -1 when it is anything else.
 long parse_number(const std::string& text, long limit);
 
+// Bytes as JSON can hold them and nothing is lost: UTF-8 of one character U+0000 to U+00FF each.
+std::string bytes_as_text(const std::string& bytes);
+
 std::string trim(const std::string& text);
 std::vector<std::string> split(const std::string& text, char separator);
 
