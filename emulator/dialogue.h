@@ -1,23 +1,8 @@
-// The dialogue file of one model: what the module answers to which command.
+// The dialogue file of one model: what the module answers to which command. README.md has the
+// format.
 //
-//   # comment                         whole lines only
-//   include quectel-lte.inc           the lines of another file of the same folder stand here
-//   use sim network sms               built-in behaviours that this module has (builtins.h)
-//   var imsi = 262011234567890        variable with its default; a later `var` replaces it
-//
-//   >> AT+QCFG="nwscanmode",*         a command; `*` stands for any run of characters
-//   needs sim                         answers a SIM error unless the SIM is ready; `needs card` is
-//                                     content with a locked one
-//   set nwscanmode = ${1}             ${1} ... ${9}: what the first ... ninth `*` stood for
-//   wait 300                          the answer comes after so many milliseconds
-//   << +QCFG: "x",${nwscanmode}       a line of the answer
-//   << OK                             the final result: OK, ERROR, NO CARRIER, +CME ERROR: <n> or
-//                                     +CMS ERROR: <n>; errors are put as AT+CMEE asks for
-//   report +QUSIM: 1                  an unsolicited line behind the final result
-//   report after 500 +QUSIM: 1        the same, 500 ms later than the one before it
-//
-// A rule ends with the next `>>`. In place of a final result `silent` says that none comes. Rules
-// are tried in the order of the file, the first match answers, and rules stand ahead of built-ins.
+// A rule ends with the next `>>`. Rules are tried in the order of the file, the first match
+// answers, and rules stand ahead of built-ins.
 #pragma once
 
 #include <cstddef>

@@ -18,6 +18,7 @@ namespace
 {
 
 constexpr std::size_t max_order = 8192;
+constexpr std::size_t max_line = 1024 * 1024; // what is read over, behind that it is no text at all
 constexpr long max_ms = 3600000;
 constexpr long expect_ms = 5000;
 constexpr milliseconds signal_look{50};
@@ -77,10 +78,10 @@ run_state order_expect(script_run& run, const std::string& rest, order_outcome& 
         if (pause(run, milliseconds(0)))
             return run_state::signalled;
         if (left <= signal_look) {
-            outcome.error = "no " + pattern + " within " + std::to_string(patience) + " ms, but ";
-            outcome.error += place == run.heard ? "no command at all"
-                                                : std::to_string(place - run.heard) +
-                                                      " others, the last one " + command;
+            outcome.error = "no " + pattern + " within " + std::to_string(patience) +
+                            " ms; commands that came: " + std::to_string(place - run.heard);
+            if (place > run.heard)
+                outcome.error += ", the last one " + command;
             return run_state::on;
         }
     }
@@ -131,7 +132,8 @@ struct line_reader {
     int fd;
     std::size_t number = 0; // of the line that next gave, from 1 on
     std::string pending = "";
-    bool at_end = false, skipping = false;
+    std::size_t skipped = 0; // of a line that was told already
+    bool at_end = false;
 
     // The next line, or what is wrong with it.
     got next(int signals, std::string& line)
@@ -141,15 +143,18 @@ struct line_reader {
             if (end != std::string::npos || (at_end && !pending.empty())) {
                 line = pending.substr(0, end);
                 pending.erase(0, end == std::string::npos ? end : end + 1);
-                if (!std::exchange(skipping, false))
+                if (std::exchange(skipped, 0) == 0)
                     return judge(line);
             } else if (at_end) {
                 return got::end;
             } else if (pending.size() > max_order) {
                 line.swap(pending);
                 pending.clear();
-                if (!std::exchange(skipping, true))
+                skipped += line.size();
+                if (skipped == line.size())
                     return judge(line);
+                if (skipped > max_line)
+                    return give_up(line, "a line without an end");
             } else if (const got outcome = read_more(signals, line); outcome != got::line) {
                 return outcome;
             }
@@ -169,8 +174,13 @@ struct line_reader {
         at_end = length == 0;
         if (length >= 0 || errno == EINTR || errno == EAGAIN)
             return got::line;
+        return give_up(fault, strerror(errno));
+    }
+
+    got give_up(std::string& fault, const char* why)
+    {
         at_end = true;
-        fault = strerror(errno);
+        fault = std::string("reading ends here: ") + why;
         return got::fault;
     }
 
