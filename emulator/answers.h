@@ -40,7 +40,7 @@ class answer_printer
     monotonic_clock::time_point start_;
 };
 
-// "kelo-emulator: what", or "place: what", with control bytes made visible.
+// "kelo-emulator: what", or "place: what", with "?" for control bytes.
 void complain(const std::string& place, const std::string& what);
 
 } // namespace kelo_emulator

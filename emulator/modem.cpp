@@ -234,9 +234,9 @@ void modem_core::note_host_line(const std::string& line)
 {
     if (line.empty())
         return;
-    const std::size_t before = host_lines.size();
+    if (host_lines.size() == max_entries)
+        ++host_lines_gone;
     push_bounded(host_lines, line);
-    host_lines_gone += before + 1 - host_lines.size();
 }
 
 void modem_core::note_modem_bytes(const std::string& bytes)
