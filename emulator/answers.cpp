@@ -1,6 +1,7 @@
 #include "emulator/answers.h"
 
 #include "emulator/dialogue.h"
+#include "emulator/record_line.h"
 
 #include <algorithm>
 #include <cmath>
@@ -24,17 +25,6 @@ void write_line(FILE* stream, const std::string& line)
 void write_object(const ordered_json& object)
 {
     write_line(stdout, object.dump(-1, ' ', true, ordered_json::error_handler_t::replace));
-}
-
-std::string visible(const std::string& bytes)
-{
-    std::string text;
-    for (const unsigned char c : bytes) {
-        char shown[8];
-        snprintf(shown, sizeof shown, c < ' ' || c > 126 ? "\\x%02X" : "%c", c);
-        text += c == '\r' ? "\\r" : c == '\n' ? "\\n" : shown;
-    }
-    return text;
 }
 
 } // namespace
@@ -82,7 +72,6 @@ void answer_printer::outcome(const order_outcome& outcome) const
     write_object(object);
 }
 
-// `12.345 >> AT+CSQ\r`: seconds since start, control bytes made visible.
 void answer_printer::trace(const log_entry& entry) const
 {
     const bool host = entry.from == speaker::host;
@@ -92,10 +81,9 @@ void answer_printer::trace(const log_entry& entry) const
                       {"bytes", bytes_as_text(entry.bytes)}});
         return;
     }
-    char time[32];
-    snprintf(time, sizeof time, "%9.3f",
-             std::chrono::duration<double>(entry.time - start_).count());
-    write_line(stdout, std::string(time) + (host ? " >> " : " << ") + visible(entry.bytes));
+    const auto at = std::chrono::duration_cast<milliseconds>(entry.time - start_);
+    const auto from = host ? kelo_record::origin::host : kelo_record::origin::modem;
+    write_line(stdout, kelo_record::text_of({at.count(), from, entry.bytes}));
 }
 
 bool answer_printer::models(const std::vector<known_model>& models) const

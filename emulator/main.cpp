@@ -1,5 +1,6 @@
 // kelo-emulator: a modem at a port path, with orders on standard input or from a script.
 #include "emulator/answers.h"
+#include "emulator/replay.h"
 #include "emulator/script.h"
 
 #include <CLI/CLI.hpp>
@@ -17,6 +18,7 @@ constexpr int most_failures = 100; // with --keep-going: a script that is no scr
 
 struct tool_options {
     modem_options modem;
+    replay_options replay;
     std::vector<std::string> variables, orders;
     std::string script;
     bool keep_going = false, stay = false, trace = false, json = false, list = false;
@@ -24,28 +26,36 @@ struct tool_options {
 
 void add_options(CLI::App& app, tool_options& options)
 {
-    app.add_option("--model", options.modem.model, "Name of a dialogue file");
+    auto* const model = app.add_option("--model", options.modem.model, "Name of a dialogue file");
     app.add_option("--port", options.modem.port, "Path at which the port appears")
         ->default_val("/dev/ttyUSB2");
     app.add_option("--dialogues", options.modem.dialogues_dir, "Folder of the dialogue files");
     app.add_option("--set", options.variables, "NAME=VALUE, a variable of the dialogue");
     app.add_option("--order", options.orders, "An order to carry out after the start");
-    app.add_option("--script", options.script,
-                   "A file of orders, `-` for standard input: the emulator ends with it, or with "
-                   "its first order that fails");
+    auto* const script = app.add_option(
+        "--script", options.script,
+        "A file of orders, `-` for standard input: the emulator ends with it, or with "
+        "its first order that fails");
     app.add_flag("--keep-going", options.keep_going, "A failed order does not end the script");
     app.add_flag("--stay", options.stay, "Go on behind the script, with standard input");
     app.add_flag("--boot", options.modem.boot_reports, "Print the boot reports at start");
     app.add_flag("--trace", options.trace, "Print the dialogue");
-    app.add_flag("--json", options.json, "Print one JSON object a line");
+    auto* const json = app.add_flag("--json", options.json, "Print one JSON object a line");
     app.add_flag("--list", options.list, "List the models and their dialogues, and end");
+    auto* const record = app.add_option(
+        "--replay", options.replay.record,
+        "Play the modem of a record of kelo-host, or of --trace, in place of a model");
+    app.add_option("--replay-speed", options.replay.speed, "So many times as fast")
+        ->check(CLI::Range(0.1, 100.0))
+        ->needs(record);
+    record->excludes(model, script, json);
 }
 
 // Empty text, or what is wrong with the options.
 std::string check_options(tool_options& options)
 {
-    if (options.modem.model.empty() && !options.list)
-        return "--model is required; --list lists the models";
+    if (options.modem.model.empty() && options.replay.record.empty() && !options.list)
+        return "--model or --replay is required; --list lists the models";
     if (options.script.empty() && (options.keep_going || options.stay))
         return "--keep-going and --stay are for a --script";
     for (const std::string& variable : options.variables) {
@@ -128,6 +138,10 @@ int main(int argc, char** argv)
     const int signals = signalfd(-1, &ending, SFD_CLOEXEC);
     signal(SIGPIPE, SIG_IGN);
 
+    if (!options.replay.record.empty()) {
+        options.replay.port = options.modem.port;
+        return replay_record(options.replay, signals);
+    }
     emulated_modem modem;
     error = modem.start(options.modem);
     if (!error.empty())

@@ -32,27 +32,24 @@ void display::update(const json_value& status, long seconds)
 {
     if (live_) {
         draw(status, seconds);
-    } else if (status != last_) {
-        if (json_)
-            write_all(fd_, to_text(status) + "\n");
-        else
-            for (const std::string& line : changes(last_, status))
-                say(line);
+    } else if (!json_) {
+        for (const std::string& line : changes(last_, status))
+            say(line);
     }
     last_ = status;
 }
 
-void display::show(const whole_message& message)
-{
-    tell(lines_of(message), json_of(message));
-}
-
-void display::tell(const std::vector<std::string>& lines, const json_value& object)
+void display::show(const std::vector<std::string>& lines)
 {
     if (json_)
-        return write_all(fd_, to_text(object) + "\n");
+        return;
     for (const std::string& line : lines)
         say(line);
+}
+
+void display::show(const json_value& happening)
+{
+    write_all(fd_, to_text(happening) + "\n");
 }
 
 void display::finish(const json_value& status, long seconds)

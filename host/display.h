@@ -1,7 +1,6 @@
 // Where the status and the lines of this host go.
 #pragma once
 
-#include "host/messages.h"
 #include "host/status.h"
 
 #include <string>
@@ -20,11 +19,8 @@ class display
 
     void update(const json_value& status, long seconds);
 
-    void show(const whole_message& message);
-    template <typename result> void show(const result& one) // or a report
-    {
-        tell({line_of(one)}, json_of(one));
-    }
+    void show(const std::vector<std::string>& lines); // of what happened; not as JSON,
+    void show(const json_value& happening);           // but so
 
     // The last status, in full.
     void finish(const json_value& status, long seconds);
@@ -35,7 +31,6 @@ class display
 
   private:
     void draw(const json_value& status, long seconds);
-    void tell(const std::vector<std::string>& lines, const json_value& object);
 
     bool json_, live_ = false, masked_;
     int fd_ = 1;

@@ -44,6 +44,15 @@ json_value text_or_null(const std::string& text)
     return text.empty() ? json_value(nullptr) : json_value(text);
 }
 
+// "2024-05-17 09:30:12" and quarters of an hour, as RFC 3339 has it.
+json_value time_of(std::string text, int zone)
+{
+    if (text.size() < 19)
+        return nullptr;
+    text[10] = 'T';
+    return text + zone_text(zone);
+}
+
 } // namespace
 
 bool take_message(whole_message& message)
@@ -137,31 +146,30 @@ std::vector<std::string> lines_of(const whole_message& message)
     }
 }
 
-std::string line_of(const kelo_sms_result& result)
+std::vector<std::string> lines_of(const kelo_sms_result& result)
 {
     std::string line = name_of_message(result.number, result.tag, result.destination) + ": ";
     if (result.state == KELO_SMS_SENT)
-        return line + "sent, " + parts_text(result.confirmed, result.parts) + " confirmed";
+        return {line + "sent, " + parts_text(result.confirmed, result.parts) + " confirmed"};
     line += (result.state == KELO_SMS_FAILED ? "failed: " : "") + reason_of(result);
     if (result.confirmed > 0)
         line += ", with " + parts_text(result.confirmed, result.parts) + " confirmed";
-    return line;
+    return {line};
 }
 
-std::string line_of(const kelo_sms_report& report)
+std::vector<std::string> lines_of(const kelo_sms_report& report)
 {
-    return "report on " + name_of_message(report.number, report.tag, report.recipient) + ", part " +
-           std::to_string(report.part) + ": " + delivery_name(report.state) + " at " +
-           printable(report.discharged) + " " + zone_text(report.discharged_zone) + ", status " +
-           std::to_string(report.status);
+    return {"report on " + name_of_message(report.number, report.tag, report.recipient) +
+            ", part " + std::to_string(report.part) + ": " + delivery_name(report.state) + " at " +
+            printable(report.discharged) + " " + zone_text(report.discharged_zone) + ", status " +
+            std::to_string(report.status)};
 }
 
 json_value json_of(const whole_message& message)
 {
     const kelo_message& head = message.head;
     json_value fields = {{"sender", head.sender},
-                         {"time", head.time},
-                         {"zone", head.time[0] == '\0' ? "" : zone_text(head.zone)},
+                         {"sent", time_of(head.time, head.zone)},
                          {"text", head.data != 0 ? json_value(nullptr) : json_value(message.text)},
                          {"parts", head.parts - head.missing},
                          {"total", head.parts}};
@@ -170,48 +178,47 @@ json_value json_of(const whole_message& message)
         fields["data"] = hex_of(message.text);
     if (head.port_to >= 0)
         fields["ports"] = {{"to", head.port_to}, {"from", head.port_from}};
-    return {{"message", fields}};
+    return fields;
 }
 
 json_value json_of(const kelo_sms_result& result)
 {
     const int sent = std::clamp(result.parts, 0, static_cast<int>(sizeof result.references));
-    return {{"result",
-             {{"number", result.number},
-              {"tag", result.tag},
-              {"destination", result.destination},
-              {"state", kelo_sms_state_name(result.state)},
-              {"parts", result.parts},
-              {"confirmed", result.confirmed},
-              {"reason", text_or_null(reason_of(result))},
-              {"references",
-               json_value(std::vector<int>(result.references, result.references + sent))}}}};
+    return {
+        {"number", result.number},
+        {"tag", result.tag},
+        {"destination", result.destination},
+        {"state", kelo_sms_state_name(result.state)},
+        {"parts", result.parts},
+        {"confirmed", result.confirmed},
+        {"reason", text_or_null(reason_of(result))},
+        {"references", json_value(std::vector<int>(result.references, result.references + sent))}};
 }
 
 json_value json_of(const kelo_sms_report& report)
 {
-    return {{"report",
-             {{"number", report.number},
-              {"tag", report.tag},
-              {"part", report.part},
-              {"reference", report.reference},
-              {"recipient", report.recipient},
-              {"sent", report.sent},
-              {"sent_zone", zone_text(report.sent_zone)},
-              {"discharged", report.discharged},
-              {"discharged_zone", zone_text(report.discharged_zone)},
-              {"status", report.status},
-              {"state", delivery_name(report.state)}}}};
+    return {{"number", report.number},
+            {"tag", report.tag},
+            {"part", report.part},
+            {"reference", report.reference},
+            {"recipient", report.recipient},
+            {"sent", time_of(report.sent, report.sent_zone)},
+            {"discharged", time_of(report.discharged, report.discharged_zone)},
+            {"status", report.status},
+            {"state", delivery_name(report.state)}};
 }
 
-void outgoing::add(const std::string& number, const std::string& text,
-                   const kelo_sms_options& options)
+int outgoing::add(const std::string& number, const std::string& text,
+                  const kelo_sms_options& options)
 {
     const int sent = kelo_send_sms(number.c_str(), text.c_str(), &options);
-    if (sent > 0)
-        return waiting_.push_back({sent, number});
+    if (sent > 0) {
+        waiting_.push_back({sent, number});
+        return sent;
+    }
     not_sent_++;
     say_("message to " + number + ": refused by the library");
+    return sent;
 }
 
 void outgoing::pass(clock::time_point now)

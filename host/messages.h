@@ -33,8 +33,8 @@ std::string reason_of(const kelo_sms_result& result);
 
 // What is told of them, for people (a message has its text on lines of its own) and as JSON.
 std::vector<std::string> lines_of(const whole_message& message);
-std::string line_of(const kelo_sms_result& result);
-std::string line_of(const kelo_sms_report& report);
+std::vector<std::string> lines_of(const kelo_sms_result& result);
+std::vector<std::string> lines_of(const kelo_sms_report& report);
 json_value json_of(const whole_message& message);
 json_value json_of(const kelo_sms_result& result);
 json_value json_of(const kelo_sms_report& report);
@@ -47,7 +47,8 @@ class outgoing
 
     explicit outgoing(speaker say) : say_(std::move(say)) {}
 
-    void add(const std::string& number, const std::string& text, const kelo_sms_options& options);
+    // The number of the message, or what kelo_send_sms gave instead.
+    int add(const std::string& number, const std::string& text, const kelo_sms_options& options);
 
     // Takes back what waits for a network that does not come, so that a host that was started for
     // one message has an end.

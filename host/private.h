@@ -1,6 +1,8 @@
-// What is private in lines for a log: who may read the log need not know the subscriber, or what he
-// is told.
+// What is private in lines for a log and in objects: who may read them need not know the
+// subscriber, what he is told, or where he is.
 #pragma once
+
+#include "host/status.h"
 
 #include <string>
 #include <string_view>
@@ -30,7 +32,20 @@ class line_mask
     bool at_end_ = false;    // of which the last row was seen
 };
 
+// What the masks know of what stands on the port, for others: where the first secret, or the first
+// text about the subscriber, begins (npos: nowhere), the head of a message, and the end of an
+// answer.
+std::size_t secret_from(std::string_view line);
+std::size_t personal_from(std::string_view line);
+bool is_message_head(std::string_view line);
+bool is_result(std::string_view line);
+
 // The same for a line of this program: its status and its messages.
 std::string mask_own_line(std::string_view line);
+
+// The same for an object, whatever is inside of it included: private texts become "***", with the
+// last two digits of an identity, private figures null; what stays null is not known. The names of
+// what is private are a table in private.cpp. PINs and passwords are taken out.
+json_value masked(const json_value& object);
 
 } // namespace kelo_host

@@ -59,10 +59,10 @@ TEST(Messages, AreToldInWholeAndSafely)
     EXPECT_EQ(lines_of(text), (std::vector<std::string>{"message from Te?st? of 2024-05-17 09:30:12 -03:30, 2 of 3 parts, class 0:",
                                                         "  | a?[2J", "  | b"}));
     EXPECT_EQ(lines_of(data), (std::vector<std::string>{"message from +49, to port 5000, data:", "  | 009b"}));
-    EXPECT_EQ(to_text(json_of(text)), R"({"message":{"sender":"Te\nst\u001b","time":"2024-05-17 09:30:12","zone":"-03:30",)"
-                                      R"("text":"a\u001b[2J\r\nb","parts":2,"total":3,"class":0}})");
-    EXPECT_EQ(to_text(json_of(data)), R"({"message":{"sender":"+49","time":"","zone":"","text":null,"parts":1,"total":1,)"
-                                      R"("class":null,"data":"009b","ports":{"to":5000,"from":16}}})");
+    EXPECT_EQ(to_text(json_of(text)), R"({"sender":"Te\nst\u001b","sent":"2024-05-17T09:30:12-03:30",)"
+                                      R"("text":"a\u001b[2J\r\nb","parts":2,"total":3,"class":0})");
+    EXPECT_EQ(to_text(json_of(data)), R"({"sender":"+49","sent":null,"text":null,"parts":1,"total":1,)"
+                                      R"("class":null,"data":"009b","ports":{"to":5000,"from":16}})");
     EXPECT_EQ(incoming_content(text, "now"), "From: Te?st?\nFrom_SMSC: +49171\nSent: 2024-05-17 09:30:12 -03:30\nReceived: now\n"
                                              "Alphabet: UTF-8\nClass: 0\nParts: 2 of 3\n\na\x1b[2J\r\nb");
     EXPECT_EQ(incoming_content(data, "now"), "From: +49\nReceived: now\nAlphabet: binary\nPorts: to 5000, from 16\n"
@@ -78,11 +78,11 @@ TEST(Messages, ResultsSayWhatHappened)
         {KELO_SMS_FAILED, 0, KELO_SMS_ERROR, -1, "failed: ERROR"},
         {KELO_SMS_UNKNOWN, 0, 0, 0, "unknown: the body went out and no answer came"}};
     for (const auto& [state, confirmed, error, number, told] : rows)
-        EXPECT_EQ(line_of(kelo_sms_result{9, "t\n", "+49", state, 3, confirmed, error, number, {}}),
-                  std::string("message 9 (t?) to +49: ") + told);
+        EXPECT_EQ(lines_of(kelo_sms_result{9, "t\n", "+49", state, 3, confirmed, error, number, {}}),
+                  std::vector{std::string("message 9 (t?) to +49: ") + told});
     EXPECT_EQ(to_text(json_of(kelo_sms_result{9, "", "+49", KELO_SMS_SENT, 2, 2, 0, 0, {41, 42, 43}})),
-              R"({"result":{"number":9,"tag":"","destination":"+49","state":"sent","parts":2,"confirmed":2,"reason":null,)"
-              R"("references":[41,42]}})");
+              R"({"number":9,"tag":"","destination":"+49","state":"sent","parts":2,"confirmed":2,"reason":null,)"
+              R"("references":[41,42]})");
 }
 
 // Catches: a buffer that stays too small for ever, and the rest of a longer text behind a shorter one.

@@ -1,0 +1,397 @@
+#include "host/host.h"
+
+#include "host/log.h"
+#include "host/record.h"
+#include "host/settings_file.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <poll.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace kelo_host
+{
+
+namespace
+{
+
+using namespace std::chrono_literals;
+
+constexpr auto between_passes = 250ms;
+constexpr auto last_results = 10s; // for messages that are going out when it is to end
+constexpr auto between_reports = 1s;
+constexpr int exit_no_modem = 1;
+constexpr int exit_not_done = 3;
+
+// How often the modem task was started, by whomever.
+int restarts()
+{
+    kelo_figures figures{};
+    kelo_get_figures(&figures, sizeof figures);
+    return static_cast<int>(figures.starts);
+}
+
+// The keeper waits for the end of what it calls, so the command goes into the background.
+void run_when_stuck(int number, void* command)
+{
+    const std::string line = "KELO_TRY=" + std::to_string(number) + "; export KELO_TRY; (" +
+                             static_cast<const std::string*>(command)->c_str() + ") </dev/null &";
+    char shell[] = "sh", option[] = "-c";
+    char* const arguments[] = {shell, option, const_cast<char*>(line.c_str()), nullptr};
+    pid_t child = -1;
+    if (posix_spawn(&child, "/bin/sh", nullptr, nullptr, arguments, environ) == 0)
+        waitpid(child, nullptr, 0);
+}
+
+void keep(const host_options& options)
+{
+    kelo_keeper keeper{};
+    keeper.size = sizeof keeper;
+    kelo_keeper_defaults(&keeper);
+    std::snprintf(keeper.second_ping_target, sizeof keeper.second_ping_target, "%s",
+                  options.second_ping_target.c_str());
+    keeper.pin_tries_least = options.pin_tries;
+    if (!options.on_stuck.empty()) {
+        keeper.stuck = run_when_stuck;
+        keeper.context = const_cast<std::string*>(&options.on_stuck);
+    }
+    kelo_keep(&keeper);
+    kelo_set_port(options.port.c_str());
+}
+
+} // namespace
+
+device_paths device_of(const host_options& options, const cellular_setting& settings)
+{
+    constexpr int family_from_1 = 13; // its AT port may be the one with index 1
+    device_paths paths;
+    const char* const path = std::getenv("PATH");
+    paths.path = path != nullptr ? path : "/bin:/usr/bin";
+    paths.port = options.port;
+    paths.first_port = options.family == family_from_1 ? 1 : 2;
+    paths.link = settings.enable != 0;
+    paths.link_ping = settings.ping_enable != 0;
+    return paths;
+}
+
+// Words and settings first: the library looks at them from its start on.
+void host::start()
+{
+    keep(options_);
+    is_quectel = options_.family;
+    selected_card = options_.sim;
+    kelo_set_sms_storage(options_.sms_storage);
+    kelo_set_sms_patience(options_.join_seconds);
+    needSetApn = settings_.apn[0] != '\0'; // without it the flow passes the APN over
+    kelo_init_cellular(&settings_, static_cast<unsigned char>(options_.low_power));
+    if (options_.dialogue)
+        set_5g_debug(1); // the start has set it by /config/5Gdebug
+    if (!options_.sms_number.empty())
+        send(options_.sms_number, options_.sms_text);
+    if (options_.gps)
+        gps_.start(clock::now());
+    if (options_.mqtt && !mqtt_.start(*options_.mqtt))
+        display_.say("MQTT: the settings were refused");
+}
+
+void host::say_what_device_lacks()
+{
+    for (const look& one : check_device(device_of(options_, settings_)))
+        if (!one.well)
+            display_.say(line_of(one));
+}
+
+// Once each: a module that has no flow, or no profile, does less than its owner thinks.
+void host::tell_module()
+{
+    gsm_mobile mobile{};
+    if (!profile_told_ && kelo_copy_mobile(&mobile) && mobile.model[0] != '\0') {
+        profile_told_ = true;
+        const std::string fault = profile_fault(device_paths().profiles, mobile.model);
+        if (!fault.empty())
+            display_.say(fault);
+    }
+    if (unknown_told_)
+        return;
+    const std::string unknown = unknown_module();
+    unknown_told_ = !unknown.empty();
+    if (unknown_told_)
+        display_.say(unknown);
+}
+
+json_value host::read(clock::time_point now)
+{
+    if (now >= next_report_) {
+        kelo_get_cellular(&report_);
+        next_report_ = now + between_reports;
+    }
+    return read_status(news_.received(), report_, mqtt_.state());
+}
+
+// A message is shown once it is kept, and only then is the next one taken: that lets the library
+// delete the one before from the modem's storage.
+void host::receive(clock::time_point now)
+{
+    while (unkept_ || take_message(message_)) {
+        unkept_ = !keep_message(now);
+        if (unkept_)
+            break;
+    }
+    count_lost("messages", kelo_messages_lost(), counts_.messages_lost);
+}
+
+bool host::keep_message(clock::time_point now)
+{
+    const auto kept = options_.spool.empty() ? spool::keeping::kept : spool_.keep(message_, now);
+    if (kept == spool::keeping::kept) {
+        news_.note_message();
+        counts_.received++;
+        tell("message", message_);
+    }
+    return kept != spool::keeping::not_yet;
+}
+
+void host::take_results()
+{
+    kelo_sms_result result{};
+    while (kelo_take_sms_result(&result, sizeof result)) {
+        count(counts_, result);
+        outgoing_.note(result);
+        spool_.note(result);
+        tell("result", result);
+    }
+    kelo_sms_report report{};
+    while (kelo_take_sms_report(&report, sizeof report)) {
+        count(counts_, report);
+        spool_.note(report);
+        tell("report", report);
+    }
+    count_lost("results", kelo_sms_results_lost(), counts_.results_lost);
+    count_lost("reports", kelo_sms_reports_lost(), counts_.reports_lost);
+}
+
+void host::count_lost(const char* what, int lost, int& before)
+{
+    if (lost != before)
+        display_.say(std::string(what) +
+                     " lost, too many at once: " + std::to_string(lost - before));
+    before = lost;
+}
+
+template <typename news_item> void host::tell(const char* type, const news_item& one)
+{
+    feed_.tell(type, json_of(one));
+    display_.show(lines_of(one));
+}
+
+bool host::send(const std::string& number, const std::string& text)
+{
+    kelo_sms_options options{};
+    options.size = sizeof options;
+    kelo_sms_options_defaults(&options);
+    if (options_.sms_validity)
+        options.validity = *options_.sms_validity;
+    options.report = options_.sms_report;
+    options.flash = options_.sms_flash;
+    return outgoing_.add(number, text, options) > 0;
+}
+
+std::string host::change(const cellular_setting& settings)
+{
+    const bool restart = apply_change(settings_, settings, mode_);
+    settings_ = settings;
+    return restart ? "new settings: the modem task restarts" : "new settings are in use";
+}
+
+void host::reread()
+{
+    cellular_setting settings = options_.settings;
+    const auto errors = read_settings_file(options_.settings_file, settings);
+    for (const std::string& error : errors)
+        display_.say(printable(error));
+    display_.say(errors.empty() ? change(settings) : "the settings stay as they were");
+}
+
+reply host::act(const user_command& command, clock::time_point now)
+{
+    switch (command.verb) {
+    case command_verb::nothing:
+        return {};
+    case command_verb::sim:
+        mobile_select_simcard(command.sim);
+        cellular_module_restart_extern(); // it brings that SIM's settings to the modem
+        return {true,
+                "SIM " + std::to_string(command.sim) + " is asked for: the modem task restarts"};
+    case command_verb::set: {
+        cellular_setting settings = settings_;
+        const std::string error = set_settings(settings, command.text);
+        return error.empty() ? reply{true, change(settings)}
+                             : reply{false, "set: " + printable(error)};
+    }
+    case command_verb::restart:
+        cellular_module_restart_extern();
+        return {true, "the modem task restarts"};
+    case command_verb::reload:
+        return cellular_reload() == 0 ? reply{true, "the reload flow runs"}
+                                      : reply{false, "no reload during a start or restart"};
+    case command_verb::sms:
+        return {send(command.number, command.text), ""};
+    case command_verb::gps:
+        gps_.start(now);
+        return {};
+    case command_verb::help:
+        return {true, command_help};
+    case command_verb::quit:
+        quit_ = true;
+        return {};
+    }
+    return {};
+}
+
+void host::run_command(const std::string& line, clock::time_point now)
+{
+    std::string error;
+    const auto command = parse_command(line, error);
+    const reply given = command ? act(*command, now) : reply{false, printable(error)};
+    if (!given.line.empty())
+        display_.say(given.line);
+}
+
+void host::pass(clock::time_point now)
+{
+    if (signals_.take_reread())
+        reread();
+    while (const auto line = input_.next_line())
+        run_command(*line, now);
+    tell_module();
+    news_.pass();
+    receive(now);
+    take_results();
+    outgoing_.pass(now);
+    if (!options_.spool.empty())
+        spool_.pass(now);
+    mqtt_.pass(now, restarts());
+    gps_.pass(now);
+    if (const std::string fault = pass_recording(); !fault.empty())
+        display_.say(printable(fault));
+    show_status(read(now));
+    reached_ = goal_ != nullptr && goal_->holds();
+}
+
+void host::show_status(json_value status)
+{
+    if (status != status_)
+        feed_.tell("status", status);
+    display_.update(status, seconds());
+    status_ = std::move(status);
+}
+
+bool host::is_over(clock::time_point now) const
+{
+    if (signals_.stop_seen() || quit_ || reached_)
+        return true;
+    if (options_.seconds)
+        return now - begun_ >= std::chrono::seconds(*options_.seconds);
+    const bool has_end = (!options_.sms_number.empty() || options_.gps) && !options_.commands &&
+                         !options_.mqtt && options_.spool.empty();
+    return has_end && !outgoing_.busy() && !gps_.busy();
+}
+
+// Bounded, since a start or restart that is under way refuses the stop until it is through. The
+// first line waits for an MQTT attempt under way: seconds.
+void host::stop_modem()
+{
+    kelo_deinit_cellular();
+    for (int tries = 0; cellular_stop() != 0; tries++) {
+        if (tries == 60)
+            return display_.say("the modem task did not stop within a minute: leaving it");
+        poll(nullptr, 0, 1000);
+    }
+}
+
+// What a file's message is about to come to is waited for, so that a stop leaves none unknown.
+void host::end_messages()
+{
+    spool_.stop();
+    for (const auto until = clock::now() + last_results;
+         spool_.is_sending() && clock::now() < until;) {
+        poll(nullptr, 0, 250);
+        take_results();
+        spool_.pass(clock::now());
+    }
+}
+
+int host::run()
+{
+    if (!signals_.install(loop_, !options_.settings_file.empty())) {
+        std::perror("kelo-host: signals");
+        return exit_usage;
+    }
+    if (options_.json)
+        feed_.follow([this](const json_value& happening) { display_.show(happening); });
+    start_log({.fd = display_.log_descriptor(),
+               .most = static_cast<kelo_log_level>(options_.log_level.value_or(KELO_LOG_DEBUG)),
+               .show_private = options_.show_private});
+    if (!options_.spool.empty()) {
+        const std::string fault = spool_.open(options_.spool);
+        if (!fault.empty()) {
+            display_.say(printable(fault));
+            return exit_usage;
+        }
+        loop_.watch(spool_.descriptor(), [] { return true; }); // read in its pass
+    }
+    if (!options_.record.empty()) {
+        const std::string fault = start_recording({.path = options_.record,
+                                                   .most_bytes = options_.record_mib * (1LL << 20),
+                                                   .show_private = options_.show_private});
+        if (!fault.empty()) {
+            display_.say(printable(fault));
+            return exit_usage;
+        }
+    }
+    if (options_.commands)
+        input_.open(loop_, STDIN_FILENO);
+    say_what_device_lacks();
+    start();
+    while (!is_over(clock::now())) {
+        pass(clock::now());
+        loop_.wait(between_passes);
+    }
+
+    reached_ = reached_ || (goal_ != nullptr && goal_->holds());
+    // The last state of the running modem: the stop itself clears the status word.
+    if (!options_.spool.empty())
+        end_messages();
+    show_status(read(clock::now()));
+    const kelo_reason reason = kelo_get_reason();
+    const std::string why = line_of(reason);
+    const long waited_s = seconds();
+    stop_modem();
+    stop_recording();
+    receive(clock::now());
+    take_results();
+    if (!options_.spool.empty())
+        spool_.pass(clock::now());
+    display_.finish(status_, seconds());
+    if (outgoing_.busy())
+        display_.say("stopped with a message not known to be sent");
+    return exit_status(!status_.at("model").is_null(), reason, why, waited_s);
+}
+
+int host::exit_status(bool told_model, kelo_reason reason, const std::string& why, long waited_s)
+{
+    if (goal_ != nullptr && !reached_) {
+        display_.say("not " + options_.until + " after " + std::to_string(waited_s) + " s: " + why);
+        return static_cast<int>(row_of(reason).group);
+    }
+    if (!told_model && !reached_) {
+        display_.say(why);
+        return exit_no_modem;
+    }
+    const int unknown = outgoing_.not_sent() + (outgoing_.busy() ? 1 : 0);
+    return unknown + gps_.not_found() + (gps_.busy() ? 1 : 0) != 0 ? exit_not_done : 0;
+}
+
+} // namespace kelo_host

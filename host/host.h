@@ -1,0 +1,101 @@
+// The host of one modem: starts the library, acts on what it and its user say, and tells both.
+#pragma once
+
+#include "host/check_device.h"
+#include "host/commands.h"
+#include "host/display.h"
+#include "host/feed.h"
+#include "host/figures.h"
+#include "host/loop.h"
+#include "host/messages.h"
+#include "host/news.h"
+#include "host/options.h"
+#include "host/reasons.h"
+#include "host/services.h"
+#include "host/spool.h"
+
+#include <kelo/kelo.h>
+
+#include <chrono>
+#include <string>
+
+namespace kelo_host
+{
+
+// What became of a command, for whoever gave it.
+struct reply {
+    bool done = true;
+    std::string line; // may be empty
+};
+
+class host
+{
+  public:
+    using clock = std::chrono::steady_clock;
+
+    host(const host_options& options, const cellular_setting& settings)
+        : options_(options), settings_(settings), display_(options.json, options.show_private),
+          news_(say_), spool_(say_), outgoing_(say_), mqtt_(say_), gps_(say_)
+    {
+    }
+
+    // To its end; returns the exit status. Once.
+    int run();
+
+  private:
+    void start();
+    void say_what_device_lacks();
+    void tell_module();
+    int exit_status(bool told_model, kelo_reason reason, const std::string& why, long waited_s);
+    void pass(clock::time_point now);
+    void receive(clock::time_point now);
+    bool keep_message(clock::time_point now);
+    void take_results();
+    void count_lost(const char* what, int lost, int& before);
+    bool send(const std::string& number, const std::string& text);
+    void end_messages();
+    void run_command(const std::string& line, clock::time_point now);
+    reply act(const user_command& command, clock::time_point now);
+    std::string change(const cellular_setting& settings);
+    void reread();
+    void stop_modem();
+    bool is_over(clock::time_point now) const;
+    json_value read(clock::time_point now);
+    void show_status(json_value status);
+    template <typename news_item> void tell(const char* type, const news_item& one);
+    long seconds() const
+    {
+        return static_cast<long>(
+            std::chrono::duration_cast<std::chrono::seconds>(clock::now() - begun_).count());
+    }
+
+    const host_options& options_;
+    cellular_setting settings_;
+    loop loop_;
+    signals signals_;
+    input_lines input_;
+    display display_;
+    feed feed_;
+    const speaker say_ = [this](const std::string& line) { display_.say(line); };
+    news news_;
+    spool spool_;
+    outgoing outgoing_;
+    mqtt_client mqtt_;
+    gps_engine gps_;
+    whole_message message_; // the last that was taken,
+    bool unkept_ = false;   // which is still to be kept
+    json_value status_;     // as it was told last
+    cellular_status report_{};
+    clock::time_point next_report_{};
+    const clock::time_point begun_ = clock::now();
+    message_counts counts_;
+    int mode_ = settings_.net_mode;
+    const goal* const goal_ = goal_named(options_.until);
+    bool reached_ = false, profile_told_ = false, unknown_told_ = false;
+    bool quit_ = false;
+};
+
+// What this device needs for that.
+device_paths device_of(const host_options& options, const cellular_setting& settings);
+
+} // namespace kelo_host
