@@ -1,6 +1,8 @@
 #include "host/host.h"
 
 #include "host/log.h"
+#include "host/network.h"
+#include "host/private.h"
 #include "host/record.h"
 #include "host/settings_file.h"
 
@@ -103,11 +105,17 @@ void host::say_what_device_lacks()
             display_.say(line_of(one));
 }
 
-// Once each: a module that has no flow, or no profile, does less than its owner thinks.
+// What it is asked for goes by its model. The rest once each: a module that has no flow, or no
+// profile, does less than its owner thinks.
 void host::tell_module()
 {
     gsm_mobile mobile{};
-    if (!profile_told_ && kelo_copy_mobile(&mobile) && mobile.model[0] != '\0') {
+    const bool told = kelo_copy_mobile(&mobile) && mobile.model[0] != '\0';
+    if (told && !options_.plain && asked_model_ != mobile.model) {
+        asked_model_ = mobile.model;
+        ask_for_figures(asked_model_, options_.low_power != 0);
+    }
+    if (told && !profile_told_) {
         profile_told_ = true;
         const std::string fault = profile_fault(device_paths().profiles, mobile.model);
         if (!fault.empty())
@@ -201,6 +209,8 @@ bool host::send(const std::string& number, const std::string& text)
 std::string host::change(const cellular_setting& settings)
 {
     const bool restart = apply_change(settings_, settings, mode_);
+    if (!changed_settings(settings_, settings).empty())
+        feed_.tell("settings", settings_of(settings_, settings, restart));
     settings_ = settings;
     return restart ? "new settings: the modem task restarts" : "new settings are in use";
 }
@@ -266,7 +276,7 @@ void host::pass(clock::time_point now)
     while (const auto line = input_.next_line())
         run_command(*line, now);
     tell_module();
-    news_.pass();
+    news_.pass(now, mqtt_.topic());
     receive(now);
     take_results();
     outgoing_.pass(now);
@@ -284,6 +294,7 @@ void host::show_status(json_value status)
 {
     if (status != status_)
         feed_.tell("status", status);
+    watcher_.look(status);
     display_.update(status, seconds());
     status_ = std::move(status);
 }
@@ -330,7 +341,9 @@ int host::run()
         return exit_usage;
     }
     if (options_.json)
-        feed_.follow([this](const json_value& happening) { display_.show(happening); });
+        feed_.follow([this](const json_value& happening) {
+            display_.show(options_.show_private ? happening : masked(happening));
+        });
     start_log({.fd = display_.log_descriptor(),
                .most = static_cast<kelo_log_level>(options_.log_level.value_or(KELO_LOG_DEBUG)),
                .show_private = options_.show_private});

@@ -6,6 +6,7 @@
 #include "host/display.h"
 #include "host/feed.h"
 #include "host/figures.h"
+#include "host/happenings.h"
 #include "host/loop.h"
 #include "host/messages.h"
 #include "host/news.h"
@@ -35,7 +36,7 @@ class host
 
     host(const host_options& options, const cellular_setting& settings)
         : options_(options), settings_(settings), display_(options.json, options.show_private),
-          news_(say_), spool_(say_), outgoing_(say_), mqtt_(say_), gps_(say_)
+          news_(say_, feed_), spool_(say_), outgoing_(say_), mqtt_(say_, feed_), gps_(say_, feed_)
     {
     }
 
@@ -85,6 +86,7 @@ class host
     whole_message message_; // the last that was taken,
     bool unkept_ = false;   // which is still to be kept
     json_value status_;     // as it was told last
+    watcher watcher_{feed_};
     cellular_status report_{};
     clock::time_point next_report_{};
     const clock::time_point begun_ = clock::now();
@@ -92,6 +94,7 @@ class host
     int mode_ = settings_.net_mode;
     const goal* const goal_ = goal_named(options_.until);
     bool reached_ = false, profile_told_ = false, unknown_told_ = false;
+    std::string asked_model_; // for which figures are asked
     bool quit_ = false;
 };
 

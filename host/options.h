@@ -36,6 +36,7 @@ struct host_options {
     int record_mib = 4;   // of it, and of the one before
     unsigned int pin_tries = 3;
     std::string custom_file;
+    bool plain = false;         // ask for no figures beside the flows
     std::string until;          // a goal to end at; empty: none
     std::string check_profiles; // folder to check instead of running
     bool check_device = false;  // the same
