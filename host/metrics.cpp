@@ -1,7 +1,11 @@
 #include "host/metrics.h"
 
+#include <cstdio>
+#include <cstdlib>
+#include <ctime>
 #include <initializer_list>
 #include <string_view>
+#include <unistd.h>
 #include <utility>
 
 namespace kelo_host
@@ -264,6 +268,26 @@ std::string metric_text(const metric_row& row, const metrics_source& from, bool 
 }
 
 } // namespace
+
+process_figures read_process(long running_s)
+{
+    process_figures process;
+    if (FILE* const file = std::fopen("/proc/self/statm", "re")) {
+        long whole = 0, resident = 0;
+        if (std::fscanf(file, "%ld %ld", &whole, &resident) == 2)
+            process.rss_bytes = static_cast<long long>(resident) * sysconf(_SC_PAGESIZE);
+        std::fclose(file);
+    }
+    // Many devices get the time of day from the network, after this program began: only then it
+    // moves, and not by a second now and then.
+    static long long started_at = 0;
+    constexpr long long wobble_s = 5;
+    const long long now = std::time(nullptr) - running_s;
+    if (std::llabs(now - started_at) > wobble_s)
+        started_at = now;
+    process.started_at = started_at;
+    return process;
+}
 
 std::string metrics_text(const metrics_source& source, metrics_format format)
 {

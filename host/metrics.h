@@ -24,6 +24,8 @@ struct process_figures {
     long long started_at = 0; // seconds since 1970
 };
 
+process_figures read_process(long running_s);
+
 struct metrics_source {
     const json_value& status; // of read_status; what is private in it shows where it is not masked
     const kelo_figures& figures;

@@ -206,6 +206,18 @@ std::optional<int> parse_options(int argc, const char* const* argv, host_options
     app.add_flag("--json", options.json,
                  "One JSON object per change, message received, result and report, on standard "
                  "output; the library's own lines go to standard error");
+    app.add_option_function<std::string>(
+        "--http",
+        [&options](const std::string& text) {
+            const std::string fault = parse_http_address(text, options.http);
+            if (!fault.empty())
+                throw CLI::ValidationError("--http", fault);
+        },
+        "ADDRESS:PORT, or PORT of 127.0.0.1, for a page, /status, /events, /metrics and /healthz; "
+        "read-only, and without a password: for trusted networks alone");
+    app.add_option("--metrics-file", options.metrics_file,
+                   "File that is kept up to date with the metrics, for node_exporter's textfile "
+                   "collector: its name ends in .prom");
     app.add_option("--check-profiles", options.check_profiles,
                    "Check a folder of modem profile files, and do nothing else");
 
