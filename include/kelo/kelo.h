@@ -26,5 +26,6 @@
 #include <kelo/settings.h>
 #include <kelo/sms.h>
 #include <kelo/status.h>
+#include <kelo/trace.h>
 
 #endif
