@@ -12,6 +12,7 @@
 #include <event2/event.h>
 #include <event2/http.h>
 #include <event2/listener.h>
+#include <iterator>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <optional>
@@ -284,7 +285,8 @@ std::string http_server::url() const
 
 // --- clients ---
 
-// While there are as many as there may be, others wait in the backlog.
+// The last place is for who comes next: the one that was there longest makes room, or else others
+// wait in the backlog until one does. So those who say nothing keep out nobody who asks at once.
 bufferevent* http_server::on_client(event_base* base, void* server)
 {
     auto* const self = static_cast<http_server*>(server);
@@ -295,8 +297,14 @@ bufferevent* http_server::on_client(event_base* base, void* server)
     bufferevent_setwatermark(pipe, EV_READ, 0, most_input);
     self->clients_.push_back(
         {.server = self, .pipe = pipe, .until = clock::now() + request_within});
-    if (self->clients_.size() >= most_clients)
+    if (self->clients_.size() >= most_clients) {
         evconnlistener_disable(self->listener_);
+        const auto oldest =
+            std::find_if(self->clients_.begin(), std::prev(self->clients_.end()),
+                         [](const client& one) { return one.events == nullptr && !one.closed; });
+        if (oldest != std::prev(self->clients_.end()))
+            self->close(*oldest);
+    }
     event_active(self->newcomers_, EV_TIMEOUT, 1);
     return pipe;
 }
@@ -339,6 +347,7 @@ void http_server::on_accept_fault(evconnlistener* listener, void*)
 // evhttp finds the connection ended, and frees all that belongs to it.
 void http_server::close(client& one)
 {
+    one.closed = true;
     shutdown(bufferevent_getfd(one.pipe), SHUT_RDWR);
 }
 
@@ -347,7 +356,7 @@ void http_server::on_second(int, short, void* server)
     auto* const self = static_cast<http_server*>(server);
     const auto now = clock::now();
     for (client& one : self->clients_)
-        if (one.events == nullptr && now >= one.until)
+        if (one.events == nullptr && !one.closed && now >= one.until)
             self->close(one);
     self->listen_if_free();
     if (++self->passed_seconds_ % between_figures == 0 && self->has_followers())
@@ -470,7 +479,7 @@ void http_server::tell(const json_value& happening)
         return;
     const std::string text = event_text(to_text(happening));
     for (client& one : clients_)
-        if (one.events != nullptr)
+        if (one.events != nullptr && !one.closed)
             send(one, text);
 }
 

@@ -72,6 +72,7 @@ class http_server
         bufferevent* pipe;
         clock::time_point until;          // it is closed then, unless it follows events
         evhttp_request* events = nullptr; // what it follows them by
+        bool closed = false;              // it is gone with its next event
     };
 
     static bufferevent* on_client(event_base* base, void* server);

@@ -1,11 +1,13 @@
-#!/usr/bin/env python3
+#!/usr/bin/python3
 """The page in a real browser, beside an emulated modem: page.py KELO_HOST KELO_EMULATOR. 77 where no browser is."""
 import base64, json, os, re, shutil, subprocess, sys, tempfile, time, urllib.error, urllib.request
 
 HOST, EMULATOR = sys.argv[1:3]
 CHROMIUM = "/usr/lib/chromium/chromium"  # the one in PATH is a script that reads /etc
+OPERATOR = "<img src=x onerror=alert(1)>\\{}"  # a hostile name is a text
+METRICS = "/tmp/kelo.prom"
 SHOTS = os.environ.get("KELO_SHOTS")  # a folder for pictures, for people
-OPTIONS = ["--apn", "internet", "--ping-target", "10.64.0.1"]
+OPTIONS = ["--apn", "internet", "--ping-target", "10.64.0.1", "--metrics-file", METRICS]
 
 
 class Browser:
@@ -74,6 +76,28 @@ def check(holds, what):
         raise SystemExit(f"FAILED: {what}")
 
 
+def get(url, accept="*/*"):
+    with urllib.request.urlopen(urllib.request.Request(url, headers={"Accept": accept}), timeout=5) as answer:
+        return answer.read().decode()
+
+
+def check_metrics(texts):
+    """By the parsers of others."""
+    try:
+        from prometheus_client.openmetrics.parser import text_string_to_metric_families as strict
+        from prometheus_client.parser import text_string_to_metric_families as plain
+    except ImportError:
+        print("left out: no prometheus_client here")
+        return
+    for text, parse in zip(texts, (strict, plain, plain)):
+        samples = [sample for family in parse(text) for sample in family.samples]
+        values = {sample.name: sample.value for sample in samples}
+        check(values["kelo_online"] == 1 and values["kelo_rsrp_dbm"] == -71, f"not as the page has it: {values}")
+        check(sum(sample.value for sample in samples if sample.name == "kelo_reason") == 1, "one reason at a time")
+        check([sample.labels["operator"] for sample in samples if sample.name == "kelo_network_info"] == [OPERATOR],
+              f"not the operator: {text}")
+
+
 def story(browser, modem, started):
     def order(line):
         modem.stdin.write(line + "\n")
@@ -86,15 +110,20 @@ def story(browser, modem, started):
     browser.wait("RSRP", "at('rsrp_dbm').querySelector('.value').textContent === '\u221299'", 30)
     check(browser.text("#rsrp_dbm .level") == "fair", "-99 dBm is not called fair")
 
-    # A hostile name is a text.
-    order('set qeng_LTE +QENG: "servingcell","${service}","LTE","FDD",262,01,${ci},407,1300,3,5,5,${tac},-71,-8,-50,22,9,23,-')
+    check(OPERATOR in browser.text("#network"), "the operator's name is not shown as it is")
+
+    report = '+QENG: "servingcell","NOCONN","LTE","FDD",262,01,7C4B10D,407,1300,3,5,5,5A1C,-71,-8,-50,22,9,23,-'
+    order("set qeng_LTE " + report)
+    order("report " + report)
+    took = browser.wait("change of RSRP", "at('rsrp_dbm').querySelector('.value').textContent === '\u221271'", 2)
+    print(f"{took:.1f} s behind the modem's report the page has it")
     order("csq 30")
-    took = browser.wait("change of RSRP", "at('rsrp_dbm').querySelector('.value').textContent === '\u221271'", 60)
-    print(f"the antenna was turned, and {took:.1f} s later the page knew")
     check(browser.text("#rsrp_dbm .level") == "excellent", "-71 dBm is not called excellent")
     points = "(at('rsrp_dbm').querySelector('.curve').getAttribute('d').match(/[ML]/g) || []).length"
     before = browser.run(points)
     browser.wait("growing chart", f"{points} >= {before} + 3", 10)
+    time.sleep(5)  # until the file is written again
+    check_metrics([get(url + "metrics", "application/openmetrics-text"), get(url + "metrics"), open(METRICS).read()])
     if SHOTS:
         browser.shoot("online")
 
@@ -110,6 +139,7 @@ def story(browser, modem, started):
 
     host.terminate()
     host.wait(90)
+    check(not os.path.exists(METRICS), "the metrics outlive the host")
     browser.wait("word on the lost connection", "at('connection').className === 'lost'", 20)
     host, _ = start_host(url.removeprefix("http://").rstrip("/"))
     started.append(host)
@@ -132,7 +162,8 @@ def main():
     started = []
     with tempfile.TemporaryDirectory() as folder:
         try:
-            modem = subprocess.Popen([EMULATOR, "--model", "RM500Q", "--port", "/dev/ttyUSB2", "--order", "wwan wwan0"],
+            modem = subprocess.Popen([EMULATOR, "--model", "RM500Q", "--port", "/dev/ttyUSB2", "--order", "wwan wwan0",
+                                      "--set", "operator_long=" + OPERATOR],
                                      stdin=subprocess.PIPE, stdout=subprocess.DEVNULL, text=True)
             started.append(modem)
             browser = Browser(folder)
