@@ -133,10 +133,10 @@ std::optional<int> parse_options(int argc, const char* const* argv, host_options
         "With --sms or --gps, and without --seconds, --commands, --mqtt and --spool, it ends when "
         "they are done.\n"
         "Exit status: 0 done, 1 the modem never told its model (or --check-profiles or "
-        "--check-device found something), 2 bad arguments, a bad file, or a spool that can't be "
-        "used, 3 a message was not known to be sent, or no position was found. With --until, when "
-        "it does not come to that: 10 for a reason of the port, 11 of the module, 12 of the SIM, "
-        "13 of the network, 14 of the link.");
+        "--check-device found something), 2 bad arguments, a bad file, or a spool or an address "
+        "that can't be used, 3 a message was not known to be sent, or no position was found. With "
+        "--until, when it does not come to that: 10 for a reason of the port, 11 of the module, 12 "
+        "of the SIM, 13 of the network, 14 of the link.");
     app.get_formatter()->column_width(30);
 
     app.add_option("--seconds", options.seconds,
@@ -203,9 +203,10 @@ std::optional<int> parse_options(int argc, const char* const* argv, host_options
     app.add_flag("--show-private", options.show_private,
                  "Do not mask IMSI, ICCID, IMEI, telephone numbers, messages and PDUs in lines "
                  "(PINs and passwords are masked always)");
-    auto* record = app.add_option("--record", options.record,
-                                  "File of all that goes over the AT port, masked as lines are, for "
-                                  "kelo-emulator --replay; FILE.1 is the one before");
+    auto* record =
+        app.add_option("--record", options.record,
+                       "File of all that goes over the AT port, masked as lines are, for "
+                       "kelo-emulator --replay; FILE.1 is the one before");
     app.add_option("--record-size", options.record_mib, "MiB of each of the two (default 4)")
         ->check(CLI::Range(1, 1024))
         ->needs(record);
