@@ -157,12 +157,15 @@ void refuse(evhttp_request* request, int status, const char* why)
     reply(request, status, text_type, std::string(why) + "\n");
 }
 
-// A browser tells the site that asks, unless it is the page of this very host.
+// A browser tells the site that asks, unless it is the page of this very host. Who follows a link
+// to this host is welcome: the other site does not see the answer.
 bool is_of_other_site(evhttp_request* request)
 {
     const std::string_view site = header_of(request, "Sec-Fetch-Site");
     const std::string_view origin = header_of(request, "Origin"), host = header_of(request, "Host");
-    return site == "cross-site" || (!origin.empty() && origin != "http://" + std::string(host));
+    const bool navigates = std::strcmp(header_of(request, "Sec-Fetch-Mode"), "navigate") == 0;
+    return (site == "cross-site" && !navigates) ||
+           (!origin.empty() && origin != "http://" + std::string(host));
 }
 
 std::string_view path_of(evhttp_request* request)
@@ -459,8 +462,8 @@ void http_server::follow(evhttp_request* request, client& one)
     one.events = request;
     evhttp_send_reply_start(request, 200, "OK");
     // Asks come anew so soon, in milliseconds.
-    send(one, "retry: 2000\n" + event_text(to_text(source_.status())) +
-                  event_text(to_text(source_.figures())) + event_text(source_.history()));
+    send(one,
+         "retry: 2000\n" + event_text(to_text(source_.status())) + event_text(source_.history()));
 }
 
 void http_server::send(client& one, const std::string& text)

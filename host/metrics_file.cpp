@@ -43,7 +43,7 @@ std::string metrics_file::write(const std::string& text) const
     close(fd);
     if (written && std::rename(part.c_str(), path_.c_str()) == 0)
         return "";
-    const std::string fault = std::strerror(written ? errno : error);
+    std::string fault = std::strerror(written ? errno : error);
     unlink(part.c_str());
     return fault;
 }
