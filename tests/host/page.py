@@ -115,7 +115,7 @@ def story(browser, modem, started):
     report = '+QENG: "servingcell","NOCONN","LTE","FDD",262,01,7C4B10D,407,1300,3,5,5,5A1C,-71,-8,-50,22,9,23,-'
     order("set qeng_LTE " + report)
     order("report " + report)
-    took = browser.wait("change of RSRP", "at('rsrp_dbm').querySelector('.value').textContent === '\u221271'", 2)
+    took = browser.wait("change of RSRP", "at('rsrp_dbm').querySelector('.value').textContent === '\u221271'", 5)
     print(f"{took:.1f} s behind the modem's report the page has it")
     order("csq 30")
     check(browser.text("#rsrp_dbm .level") == "excellent", "-71 dBm is not called excellent")

@@ -1,4 +1,5 @@
 // The pages of the host over real sockets: what is answered to whom, and what nobody may take.
+#include "host/history.h"
 #include "host/http.h"
 #include "host/loop.h"
 #include "host/metrics_file.h"
@@ -239,6 +240,24 @@ TEST_F(Http, FollowersGetWhatHappensAndNoneIsWaitedFor)
     connect_one(events); // their places are free
     run(100ms);
     EXPECT_NE(taken(clients.back(), is_over).find("200 OK"), std::string::npos);
+}
+
+TEST(History, HasTheLastTenMinutesASampleASecond)
+{
+    history all;
+    const auto begun = history::clock::time_point{};
+    EXPECT_EQ(all.text(begun), "[]");
+    json_value now = {
+        {"reason", "online"}, {"rsrq_db", -12}, {"sinr", nullptr}, {"signal_dbm", -70000}};
+    for (int i = 0; i < 2800; i++) { // four a second
+        now["rsrp_dbm"] = -i / 4;
+        now["reason"] = i < 2796 ? "online" : "no ping";
+        all.add(now, begun + i * 250ms);
+    }
+    const json_value rows = json_value::parse(all.text(begun + 699s));
+    ASSERT_EQ(rows.size(), 600u);
+    EXPECT_EQ(rows.front(), json_value({599, -100, -12, nullptr, -9999, 1}));
+    EXPECT_EQ(rows.back(), json_value({0, -699, -12, nullptr, -9999, 0}));
 }
 
 // An operator is whatever the air says, and what is not known is not zero.
