@@ -19,6 +19,33 @@ struct pattern {
     int shown;
 };
 
+// What fields of objects are private, and the lines of this program that begin with their names.
+enum class kind {
+    secret,   // never shown
+    identity, // by its last two digits
+    text,
+    figure
+};
+struct private_field {
+    std::string_view name;
+    kind what;
+};
+// clang-format off
+constexpr private_field private_fields[] = {
+    {"pin", kind::secret}, {"password", kind::secret},
+    {"imsi", kind::identity}, {"iccid", kind::identity}, {"serial", kind::identity},
+    {"number", kind::text}, {"caller", kind::text}, {"sender", kind::text}, {"destination", kind::text},
+    {"recipient", kind::text}, {"text", kind::text}, {"data", kind::text}, {"payload", kind::text},
+    {"latitude", kind::figure}, {"longitude", kind::figure}, {"altitude_m", kind::figure}};
+// clang-format on
+
+const private_field* private_field_named(std::string_view name)
+{
+    const auto one = std::find_if(std::begin(private_fields), std::end(private_fields),
+                                  [&](const private_field& row) { return row.name == name; });
+    return one == std::end(private_fields) ? nullptr : one;
+}
+
 // Whatever the case of the letters is. Passwords stand behind an APN: where a module has one field
 // less than another, the APN goes too.
 // clang-format off
@@ -57,8 +84,6 @@ struct own_pattern {
     char until;
 };
 constexpr own_pattern own_patterns[] = {
-    {"imsi: - -> ", "-> ", 0}, {"iccid: - -> ", "-> ", 0}, {"serial: - -> ", "-> ", 0},
-    {"imsi: ", "imsi: ", 0}, {"iccid: ", "iccid: ", 0}, {"serial: ", "serial: ", 0}, {"number: ", "number: ", 0},
     {"message from ", "message from ", 0}, {"  | ", "  | ", 0}, {"message ", " to ", ':'},
     {"report on message", " to ", ','}, {"ICCID, IMSI ", "ICCID, IMSI   ", 0}, {"SIM ", "  number ", 0},
     {"Serial, port ", "Serial, port  ", ' '}};
@@ -237,6 +262,13 @@ std::string line_mask::apply(std::string_view line)
 
 std::string mask_own_line(std::string_view line)
 {
+    // A change of a field, "name: old -> new".
+    const size_t colon = line.find(": ");
+    if (colon != npos && private_field_named(line.substr(0, colon)) != nullptr) {
+        constexpr std::string_view none = "- -> ";
+        const size_t at = colon + 2;
+        return mask_behind(line, line.substr(at).starts_with(none) ? at + none.size() : at);
+    }
     for (const own_pattern& one : own_patterns) {
         const size_t at = line.find(one.mark);
         if (!line.starts_with(one.begin) || at == npos)
@@ -247,6 +279,41 @@ std::string mask_own_line(std::string_view line)
                std::string(end == npos ? "" : line.substr(end));
     }
     return mask_runs(line);
+}
+
+namespace
+{
+
+json_value masked_value(const json_value& value, const private_field* field)
+{
+    if (value.is_array()) {
+        json_value clean = json_value::array();
+        for (const json_value& one : value)
+            clean.push_back(masked_value(one, field));
+        return clean;
+    }
+    if (value.is_object()) {
+        json_value clean = json_value::object();
+        for (const auto& [name, one] : value.items()) {
+            const private_field* const own = private_field_named(name);
+            if (own == nullptr || own->what != kind::secret)
+                clean[name] = masked_value(one, own != nullptr ? own : field);
+        }
+        return clean;
+    }
+    if (value.is_string() && field != nullptr)
+        return field->what == kind::identity ? mask_behind(value.get<std::string>(), 0) : hidden;
+    if (value.is_string())
+        return mask_own_line(value.get<std::string>());
+    // Counts and numbers of messages are nobody's.
+    return field != nullptr && field->what == kind::figure ? json_value(nullptr) : value;
+}
+
+} // namespace
+
+json_value masked(const json_value& object)
+{
+    return masked_value(object, nullptr);
 }
 
 } // namespace kelo_host

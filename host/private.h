@@ -1,6 +1,8 @@
-// What is private in lines for a log: who may read the log need not know the subscriber, or what he
-// is told.
+// What is private in lines for a log and in objects: who may read them need not know the
+// subscriber, what he is told, or where he is.
 #pragma once
+
+#include "host/status.h"
 
 #include <string>
 #include <string_view>
@@ -32,5 +34,10 @@ class line_mask
 
 // The same for a line of this program: its status and its messages.
 std::string mask_own_line(std::string_view line);
+
+// The same for an object, whatever is inside of it included: private texts become "***", with the
+// last two digits of an identity, private figures null; what stays null is not known. The names of
+// what is private are a table in private.cpp. PINs and passwords are taken out.
+json_value masked(const json_value& object);
 
 } // namespace kelo_host

@@ -41,6 +41,23 @@ TEST(Log, HidesWhatIsPrivate)
     }
     EXPECT_EQ(open.apply("AT+CMGS=\"0171\";+CPIN=1"), "AT+CMGS=\"0171\";+CPIN=***");
     EXPECT_EQ(mask_own_line("message 3 (a) to 0171: sent"), "message 3 (a) to ***: sent");
+    EXPECT_EQ(mask_own_line("imsi: - -> 262011234567890"), "imsi: - -> ***90");
+}
+
+// Catches: the same from objects, however deep it stands, and a count that is taken for a number.
+TEST(Log, HidesWhatIsPrivateInObjects)
+{
+    const json_value object = json_value::parse(
+        R"({"time":"2026-11-25T18:40:01.123+01:00","number":7,"pin":"1234","imsi":"262011234567890","iccid":null,)"
+        R"("status":{"number":"0171","serial":"490154203237518","text":"call 0171","revision":"EC25EFAR06A08M4G"},)"
+        R"("topic":"a/490154203237518","list":[{"sender":"Ann","data":["00","01"],"password":"x"}],)"
+        R"("line":"message from Ann:","latitude":31.8,"longitude":null})");
+    EXPECT_EQ(
+        masked(object).dump(),
+        R"({"time":"2026-11-25T18:40:01.123+01:00","number":7,"imsi":"***90","iccid":null,)"
+        R"("status":{"number":"***","serial":"***18","text":"***","revision":"EC25EFAR06A08M4G"},)"
+        R"("topic":"a/***18","list":[{"sender":"***","data":["***","***"]}],)"
+        R"("line":"message from ***","latitude":null,"longitude":null})");
 }
 
 // Catches: a line whose text drives the terminal that it is shown on.
