@@ -1,5 +1,7 @@
 // kelo-emulator: a modem at a port path, with orders on standard input.
 #include "emulator/modem.h"
+#include "emulator/record_line.h"
+#include "emulator/replay.h"
 
 #include <CLI/CLI.hpp>
 #include <cerrno>
@@ -19,14 +21,10 @@ constexpr std::size_t max_order = 8192;
 // `12.345 >> AT+CSQ\r`: seconds since start, control bytes made visible.
 void print_entry(monotonic_clock::time_point start, const log_entry& entry)
 {
-    std::string text;
-    for (const unsigned char c : entry.bytes) {
-        char shown[8];
-        snprintf(shown, sizeof shown, c < ' ' || c > 126 ? "\\x%02X" : "%c", c);
-        text += c == '\r' ? "\\r" : c == '\n' ? "\\n" : shown;
-    }
-    const std::chrono::duration<double> at = entry.time - start;
-    printf("%9.3f %s %s\n", at.count(), entry.from == speaker::host ? ">>" : "<<", text.c_str());
+    const auto at = std::chrono::duration_cast<milliseconds>(entry.time - start);
+    const auto from =
+        entry.from == speaker::host ? kelo_record::origin::host : kelo_record::origin::modem;
+    puts(kelo_record::text_of({at.count(), from, entry.bytes}).c_str());
     fflush(stdout);
 }
 
@@ -88,7 +86,7 @@ int main(int argc, char** argv)
     modem_options options;
     bool trace = false;
     std::vector<std::string> variables, orders;
-    app.add_option("--model", options.model, "Name of a dialogue file")->required();
+    auto* model = app.add_option("--model", options.model, "Name of a dialogue file");
     app.add_option("--port", options.port, "Path at which the port appears")
         ->default_val("/dev/ttyUSB2");
     app.add_option("--dialogues", options.dialogues_dir, "Folder of the dialogue files");
@@ -96,8 +94,20 @@ int main(int argc, char** argv)
     app.add_option("--order", orders, "An order to carry out after the start");
     app.add_flag("--boot", options.boot_reports, "Print the boot reports at start");
     app.add_flag("--trace", trace, "Print the dialogue");
+    replay_options replay;
+    auto* record = app.add_option(
+        "--replay", replay.record,
+        "Play the modem of a record of kelo-host, or of --trace, in place of a model");
+    app.add_option("--replay-speed", replay.speed, "So many times as fast")
+        ->check(CLI::Range(0.1, 100.0))
+        ->needs(record);
+    model->excludes(record);
     CLI11_PARSE(app, argc, argv);
 
+    if (options.model.empty() && replay.record.empty()) {
+        fprintf(stderr, "kelo-emulator: --model or --replay is required\n");
+        return 2;
+    }
     for (const std::string& variable : variables) {
         const std::size_t equals = variable.find('=');
         if (equals == std::string::npos || equals == 0) {
@@ -121,6 +131,10 @@ int main(int argc, char** argv)
     const int signals = signalfd(-1, &ending, SFD_CLOEXEC);
     signal(SIGPIPE, SIG_IGN);
 
+    if (!replay.record.empty()) {
+        replay.port = options.port;
+        return replay_record(replay, signals);
+    }
     emulated_modem modem;
     const std::string error = modem.start(options);
     if (!error.empty()) {

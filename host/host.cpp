@@ -1,6 +1,7 @@
 #include "host/host.h"
 
 #include "host/log.h"
+#include "host/record.h"
 #include "host/settings_file.h"
 
 #include <cstdio>
@@ -273,6 +274,8 @@ void host::pass(clock::time_point now)
         spool_.pass(now);
     mqtt_.pass(now, restarts());
     gps_.pass(now);
+    if (const std::string fault = pass_recording(); !fault.empty())
+        display_.say(printable(fault));
     show_status(read(now));
     reached_ = goal_ != nullptr && goal_->holds();
 }
@@ -339,6 +342,15 @@ int host::run()
         }
         loop_.watch(spool_.descriptor(), [] { return true; }); // read in its pass
     }
+    if (!options_.record.empty()) {
+        const std::string fault = start_recording({.path = options_.record,
+                                                   .most_bytes = options_.record_mib * (1LL << 20),
+                                                   .show_private = options_.show_private});
+        if (!fault.empty()) {
+            display_.say(printable(fault));
+            return exit_usage;
+        }
+    }
     if (options_.commands)
         input_.open(loop_, STDIN_FILENO);
     say_what_device_lacks();
@@ -357,6 +369,7 @@ int host::run()
     const std::string why = line_of(reason);
     const long waited_s = seconds();
     stop_modem();
+    stop_recording();
     receive(clock::now());
     take_results();
     if (!options_.spool.empty())

@@ -32,6 +32,8 @@ struct host_options {
     std::string port; // empty: the first
     std::string second_ping_target;
     std::string on_stuck; // a shell command
+    std::string record;   // file of what goes over the port; empty: none
+    int record_mib = 4;   // of it, and of the one before
     unsigned int pin_tries = 3;
     std::string custom_file;
     std::string until;          // a goal to end at; empty: none

@@ -204,6 +204,23 @@ size_t dialogue_text(std::string_view line)
     return line.find(' ', end) + 1;
 }
 
+} // namespace
+
+size_t secret_from(std::string_view line)
+{
+    return first_cut(line, secrets);
+}
+
+size_t personal_from(std::string_view line)
+{
+    return first_cut(line, personal);
+}
+
+bool is_message_head(std::string_view line)
+{
+    return begins(line, heads);
+}
+
 // An end of an answer says nothing of the message that may have been ahead of it.
 bool is_result(std::string_view text)
 {
@@ -215,8 +232,6 @@ bool is_result(std::string_view text)
                    std::all_of(text.begin() + static_cast<long>(mark.size()), text.end(), is_digit);
     return false;
 }
-
-} // namespace
 
 std::string line_mask::apply(std::string_view line)
 {

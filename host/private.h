@@ -32,6 +32,14 @@ class line_mask
     bool at_end_ = false;    // of which the last row was seen
 };
 
+// What the masks know of what stands on the port, for others: where the first secret, or the first
+// text about the subscriber, begins (npos: nowhere), the head of a message, and the end of an
+// answer.
+std::size_t secret_from(std::string_view line);
+std::size_t personal_from(std::string_view line);
+bool is_message_head(std::string_view line);
+bool is_result(std::string_view line);
+
 // The same for a line of this program: its status and its messages.
 std::string mask_own_line(std::string_view line);
 

@@ -27,5 +27,6 @@
 #include <kelo/settings.h>
 #include <kelo/sms.h>
 #include <kelo/status.h>
+#include <kelo/trace.h>
 
 #endif

@@ -7,11 +7,9 @@
 #include "support/text.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
-#include <unistd.h>
 
 namespace kelo
 {
@@ -59,10 +57,7 @@ long write_once(gsm_mobile* rec, const char* bytes, std::size_t length, bool pol
         return port_closed;
     if (polite && word_get(body_due) != 0)
         return port_waits;
-    ssize_t written = -1;
-    do
-        written = write(rec->fd, bytes, length);
-    while (written < 0 && errno == EINTR);
+    const ssize_t written = port_put(rec->fd, bytes, length);
     return written < 0 ? -1 : static_cast<long>(written);
 }
 
@@ -94,6 +89,7 @@ long write_bytes(gsm_mobile* rec, const char* bytes, std::size_t length, int att
         seconds_sleep(1);
         result = write_once(rec, bytes, length, polite);
     }
+    port_trace_deliver();
     if (result >= 0 && static_cast<std::size_t>(result) < length)
         diag_at(plain, name, "short write, %ld of %zu bytes of '%s'\n", result, length, shown);
     if (result > 0 && diag_debug_on()) {
@@ -196,7 +192,7 @@ int read_at_result(gsm_mobile* rec, response& result)
     std::memcpy(result.text.get(), kept.bytes, kept.length);
     result.length = kept.length;
     for (;;) {
-        const ssize_t count = read(fd, result.text.get() + result.length, piece);
+        const ssize_t count = port_take(fd, result.text.get() + result.length, piece);
         if (count < 1)
             return 0;
         result.heard = true;
@@ -395,6 +391,7 @@ read_outcome libgsm_check_event(gsm_mobile* rec, at_info* cur)
     response got;
     if (rec == nullptr || read_at_result(rec, got) != 0)
         return outcome;
+    port_trace_deliver();
     outcome.drained = got.drained;
     if (!got.heard)
         return outcome;

@@ -10,8 +10,11 @@
 #include "support/words.h"
 #include <kelo/gsm.h>
 #include <kelo/settings.h>
+#include <kelo/trace.h>
 
+#include <cstddef>
 #include <cstdint>
+#include <sys/types.h>
 
 namespace kelo
 {
@@ -126,7 +129,20 @@ bool port_there();
 // Whether the open port is not, or no longer, the device of its name.
 bool port_lost(gsm_mobile* rec);
 
+void port_hung_up(); // it is traced
+
 // The open descriptor, or -1.
 int port_descriptor(gsm_mobile* rec);
+
+// ---- What goes over the port, for the host's callback (port_trace.cpp)
+
+// write(2), begun anew after a signal, and read(2).
+ssize_t port_put(int fd, const char* bytes, std::size_t length);
+ssize_t port_take(int fd, char* bytes, std::size_t size);
+void port_trace(kelo_port_happening what, const char* path);
+
+// Calls the callback for what waits, without a lock; for a thread that holds one it does nothing.
+void port_trace_deliver();
+void port_trace_pause(bool pause); // as long as a lock is held that is no lock_scope
 
 } // namespace kelo

@@ -145,6 +145,8 @@ int open_noted(const char* path)
     return fd;
 }
 
+char open_path[32] = ""; // what the descriptor was opened by; guarded by port_lock
+
 } // namespace
 
 int libgsm_mobile_open_usb(gsm_mobile* rec)
@@ -165,7 +167,11 @@ int libgsm_mobile_open_usb(gsm_mobile* rec)
     {
         lock_scope guard(port_lock);
         rec->fd = fd;
+        text_set(open_path, path);
+        if (fd >= 0)
+            port_trace(KELO_PORT_OPENED, open_path);
     }
+    port_trace_deliver();
     if (fd < 0) {
         diag_at(error, __func__, "failed to open dev '%s'!\n", path);
         return -1;
@@ -327,12 +333,21 @@ void libgsm_mobile_close_usb(gsm_mobile* rec)
     {
         lock_scope guard(port_lock);
         fd = std::exchange(rec->fd, -1);
+        if (fd >= 0)
+            port_trace(KELO_PORT_CLOSED, open_path);
     }
     if (fd < 0)
         return;
+    port_trace_deliver();
     drop_unsent(fd);
     ioctl(fd, TIOCNXCL); // a descriptor of somebody else would keep the next open out
     close(fd);
+}
+
+void port_hung_up()
+{
+    const lock_scope guard(port_lock);
+    port_trace(KELO_PORT_HUNG_UP, open_path);
 }
 
 int port_descriptor(gsm_mobile* rec)

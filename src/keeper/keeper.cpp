@@ -49,7 +49,7 @@ void look_at_record(keeper_sight& sight)
     sight.registered = rec->reg_status == 1 || rec->reg_status == 5;
     // The network's answer outlives a question for the operator, which knows yes and no alone.
     sight.denied = rec->reg_status == 3 || (rec->reg_status == 0 && rec->reg_stat == 3);
-    sight.unlisted = sight.walked && *rec->model == '\0' && *module_unlisted() != '\0';
+    sight.unlisted = *rec->model == '\0' && *module_unlisted() != '\0';
     sight.unknown_module = sight.walked && *rec->model != '\0' && *rec->revision != '\0' &&
                            module_steps(rec->model, rec->revision, FLOW_START).empty();
 }

@@ -97,6 +97,7 @@ struct keeper_state {
     std::int64_t last_ms = 0;     // of the last pass
     std::int64_t silent_ms = 0;   // time with the port open and no word
     std::int64_t radio_on_ms = 0; // since then, as far as we know
+    std::int64_t sim_well_ms = 0; // of the last pass with a SIM
     std::int64_t ready_ms = 0;    // of the last pass in which the modem was ready
     std::int64_t link_ms = 0;     // and the link up
     std::int64_t online_ms = 0;

@@ -287,8 +287,10 @@ kelo_reason mind_lock(keeper_state& state, const keeper_sight& sight, const sim_
 kelo_reason mind_sim(keeper_state& state, const keeper_sight& sight, const sim_row& row,
                      std::int64_t now_ms)
 {
-    if (!sight.walked)
-        return KELO_REASON_SEARCHING; // a radio that is off for a moment takes the SIM along
+    if (!sight.walked) { // a radio that is off for a moment takes the SIM along
+        constexpr std::int64_t moment_ms = 10'000;
+        return now_ms - state.sim_well_ms < moment_ms ? KELO_REASON_SEARCHING : row.reason;
+    }
     if (switched_on(state, sight, now_ms))
         return row.reason;
     if (sight.start_wanted || sight.reload_wanted)
@@ -371,6 +373,8 @@ kelo_reason mind_modem(keeper_state& state, const keeper_sight& sight, std::int6
     if (hangs)
         climb_hang_ladder(state, sight, now_ms);
     const sim_row* const trouble = sim_trouble(sight);
+    if (trouble == nullptr)
+        state.sim_well_ms = now_ms;
     const bool locked = trouble != nullptr && trouble->state != sim_state::missing &&
                         trouble->state != sim_state::failed;
     state.tools->hold_link(trouble != nullptr); // a modem may go on carrying data, and say nothing

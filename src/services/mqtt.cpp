@@ -128,6 +128,7 @@ class attempt_scope
   public:
     attempt_scope()
     {
+        port_trace_pause(true); // a callback that asks for the stop would wait for itself
         if (!locks_abandoned())
             pthread_mutex_lock(&attempt_mutex);
     }
@@ -135,6 +136,7 @@ class attempt_scope
     {
         if (!locks_abandoned())
             pthread_mutex_unlock(&attempt_mutex);
+        port_trace_pause(false);
     }
     attempt_scope(const attempt_scope&) = delete;
     attempt_scope& operator=(const attempt_scope&) = delete;

@@ -298,6 +298,12 @@ void diag_let_go()
     deliver_held(state);
 }
 
+bool diag_holds_back()
+{
+    const thread_state* const state = this_thread();
+    return state == nullptr || state->locks != 0;
+}
+
 } // namespace kelo
 
 void kelo_set_log(kelo_log_handler handler, void* argument)

@@ -29,4 +29,7 @@ bool diag_debug_on();
 void diag_hold();
 void diag_let_go();
 
+// Whether this thread holds a lock, or is in the host's handler of lines.
+bool diag_holds_back();
+
 } // namespace kelo

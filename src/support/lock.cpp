@@ -10,6 +10,7 @@ lock flow_lock;
 lock record_lock;
 lock port_lock;
 lock outbox_lock;
+lock trace_lock;
 lock log_lock;
 
 namespace

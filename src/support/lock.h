@@ -5,6 +5,8 @@
 // record_lock    g_mobile (but for its fd) and gsm_event
 // port_lock      the AT port: its fd, and the write of one whole command
 // outbox_lock    the SMS outbox; a leaf, nothing is taken under it
+// trace_lock     events of the port that wait for the host (core/port_trace.cpp); a leaf, and held
+//                over a read or write of the port, which do not wait
 // log_lock       who sets the handler of lines; a leaf as well
 // life_lock      who runs, and who may change that (task/lifecycle.cpp); a leaf as well
 //
@@ -34,6 +36,7 @@ extern lock flow_lock;
 extern lock record_lock;
 extern lock port_lock;
 extern lock outbox_lock;
+extern lock trace_lock;
 extern lock log_lock;
 
 // In a child that was forked off while threads of the library ran: it has none of them, and perhaps

@@ -200,8 +200,10 @@ event* hear(gsm_mobile* rec, task_state& state)
 void note_hang_up(task_state& state, short ready)
 {
     const bool hung_up = (ready & (POLLHUP | POLLERR | POLLNVAL)) != 0;
-    if (hung_up && !state.hung_up)
+    if (hung_up && !state.hung_up) {
         diag_at(plain, "corvel_mobile_dchannel", "the AT port has hung up\n");
+        port_hung_up();
+    }
     state.hung_up = hung_up;
 }
 
@@ -257,6 +259,7 @@ bool task_pass(gsm_mobile* rec, task_state& state)
         diag_at(plain, "corvel_mobile_dchannel", "/dev/ttyUSB: No such file or directory\n");
         return false;
     }
+    port_trace_deliver(); // what threads under a lock have left
     const int fd = port_descriptor(rec);
     if (fd == -1) {
         seconds_sleep(1);

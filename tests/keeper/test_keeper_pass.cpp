@@ -181,6 +181,18 @@ TEST_F(Keeper, LeavesALockedSimAlone)
     EXPECT_TRUE(text_has(until(4001).c_str(), "4000 restart;"));
 }
 
+// A flow of half a minute must not hide it; a radio that is off for a moment must not show it.
+TEST_F(Keeper, SaysThatTheSimIsMissingWhileAFlowRuns)
+{
+    sight.walked = false;
+    until(5);
+    sight.sim.state = sim_state::missing;
+    for (const auto& [second, expected] : {std::pair{14, "searching"}, std::pair{17, "no SIM"}}) {
+        EXPECT_EQ(until(second), "") << "the flow is not disturbed";
+        EXPECT_EQ(reason(), expected);
+    }
+}
+
 TEST_F(Keeper, AsksForASimThatIsGone)
 {
     sight.sim.state = sim_state::missing;
