@@ -62,6 +62,23 @@ void add_settings(CLI::App& app, host_options& options)
                    "read again on SIGHUP");
 }
 
+void add_control(CLI::App& app, host_options& options)
+{
+    auto* path = app.add_option("--control", options.control_path,
+                                "Socket by which kelo-ctl and others ask this host (default " +
+                                    std::string(default_control_path) +
+                                    ", where that can be made); who may open it may do all that "
+                                    "--commands may");
+    auto* group = app.add_option("--control-group", options.control_group,
+                                 "Group whose members may open it, too");
+    auto* at = app.add_flag("--allow-at", options.allow_at, "AT commands may come by it");
+    app.add_flag_callback(
+           "--no-control", [&options] { options.control = false; }, "No such socket")
+        ->excludes(path)
+        ->excludes(group)
+        ->excludes(at);
+}
+
 struct mqtt_texts {
     std::string broker, topic, client_id = "kelo-host", user, password;
     std::vector<std::string> tls;
@@ -187,7 +204,8 @@ std::optional<int> parse_options(int argc, const char* const* argv, host_options
     add_mqtt(app, mqtt);
     app.add_flag("--gps", options.gps, "Fetch a position");
     app.add_flag("--commands", options.commands,
-                 std::string("Take commands from standard input, one a line: ") + command_help);
+                 "Take commands from standard input, one a line: " + command_help());
+    add_control(app, options);
     app.add_option("--custom", options.custom_file,
                    "File of changes to the AT commands, see examples/custom-verbose-errors.txt");
     auto* level =
@@ -203,9 +221,10 @@ std::optional<int> parse_options(int argc, const char* const* argv, host_options
     app.add_flag("--show-private", options.show_private,
                  "Do not mask IMSI, ICCID, IMEI, telephone numbers, messages and PDUs in lines "
                  "(PINs and passwords are masked always)");
-    auto* record = app.add_option("--record", options.record,
-                                  "File of all that goes over the AT port, masked as lines are, for "
-                                  "kelo-emulator --replay; FILE.1 is the one before");
+    auto* record =
+        app.add_option("--record", options.record,
+                       "File of all that goes over the AT port, masked as lines are, for "
+                       "kelo-emulator --replay; FILE.1 is the one before");
     app.add_option("--record-size", options.record_mib, "MiB of each of the two (default 4)")
         ->check(CLI::Range(1, 1024))
         ->needs(record);
