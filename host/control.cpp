@@ -31,6 +31,7 @@ constexpr size_t most_unread = 256 * 1024;  // of what is told to one that watch
 constexpr size_t pause_at = 64 * 1024;      // and at which its requests wait
 constexpr size_t most_kept = 64;            // messages, and results
 constexpr size_t most_kept_bytes = 128 * 1024;
+constexpr auto between_refusals = std::chrono::milliseconds(100);
 constexpr size_t most_waiting = 16; // answers that one client waits for
 
 std::string system_fault(const std::string& path)
@@ -174,10 +175,8 @@ std::string control::open(loop& waits, feed& happenings, const std::string& path
         close("");
         return fault;
     }
-    evconnlistener_set_error_cb(listener_, [](evconnlistener* which, void* self) {
-        evconnlistener_disable(which); // until the next pass
-        static_cast<control*>(self)->rests_ = true;
-    });
+    evconnlistener_set_error_cb(
+        listener_, [](evconnlistener*, void* self) { static_cast<control*>(self)->rest(); });
     happenings.follow([this](const json_value& happening) { happened(happening); });
     return "";
 }
@@ -192,6 +191,7 @@ void control::close(const char* why)
         evbuffer* const output = bufferevent_get_output(one.stream);
         evbuffer_unfreeze(output, 1);
         evbuffer_write(output, bufferevent_getfd(one.stream)); // what goes at once
+        shutdown(bufferevent_getfd(one.stream), SHUT_RDWR);    // libevent closes later
         bufferevent_free(one.stream);
     }
     clients_.clear();
@@ -206,13 +206,20 @@ void control::on_client(evconnlistener*, int fd, sockaddr*, int, void* self)
     static_cast<control*>(self)->accept(fd);
 }
 
+void control::rest()
+{
+    evconnlistener_disable(listener_);
+    rests_ = true;
+    rests_until_ = std::chrono::steady_clock::now() + between_refusals;
+}
+
 void control::accept(int fd)
 {
     if (clients_.size() >= most_clients) {
         constexpr char full[] = "{\"ok\":false,\"error\":\"too many clients\"}\n";
         [[maybe_unused]] const ssize_t sent = send(fd, full, sizeof full - 1, MSG_NOSIGNAL);
         ::close(fd);
-        return;
+        return rest();
     }
     bufferevent* const stream =
         bufferevent_socket_new(evconnlistener_get_base(listener_), fd, BEV_OPT_CLOSE_ON_FREE);
@@ -420,8 +427,6 @@ void control::pass()
 {
     if (listener_ == nullptr)
         return;
-    if (std::exchange(rests_, false))
-        evconnlistener_enable(listener_);
     take_answers();
     answer_waiting([&](const waiter& one, json_value& fields) -> const char* {
         if (one.command.verb == command_verb::sms && !calls_.is_sending(one.number))
@@ -444,6 +449,11 @@ void control::pass()
             bufferevent_free(each.stream);
             clients_.erase(std::prev(one));
         }
+    }
+    if (rests_ &&
+        (clients_.size() < most_clients || std::chrono::steady_clock::now() >= rests_until_)) {
+        rests_ = false;
+        evconnlistener_enable(listener_);
     }
 }
 

@@ -7,6 +7,7 @@
 #include "host/feed.h"
 #include "host/loop.h"
 
+#include <chrono>
 #include <deque>
 #include <functional>
 #include <list>
@@ -77,6 +78,7 @@ class control
     std::string claim(const std::string& path);
     std::string bind_socket(const std::string& path, const std::string& group, int& fd);
     void accept(int fd);
+    void rest();
     void take_lines(client& from);
     void take_line(client& from, std::string_view line);
     void carry_out(client& from, const user_command& command);
@@ -93,7 +95,8 @@ class control
     std::string path_;
     int lock_ = -1;
     evconnlistener* listener_ = nullptr;
-    bool rests_ = false; // no descriptor was left for a client
+    bool rests_ = false; // no client has room, until one is gone or a moment is over:
+    std::chrono::steady_clock::time_point rests_until_{}; // they may come without end
     std::list<client> clients_;
     memory messages_, results_;
 };

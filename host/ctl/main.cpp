@@ -132,7 +132,8 @@ void show_answer(const json_value& answer)
 {
     for (const json_value& line : field(answer, "lines"))
         say(text_of(line));
-    say(text_of(field(answer, "last")));
+    if (answer["ok"])
+        say(text_of(field(answer, "last")));
 }
 
 // ---- The command line
