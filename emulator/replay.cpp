@@ -48,8 +48,11 @@ std::string bare(const std::string& bytes)
     return bytes.substr(0, end == std::string::npos ? 0 : end + 1);
 }
 
+// Of a file only the length tells.
 bool same(const std::string& recorded, const std::string& said)
 {
+    if (recorded.find_first_not_of('*') == std::string::npos)
+        return recorded.size() == said.size() && !said.starts_with("AT");
     return recorded.find('*') == std::string::npos ? recorded == said
                                                    : pattern_matches(recorded, said);
 }
@@ -105,9 +108,10 @@ std::string record_player::add(std::string_view text, std::size_t number, long l
 
 std::string record_player::load(std::istream& in)
 {
-    std::string text(most_bytes + 1, '\0');
-    in.read(text.data(), static_cast<std::streamsize>(text.size()));
-    text.resize(static_cast<std::size_t>(in.gcount()));
+    std::string text;
+    char piece[65536];
+    while (text.size() <= most_bytes && (in.read(piece, sizeof piece), in.gcount() > 0))
+        text.append(piece, static_cast<std::size_t>(in.gcount()));
     if (in.bad() || text.size() > most_bytes)
         return in.bad() ? "it can't be read" : "it is larger than 64 MiB";
     bool is_record = false;
@@ -171,8 +175,10 @@ std::size_t record_player::next_host_step(std::size_t from) const
 void record_player::play(std::size_t at, long long when)
 {
     const step& one = steps_[at];
+    const std::string& said = one.reduced ? one.left : one.bytes;
     if (one.from == origin::modem) {
-        waiting_.emplace(when, action{deed::say, one.bytes});
+        if (!said.empty())
+            waiting_.emplace(when, action{deed::say, said});
     } else if (one.bytes.starts_with("gone")) {
         waiting_.emplace(when, action{deed::node_off, ""});
         std::size_t open = at;
@@ -217,11 +223,20 @@ void record_player::split_answer(answer_state& state, const std::string& bytes, 
     rest += blanks;
 }
 
+// What a step of the host gets its answer for: a body or a file that of its command.
+std::string record_player::command_of(std::size_t at) const
+{
+    while (at > 0 && (steps_[at].from != origin::host || is_raw(steps_[at].bytes) ||
+                      (ends_body(steps_[at].bytes) && steps_[at].bytes.size() > 1)))
+        at--;
+    return bare(steps_[at].bytes);
+}
+
 // The command of the host is not awaited any more; what else the modem said behind it stays.
 void record_player::pass_over(std::size_t at, long long now)
 {
-    const std::string command = bare(steps_[at].bytes);
-    missing_.push_back({steps_[at].line, command, now + order_ms});
+    const std::string command = command_of(at);
+    missing_.push_back({steps_[at].line, bare(steps_[at].bytes), now + order_ms});
     answer_state state{command};
     for (std::size_t next = at + 1; next < steps_.size() && !state.ended; next++) {
         step& one = steps_[next];
@@ -239,7 +254,7 @@ void record_player::pass_over(std::size_t at, long long now)
 bool record_player::answer_of(std::size_t at, std::string& answer, long long& after) const
 {
     constexpr long long longest_ms = 60000;
-    const std::string command = bare(steps_[at].bytes);
+    const std::string command = command_of(at);
     answer_state state{command};
     after = 0;
     for (std::size_t next = at + 1; next < steps_.size() && !state.ended; next++) {

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cctype>
 #include <charconv>
+#include <utility>
 
 namespace kelo_host
 {
@@ -109,7 +110,10 @@ size_t upload_size(std::string_view line)
 // Answers with other numbers than private ones, which are needed to understand them.
 bool has_counts(std::string_view line)
 {
-    return !line.starts_with("+CUSD") && !line.starts_with("+QMTRECV") && line.find(": ") != npos;
+    for (const std::string_view mark : {"+CUSD", "+QMTRECV", "+QGPSLOC"})
+        if (line.starts_with(mark))
+            return false;
+    return line.find(": ") != npos;
 }
 
 } // namespace
@@ -146,7 +150,7 @@ std::string port_mask::shape(std::string_view text, bool counts) const
         if (length == 0) {
             const char c = text[at++];
             quoted ^= c == '"';
-            const bool stays = is_blank(c) || std::string_view("\",:+-/>").find(c) != npos;
+            const bool stays = is_blank(c) || std::string_view("\",.:+-/>").find(c) != npos;
             clean += stays ? c : 'x';
             continue;
         }
@@ -251,10 +255,9 @@ std::string port_mask::written(std::string_view bytes)
     }
     const bool ends = bytes.ends_with(ctrl_z) || bytes.ends_with(escape);
     if (body_next_ || ends) {
-        body_next_ = !ends;
-        message_ = true; // its echo
+        message_ = std::exchange(body_next_, !ends) || body_next_; // its echo
         as_pdu_ = false;
-        if (show_)
+        if (show_ || bytes.size() == ends)
             return std::string(bytes);
         return (bytes.size() > ends ? "*" : "") +
                std::string(ends ? bytes.substr(bytes.size() - 1) : "");
@@ -314,7 +317,7 @@ std::string port_mask::read(std::string_view bytes, bool cut)
         const size_t length = whole.find_last_not_of('\r') + 1; // 0 for npos
         clean += line(whole.substr(0, length), cut && end == npos);
         clean += whole.substr(length);
-        hide_rest_ = cut && end == npos && (hide_rest_ || (length > 0 && whole != "> "));
+        hide_rest_ = cut && end == npos && (hide_rest_ || std::ranges::any_of(whole, is_word));
         if (end != npos)
             clean += '\n';
     }
