@@ -68,21 +68,24 @@ std::string recorder::open()
 {
     const std::lock_guard guard(turn_);
     begun_ns_ = monotonic_now();
-    return open_file("");
+    return open_file();
 }
 
 // Not through a link, and nothing but a file: a pipe without a reader would hold the modem up.
-std::string recorder::open_file(const char* why)
+std::string recorder::open_file()
 {
-    fd_ = ::open(options_.path.c_str(),
-                 O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY,
-                 0600);
+    fd_ =
+        ::open(options_.path.c_str(),
+               O_RDWR | O_APPEND | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY, 0600);
     struct stat info = {};
     if (fd_ < 0 || fstat(fd_, &info) != 0)
-        return options_.path + ": " + why + std::strerror(errno);
+        return options_.path + ": " + std::strerror(errno);
     if (!S_ISREG(info.st_mode))
-        return options_.path + ": " + why + "is no regular file";
+        return options_.path + ": is no regular file";
     size_ = info.st_size;
+    char last = '\n'; // a loss of power may have cut the line
+    if (size_ > 0 && pread(fd_, &last, 1, size_ - 1) == 1 && last != '\n')
+        write_text("\n");
     write_text(head());
     return std::exchange(fault_, "");
 }
@@ -114,7 +117,7 @@ void recorder::put(long long monotonic_ns, char kind, std::string_view bytes)
         const std::string old = options_.path + ".1";
         if (rename(options_.path.c_str(), old.c_str()) != 0)
             return fail(old + ": " + std::strerror(errno));
-        const std::string fault = open_file("");
+        const std::string fault = open_file();
         if (!fault.empty())
             return fail(fault);
     }
