@@ -31,21 +31,28 @@ constexpr long long order_ms = 5000;     // and for one that was passed over
 constexpr double jump_ms = 3000;
 constexpr char ctrl_z = 0x1a, escape = 0x1b;
 
-bool ends_body(const std::string& bytes)
-{
-    return !bytes.empty() && (bytes.back() == ctrl_z || bytes.back() == escape);
-}
-
-bool is_raw(const std::string& bytes)
-{
-    return !bytes.empty() && bytes.back() != '\r' && bytes.back() != '\n' && !ends_body(bytes);
-}
-
-// A command without its line end.
+// A command or a body without its line end.
 std::string bare(const std::string& bytes)
 {
     const std::size_t end = bytes.find_last_not_of("\r\n");
     return bytes.substr(0, end == std::string::npos ? 0 : end + 1);
+}
+
+bool ends_body(char byte)
+{
+    return byte == ctrl_z || byte == escape;
+}
+
+bool is_body(const std::string& bytes)
+{
+    const std::string text = bare(bytes);
+    return text.size() > 1 && ends_body(text.back());
+}
+
+bool is_raw(const std::string& bytes)
+{
+    return !bytes.empty() && bytes.back() != '\r' && bytes.back() != '\n' &&
+           !ends_body(bytes.back());
 }
 
 // Of a file only the length tells.
@@ -227,7 +234,7 @@ void record_player::split_answer(answer_state& state, const std::string& bytes, 
 std::string record_player::command_of(std::size_t at) const
 {
     while (at > 0 && (steps_[at].from != origin::host || is_raw(steps_[at].bytes) ||
-                      (ends_body(steps_[at].bytes) && steps_[at].bytes.size() > 1)))
+                      is_body(steps_[at].bytes)))
         at--;
     return bare(steps_[at].bytes);
 }
@@ -286,7 +293,7 @@ void record_player::go_to(std::size_t at, long long now)
     at_ = at + 1;
     anchor_ms_ = steps_[at].ms;
     anchor_real_ = now;
-    if (steps_[at].bytes.size() > 1 && !is_raw(steps_[at].bytes) && !ends_body(steps_[at].bytes)) {
+    if (steps_[at].bytes.size() > 1 && !is_raw(steps_[at].bytes) && !is_body(steps_[at].bytes)) {
         last_said_[0] = last_said_[1];
         last_said_[1] = at;
     }
@@ -378,8 +385,8 @@ bool record_player::next_unit(std::string& unit)
         heard_.erase(0, awaited.size());
         return true;
     }
-    const bool is_body = ends_body(awaited) && awaited.size() > 1 && !is_command;
-    const std::size_t end = heard_.find_first_of(is_body ? "\x1a\x1b" : "\r\x1a\x1b");
+    const std::size_t end =
+        heard_.find_first_of(is_body(awaited) && !is_command ? "\x1a\x1b" : "\r\x1a\x1b");
     if (end == std::string::npos)
         return false;
     after_cr_ = heard_[end] == '\r';

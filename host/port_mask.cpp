@@ -253,16 +253,15 @@ std::string port_mask::written(std::string_view bytes)
         upload_left_ -= std::min(upload_left_, bytes.size());
         return std::string(bytes.size(), '*');
     }
-    const bool ends = bytes.ends_with(ctrl_z) || bytes.ends_with(escape);
+    const size_t end = bytes.find_last_not_of("\r\n") + 1; // 0 for npos
+    const bool ends = end > 0 && (bytes[end - 1] == ctrl_z || bytes[end - 1] == escape);
     if (body_next_ || ends) {
         message_ = std::exchange(body_next_, !ends) || body_next_; // its echo
         as_pdu_ = false;
-        if (show_ || bytes.size() == ends)
+        if (show_ || end == ends)
             return std::string(bytes);
-        return (bytes.size() > ends ? "*" : "") +
-               std::string(ends ? bytes.substr(bytes.size() - 1) : "");
+        return "*" + std::string(ends ? bytes.substr(end - 1) : "");
     }
-    const size_t end = bytes.find_last_not_of("\r\n") + 1; // 0 for npos
     if (end == bytes.size() && end > 0)
         return std::string(bytes.size(), '*'); // of no command: a file
     return command(bytes.substr(0, end)) + std::string(bytes.substr(end));

@@ -100,7 +100,7 @@ TEST(Replay, FindsItsWay)
                                "2.600 << +CREG: 2\\r\\nAT+COPS?\\r\\n+COPS: 0\\r\\nOK\\r\\n\n"
                                "3.000 >> AT+CMGS=3\\r\\n\n"
                                "3.100 << > \n"
-                               "3.200 >> *\\x1A\n"
+                               "3.200 >> *\\x1A\\r\\n\n"
                                "3.400 << +CMGS: 7\\r\\nOK\\r\\n\n"
                                "4.000 >> AT+QFUPL=\"a\",2,100\\r\\n\n"
                                "4.010 << CONNECT\\r\\n\n"
@@ -130,7 +130,7 @@ TEST(Replay, FindsItsWay)
           {1200, "\n"},
           {1500, "AT+COPS?\r\n"},
           {2000, "AT+CMGS=3\r\n"},
-          {2200, "0A\r\n0B\x1a"},
+          {2200, "0A\r\n0B\x1a\r\n"},
           {3000, "AT+QFUPL=\"a\",2,100\r\n"},
           {3100, "x\ny\n"}},
          "400 " + model +

@@ -67,7 +67,7 @@ TEST(Record, HidesWhatIsPrivateAndKeepsItsShape)
         // one goes out, and its echo
         {">AT+CMGS=24\r\n", "AT+CMGS=24\r\n"},
         {"<> |", "> "},
-        {">0011000B91\x1a", "*\x1a"},
+        {">0011000B91\x1a\r\n", "*\x1a\r\n"},
         {"<0011000B91\x1a\r\n+CMGS: 5\r\n\r\nOK\r\n", "#######x##\x1a\r\n+CMGS: 5\r\n\r\nOK\r\n"},
         // a file
         {">AT+QFUPL=\"key.pem\",8,100\r\n", "AT+QFUPL=\"key.pem\",8,100\r\n"},
