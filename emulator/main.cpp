@@ -99,7 +99,7 @@ int main(int argc, char** argv)
         "--replay", replay.record,
         "Play the modem of a record of kelo-host, or of --trace, in place of a model");
     app.add_option("--replay-speed", replay.speed, "So many times as fast")
-        ->check(CLI::Range(0.1, 100.0))
+        ->check(CLI::Range(1.0, 100.0))
         ->needs(record);
     model->excludes(record);
     CLI11_PARSE(app, argc, argv);

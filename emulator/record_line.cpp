@@ -47,7 +47,7 @@ std::optional<char> take_byte(std::string_view& text)
     return static_cast<char>(byte);
 }
 
-// `12.345`, taken off the text: at most eleven digits ahead of the point.
+// `12.345`, taken off the text: at most nine digits ahead of the point.
 std::optional<long long> take_ms(std::string_view& text)
 {
     text.remove_prefix(std::min(text.find_first_not_of(' '), text.size()));
@@ -55,7 +55,7 @@ std::optional<long long> take_ms(std::string_view& text)
     unsigned int parts = 0;
     const char* const all = text.data() + text.size();
     const auto whole = std::from_chars(text.data(), all, seconds);
-    if (whole.ec != std::errc() || whole.ptr - text.data() > 11 || all - whole.ptr < 4 ||
+    if (whole.ec != std::errc() || whole.ptr - text.data() > 9 || all - whole.ptr < 4 ||
         *whole.ptr != '.')
         return std::nullopt;
     const auto rest = std::from_chars(whole.ptr + 1, whole.ptr + 4, parts);

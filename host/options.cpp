@@ -203,9 +203,10 @@ std::optional<int> parse_options(int argc, const char* const* argv, host_options
     app.add_flag("--show-private", options.show_private,
                  "Do not mask IMSI, ICCID, IMEI, telephone numbers, messages and PDUs in lines "
                  "(PINs and passwords are masked always)");
-    auto* record = app.add_option("--record", options.record,
-                                  "File of all that goes over the AT port, masked as lines are, for "
-                                  "kelo-emulator --replay; FILE.1 is the one before");
+    auto* record =
+        app.add_option("--record", options.record,
+                       "File of all that goes over the AT port, masked as lines are, for "
+                       "kelo-emulator --replay; FILE.1 is the one before");
     app.add_option("--record-size", options.record_mib, "MiB of each of the two (default 4)")
         ->check(CLI::Range(1, 1024))
         ->needs(record);
