@@ -86,7 +86,7 @@ int main(int argc, char** argv)
     modem_options options;
     bool trace = false;
     std::vector<std::string> variables, orders;
-    auto* model = app.add_option("--model", options.model, "Name of a dialogue file");
+    app.add_option("--model", options.model, "Name of a dialogue file");
     app.add_option("--port", options.port, "Path at which the port appears")
         ->default_val("/dev/ttyUSB2");
     app.add_option("--dialogues", options.dialogues_dir, "Folder of the dialogue files");
@@ -101,7 +101,8 @@ int main(int argc, char** argv)
     app.add_option("--replay-speed", replay.speed, "So many times as fast")
         ->check(CLI::Range(1.0, 100.0))
         ->needs(record);
-    model->excludes(record);
+    for (const char* name : {"--model", "--dialogues", "--set", "--order", "--boot", "--trace"})
+        record->excludes(app.get_option(name));
     CLI11_PARSE(app, argc, argv);
 
     if (options.model.empty() && replay.record.empty()) {

@@ -4,6 +4,7 @@
 #include "emulator/pty.h"
 
 #include <algorithm>
+#include <cctype>
 #include <cerrno>
 #include <charconv>
 #include <cmath>
@@ -28,6 +29,7 @@ constexpr std::size_t most_notes = 50;
 constexpr std::size_t most_ahead = 64;   // commands that a search looks at
 constexpr long long patience_ms = 10000; // for a command that is awaited,
 constexpr long long order_ms = 5000;     // and for one that was passed over
+constexpr long long answer_ms = 60000;   // for the whole of an answer
 constexpr double jump_ms = 3000;
 constexpr char ctrl_z = 0x1a, escape = 0x1b;
 
@@ -247,7 +249,7 @@ void record_player::pass_over(std::size_t at, long long now)
     answer_state state{command};
     for (std::size_t next = at + 1; next < steps_.size() && !state.ended; next++) {
         step& one = steps_[next];
-        if (one.from == origin::port)
+        if (one.from == origin::port || one.ms - steps_[at].ms > answer_ms)
             return;
         if (one.from == origin::host)
             continue;
@@ -260,13 +262,12 @@ void record_player::pass_over(std::size_t at, long long now)
 
 bool record_player::answer_of(std::size_t at, std::string& answer, long long& after) const
 {
-    constexpr long long longest_ms = 60000;
     const std::string command = command_of(at);
     answer_state state{command};
     after = 0;
     for (std::size_t next = at + 1; next < steps_.size() && !state.ended; next++) {
         const step& one = steps_[next];
-        if (one.from == origin::port || one.ms - steps_[at].ms > longest_ms)
+        if (one.from == origin::port || one.ms - steps_[at].ms > answer_ms)
             break;
         if (one.from == origin::host)
             continue;
@@ -504,7 +505,10 @@ class replayed_port
         if (!in)
             return options_.record + ": " + std::strerror(errno);
         const std::string fault = player_.load(in);
-        return fault.empty() ? pty_.open(options_.port) : options_.record + ":" + fault;
+        if (fault.empty())
+            return pty_.open(options_.port);
+        return options_.record +
+               (std::isdigit(static_cast<unsigned char>(fault[0])) != 0 ? ":" : ": ") + fault;
     }
 
     int serve(int signals)

@@ -83,7 +83,6 @@ class octets
         at_ += taken.size();
         return taken;
     }
-    std::string_view rest() { return take(hex_.size()); }
 
     std::string text;
 
@@ -118,29 +117,30 @@ bool has_counts(std::string_view line)
 
 } // namespace
 
-// Digits in place of others: the same for the same ones.
-std::string port_mask::digits(std::string_view run) const
+// Digits in place of others: the same for the same ones, as long as they are remembered.
+std::string port_mask::digits(std::string_view run)
 {
-    constexpr std::uint64_t prime = 0x100000001b3;
-    std::uint64_t state = salt_ ^ 0xcbf29ce484222325;
-    for (const char c : run)
-        state = (state ^ static_cast<unsigned char>(c)) * prime;
+    constexpr size_t most = 1000, longest = 64;
+    if (const auto known = others_.find(run); known != others_.end())
+        return known->second;
     std::string other;
-    for (size_t i = 0; i < run.size(); i++) {
-        state = (state ^ (state >> 29)) * prime + i;
-        other += static_cast<char>('0' + (state >> 33) % 10);
-    }
+    for (size_t i = 0; i < run.size(); i++)
+        other += static_cast<char>('0' + random_() % 10);
+    if (others_.size() >= most)
+        others_.clear();
+    if (run.size() <= longest)
+        others_.emplace(run, other);
     return other;
 }
 
-std::string port_mask::identity(std::string_view run) const
+std::string port_mask::identity(std::string_view run)
 {
     constexpr size_t kept = 6;
     return std::string(run.substr(0, kept)) + digits(run).substr(kept);
 }
 
 // Everything; but `counts`: numbers outside quotes, of up to three digits.
-std::string port_mask::shape(std::string_view text, bool counts) const
+std::string port_mask::shape(std::string_view text, bool counts)
 {
     constexpr size_t longest_count = 3;
     std::string clean;
@@ -169,7 +169,7 @@ std::string port_mask::shape(std::string_view text, bool counts) const
 }
 
 // Identities and numbers wherever they stand. What follows an x is a mask of bands.
-std::string port_mask::runs(std::string_view text, bool of_host) const
+std::string port_mask::runs(std::string_view text, bool of_host)
 {
     constexpr size_t least_number = 7;
     std::string clean;
@@ -189,7 +189,7 @@ std::string port_mask::runs(std::string_view text, bool of_host) const
     return clean;
 }
 
-std::string port_mask::pdu(std::string_view hex) const
+std::string port_mask::pdu(std::string_view hex)
 {
     octets in(hex);
     const auto other_digits = [&](size_t count) {

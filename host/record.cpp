@@ -5,7 +5,9 @@
 
 #include <kelo/gsm.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <csignal>
 #include <cstring>
 #include <ctime>
 #include <fcntl.h>
@@ -26,7 +28,7 @@ constexpr size_t longest_tail = 4096;  // of a line that does not end
 constexpr size_t longest_piece = 4096; // of a line of the record
 constexpr long long tail_waits_ns = 500000000;
 
-std::uint64_t random_salt()
+std::uint64_t random_seed()
 {
     std::random_device source;
     return std::uint64_t{source()} << 32 | source();
@@ -54,7 +56,7 @@ std::string head()
 } // namespace
 
 recorder::recorder(const record_options& options)
-    : options_(options), mask_(options.show_private, random_salt())
+    : options_(options), mask_(options.show_private, random_seed())
 {
 }
 
@@ -185,6 +187,7 @@ recorder* current = nullptr;
 
 std::string start_recording(const record_options& options)
 {
+    signal(SIGXFSZ, SIG_IGN); // a limit of the file's size is a fault like others
     current = new recorder(options);
     std::string fault = current->open();
     if (fault.empty())
