@@ -13,7 +13,7 @@ std::string time_text(timespec time)
     char text[64] = "";
     std::strftime(text, sizeof text, "%FT%T", &local);
     const long minutes = local.tm_gmtoff / 60;
-    char whole[96];
+    char whole[160];
     std::snprintf(whole, sizeof whole, "%s.%03ld%c%02ld:%02ld", text, time.tv_nsec / 1000000,
                   minutes < 0 ? '-' : '+', std::abs(minutes) / 60, std::abs(minutes) % 60);
     return whole;

@@ -1,6 +1,5 @@
 // Reads of the port: what they hold of reports is taken ahead of the line by line way of everything
 // else.
-#include "sms/report_lines.h"
 #include "sms/storage.h"
 
 #include "at/at.h"

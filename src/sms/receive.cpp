@@ -5,7 +5,6 @@
 #include "core/family.h"
 #include "sms/codec/digest.h"
 #include "support/diag.h"
-#include "support/scan.h"
 #include "support/sleeps.h"
 #include "support/text.h"
 
@@ -57,15 +56,6 @@ part_time time_of(string_view column)
     return time;
 }
 
-int number_in(string_view column)
-{
-    char digits[16];
-    set_field(digits, column);
-    int number = 0;
-    scan(digits, dec(number));
-    return number;
-}
-
 bool is_utf8(string_view text)
 {
     while (!text.empty()) {
@@ -84,11 +74,7 @@ utf16_text to_utf16(string_view text)
     const bool utf8 = is_utf8(text);
     while (!text.empty()) {
         const auto [c, bytes] = utf8 ? utf8_read(text) : utf8_character{octet(text[0]), 1};
-        const char32_t high = 0xD800 + ((c - 0x10000) >> 10 & 0x3FF);
-        const char32_t low = 0xDC00 + (c & 0x3FF);
-        const octet pair[] = {octet(high >> 8), octet(high), octet(low >> 8), octet(low)};
-        const octet unit[] = {octet(c >> 8), octet(c)};
-        if (c >= 0x10000 ? !out.add(pair) : !out.add(unit))
+        if (!out.add(utf16_of(c).all()))
             break;
         text.remove_prefix(bytes);
     }

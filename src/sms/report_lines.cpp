@@ -91,14 +91,19 @@ std::optional<std::size_t> announced_length(const report_header& header)
     constexpr std::size_t col_length = 9;
     if (header.count <= col_length)
         return std::nullopt;
-    char digits[16];
-    set_field(digits, header.columns[col_length]);
-    int length = 0;
-    scan(digits, dec(length));
-    return static_cast<std::size_t>(std::max(length, 0));
+    return static_cast<std::size_t>(std::max(number_in(header.columns[col_length]), 0));
 }
 
 } // namespace
+
+int number_in(string_view column)
+{
+    char digits[16];
+    set_field(digits, column);
+    int number = 0;
+    scan(digits, dec(number));
+    return number;
+}
 
 // Cuts at the commas that stand outside quotes.
 report_header cut_header(string_view line)

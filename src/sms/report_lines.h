@@ -27,6 +27,7 @@ struct report_header {
     bool quoted_time = false; // text mode
 };
 report_header cut_header(std::string_view line); // behind its mark
+int number_in(std::string_view column);          // 0 for none
 
 struct whole_report {
     report_kind kind = report_kind::notice;

@@ -204,7 +204,7 @@ void write_body(gsm_mobile* rec)
         body_is_out();
     } else {
         // Without its Ctrl-Z the modem sends nothing of it.
-        port_write(rec, give_up, 1, 1, __func__, "<ESC>");
+        port_write(rec, give_up, 1, write_attempts, __func__, "<ESC>");
         lock_scope hold(record_lock);
         const part_end end = take_in_hand();
         hold.release();
@@ -361,8 +361,9 @@ std::optional<read_answer> read_answer_of(const char* line, bool alone)
 
 } // namespace
 
-void sms_other_command()
+void sms_command_goes_out()
 {
+    sms_errand_interrupted();
     const lock_scope hold(record_lock);
     out.last_command = false;
 }

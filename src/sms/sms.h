@@ -129,8 +129,9 @@ const char* sms_mode_to_restore();
 void sms_watch_answer(const char* line);
 // A line under another handler than the one below, which may be the prompt.
 void sms_watch_prompt(gsm_mobile* mobile, const char* line);
-// A command of the task's is written: from then on an error without a number may be its answer.
-void sms_other_command();
+// A command of a flow is written: from then on an error without a number may be its answer, and the
+// errand's before it has had none.
+void sms_command_goes_out();
 
 // Answers the modem's "> " prompt with the body of the message in flight, and reads the result.
 event* sms_send_handler(gsm_mobile* mobile, char* line);
@@ -213,11 +214,11 @@ void sms_storage_reported(std::string_view pdu);
 // The host has kept what came from there.
 void sms_storage_kept(sms_place place);
 
-// A whole line of the modem, which may be the answer to the errand's command.
-void sms_storage_line(gsm_mobile* mobile, char* line);
+// A whole line of the modem, which may be of the answer to the errand's command, or its end.
+void sms_storage_line(gsm_mobile* mobile, std::string_view line);
 
 // Another command goes out: the errand's has had no answer.
-void sms_command_goes_out();
+void sms_errand_interrupted();
 
 // Whether the modem is to be told to report deliveries, ahead of the next message.
 bool sms_reports_due();
@@ -225,9 +226,6 @@ bool sms_reports_due();
 // The next command of the errand, null for none now; the text is the mobile task's until the next
 // call. A call while an answer is due says that none came.
 const char* sms_errand_next(std::int64_t now_ms);
-
-// A whole line of the answer to it: ends it with the final one.
-event* sms_errand_handler(gsm_mobile* mobile, char* line);
 
 // Whether a line, or a piece of one, may be of such an answer and is nobody else's.
 bool sms_errand_owns(const char* line);

@@ -13,6 +13,7 @@
 #include "support/sleeps.h"
 #include "support/waits.h"
 
+#include <cstdarg>
 #include <cstdio>
 #include <utility>
 
@@ -21,99 +22,117 @@ namespace kelo::storage
 
 made<char, 2048> answer;
 
-// A deletion without an answer may have been made, and the place have another message since.
-void give_up()
-{
-    if (store.asked == step::remove)
-        doubt_place(number_for(store.current, store.place));
-    if (store.asked != step::none && !store.echoed)
-        store.echoes = false; // or it has not heard the command
-    store.asked = step::none;
-    store.open = false;
-    store.not_before_ms = store.now_ms + doubled(first_wait_ms, longest_wait_ms, store.failures);
-    store.failures++;
-}
-
 namespace
 {
 
 // ---- The next command
 
-bool ask(step what, const char* command, int place = 0)
+// Behind a failure.
+bool rests()
 {
-    std::snprintf(store.command, sizeof store.command, "%s", command);
-    store.asked = what;
-    store.place = place;
-    store.open = true;
-    store.echoed = false;
+    return store.now_ms < store.not_before_ms;
+}
+
+void give_up()
+{
+    store.not_before_ms = store.now_ms + doubled(first_wait_ms, longest_wait_ms, store.failures++);
+}
+
+// A deletion without an answer may have been made, and the place have another message since.
+void end_without_answer(std::int64_t now_ms)
+{
+    store.now_ms = now_ms;
+    const step asked = std::exchange(store.asked, step::none);
+    if (asked == step::none || asked == step::forgotten)
+        return;
+    if (asked == step::remove)
+        doubt_place(store.number);
+    if (!store.echoed)
+        store.echoes = false; // or it has not heard the command
+    give_up();
+}
+
+void clear_answer()
+{
     store.head = modem_storage::no_head;
     answer.count = 0;
+}
+
+[[gnu::format(printf, 3, 4)]] bool ask(step what, int number, const char* command, ...)
+{
+    va_list values;
+    va_start(values, command);
+    std::vsnprintf(store.command, sizeof store.command, command, values);
+    va_end(values);
+    store.asked = what;
+    store.number = number;
+    store.echoed = false;
+    clear_answer();
     return true;
 }
 
-bool ask_of_place(step what, const char* command, int place)
+bool ask_of(const memory& one)
 {
-    char text[sizeof store.command];
-    std::snprintf(text, sizeof text, "%s=%d", command, place);
-    return ask(what, text, place);
-}
-
-bool select_memory(int index)
-{
-    char text[sizeof store.command];
-    std::snprintf(text, sizeof text, "AT+CPMS=\"%.3s\"", memories[index].name);
-    return ask(step::select, text, index);
-}
-
-bool next_of_memory(int index, bool room)
-{
-    memory& one = memories[index];
-    if (const known_message* const gone = to_remove(index))
-        return ask_of_place(step::remove, "AT+CMGD", gone->number % most_places);
-    if (!room || !has_reading(one)) {
-        if (room && one.used >= 0)
-            one.looked_through = true;
-        return false;
-    }
+    if (const known_message* const gone = to_remove(one))
+        return ask(step::remove, gone->number, "AT+CMGD=%d", gone->number % most_places);
     if (!store.pdu_mode)
-        return ask(step::pdu_mode, "AT+CMGF=0");
+        return ask(step::pdu_mode, 0, "AT+CMGF=0");
     if (one.look == memory::due)
-        return ask(step::memories, "AT+CPMS?");
+        return ask(step::memories, 0, "AT+CPMS?");
     if (one.look == memory::sized)
-        return ask(step::list, "AT+CMGD=?");
-    return ask_of_place(step::read, "AT+CMGR", first_wanted(one));
+        return ask(step::list, 0, "AT+CMGD=?");
+    const int place = first_wanted(one);
+    return ask(step::read, number_for(one, place), "AT+CMGR=%d", place);
 }
 
-bool has_work(int index, bool room)
+bool select_memory(const memory& one)
 {
-    return memories[index].name[0] != '\0' &&
-           (to_remove(index) != nullptr || (room && has_reading(memories[index])));
+    return ask(step::select, number_for(one, 0), "AT+CPMS=\"%.3s\"", one.name);
+}
+
+bool has_work(memory& one, bool room)
+{
+    return to_remove(one) != nullptr || (room && has_reading(one));
 }
 
 bool next_step(bool room)
 {
-    constexpr const char* tellings[] = {"AT+CNMI=2,1,0,1,0", "AT+CNMI=2,1,0,0,0"};
     if (store.mode == 0) {
         const bool due = !store.told && word_get(sms_reports_wanted) != 0;
         store.told |= due; // once, whatever becomes of it
-        return due && ask(step::reports, "AT+CNMI=2,2,0,1,0");
+        return due && ask(step::reports, 0, "AT+CNMI=2,2,0,1,0");
     }
-    if (!store.told)
-        return ask(step::reports, tellings[store.tellings % 2]);
-    if (store.current < 0)
-        return store.pdu_mode ? ask(step::memories, "AT+CPMS?") : ask(step::pdu_mode, "AT+CMGF=0");
-    if (next_of_memory(store.current, room))
-        return true;
-    const int count = most_memories;
-    for (int index = 0; index < count; index++)
-        if (has_work(index, room))
-            return select_memory(index);
+    if (!store.told) // some take no reports of delivery
+        return ask(step::reports, 0, "AT+CNMI=2,1,0,%d,0", store.tellings % 2 == 0 ? 1 : 0);
+    if (store.current == nullptr)
+        return store.pdu_mode ? ask(step::memories, 0, "AT+CPMS?")
+                              : ask(step::pdu_mode, 0, "AT+CMGF=0");
+    if (has_work(*store.current, room))
+        return ask_of(*store.current);
+    store.current->looked_through |= room && store.current->used >= 0;
+    for (memory& one : memories)
+        if (has_work(one, room))
+            return select_memory(one);
     if (store.current != store.home)
-        return select_memory(store.home);
-    return store.stale && ask(step::memories, "AT+CPMS?");
+        return select_memory(*store.home);
+    return store.stale && ask(step::memories, 0, "AT+CPMS?");
 }
 
 // ---- Answers
+
+// What an answer gives the host, for when no lock is held.
+struct delivery {
+    std::optional<message_part> part;
+    sms_place place;
+    bool first_look = false;
+    std::optional<status_report> report;
+    std::int64_t now_ms = 0;
+};
+
+string_view answered()
+{
+    return {answer.items, answer.count};
+}
 
 // 27.005 3.2.5: 310 to 318 are of the SIM. 512: not ready, of one maker.
 bool of_sim(const final_result& result)
@@ -130,16 +149,18 @@ bool no_message(const final_result& result)
 }
 
 // A failure of one place: another try later, and in the end none. True when it is the end.
-bool fails_for_good(int number)
+bool fails_for_good(const final_result& result)
 {
-    store.failed = store.failing == number ? store.failed + 1 : 1;
-    store.failing = number;
+    if (of_sim(result))
+        return false;
+    store.failed = store.failing == store.number ? store.failed + 1 : 1;
+    store.failing = store.number;
     return store.failed >= most_failures;
 }
 
+// Two tries of each form, then it stays as it is.
 void take_reports_answer(const final_result& result)
 {
-    // Some take no reports of delivery; two tries of each form, then it stays as it is.
     constexpr int unknown_error = 500;
     store.told = result.ok || ++store.tellings >= 4;
     if (!store.told && (of_sim(result) || result.cms == unknown_error))
@@ -149,33 +170,28 @@ void take_reports_answer(const final_result& result)
 // What comes may go elsewhere than to the memory that is selected: both are looked at.
 void take_names(string_view selected, string_view arriving)
 {
-    if (home() == nullptr) {
-        memory* const first = memory_named(selected);
-        store.home = index_of(first != nullptr ? first : &memories[0]);
-        home()->look = memory::due;
+    if (store.home == nullptr) {
+        store.home = memory_named(selected);
+        store.home->look = memory::due;
     }
-    const memory* const named = selected == text_of(home()->name) ? home() : memory_for(selected);
-    store.current = named != nullptr ? index_of(named) : store.home;
+    store.current = memory_for(selected);
     memory* const other = memory_for(arriving);
-    if (other != nullptr && other->used < 0)
+    if (other->used < 0)
         other->look = memory::due;
 }
 
 // +CPMS: "ME",7,255,"ME",7,255,"ME",7,255, and without names behind a selection.
-bool take_memories(string_view text, bool with_names)
+bool take_memories(bool with_names)
 {
-    string_view columns[9];
-    std::size_t count = 0;
-    while (count < 9 && !text.empty())
-        columns[count++] = cut_off(text, ',');
-    const std::size_t at = with_names ? 1 : 0;
-    const int used = count > at ? number_of(columns[at]) : -1;
-    const int total = count > at + 1 ? number_of(columns[at + 1]) : -1;
+    const report_header answer_line = cut_header(answered());
+    const string_view* const columns = answer_line.columns;
+    const int used = number_of(columns[with_names ? 1 : 0]);
+    const int total = number_of(columns[with_names ? 2 : 1]);
     if (used < 0 || total < 0)
         return false;
     if (with_names)
-        take_names(unquoted(columns[0]), count == 9 ? unquoted(columns[6]) : string_view());
-    memory& one = memories[store.current];
+        take_names(columns[0], columns[6]);
+    memory& one = *store.current;
     take_size(one, used, total);
     if (one.look == memory::due)
         one.look = used > 0 ? memory::sized : memory::rest;
@@ -185,139 +201,113 @@ bool take_memories(string_view text, bool with_names)
 
 void take_selection(const final_result& result)
 {
-    memory& one = memories[store.place];
+    memory* const one = memory_of(store.number);
     if (result.ok) {
-        store.current = store.place;
-        take_memories({answer.items, answer.count}, false);
+        store.current = one;
+        take_memories(false);
         return;
     }
-    if (of_sim(result) || store.place == store.home) {
+    if (of_sim(result) || one == store.home) {
         give_up();
         return;
     }
     // It can't be had: in this epoch nothing of it is wanted any more.
-    one.look = memory::rest;
-    one.probe = -1;
-    std::memset(one.places, 0, sizeof one.places);
+    one->look = memory::rest;
+    one->probe = -1;
+    std::memset(one->places, 0, sizeof one->places);
     for (known_message& message : known)
-        message.stuck |= memory_of(message.number) == store.place;
+        message.stuck |= memory_of(message.number) == one;
 }
 
 // +CMGD: (1,2,5),(0-4). A range says which places there are, and not which of them are occupied.
 void take_list(string_view text)
 {
-    memory& one = memories[store.current];
+    memory& one = *store.current;
     one.look = memory::rest;
-    one.probe = -1;
-    const std::size_t open = text.find('(');
-    const std::size_t close = text.find(')');
-    string_view list = open < close && close != string_view::npos
-                           ? behind(text, open + 1).substr(0, close - open - 1)
-                           : string_view();
-    const int first = number_for(store.current, 0);
+    cut_off(text, '(');
+    string_view list = cut_off(text, ')');
     int count = 0;
     while (!list.empty() && count >= 0) {
         const int place = number_of(cut_off(list, ','));
         count = place < 0 ? -1 : count + 1;
-        if (place >= 0 && place < most_places && (one.places[place] & left_alone) == 0 &&
-            known_at(first + place) == nullptr)
-            one.places[place] |= wanted;
+        if (place >= 0 && place < most_places)
+            want_unless_known(one, place);
     }
-    if (count < one.used)
-        one.probe = 0;
+    one.probe = count < one.used ? 0 : -1;
 }
 
-// What an answer gives the host, for when no lock is held.
-struct delivery {
-    bool message = false, report = false, first_look = false;
-    message_part part;
-    status_report status;
-    sms_place place;
-};
+void read_pdu(string_view pdu, known_message& record, delivery& out)
+{
+    if ((out.part = sms_read_deliver(pdu))) {
+        const bool was_announced = (place_at(record.number) & announced) != 0;
+        out.first_look = !store.current->looked_through && !was_announced;
+        out.place = record.given = {record.number, store.epoch};
+    } else if ((out.report = sms_read_status_report(pdu))) {
+        record.kept = true;
+    } else {
+        diag_plain("sms: what the modem's storage has at %d of %s can't be read, it stays\n",
+                   record.number % most_places, store.current->name);
+    }
+}
 
 void take_pdu(string_view pdu, delivery& out)
 {
-    memory& one = memories[store.current];
-    const int number = number_for(store.current, store.place);
     const std::uint64_t digest = digest_of(pdu);
-    if (known_message* const here = known_at(number)) {
+    if (known_message* const here = known_at(store.number)) {
         if (here->digest == digest)
             return;
         here->epoch = 0; // another message has taken its place
     }
     known_message* const before = known_before(digest);
-    known_message* const record = before != nullptr ? before : room_for_known();
+    known_message* const record = before != nullptr ? before : add_known(digest);
     if (record == nullptr) {
-        one.places[store.place] |= left_alone;
+        place_at(store.number) |= left_alone;
         return;
     }
-    if (before == nullptr)
-        *record = {.digest = digest, .given = {}, .kept = take_reported(digest)};
-    record->number = number;
+    record->number = store.number;
     record->epoch = store.epoch;
     // What waits for the host is given once more in a new epoch, with its place of now; where there
     // was no room for it, nobody else has it.
     const bool given = record->given.index < 0 || record->given.epoch == store.epoch;
-    if (record->kept || (before != nullptr && given))
-        return;
-    const std::optional<bool> is_report = sms_is_status_report(pdu);
-    const auto part = is_report == false ? sms_read_deliver(pdu) : std::nullopt;
-    const auto status = is_report == true ? sms_read_status_report(pdu) : std::nullopt;
-    if (part) {
-        record->given = {number, store.epoch};
-        out.message = true;
-        out.first_look = !one.looked_through && (one.places[store.place] & announced) == 0;
-        out.part = *part;
-        out.place = record->given;
-    } else if (status) {
-        record->kept = true;
-        out.report = true;
-        out.status = *status;
-    } else {
-        diag_plain("sms: what the modem's storage has at %d of %s can't be read, it stays\n",
-                   store.place, one.name);
-    }
+    if (!record->kept && (before == nullptr || !given))
+        read_pdu(pdu, *record, out);
 }
 
-// Characters of the PDU: its length does not count the service centre, which stands ahead.
-std::size_t pdu_length(string_view hex)
+// Its length does not count the service centre, which stands ahead. Empty: not all of it is there.
+string_view stored_pdu()
 {
-    if (hex.size() < 2)
-        return hex.size() + 1;
-    return 2 * (static_cast<std::size_t>(store.octets) + 1 + hex_octet(hex, 0));
+    const string_view hex = answered();
+    const std::size_t length = 2 * (static_cast<std::size_t>(store.octets) + 1 + hex_octet(hex, 0));
+    const bool whole = store.head == modem_storage::received && hex.size() >= length;
+    return hex.substr(0, whole ? length : 0);
+}
+
+void take_no_message(const final_result& result)
+{
+    // An OK of something else looks the same where the modem does not repeat the command.
+    if (result.ok && store.current->probe < 0 && store.doubted != store.number) {
+        store.doubted = store.number;
+        return;
+    }
+    place_at(store.number) = 0;
+    if (known_message* const here = known_at(store.number))
+        here->epoch = 0;
 }
 
 void take_stored(const final_result& result, delivery& out)
 {
-    memory& one = memories[store.current];
-    octet& place = one.places[store.place];
-    const int number = number_for(store.current, store.place);
-    const string_view hex = {answer.items, answer.count};
+    octet& place = place_at(store.number);
+    const string_view pdu = result.ok ? stored_pdu() : string_view();
     if (store.head == modem_storage::draft) {
         place = left_alone;
-        return;
-    }
-    const bool headed = store.head != modem_storage::no_head;
-    if (store.head == modem_storage::received && result.ok && hex.size() >= pdu_length(hex)) {
-        take_pdu(hex.substr(0, pdu_length(hex)), out);
+    } else if (!pdu.empty()) {
+        take_pdu(pdu, out);
         place &= left_alone;
-        return;
-    }
-    const bool empty = no_message(result) || (result.ok && !headed);
-    // An OK of something else looks the same where the modem does not repeat the command.
-    if (empty && result.ok && one.probe < 0 && store.doubted != number) {
-        store.doubted = number;
-        return;
-    }
-    if (empty) {
-        place = 0;
-        if (known_message* const here = known_at(number))
-            here->epoch = 0;
-        return;
-    }
-    if (!of_sim(result) && fails_for_good(number)) {
-        diag_plain("sms: the modem does not give what it stores at %d of %s\n", store.place,
-                   one.name);
+    } else if (no_message(result) || (result.ok && store.head == modem_storage::no_head)) {
+        take_no_message(result);
+    } else if (fails_for_good(result)) {
+        diag_plain("sms: the modem does not give what it stores at %d of %s\n",
+                   store.number % most_places, store.current->name);
         place = left_alone;
     } else if (!result.ok) {
         give_up();
@@ -326,17 +316,16 @@ void take_stored(const final_result& result, delivery& out)
 
 void take_removal(const final_result& result)
 {
-    memory& one = memories[store.current];
-    const int number = number_for(store.current, store.place);
-    known_message* const gone = known_at(number);
+    known_message* const gone = known_at(store.number);
     if (gone == nullptr)
         return;
     if (result.ok || no_message(result)) {
+        memory& one = *store.current;
         gone->epoch = 0;
         one.used -= one.used > 0 ? 1 : 0;
         one.full = false;
         store.stale = true;
-    } else if (!of_sim(result) && fails_for_good(number)) {
+    } else if (fails_for_good(result)) {
         gone->stuck = true;
     } else {
         give_up();
@@ -345,10 +334,7 @@ void take_removal(const final_result& result)
 
 void take_final(const final_result& result, delivery& out)
 {
-    const step asked = std::exchange(store.asked, step::none);
-    store.open = false;
-    const string_view text = {answer.items, answer.count};
-    switch (asked) {
+    switch (std::exchange(store.asked, step::none)) {
     case step::reports:
         return take_reports_answer(result);
     case step::pdu_mode:
@@ -357,7 +343,7 @@ void take_final(const final_result& result, delivery& out)
             give_up();
         return;
     case step::memories:
-        if (!result.ok || !take_memories(text, true))
+        if (!result.ok || !take_memories(true))
             give_up();
         return;
     case step::select:
@@ -366,31 +352,30 @@ void take_final(const final_result& result, delivery& out)
         if (of_sim(result))
             give_up();
         else
-            take_list(result.ok ? text : string_view());
+            take_list(result.ok ? answered() : string_view());
         return;
     case step::read:
         return take_stored(result, out);
     case step::remove:
         return take_removal(result);
     case step::none:
+    case step::forgotten:
         return;
     }
 }
 
 // +CMGR: 0,,26. In text mode the first column is a word in quotes.
-void take_head(string_view columns)
+void take_head(string_view line)
 {
-    const int stat = number_of(cut_off(columns, ','));
-    const std::size_t comma = columns.rfind(',');
-    const int length =
-        comma == string_view::npos ? -1 : number_of(trimmed(behind(columns, comma + 1)));
     constexpr int longest = 255;
-    store.octets = length;
+    const report_header head = cut_header(line);
+    const int stat = number_of(head.columns[0]);
+    store.octets = head.count > 2 ? number_of(head.columns[head.count - 1]) : -1;
     if (stat < 0) {
         store.head = modem_storage::text_head; // somebody has set text mode
         store.pdu_mode = false;
     } else {
-        const bool whole = stat <= 1 && length >= 0 && length <= longest;
+        const bool whole = stat <= 1 && store.octets >= 0 && store.octets <= longest;
         store.head = whole ? modem_storage::received : modem_storage::draft;
     }
 }
@@ -398,44 +383,56 @@ void take_head(string_view columns)
 // A line of the message itself, or what stands ahead of a report that came in its middle.
 void take_hex(string_view line)
 {
-    std::size_t digits = 0;
-    while (digits < line.size() && is_hex(line[digits]))
-        digits++;
-    if (digits == line.size() || line[digits] == '+' || line[digits] == '^')
-        answer.add({line.data(), digits});
+    const string_view digits = line.substr(0, line.find_first_not_of(hex_digits));
+    const string_view rest = behind(line, digits.size());
+    if (rest.empty() || rest[0] == '+' || rest[0] == '^')
+        answer.add({digits.data(), digits.size()});
 }
 
+// What stands ahead of the end. It begins as its command does: "AT+CPMS?" and "+CPMS: ".
 void take_line(string_view line)
 {
-    constexpr std::pair<step, string_view> answers[] = {
-        {step::memories, "+CPMS:"}, {step::select, "+CPMS:"}, {step::list, "+CMGD:"}};
-    for (const auto& [asked, begin] : answers)
-        if (store.asked == asked && line.starts_with(begin)) {
-            const string_view rest = trimmed(behind(line, begin.size()));
-            answer.count = 0;
-            answer.add({rest.data(), rest.size()});
-        }
-    if (store.asked != step::read)
-        return;
-    constexpr string_view head = "+CMGR:";
-    if (line.starts_with(head))
-        take_head(trimmed(behind(line, head.size())));
-    else if (store.head == modem_storage::received)
+    constexpr std::size_t name_at = 2, name_size = 5;
+    const string_view name = behind(store.command, name_at).substr(0, name_size);
+    const bool begins = line.starts_with(name) && behind(line, name_size).starts_with(':');
+    const string_view rest = trimmed(behind(line, name_size + 1));
+    if (store.asked == step::read && begins) {
+        take_head(rest);
+    } else if (store.asked == step::read && store.head == modem_storage::received) {
         take_hex(line);
+    } else if (begins) {
+        answer.count = 0;
+        answer.add({rest.data(), rest.size()});
+    }
 }
 
-// Behind a failure.
-bool rests()
+// True for the end of the answer.
+bool take_answer(string_view line, delivery& out)
 {
-    return store.now_ms < store.not_before_ms;
+    if (store.asked == step::none)
+        return false;
+    if (line.ends_with(store.command)) {
+        store.echoed = store.echoes = true;
+        clear_answer();
+        return false;
+    }
+    if (store.echoes && !store.echoed)
+        return false; // it answers somebody else
+    const auto result = final_in(line);
+    if (result)
+        take_final(*result, out);
+    else
+        take_line(line);
+    out.now_ms = store.now_ms;
+    return result.has_value();
 }
 
-void hand_out(const delivery& out, std::int64_t now_ms)
+void hand_out(const delivery& out)
 {
-    if (out.message)
-        sms_message_part(out.part, out.place, out.first_look, now_ms);
+    if (out.part)
+        sms_message_part(*out.part, out.place, out.first_look, out.now_ms);
     if (out.report)
-        sms_report_came(out.status);
+        sms_report_came(*out.report);
 }
 
 } // namespace
@@ -447,14 +444,11 @@ namespace kelo
 
 using namespace storage;
 
-void sms_command_goes_out()
+void sms_errand_interrupted()
 {
     const std::int64_t now_ms = monotonic_ms();
     const lock_scope hold(storage_lock);
-    store.now_ms = now_ms;
-    if (store.asked != step::none)
-        give_up();
-    store.open = false;
+    end_without_answer(now_ms);
 }
 
 bool sms_reports_due()
@@ -467,9 +461,7 @@ const char* sms_errand_next(std::int64_t now_ms)
 {
     const bool room = sms_storage_mode() != 0 && sms_messages_have_room();
     const lock_scope hold(storage_lock);
-    store.now_ms = now_ms;
-    if (store.asked != step::none)
-        give_up();
+    end_without_answer(now_ms);
     if (word_get(flow_walked) == 0 || rests())
         return nullptr;
     if (store.count >= burst) {
@@ -484,35 +476,20 @@ const char* sms_errand_next(std::int64_t now_ms)
     return store.command;
 }
 
-event* sms_errand_handler(gsm_mobile* rec, char* line)
+void sms_storage_line(gsm_mobile* rec, string_view line)
 {
     delivery out;
-    std::int64_t now_ms = 0;
     {
         const lock_scope hold(storage_lock);
-        if (!store.open)
-            return nullptr;
-        now_ms = store.now_ms;
-        const string_view text = trimmed(line);
-        if (text.ends_with(store.command)) {
-            store.echoed = store.echoes = true;
-            store.head = modem_storage::no_head;
-            answer.count = 0;
-            return nullptr;
-        }
-        if (store.echoes && !store.echoed)
-            return nullptr; // it answers somebody else
-        const auto result = final_in(text);
-        if (!result) {
-            take_line(text);
-            return nullptr;
-        }
-        take_final(*result, out);
+        if (!is_listening())
+            return;
+        hear(line);
+        if (!take_answer(line, out))
+            return;
     }
-    hand_out(out, now_ms);
+    hand_out(out);
     const lock_scope hold(record_lock);
     finish_command(rec);
-    return nullptr;
 }
 
 } // namespace kelo

@@ -3,7 +3,7 @@
 // (storage_lines.cpp).
 #pragma once
 
-#include "sms/sms.h"
+#include "sms/report_lines.h"
 
 #include <optional>
 
@@ -48,7 +48,17 @@ struct known_message {
     bool stuck = false; // the modem does not delete it, in this epoch
 };
 
-enum class step { none, reports, pdu_mode, memories, select, list, read, remove };
+enum class step {
+    none,
+    reports,
+    pdu_mode,
+    memories,
+    select,
+    list,
+    read,
+    remove,
+    forgotten // of an epoch before: its end is still to come, and nobody cares for it
+};
 
 struct modem_storage {
     int mode = 0;
@@ -59,13 +69,12 @@ struct modem_storage {
     bool flow_says = false; // a flow has just said it, and the answer is due
     int tellings = 0;
     bool pdu_mode = false;
-    int current = -1;   // the memory that is selected; -1: not asked yet
-    bool stale = false; // what was told of the places in use
+    memory* current = nullptr; // the one that is selected; null: not asked yet
+    bool stale = false;        // what was told of the places in use
 
     // The command that runs
     step asked = step::none;
-    bool open = false; // its end is still to come, though nobody may care any more
-    int place = 0;     // or the memory
+    int number = 0; // of its place, or of the first place of its memory
     char command[32] = "";
     bool echoed = false;
     enum { no_head, text_head, draft, received } head = no_head;
@@ -80,8 +89,7 @@ struct modem_storage {
     std::int64_t not_before_ms = 0;
     std::int64_t now_ms = 0;
 
-    int home = -1; // the memory that was selected at first, and is again in the end
-    std::size_t reports = 0;
+    memory* home = nullptr; // was selected at first, and is again in the end; null: not known
 };
 
 // A leaf: nothing is taken under it. It guards all that follows, most of which is the mobile
@@ -94,13 +102,18 @@ extern made<char, 2048> answer; // to the command that runs
 
 // ---- What is known (storage_places.cpp)
 
-inline int number_for(int memory_index, int place)
+// A place has one number in all of the memories.
+inline int number_for(const memory& one, int place)
 {
-    return memory_index * most_places + place;
+    return static_cast<int>(&one - memories) * most_places + place;
 }
-inline int memory_of(int number)
+inline memory* memory_of(int number) // null for -1
 {
-    return number < 0 ? -1 : number / most_places;
+    return number < 0 ? nullptr : &memories[number / most_places];
+}
+inline octet& place_at(int number)
+{
+    return memory_of(number)->places[number % most_places];
 }
 
 known_message* known_at(int number);
@@ -108,50 +121,41 @@ known_message* known_at(int number);
 // A message of an epoch before, or of a place that is in doubt, which has not been found again yet.
 known_message* known_before(std::uint64_t digest);
 
-// Room for another: a free record, or the oldest of an epoch before. Null: this epoch has them all.
-known_message* room_for_known();
+// Another, in a free record or that of the oldest of an epoch before. Null: this epoch has them
+// all.
+known_message* add_known(std::uint64_t digest);
 
 // Another message may stand there now: nothing is deleted by this number until it has been read.
 void doubt_place(int number);
 
-// Whether such a message came by a report; once for each report.
-bool take_reported(std::uint64_t digest);
-
-memory* home(); // the memory that was selected at first; null while that is not known
 memory* memory_named(string_view name);
 
 // Of a report. Other names than "ME" and "SM", and all where "MT" has all of the others in it,
-// stand for places of the memory that is selected anyway.
+// stand for places of the memory that is selected anyway; null while that is not known.
 memory* memory_for(string_view name);
-inline int index_of(const memory* one)
-{
-    return static_cast<int>(one - memories);
-}
 
 void take_size(memory& one, int used, int total); // says it when it is full
-int first_wanted(const memory& one);
+int first_wanted(const memory& one);              // -1 for none
+bool want_unless_known(memory& one, int place);   // whether it does
 bool has_reading(memory& one);
-const known_message* to_remove(int memory_index); // null for none
+const known_message* to_remove(const memory& one); // null for none
 
 // What may have put other messages into the places has happened.
 void forget_places();
 
-// ---- The errand (storage.cpp)
+// ---- Lines of the modem, and texts (storage_lines.cpp)
 
-void give_up();
-
-// ---- Texts (storage_lines.cpp)
+bool is_listening();
+void hear(string_view line);
 
 std::uint64_t digest_of(string_view pdu);
-bool is_hex(char c);
 string_view trimmed(string_view text);
 string_view cut_off(string_view& text, char mark); // the part up to the mark, which goes with it
 int number_of(string_view text);                   // -1 for what is no number
-string_view unquoted(string_view text);
 
 struct final_result {
     bool ok = false;
-    int cms = -1, cme = -1; // numbers of the errors; 0 where it has words
+    int cms = 0, cme = 0; // numbers of the errors; -1 where it has words
 };
 std::optional<final_result> final_in(string_view line);
 

@@ -3,8 +3,9 @@
 #include "sms/storage.h"
 
 #include "sms/codec/digest.h"
-#include "support/text.h"
 
+#include <algorithm>
+#include <cstdio>
 #include <utility>
 
 namespace kelo::storage
@@ -16,11 +17,6 @@ std::uint64_t digest_of(string_view pdu)
     for (const char c : pdu)
         digest = digest_with(digest, static_cast<octet>(c >= 'a' && c <= 'f' ? c - 'a' + 'A' : c));
     return digest;
-}
-
-bool is_hex(char c)
-{
-    return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'F') || (c >= 'a' && c <= 'f');
 }
 
 string_view trimmed(string_view text)
@@ -42,6 +38,7 @@ string_view cut_off(string_view& text, char mark)
 int number_of(string_view text)
 {
     int number = 0;
+    text = trimmed(text);
     if (text.empty() || text.size() > 6)
         return -1;
     for (const char c : text) {
@@ -52,13 +49,6 @@ int number_of(string_view text)
     return number;
 }
 
-string_view unquoted(string_view text)
-{
-    if (text.size() >= 2 && text.front() == '"' && text.back() == '"')
-        return behind(text, 1).substr(0, text.size() - 2);
-    return text;
-}
-
 std::optional<final_result> final_in(string_view line)
 {
     constexpr string_view cms = "+CMS ERROR:";
@@ -67,9 +57,9 @@ std::optional<final_result> final_in(string_view line)
     if (line == "OK")
         result.ok = true;
     else if (line.starts_with(cms))
-        result.cms = std::max(number_of(trimmed(behind(line, cms.size()))), 0);
+        result.cms = number_of(behind(line, cms.size()));
     else if (line.starts_with(cme))
-        result.cme = std::max(number_of(trimmed(behind(line, cme.size()))), 0);
+        result.cme = number_of(behind(line, cme.size()));
     else if (line != "ERROR")
         return std::nullopt;
     return result;
@@ -78,17 +68,23 @@ std::optional<final_result> final_in(string_view line)
 namespace
 {
 
-// +CMTI: "ME",7
-void take_arrival(string_view columns)
+bool has(string_view line, string_view needle)
 {
-    memory* const one = memory_for(unquoted(cut_off(columns, ',')));
-    const int place = number_of(trimmed(columns));
+    return line.find(needle) != string_view::npos;
+}
+
+// +CMTI: "ME",7
+void take_arrival(string_view line)
+{
+    const report_header notice = cut_header(line);
+    memory* const one = memory_for(notice.columns[0]);
+    const int place = notice.count == 2 ? number_of(notice.columns[1]) : -1;
     if (one == nullptr)
         return; // the first look is still to come
     if (place < 0 || place >= most_places || text_of(one->name) == "MT")
         one->look = memory::due;
     else {
-        doubt_place(number_for(index_of(one), place));
+        doubt_place(number_for(*one, place));
         one->places[place] = wanted | announced;
     }
     // It works again, whatever failed before.
@@ -97,9 +93,7 @@ void take_arrival(string_view columns)
 
 void take_full(string_view line)
 {
-    const bool of_sim = line.find("\"SM\"") != string_view::npos;
-    const bool of_modem = line.find("\"ME\"") != string_view::npos;
-    memory* const one = memory_for(of_sim ? "SM" : of_modem ? "ME" : "");
+    memory* const one = memory_for(has(line, "\"SM\"") ? "SM" : has(line, "\"ME\"") ? "ME" : "");
     if (one == nullptr)
         return;
     one->told_full = true;
@@ -115,38 +109,35 @@ void take_notice(string_view line)
     take_full(line);
 }
 
+} // namespace
+
 void hear(string_view line)
 {
     constexpr string_view other_card[] = {
         "RDY",           "+CPIN: NOT READY", "+CPIN: NOT INSERTED",
         "+SIM: Removed", "+SIM DROP",        "^SIMST: 255"};
+    const bool is_other_card =
+        std::ranges::any_of(other_card, [&](string_view begin) { return line.starts_with(begin); });
+    // Somebody else's command: another memory, or other messages.
+    const bool is_other_command =
+        (has(line, "+CPMS=") || has(line, "+CMGD=")) && !line.ends_with(store.command);
     if (line.starts_with("AT+"))
         store.echoes = true; // of whatever command: an answer of the errand's has its own ahead
     if (line == "+CMS ERROR: 322")
         take_full(line);
-    for (const string_view begin : other_card)
-        if (line.starts_with(begin)) {
-            if (begin == "RDY" && store.mode != 0)
-                store.told = false;
-            forget_places();
-        }
-    // Somebody else's command: another memory, or other messages.
-    if ((line.find("+CPMS=") != string_view::npos || line.find("+CMGD=") != string_view::npos) &&
-        !line.ends_with(store.command))
+    if (line.starts_with("RDY") && store.mode != 0)
+        store.told = false;
+    if (is_other_card || is_other_command)
         forget_places();
     const auto result = final_in(line);
-    if (store.flow_says && result) {
-        store.flow_says = false;
+    if (result && std::exchange(store.flow_says, false))
         store.told = result->ok;
-    }
 }
 
 bool is_listening()
 {
     return store.mode != 0 || word_get(sms_reports_wanted) != 0 || store.asked != step::none;
 }
-
-} // namespace
 
 } // namespace kelo::storage
 
@@ -162,17 +153,6 @@ void sms_storage_hear(string_view line)
         take_notice(trimmed(line));
 }
 
-void sms_storage_line(gsm_mobile* rec, char* line)
-{
-    {
-        const lock_scope hold(storage_lock);
-        if (!is_listening())
-            return;
-        hear(line);
-    }
-    sms_errand_handler(rec, line);
-}
-
 bool sms_errand_owns(const char* line)
 {
     const string_view text = trimmed(line);
@@ -181,36 +161,32 @@ bool sms_errand_owns(const char* line)
         if (text.starts_with(begin))
             return true;
     // A piece of a line may be anything of ours: an end, an error, hexadecimal.
-    return text_has(line, "OK") || text_has(line, "ERROR") || (!text.empty() && is_hex(text[0]));
+    return has(text, "OK") || has(text, "ERROR") || text.find_first_of(hex_digits) == 0;
 }
 
 const char* sms_command_instead(const char* command)
 {
-    constexpr string_view direct = "+CNMI=2,2";
-    constexpr string_view stored = "+CNMI=2,1,0,1,0";
+    constexpr string_view direct = "+CNMI=2,2", direct_with_more = "+CNMI=2,2,";
+    constexpr char stored[] = "+CNMI=2,1,0,1,0";
     static char text[512]; // the mobile task's
     const string_view all = command == nullptr ? "" : command;
     const std::size_t at = all.find("+CNMI=");
     const lock_scope hold(storage_lock);
     if (store.mode == 0)
         return nullptr;
-    if (all.find("+CMGF=1") != string_view::npos)
+    if (has(all, "+CMGF=1"))
         store.pdu_mode = false;
     if (at == string_view::npos)
         return nullptr;
-    const string_view own = behind(all, at);
-    const string_view rest = behind(own, std::min(own.find(';'), own.size()));
-    store.flow_says = own.starts_with(stored);
-    const bool replaced =
-        own.starts_with(direct) &&
-        (own.size() == direct.size() || own[direct.size()] == ',' || own[direct.size()] == ';');
-    if (!replaced || at + stored.size() + rest.size() >= sizeof text)
+    const std::size_t end = std::min(all.find(';', at), all.size());
+    const string_view own = behind(all, at).substr(0, end - at);
+    const bool replaced = (own == direct || own.starts_with(direct_with_more)) &&
+                          all.size() - own.size() + sizeof stored <= sizeof text;
+    store.flow_says = replaced || own.starts_with(stored);
+    if (!replaced)
         return nullptr;
-    store.flow_says = true;
-    std::size_t length = all.copy(text, at);
-    length += stored.copy(text + length, stored.size());
-    length += rest.copy(text + length, rest.size());
-    text[length] = '\0';
+    std::snprintf(text, sizeof text, "%.*s%s%s", static_cast<int>(at), command, stored,
+                  command + end);
     return text;
 }
 

@@ -15,6 +15,18 @@ namespace
 {
 
 std::uint64_t reported[most_reported];
+std::size_t reports = 0;
+
+// Whether such a message came by a report; once for each report.
+bool take_reported(std::uint64_t digest)
+{
+    for (std::uint64_t& one : reported)
+        if (one == digest) {
+            one = 0;
+            return true;
+        }
+    return false;
+}
 
 } // namespace
 
@@ -38,49 +50,35 @@ void doubt_place(int number)
 {
     if (known_message* const here = known_at(number))
         here->number = -1;
-    memories[memory_of(number)].places[number % most_places] |= wanted;
+    place_at(number) |= wanted;
 }
 
-known_message* room_for_known()
+known_message* add_known(std::uint64_t digest)
 {
     known_message* oldest = nullptr;
     for (known_message& one : known)
         if (one.epoch != store.epoch && (oldest == nullptr || one.epoch < oldest->epoch))
             oldest = &one;
+    if (oldest != nullptr)
+        *oldest = {.digest = digest, .given = {}, .kept = take_reported(digest)};
     return oldest;
 }
 
-bool take_reported(std::uint64_t digest)
-{
-    for (std::uint64_t& one : reported)
-        if (one == digest) {
-            one = 0;
-            return true;
-        }
-    return false;
-}
-
-memory* home()
-{
-    return store.home < 0 ? nullptr : &memories[store.home];
-}
-
+// There is room for all that are asked for: "ME", "SM", and the one that was selected at first.
 memory* memory_named(string_view name)
 {
-    for (memory& one : memories) {
-        if (one.name[0] == '\0')
-            set_field(one.name, name);
-        if (text_of(one.name) == name)
-            return &one;
-    }
-    return nullptr;
+    memory* one = memories;
+    while (one + 1 < std::end(memories) && one->name[0] != '\0' && text_of(one->name) != name)
+        one++;
+    if (one->name[0] == '\0')
+        set_field(one->name, name);
+    return one;
 }
 
 memory* memory_for(string_view name)
 {
-    const bool by_name = name == "ME" || name == "SM";
-    const bool in_one = home() != nullptr && text_of(home()->name) == "MT";
-    return by_name && !in_one ? memory_named(name) : home();
+    const bool in_one = store.home != nullptr && text_of(store.home->name) == "MT";
+    return (name == "ME" || name == "SM") && !in_one ? memory_named(name) : store.home;
 }
 
 namespace
@@ -92,7 +90,7 @@ int places_known(const memory& one)
     for (const octet place : one.places)
         count += (place & left_alone) != 0 ? 1 : 0;
     for (const known_message& message : known)
-        if (message.epoch == store.epoch && memory_of(message.number) == index_of(&one))
+        if (message.epoch == store.epoch && memory_of(message.number) == &one)
             count++;
     return count;
 }
@@ -103,9 +101,10 @@ void forget_places()
 {
     if (++store.epoch == 0)
         store.epoch = 1;
-    store.asked = step::none;
+    if (store.asked != step::none)
+        store.asked = step::forgotten;
     store.pdu_mode = store.stale = false;
-    store.current = -1;
+    store.current = nullptr;
     store.doubted = store.failing = -1;
     store.failures = 0;
     store.not_before_ms = 0;
@@ -129,13 +128,14 @@ void take_size(memory& one, int used, int total)
     one.told_full = false;
 }
 
-const known_message* to_remove(int index)
+const known_message* to_remove(const memory& one)
 {
     if (store.mode != 2)
         return nullptr;
-    for (const known_message& one : known)
-        if (one.epoch == store.epoch && one.kept && !one.stuck && memory_of(one.number) == index)
-            return &one;
+    for (const known_message& message : known)
+        if (message.epoch == store.epoch && message.kept && !message.stuck &&
+            memory_of(message.number) == &one)
+            return &message;
     return nullptr;
 }
 
@@ -147,24 +147,35 @@ int first_wanted(const memory& one)
     return -1;
 }
 
+bool want_unless_known(memory& one, int place)
+{
+    octet& there = one.places[place];
+    if ((there & left_alone) != 0 || known_at(number_for(one, place)) != nullptr)
+        return false;
+    there |= wanted;
+    return true;
+}
+
 namespace
 {
 
 // Where no list is to be had, places are tried upward until as many are known as there are.
 void probe_on(memory& one)
 {
-    const int number = number_for(index_of(&one), 0);
+    if (one.probe >= 0 && places_known(one) >= one.used)
+        one.probe = -1;
     while (one.probe >= 0) {
-        if (one.probe > one.total || one.probe >= most_places || places_known(one) >= one.used) {
-            one.probe = -1;
-            return;
-        }
         const int place = one.probe++;
-        if ((one.places[place] & left_alone) == 0 && known_at(number + place) == nullptr) {
-            one.places[place] |= wanted;
+        if (place > one.total || place >= most_places)
+            one.probe = -1;
+        else if (want_unless_known(one, place))
             return;
-        }
     }
+}
+
+bool is_unread(const memory& one)
+{
+    return one.look != memory::rest || one.probe >= 0 || first_wanted(one) >= 0;
 }
 
 } // namespace
@@ -173,7 +184,7 @@ bool has_reading(memory& one)
 {
     if (one.look == memory::rest && first_wanted(one) < 0)
         probe_on(one);
-    return one.look != memory::rest || first_wanted(one) >= 0;
+    return is_unread(one);
 }
 
 } // namespace kelo::storage
@@ -192,12 +203,8 @@ int sms_storage_mode()
 bool sms_storage_has_more()
 {
     const lock_scope hold(storage_lock);
-    const auto unread = [](const memory& one) {
-        return one.name[0] != '\0' &&
-               (one.look != memory::rest || one.probe >= 0 || first_wanted(one) >= 0);
-    };
     return store.mode != 0 &&
-           (home() == nullptr || std::any_of(memories, std::end(memories), unread));
+           (store.home == nullptr || std::any_of(memories, std::end(memories), is_unread));
 }
 
 void sms_storage_forget()
@@ -205,7 +212,7 @@ void sms_storage_forget()
     const lock_scope hold(storage_lock);
     store.told = store.flow_says = false;
     store.tellings = 0;
-    store.open = false;
+    store.asked = step::none;
     forget_places();
 }
 
@@ -213,7 +220,7 @@ void sms_storage_reported(string_view pdu)
 {
     const lock_scope hold(storage_lock);
     if (store.mode != 0)
-        reported[store.reports++ % most_reported] = digest_of(trimmed(pdu));
+        reported[reports++ % most_reported] = digest_of(trimmed(pdu));
 }
 
 void sms_storage_kept(sms_place place)
@@ -247,11 +254,11 @@ int kelo_get_sms_storage(int* used, int* total)
     if (refused_in_fork(__func__))
         return 0;
     const lock_scope hold(storage_lock);
-    if (home() == nullptr || home()->used < 0)
+    if (store.home == nullptr || store.home->used < 0)
         return 0;
     if (used != nullptr)
-        *used = home()->used;
+        *used = store.home->used;
     if (total != nullptr)
-        *total = home()->total;
+        *total = store.home->total;
     return 1;
 }

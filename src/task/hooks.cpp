@@ -50,7 +50,6 @@ bool before_command(gsm_mobile* rec, const at_info* at, bool custom)
     if (!custom && !at_may_go(at))
         return false;
     sms_command_goes_out();
-    sms_other_command();
     if (sends_message(at) && (custom || at->cmd != nullptr))
         sms_send_begins(rec);
     return true;

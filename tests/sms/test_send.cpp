@@ -231,3 +231,50 @@ TEST(SmsSend, PromptBehindAReport)
     cur_at_list = nullptr;
     at_info_free(at);
 }
+
+// Catches: a message cut where the modem takes no more for a while, whose end draws the commands
+// behind it into it.
+TEST(SmsSend, BodyGoesOutInAsManyWritesAsItTakes)
+{
+    modem_port port;
+    const captured said;
+    const auto is_short = [&] { return said.has("short write, "); };
+    std::string heard;
+    std::thread modem([&] {
+        EXPECT_TRUE(wait_until(is_short));
+        usleep(300000); // meanwhile the rest has no room at all
+        heard = port.heard(2000);
+    });
+    const std::string body(1000, 'b');
+    std::string written;
+    while (!is_short() && written.size() < 1000 * body.size()) {
+        EXPECT_EQ(write_sms_msg(&g_mobile, body.c_str()), 0);
+        written += body + "\x1a\r\n";
+    }
+    modem.join();
+    EXPECT_TRUE(heard == written) << heard.size() << " of " << written.size();
+}
+
+// Catches: a modem that waits on for a body which the port did not take, and a message lost by it.
+TEST(SmsSend, BodyWithoutRoomIsTakenBack)
+{
+    int ends[2];
+    ASSERT_EQ(pipe2(ends, O_NONBLOCK | O_CLOEXEC), 0);
+    // As small as it can be, and full but for one byte: what is longer goes in whole or not at all.
+    const std::string full(static_cast<std::size_t>(fcntl(ends[1], F_SETPIPE_SZ, 1)) - 1, '.');
+    ASSERT_EQ(write(ends[1], full.data(), full.size()), static_cast<ssize_t>(full.size()));
+    g_mobile.fd = ends[1];
+    text_set(g_mobile.sms_text, "0011");
+    queue("a", 1, 1);
+    const captured quiet;
+    for (const char* const taken : {"\x1b", "0011\x1a\r\n"}) {
+        ASSERT_NE(sms_send_next(monotonic_ms()), nullptr); // the same again
+        sms_send_begins(&g_mobile);
+        sms_watch_prompt(&g_mobile, "> ");
+        std::string all(full.size() + 10, '.');
+        EXPECT_GT(read(ends[0], all.data(), all.size()), 0);
+        std::erase(all, '.');
+        EXPECT_EQ(all, taken);
+    }
+    g_mobile.fd = -1;
+}

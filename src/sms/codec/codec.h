@@ -79,6 +79,8 @@ inline std::string_view behind(std::string_view text, std::size_t at)
 using pdu_text = made<char, 1024>;
 using unpacked_text = made<octet, 320 + 320 / 7>; // of the most octets that are unpacked at once
 
+constexpr std::string_view hex_digits = "0123456789ABCDEFabcdef";
+
 // Digits beyond the end of the text count as 0.
 octet hex_octet(std::string_view text, std::size_t index);
 void gsm_hex_to_octets(std::span<octet> out, std::string_view text);
@@ -114,6 +116,16 @@ char16_t gsm7_extended(octet code);    // behind the escape; 0 for none
 int gsm7_code(char32_t character);     // the septet, or 0x1B00 and the code; -1 for none
 
 // ---- UCS-2 and UTF-8 (unicode.cpp)
+
+// A character in UTF-16, big endian: a unit of two octets, or a pair of them.
+inline made<octet, 4> utf16_of(char32_t c)
+{
+    if (c <= 0xFFFF)
+        return {{octet(c >> 8), octet(c)}, 2};
+    const char32_t high = 0xD800 + ((c - 0x10000) >> 10);
+    const char32_t low = 0xDC00 + (c & 0x3FF);
+    return {{octet(high >> 8), octet(high), octet(low >> 8), octet(low)}, 4};
+}
 
 // UTF-16, big endian, into UTF-8 without a mark at its head, terminated; half a pair becomes
 // U+FFFD. Gives the bytes written.
@@ -275,9 +287,6 @@ struct status_report {
     int status = 0;
 };
 std::optional<status_report> sms_read_status_report(std::string_view pdu);
-
-// Whether a PDU behind its service centre is a status report; none for what is neither.
-std::optional<bool> sms_is_status_report(std::string_view pdu);
 
 enum kelo_sms_delivery sms_delivery(int status); // 23.040 9.2.3.15
 

@@ -56,25 +56,22 @@ struct submit_data {
             octets[at + 1] = static_cast<octet>(septet >> (8 - shift));
         length++;
     }
-    void put_unit(char32_t unit)
+    void put_utf16(char32_t character)
     {
-        full |= length + 2 > user_data_octets;
+        const auto units = utf16_of(character);
+        full |= length + units.count > user_data_octets;
         if (full)
             return;
-        octets[length++] = static_cast<octet>(unit >> 8);
-        octets[length++] = static_cast<octet>(unit);
+        std::copy_n(units.items, units.count, octets + length);
+        length += units.count;
     }
     void put(char32_t character, bool gsm7)
     {
-        if (gsm7 && gsm7_code(character) > 0x7F)
+        if (!gsm7)
+            return put_utf16(character);
+        if (gsm7_code(character) > 0x7F)
             put_septet(gsm7_escape);
-        if (gsm7)
-            return put_septet(gsm7_code(character) & 0x7F);
-        if (character > 0xFFFF) {
-            put_unit(0xD800 + ((character - 0x10000) >> 10));
-            character = 0xDC00 + (character & 0x3FF);
-        }
-        put_unit(character);
+        put_septet(gsm7_code(character) & 0x7F);
     }
 };
 

@@ -54,7 +54,7 @@ std::optional<pdu_octets> octets_of(std::string_view pdu)
     pdu_octets octets;
     octets.all.count = pdu.size() / 2;
     if (octets.all.count > longest_pdu ||
-        pdu.find_first_not_of("0123456789ABCDEFabcdef") != std::string_view::npos)
+        pdu.find_first_not_of(hex_digits) != std::string_view::npos)
         return std::nullopt;
     gsm_hex_to_octets({octets.all.items, octets.all.count}, pdu);
     return octets;
@@ -299,18 +299,6 @@ std::optional<status_report> sms_read_status_report(std::string_view pdu)
     if (in->ended || type_of(first) != message_type::status_report)
         return std::nullopt;
     return report;
-}
-
-std::optional<bool> sms_is_status_report(std::string_view pdu)
-{
-    auto in = octets_of(pdu);
-    if (!in)
-        return std::nullopt;
-    in->take(in->take_octet());
-    const octet first = in->take_octet();
-    if (in->ended || type_of(first) == message_type::submit)
-        return std::nullopt;
-    return type_of(first) == message_type::status_report;
 }
 
 // The second of each two blocks is the service centre's own, and means what the first does. What is
