@@ -1,6 +1,7 @@
 // Records of modems in the field, each played back to kelo-host: what it comes to has to be what
 // stands beside the record, and the ways there that lasted for a while. A further one is a further
-// pair of files: NAME.record by `kelo-host --record`, NAME.json by hand.
+// pair of files: NAME.record by `kelo-host --record`, NAME.json by hand. make-records makes them
+// anew.
 #include "tests/e2e/story.h"
 
 #include <filesystem>
