@@ -43,6 +43,9 @@ foreach(program kelo-host kelo-emulator)
     install(TARGETS ${program} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
   endif()
 endforeach()
+if(TARGET kelo-host)
+  install(DIRECTORY packaging/monitoring DESTINATION ${CMAKE_INSTALL_DATADIR}/kelo COMPONENT tools)
+endif()
 if(TARGET kelo-emulator) # it looks for them from the place of the program
   install(DIRECTORY emulator/dialogues/ DESTINATION ${CMAKE_INSTALL_DATADIR}/kelo/dialogues COMPONENT tools
     FILES_MATCHING PATTERN "*.dlg" PATTERN "*.inc")
