@@ -45,6 +45,9 @@ foreach(program kelo-host kelo-ctl kelo-emulator)
       DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
   endif()
 endforeach()
+if(TARGET kelo-host)
+  install(DIRECTORY packaging/monitoring DESTINATION ${CMAKE_INSTALL_DATADIR}/kelo COMPONENT tools)
+endif()
 if(TARGET kelo-emulator) # it looks for them from the place of the program
   install(DIRECTORY emulator/dialogues/ DESTINATION ${CMAKE_INSTALL_DATADIR}/kelo/dialogues COMPONENT tools
     FILES_MATCHING PATTERN "*.dlg" PATTERN "*.inc")
