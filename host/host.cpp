@@ -287,6 +287,8 @@ void host::pass(clock::time_point now)
     if (const std::string fault = pass_recording(); !fault.empty())
         display_.say(printable(fault));
     show_status(read(now));
+    history_.add(status_, now);
+    metrics_file_.pass(now, [this] { return metrics(metrics_format::text); });
     reached_ = goal_ != nullptr && goal_->holds();
 }
 
@@ -297,6 +299,56 @@ void host::show_status(json_value status)
     watcher_.look(status);
     display_.update(status, seconds());
     status_ = std::move(status);
+}
+
+json_value host::open_to_all(const json_value& object) const
+{
+    return options_.show_private ? object : masked(object);
+}
+
+std::string host::metrics(metrics_format format) const
+{
+    kelo_figures figures{};
+    kelo_get_figures(&figures, sizeof figures);
+    const json_value status = open_to_all(status_);
+    return metrics_text({status, figures, counts_, read_process(seconds())}, format);
+}
+
+http_source host::pages()
+{
+    return {.status =
+                [this] {
+                    json_value status = status_;
+                    status["figures"] = read_figures(counts_, seconds());
+                    return stamped("status", open_to_all(status));
+                },
+            .figures = [this] { return stamped("figures", read_figures(counts_, seconds())); },
+            .history =
+                [this] {
+                    const json_value empty = json_value::object();
+                    std::string head = to_text(stamped("history", empty));
+                    head.pop_back();
+                    return head + ",\"fields\":" + sample_fields +
+                           ",\"samples\":" + history_.text(clock::now()) + "}";
+                },
+            .metrics = [this](metrics_format format) { return metrics(format); }};
+}
+
+bool host::open_http()
+{
+    if (options_.http.length == 0)
+        return true;
+    const std::string fault = http_.open(options_.http);
+    if (!fault.empty()) {
+        display_.say("--http: " + fault);
+        return false;
+    }
+    display_.say("listening on " + http_.url());
+    feed_.follow([this](const json_value& happening) {
+        if (http_.has_followers())
+            http_.tell(open_to_all(happening));
+    });
+    return true;
 }
 
 bool host::is_over(clock::time_point now) const
@@ -344,6 +396,8 @@ int host::run()
         feed_.follow([this](const json_value& happening) {
             display_.show(options_.show_private ? happening : masked(happening));
         });
+    if (!open_http())
+        return exit_usage;
     start_log({.fd = display_.log_descriptor(),
                .most = static_cast<kelo_log_level>(options_.log_level.value_or(KELO_LOG_DEBUG)),
                .show_private = options_.show_private});
@@ -387,6 +441,7 @@ int host::run()
     take_results();
     if (!options_.spool.empty())
         spool_.pass(clock::now());
+    metrics_file_.remove();
     display_.finish(status_, seconds());
     if (outgoing_.busy())
         display_.say("stopped with a message not known to be sent");

@@ -7,8 +7,11 @@
 #include "host/feed.h"
 #include "host/figures.h"
 #include "host/happenings.h"
+#include "host/history.h"
+#include "host/http.h"
 #include "host/loop.h"
 #include "host/messages.h"
+#include "host/metrics_file.h"
 #include "host/news.h"
 #include "host/options.h"
 #include "host/reasons.h"
@@ -36,7 +39,8 @@ class host
 
     host(const host_options& options, const cellular_setting& settings)
         : options_(options), settings_(settings), display_(options.json, options.show_private),
-          news_(say_, feed_), spool_(say_), outgoing_(say_), mqtt_(say_, feed_), gps_(say_, feed_)
+          news_(say_, feed_), spool_(say_), outgoing_(say_), mqtt_(say_, feed_), gps_(say_, feed_),
+          metrics_file_(options.metrics_file, say_), http_(loop_.base(), pages())
     {
     }
 
@@ -63,6 +67,10 @@ class host
     bool is_over(clock::time_point now) const;
     json_value read(clock::time_point now);
     void show_status(json_value status);
+    bool open_http();
+    http_source pages();
+    std::string metrics(metrics_format format) const;
+    json_value open_to_all(const json_value& object) const;
     template <typename news_item> void tell(const char* type, const news_item& one);
     long seconds() const
     {
@@ -91,6 +99,9 @@ class host
     clock::time_point next_report_{};
     const clock::time_point begun_ = clock::now();
     message_counts counts_;
+    history history_;
+    metrics_file metrics_file_;
+    http_server http_;
     int mode_ = settings_.net_mode;
     const goal* const goal_ = goal_named(options_.until);
     bool reached_ = false, profile_told_ = false, unknown_told_ = false;

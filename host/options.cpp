@@ -133,10 +133,10 @@ std::optional<int> parse_options(int argc, const char* const* argv, host_options
         "With --sms or --gps, and without --seconds, --commands, --mqtt and --spool, it ends when "
         "they are done.\n"
         "Exit status: 0 done, 1 the modem never told its model (or --check-profiles or "
-        "--check-device found something), 2 bad arguments, a bad file, or a spool that can't be "
-        "used, 3 a message was not known to be sent, or no position was found. With --until, when "
-        "it does not come to that: 10 for a reason of the port, 11 of the module, 12 of the SIM, "
-        "13 of the network, 14 of the link.");
+        "--check-device found something), 2 bad arguments, a bad file, or a spool or an address "
+        "that can't be used, 3 a message was not known to be sent, or no position was found. With "
+        "--until, when it does not come to that: 10 for a reason of the port, 11 of the module, 12 "
+        "of the SIM, 13 of the network, 14 of the link.");
     app.get_formatter()->column_width(30);
 
     app.add_option("--seconds", options.seconds,
@@ -217,6 +217,18 @@ std::optional<int> parse_options(int argc, const char* const* argv, host_options
     app.add_flag("--json", options.json,
                  "One JSON object per change and happening on standard output (docs/json.md); the "
                  "library's own lines go to standard error");
+    app.add_option_function<std::string>(
+        "--http",
+        [&options](const std::string& text) {
+            const std::string fault = parse_http_address(text, options.http);
+            if (!fault.empty())
+                throw CLI::ValidationError("--http", fault);
+        },
+        "ADDRESS:PORT, or PORT of 127.0.0.1, for a page, /status, /events, /metrics and /healthz; "
+        "read-only, and without a password: for trusted networks alone");
+    app.add_option("--metrics-file", options.metrics_file,
+                   "File that is kept up to date with the metrics, for node_exporter's textfile "
+                   "collector: its name ends in .prom");
     app.add_option("--check-profiles", options.check_profiles,
                    "Check a folder of modem profile files, and do nothing else");
 

@@ -1,6 +1,8 @@
 // The command line.
 #pragma once
 
+#include "host/http.h"
+
 #include <kelo/mqtt.h>
 #include <kelo/settings.h>
 
@@ -37,6 +39,8 @@ struct host_options {
     unsigned int pin_tries = 3;
     std::string custom_file;
     bool plain = false;         // ask for no figures beside the flows
+    http_address http;          // length 0: none
+    std::string metrics_file;   // for node_exporter; empty: none
     std::string until;          // a goal to end at; empty: none
     std::string check_profiles; // folder to check instead of running
     bool check_device = false;  // the same
