@@ -226,10 +226,10 @@ std::optional<std::u32string> points_of(std::string_view hex)
         if (error != std::errc{} || stop != end || is_low != (high != 0))
             return std::nullopt;
         if (is_low)
-            points += 0x10000 + ((high - 0xd800) << 10) + (unit - 0xdc00);
+            points.push_back(0x10000 + ((high - 0xd800) << 10) + (unit - 0xdc00));
         high = unit >= 0xd800 && unit <= 0xdbff ? unit : 0;
         if (high == 0 && !is_low)
-            points += unit;
+            points.push_back(unit);
     }
     return high == 0 ? std::optional(points) : std::nullopt;
 }
