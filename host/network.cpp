@@ -3,12 +3,11 @@
 #include <kelo/questions.h>
 
 #include <algorithm>
-#include <cctype>
 #include <charconv>
 #include <cstdio>
 #include <iterator>
 #include <optional>
-#include <vector>
+#include <span>
 
 namespace kelo_host
 {
@@ -18,32 +17,24 @@ namespace
 
 // ---- What is asked. Each answer is read, and costs less than a second.
 
+constexpr const char* of_quectel[] = {"AT+CSQ", "AT+QNWINFO", "AT+QENG=\"servingcell\""};
+constexpr const char* of_quectel_umts[] = {"AT+CSQ", "AT+QNWINFO"};
+constexpr const char* of_longsung[] = {"AT+CSQ", "AT+PSRAT"};
+constexpr const char* of_telit[] = {"AT+CSQ", "AT#RFSTS"};
+constexpr const char* of_huawei[] = {"AT+CSQ", "AT^HCSQ?"};
+constexpr const char* of_unisoc[] = {"AT+CSQ",
+                                     "AT+COPS=3,2;+COPS?;+COPS=3,0"}; // names again behind it
+constexpr const char* of_any[] = {"AT+CSQ"};
+
 struct question_row {
     const char* model; // its beginning
-    std::vector<const char*> commands;
+    std::span<const char* const> commands;
 };
-const std::vector<question_row>& question_rows()
-{
-    static const std::vector<const char*> of_quectel = {"AT+CSQ", "AT+QNWINFO",
-                                                        "AT+QENG=\"servingcell\""};
-    // The operator's code, and names again for whoever asks next.
-    constexpr const char* code = "AT+COPS=3,2;+COPS?;+COPS=3,0";
-    static const std::vector<question_row> rows = {
-        {"EC", of_quectel},
-        {"EG", of_quectel},
-        {"EP", of_quectel},
-        {"RM", of_quectel},
-        {"RG", of_quectel},
-        {"UC", {"AT+CSQ", "AT+QNWINFO"}},
-        {"U9300C", {"AT+CSQ", "AT+PSRAT"}},
-        {"E9720", {"AT+CSQ", "AT+PSRAT"}},
-        {"LE910", {"AT+CSQ", "AT#RFSTS"}},
-        {"MH5000", {"AT+CSQ", "AT^HCSQ?"}},
-        {"V1.0.1-B7", {"AT+CSQ", code}},
-        {"", {"AT+CSQ"}},
-    };
-    return rows;
-}
+constexpr question_row question_rows[] = {
+    {"EC", of_quectel},  {"EG", of_quectel},      {"EP", of_quectel},       {"RM", of_quectel},
+    {"RG", of_quectel},  {"UC", of_quectel_umts}, {"U9300C", of_longsung},  {"E9720", of_longsung},
+    {"LE910", of_telit}, {"MH5000", of_huawei},   {"V1.0.1-B7", of_unisoc}, {"", of_any},
+};
 
 // ---- The serving cell
 
@@ -235,10 +226,10 @@ std::optional<std::u32string> points_of(std::string_view hex)
         if (error != std::errc{} || stop != end || is_low != (high != 0))
             return std::nullopt;
         if (is_low)
-            points += 0x10000 + ((high - 0xd800) << 10) + (unit - 0xdc00);
+            points.push_back(0x10000 + ((high - 0xd800) << 10) + (unit - 0xdc00));
         high = unit >= 0xd800 && unit <= 0xdbff ? unit : 0;
         if (high == 0 && !is_low)
-            points += unit;
+            points.push_back(unit);
     }
     return high == 0 ? std::optional(points) : std::nullopt;
 }
@@ -270,7 +261,7 @@ void ask_for_figures(std::string_view model, bool low_power)
 {
     constexpr int often_s = 15;
     constexpr int rarely_s = 600; // each wakes the modem
-    for (const question_row& row : question_rows()) {
+    for (const question_row& row : question_rows) {
         if (!model.starts_with(row.model))
             continue;
         kelo_set_questions(row.commands.data(), static_cast<int>(row.commands.size()),
@@ -297,9 +288,9 @@ void add_network(json_value& status, const gsm_mobile& mobile)
                                   : served && mobile.mcc > 0 ? plmn_text(mobile.mcc, mobile.mnc)
                                                              : "");
     status["technology"] = technology(mobile);
-    status["5g"] = mobile.is5g == 2   ? json_value("SA")
-                   : mobile.is5g == 1 ? json_value("NSA")
-                                      : json_value(nullptr);
+    const bool was_5g = served && cell_is != generation::nr; // the record forgets it with a flow
+    status["5g"] = was_5g || mobile.is5g == 0 ? json_value(nullptr)
+                                              : json_value(mobile.is5g == 2 ? "SA" : "NSA");
     status["area"] = text_or_null(mobile.lac);
     char cell[20] = "";
     const long long whole = libgsm_get_cid64(); // a 5G cell has 36 bits

@@ -1,3 +1,4 @@
+#include "host/happenings.h"
 #include "host/services.h"
 #include "host/settings_file.h"
 #include "tests/host/fakes.h"
@@ -105,6 +106,23 @@ TEST_F(Services, ChangedSettingsReachTheLibraryOnceAndTheModeWhenItChanged)
         EXPECT_EQ(set_settings(settings, line), "");
         EXPECT_EQ(apply_change(before, settings, mode), std::strstr(calls, "restart") != nullptr);
         EXPECT_EQ(std::exchange(fake.log, ""), calls) << line;
+    }
+}
+
+// Catches: a figure that is none, or on no globe, told as one.
+TEST(Position, OfWhateverColumns)
+{
+    const std::pair<const char*, const char*> rows[] = {
+        {"061951.0,31.22415,-121.35479,0.7,62.2,3,0.00,1.5,0.8,110524,09",
+         R"(31.22415,-121.35479,62.2,0.7,3,0.0,1.5,9,"2024-05-11T06:19:51Z")"},
+        {"251951.0,91,nan,inf,1e9,4,-1,x,,110524,", "null,null,null,null,null,null,null,null,null"},
+        {"0619,3113.4493N,12121.2878E", "null,null,null,null,null,null,null,null,null"},
+        {"", "null,null,null,null,null,null,null,null,null"}};
+    for (const auto& [columns, told] : rows) {
+        std::string text;
+        for (const json_value& value : position_of(columns))
+            text += (text.empty() ? "" : ",") + value.dump();
+        EXPECT_EQ(text, told) << columns;
     }
 }
 
