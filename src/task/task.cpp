@@ -109,7 +109,6 @@ const char* next_asked(at_info& errand)
     const char* const command = ask_next(errand.timeout);
     if (command != nullptr) {
         sms_command_goes_out();
-        sms_other_command();
         errand.handler = asked_line;
     }
     return command;
