@@ -405,9 +405,8 @@ void control::answer_waiting(const std::function<const char*(const waiter&, json
 void control::take_answers()
 {
     kelo_answer one{};
-    std::string text(KELO_ANSWER_LONGEST + 1, '\0');
-    while (kelo_take_answer(&one, sizeof one, text.data(), text.size()) == 1) {
-        text.resize(static_cast<size_t>(one.length));
+    char text[KELO_ANSWER_LONGEST + 1];
+    while (kelo_take_answer(&one, sizeof one, text, sizeof text) == 1)
         answer_waiting([&](const waiter& each, json_value& fields) -> const char* {
             if (each.command.verb != command_verb::at || each.number != one.number)
                 return nullptr;
@@ -415,12 +414,9 @@ void control::take_answers()
             fields["last"] = one.last;
             fields["end"] = kelo_ask_end_name(one.end);
             fields["cut"] = one.cut != 0;
-            return one.end == KELO_ASK_OK ? ""
-                   : *one.last != '\0'    ? one.last
-                                          : kelo_ask_end_name(one.end);
+            const char* const why = *one.last != '\0' ? one.last : kelo_ask_end_name(one.end);
+            return one.end == KELO_ASK_OK ? "" : why;
         });
-        text.resize(KELO_ANSWER_LONGEST + 1);
-    }
 }
 
 void control::pass()

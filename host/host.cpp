@@ -1,5 +1,6 @@
 #include "host/host.h"
 
+#include "host/control_path.h"
 #include "host/log.h"
 #include "host/network.h"
 #include "host/private.h"
@@ -229,7 +230,8 @@ void host::reread()
 json_value host::asked_status(clock::time_point now)
 {
     json_value status = status_.is_null() ? read(now) : status_;
-    status["meaning"] = row_of(kelo_get_reason()).meaning;
+    const reason_row* const why = row_of(std::string(status["reason"]));
+    status["meaning"] = why != nullptr ? why->meaning : "";
     status["running_s"] = seconds();
     return status;
 }
@@ -423,12 +425,12 @@ std::string host::open_control()
 {
     if (!options_.control)
         return "";
-    const bool asked =
-        options_.control_path != default_control_path || !options_.control_group.empty();
-    if (!asked)
-        mkdir(std::filesystem::path(options_.control_path).parent_path().c_str(), 0755);
-    const std::string fault =
-        control_.open(loop_, feed_, options_.control_path, options_.control_group);
+    const bool asked = !options_.control_path.empty() || !options_.control_group.empty();
+    const std::filesystem::path path =
+        options_.control_path.empty() ? default_control_path : options_.control_path;
+    if (path == default_control_path)
+        mkdir(path.parent_path().c_str(), 0755);
+    const std::string fault = control_.open(loop_, feed_, path, options_.control_group);
     if (fault.empty() || asked)
         return fault.empty() ? "" : "no control socket: " + fault;
     display_.say("no control socket: " + printable(fault) +

@@ -1,6 +1,7 @@
 #include "host/options.h"
 
 #include "host/commands.h"
+#include "host/control_path.h"
 #include "host/settings_file.h"
 
 #include <CLI/CLI.hpp>

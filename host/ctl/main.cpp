@@ -1,4 +1,5 @@
 // kelo-ctl: asks the kelo-host that runs on this device, by its control socket.
+#include "host/control_path.h"
 #include "host/ctl/client.h"
 #include "host/text.h"
 
@@ -26,7 +27,7 @@ struct request {
 };
 
 struct arguments {
-    std::string socket = "/run/kelo/host.sock";
+    std::string socket = kelo_host::default_control_path;
     bool json = false, show_private = false, no_wait = false;
     std::string number, text, command;
     std::vector<std::string> settings;
@@ -284,7 +285,8 @@ int main(int argc, char** argv)
     request wanted;
     app.require_subcommand(1);
     app.add_option("--socket", given.socket,
-                   "The control socket of the host (default /run/kelo/host.sock)");
+                   std::string("The control socket of the host (default ") +
+                       kelo_host::default_control_path + ")");
     app.add_flag("--json", given.json, "Show the host's answer as it came");
     app.add_flag("--private", given.show_private,
                  "Do not mask identities, telephone numbers and positions");

@@ -5,6 +5,7 @@
 #include <kelo/settings.h>
 
 #include <cstring>
+#include <map>
 
 using namespace kelo_story;
 
@@ -152,5 +153,65 @@ TEST_F(Story, AReportOfDeliveryFindsItsMessage)
         EXPECT_EQ(report.state, KELO_SMS_DELIVERED);
     }
     EXPECT_EQ(modem.count("AT+CNMI=2,2,0,1,0"), 1u);
+    kelo_deinit_cellular();
+}
+
+// Catches: a command of the host's that falls into a message, a flow or the storage's turn, that
+// gets an answer of theirs, or costs one of them its own.
+TEST_F(Story, CommandsOfTheHostGoBetweenMessagesFlowsAndTheStorage)
+{
+    plug("RM500Q", {{"prompt_ms", "30"}, {"cmgs_ms", "50"}});
+    static cellular_setting settings = {};
+    kelo_set_sms_storage(2);
+    kelo_init_cellular(&settings, 0);
+    ASSERT_TRUE(eventually([] { return mobile_is_ready() != 0; }, within(20s)));
+    EXPECT_EQ(kelo_ask("AT+CMGS=\"1\"", 0), KELO_ASK_UNFIT);
+    constexpr const char* commands[] = {"AT+CSQ", "ATI", "AT+NONE"};
+    std::map<int, std::string> asked;
+    int sent = 0, stored = 0, answered = 0, wrong = 0;
+    const auto go_on = [&] {
+        for (int i = 0; i < 3; i++)
+            if (const int number = kelo_ask(commands[i], 5); number > 0)
+                asked[number] = commands[i];
+        kelo_answer answer;
+        char lines[KELO_ANSWER_LONGEST + 1];
+        while (kelo_take_answer(&answer, sizeof answer, lines, sizeof lines) == 1) {
+            const std::string command = asked[answer.number];
+            const std::string what = std::string(lines) + "/" + answer.last;
+            answered++;
+            if (answer.end == KELO_ASK_PORT_LOST || answer.end == KELO_ASK_NOT_SENT)
+                continue;
+            const bool right = command == "AT+CSQ" ? what.find("+CSQ: ") != what.npos
+                               : command == "ATI"  ? what.find("RM500Q") != what.npos
+                                                   : answer.end == KELO_ASK_ERROR;
+            wrong += !right;
+            EXPECT_TRUE(right) << command << ": " << kelo_ask_end_name(answer.end) << " " << what;
+        }
+        for (kelo_sms_result result; kelo_take_sms_result(&result, sizeof result) == 1;)
+            sent += result.state == KELO_SMS_SENT;
+        kelo_message message;
+        while (kelo_take_message(&message, sizeof message, lines, sizeof lines) == 1)
+            stored++;
+    };
+    for (int i = 0; i < 6; i++) {
+        EXPECT_GT(kelo_send_sms("+491511", text_of_parts(i, 2).c_str(), nullptr), 0);
+        order("sms text +4930 hello");
+        if (i == 3)
+            cellular_reload();
+        for (int times = 0; times < 20; times++) {
+            go_on();
+            quiet(200ms);
+        }
+    }
+    EXPECT_TRUE(eventually(
+        [&] {
+            go_on();
+            return sent == 6 && stored == 6;
+        },
+        within(60s)))
+        << sent << " sent, " << stored << " stored";
+    EXPECT_GT(answered, 20);
+    EXPECT_EQ(wrong, 0);
+    EXPECT_EQ(modem.sent_messages().size(), 12u);
     kelo_deinit_cellular();
 }
