@@ -17,10 +17,9 @@ constexpr const char* action_names[] = { // by enum kelo_action
 
 json_value action_of(const kelo_figures& figures)
 {
-    if (figures.action <= KELO_ACTION_NONE ||
-        static_cast<size_t>(figures.action) >= std::size(action_names))
-        return nullptr;
-    return {{"name", action_names[figures.action]}, {"in_s", figures.action_in_s}};
+    const char* const name = action_name(figures.action);
+    return name == nullptr ? json_value(nullptr)
+                           : json_value{{"name", name}, {"in_s", figures.action_in_s}};
 }
 
 json_value json_of(const message_counts& counts)
@@ -67,6 +66,13 @@ void count(message_counts& counts, const kelo_sms_report& report)
 {
     counts.delivered += report.state == KELO_SMS_DELIVERED;
     counts.undelivered += report.state == KELO_SMS_UNDELIVERED;
+}
+
+const char* action_name(int action)
+{
+    return action <= KELO_ACTION_NONE || static_cast<size_t>(action) >= std::size(action_names)
+               ? nullptr
+               : action_names[action];
 }
 
 json_value read_figures(const message_counts& counts, long seconds)

@@ -19,6 +19,9 @@ struct message_counts {
 void count(message_counts& counts, const kelo_sms_result& result);
 void count(message_counts& counts, const kelo_sms_report& report);
 
+// The name of an enum kelo_action, or null for none and for one of a later library.
+const char* action_name(int action);
+
 // One object of named numbers; null for what is not known. `seconds` since the start.
 json_value read_figures(const message_counts& counts, long seconds);
 

@@ -1,13 +1,17 @@
 #include "host/host.h"
 
 #include "host/log.h"
+#include "host/network.h"
+#include "host/private.h"
 #include "host/record.h"
 #include "host/settings_file.h"
 
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <poll.h>
 #include <spawn.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -103,11 +107,17 @@ void host::say_what_device_lacks()
             display_.say(line_of(one));
 }
 
-// Once each: a module that has no flow, or no profile, does less than its owner thinks.
+// What it is asked for goes by its model. The rest once each: a module that has no flow, or no
+// profile, does less than its owner thinks.
 void host::tell_module()
 {
     gsm_mobile mobile{};
-    if (!profile_told_ && kelo_copy_mobile(&mobile) && mobile.model[0] != '\0') {
+    const bool told = kelo_copy_mobile(&mobile) && mobile.model[0] != '\0';
+    if (told && !options_.plain && asked_model_ != mobile.model) {
+        asked_model_ = mobile.model;
+        ask_for_figures(asked_model_, options_.low_power != 0);
+    }
+    if (told && !profile_told_) {
         profile_told_ = true;
         const std::string fault = profile_fault(device_paths().profiles, mobile.model);
         if (!fault.empty())
@@ -186,7 +196,7 @@ template <typename news_item> void host::tell(const char* type, const news_item&
     display_.show(lines_of(one));
 }
 
-bool host::send(const std::string& number, const std::string& text)
+int host::send(const std::string& number, const std::string& text)
 {
     kelo_sms_options options{};
     options.size = sizeof options;
@@ -195,12 +205,14 @@ bool host::send(const std::string& number, const std::string& text)
         options.validity = *options_.sms_validity;
     options.report = options_.sms_report;
     options.flash = options_.sms_flash;
-    return outgoing_.add(number, text, options) > 0;
+    return outgoing_.add(number, text, options);
 }
 
 std::string host::change(const cellular_setting& settings)
 {
     const bool restart = apply_change(settings_, settings, mode_);
+    if (!changed_settings(settings_, settings).empty())
+        feed_.tell("settings", settings_of(settings_, settings, restart));
     settings_ = settings;
     return restart ? "new settings: the modem task restarts" : "new settings are in use";
 }
@@ -212,6 +224,22 @@ void host::reread()
     for (const std::string& error : errors)
         display_.say(printable(error));
     display_.say(errors.empty() ? change(settings) : "the settings stay as they were");
+}
+
+json_value host::asked_status(clock::time_point now)
+{
+    json_value status = status_.is_null() ? read(now) : status_;
+    status["meaning"] = row_of(kelo_get_reason()).meaning;
+    status["running_s"] = seconds();
+    return status;
+}
+
+reply host::ask(const user_command& command) const
+{
+    if (!options_.allow_at)
+        return {false, "AT commands are not allowed: start kelo-host with --allow-at"};
+    const int number = kelo_ask(command.text.c_str(), static_cast<unsigned>(command.timeout_s));
+    return number > 0 ? reply{true, "", number} : reply{false, kelo_ask_fault_text(number)};
 }
 
 reply host::act(const user_command& command, clock::time_point now)
@@ -226,7 +254,7 @@ reply host::act(const user_command& command, clock::time_point now)
                 "SIM " + std::to_string(command.sim) + " is asked for: the modem task restarts"};
     case command_verb::set: {
         cellular_setting settings = settings_;
-        const std::string error = set_settings(settings, command.text);
+        const std::string error = set_settings(settings, command.settings);
         return error.empty() ? reply{true, change(settings)}
                              : reply{false, "set: " + printable(error)};
     }
@@ -236,15 +264,28 @@ reply host::act(const user_command& command, clock::time_point now)
     case command_verb::reload:
         return cellular_reload() == 0 ? reply{true, "the reload flow runs"}
                                       : reply{false, "no reload during a start or restart"};
-    case command_verb::sms:
-        return {send(command.number, command.text), ""};
+    case command_verb::sms: {
+        const int number = send(command.number, command.text);
+        return {number > 0, "", number};
+    }
     case command_verb::gps:
         gps_.start(now);
         return {};
     case command_verb::help:
-        return {true, command_help};
+        return {true, command_help()};
     case command_verb::quit:
         quit_ = true;
+        return {};
+    case command_verb::status:
+        return {true, "", 0, {{"status", asked_status(now)}}};
+    case command_verb::figures:
+        return {true, "", 0, {{"figures", read_figures(counts_, seconds())}}};
+    case command_verb::watch: // the control socket tells what follows
+        return {true, "", 0, {{"status", asked_status(now)}}};
+    case command_verb::at:
+        return ask(command);
+    case command_verb::messages:
+    case command_verb::results: // it has them
         return {};
     }
     return {};
@@ -266,7 +307,7 @@ void host::pass(clock::time_point now)
     while (const auto line = input_.next_line())
         run_command(*line, now);
     tell_module();
-    news_.pass();
+    news_.pass(now, mqtt_.topic());
     receive(now);
     take_results();
     outgoing_.pass(now);
@@ -274,9 +315,12 @@ void host::pass(clock::time_point now)
         spool_.pass(now);
     mqtt_.pass(now, restarts());
     gps_.pass(now);
+    control_.pass();
     if (const std::string fault = pass_recording(); !fault.empty())
         display_.say(printable(fault));
     show_status(read(now));
+    history_.add(status_, now);
+    metrics_file_.pass(now, [this] { return metrics(metrics_format::text); });
     reached_ = goal_ != nullptr && goal_->holds();
 }
 
@@ -284,8 +328,59 @@ void host::show_status(json_value status)
 {
     if (status != status_)
         feed_.tell("status", status);
+    watcher_.look(status);
     display_.update(status, seconds());
     status_ = std::move(status);
+}
+
+json_value host::open_to_all(const json_value& object) const
+{
+    return options_.show_private ? object : masked(object);
+}
+
+std::string host::metrics(metrics_format format) const
+{
+    kelo_figures figures{};
+    kelo_get_figures(&figures, sizeof figures);
+    const json_value status = open_to_all(status_);
+    return metrics_text({status, figures, counts_, read_process(seconds())}, format);
+}
+
+http_source host::pages()
+{
+    return {.status =
+                [this] {
+                    json_value status = status_;
+                    status["figures"] = read_figures(counts_, seconds());
+                    return stamped("status", open_to_all(status));
+                },
+            .figures = [this] { return stamped("figures", read_figures(counts_, seconds())); },
+            .history =
+                [this] {
+                    const json_value empty = json_value::object();
+                    std::string head = to_text(stamped("history", empty));
+                    head.pop_back();
+                    return head + ",\"fields\":" + sample_fields +
+                           ",\"samples\":" + history_.text(clock::now()) + "}";
+                },
+            .metrics = [this](metrics_format format) { return metrics(format); }};
+}
+
+bool host::open_http()
+{
+    if (options_.http.length == 0)
+        return true;
+    const std::string fault = http_.open(options_.http);
+    if (!fault.empty()) {
+        display_.say("--http: " + fault);
+        return false;
+    }
+    display_.say("listening on " + http_.url());
+    feed_.follow([this](const json_value& happening) {
+        if (http_.has_followers())
+            http_.tell(open_to_all(happening));
+    });
+    return true;
 }
 
 bool host::is_over(clock::time_point now) const
@@ -323,6 +418,24 @@ void host::end_messages()
     }
 }
 
+// Only one that was asked for has to be there: elsewhere a host without it is better than none.
+std::string host::open_control()
+{
+    if (!options_.control)
+        return "";
+    const bool asked =
+        options_.control_path != default_control_path || !options_.control_group.empty();
+    if (!asked)
+        mkdir(std::filesystem::path(options_.control_path).parent_path().c_str(), 0755);
+    const std::string fault =
+        control_.open(loop_, feed_, options_.control_path, options_.control_group);
+    if (fault.empty() || asked)
+        return fault.empty() ? "" : "no control socket: " + fault;
+    display_.say("no control socket: " + printable(fault) +
+                 "; --control names another place, --no-control wants none");
+    return "";
+}
+
 int host::run()
 {
     if (!signals_.install(loop_, !options_.settings_file.empty())) {
@@ -330,7 +443,11 @@ int host::run()
         return exit_usage;
     }
     if (options_.json)
-        feed_.follow([this](const json_value& happening) { display_.show(happening); });
+        feed_.follow([this](const json_value& happening) {
+            display_.show(options_.show_private ? happening : masked(happening));
+        });
+    if (!open_http())
+        return exit_usage;
     start_log({.fd = display_.log_descriptor(),
                .most = static_cast<kelo_log_level>(options_.log_level.value_or(KELO_LOG_DEBUG)),
                .show_private = options_.show_private});
@@ -351,6 +468,10 @@ int host::run()
             return exit_usage;
         }
     }
+    if (const std::string fault = open_control(); !fault.empty()) {
+        display_.say(printable(fault));
+        return exit_usage;
+    }
     if (options_.commands)
         input_.open(loop_, STDIN_FILENO);
     say_what_device_lacks();
@@ -360,6 +481,7 @@ int host::run()
         loop_.wait(between_passes);
     }
 
+    control_.close("the host ends");
     reached_ = reached_ || (goal_ != nullptr && goal_->holds());
     // The last state of the running modem: the stop itself clears the status word.
     if (!options_.spool.empty())
@@ -374,6 +496,7 @@ int host::run()
     take_results();
     if (!options_.spool.empty())
         spool_.pass(clock::now());
+    metrics_file_.remove();
     display_.finish(status_, seconds());
     if (outgoing_.busy())
         display_.say("stopped with a message not known to be sent");

@@ -3,11 +3,16 @@
 
 #include "host/check_device.h"
 #include "host/commands.h"
+#include "host/control.h"
 #include "host/display.h"
 #include "host/feed.h"
 #include "host/figures.h"
+#include "host/happenings.h"
+#include "host/history.h"
+#include "host/http.h"
 #include "host/loop.h"
 #include "host/messages.h"
+#include "host/metrics_file.h"
 #include "host/news.h"
 #include "host/options.h"
 #include "host/reasons.h"
@@ -22,12 +27,6 @@
 namespace kelo_host
 {
 
-// What became of a command, for whoever gave it.
-struct reply {
-    bool done = true;
-    std::string line; // may be empty
-};
-
 class host
 {
   public:
@@ -35,7 +34,8 @@ class host
 
     host(const host_options& options, const cellular_setting& settings)
         : options_(options), settings_(settings), display_(options.json, options.show_private),
-          news_(say_), spool_(say_), outgoing_(say_), mqtt_(say_), gps_(say_)
+          news_(say_, feed_), spool_(say_), outgoing_(say_), mqtt_(say_, feed_), gps_(say_, feed_),
+          metrics_file_(options.metrics_file, say_), http_(loop_.base(), pages())
     {
     }
 
@@ -52,16 +52,23 @@ class host
     bool keep_message(clock::time_point now);
     void take_results();
     void count_lost(const char* what, int lost, int& before);
-    bool send(const std::string& number, const std::string& text);
+    int send(const std::string& number, const std::string& text);
     void end_messages();
     void run_command(const std::string& line, clock::time_point now);
     reply act(const user_command& command, clock::time_point now);
+    json_value asked_status(clock::time_point now);
+    reply ask(const user_command& command) const;
+    std::string open_control();
     std::string change(const cellular_setting& settings);
     void reread();
     void stop_modem();
     bool is_over(clock::time_point now) const;
     json_value read(clock::time_point now);
     void show_status(json_value status);
+    bool open_http();
+    http_source pages();
+    std::string metrics(metrics_format format) const;
+    json_value open_to_all(const json_value& object) const;
     template <typename news_item> void tell(const char* type, const news_item& one);
     long seconds() const
     {
@@ -85,14 +92,23 @@ class host
     whole_message message_; // the last that was taken,
     bool unkept_ = false;   // which is still to be kept
     json_value status_;     // as it was told last
+    watcher watcher_{feed_};
     cellular_status report_{};
     clock::time_point next_report_{};
     const clock::time_point begun_ = clock::now();
     message_counts counts_;
+    history history_;
+    metrics_file metrics_file_;
+    http_server http_;
     int mode_ = settings_.net_mode;
     const goal* const goal_ = goal_named(options_.until);
     bool reached_ = false, profile_told_ = false, unknown_told_ = false;
+    std::string asked_model_; // for which figures are asked
     bool quit_ = false;
+    control control_{say_,
+                     {[this](const user_command& command) { return act(command, clock::now()); },
+                      [this](int number) { return outgoing_.waits_for(number); },
+                      [this] { return gps_.busy(); }, [this] { return gps_.position(); }}};
 };
 
 // What this device needs for that.

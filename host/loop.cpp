@@ -80,7 +80,9 @@ loop::loop()
     }
     if (base_ != nullptr)
         end_.reset(event_new(
-            base(), -1, 0, [](int, short, void*) {}, nullptr));
+            base(), -1, 0,
+            [](int, short, void* base) { event_base_loopbreak(static_cast<event_base*>(base)); },
+            base()));
     if (end_ == nullptr)
         std::abort(); // no memory, at the very start
 }
@@ -88,6 +90,7 @@ loop::loop()
 void loop::on_ready(int, short, void* one)
 {
     auto* const entry = static_cast<watched*>(one);
+    event_base_loopbreak(event_get_base(entry->entry.get()));
     if (!entry->ready())
         event_del(entry->entry.get());
 }
@@ -106,7 +109,7 @@ void loop::wait(std::chrono::milliseconds most)
 {
     const timeval end = {most.count() / 1000, most.count() % 1000 * 1000};
     event_add(end_.get(), &end);
-    event_base_loop(base(), EVLOOP_ONCE);
+    event_base_loop(base(), 0);
 }
 
 bool signals::install(loop& waits, bool reread)

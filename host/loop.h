@@ -25,7 +25,8 @@ class loop
     // Calls `ready` in a wait, whenever something can be read; for good, or until it says false.
     void watch(int fd, std::function<bool()> ready);
 
-    // One wait, and the calls of all that was ready in it.
+    // One wait, until something that is watched was ready. Everything else at base() is done in it,
+    // and does not end it.
     void wait(std::chrono::milliseconds most);
 
   private:

@@ -174,8 +174,8 @@ json_value json_of(const whole_message& message)
                          {"parts", head.parts - head.missing},
                          {"total", head.parts}};
     fields["class"] = head.message_class < 0 ? json_value(nullptr) : json_value(head.message_class);
-    if (head.data != 0)
-        fields["data"] = hex_of(message.text);
+    fields["data"] = head.data != 0 ? json_value(hex_of(message.text)) : json_value(nullptr);
+    fields["ports"] = nullptr;
     if (head.port_to >= 0)
         fields["ports"] = {{"to", head.port_to}, {"from", head.port_from}};
     return fields;
@@ -233,6 +233,12 @@ void outgoing::pass(clock::time_point now)
     waiting_.pop_front();
     not_sent_++;
     say_("message to " + first.destination + ": not sent: the modem was not registered in 300 s");
+}
+
+bool outgoing::waits_for(int number) const
+{
+    return std::any_of(waiting_.begin(), waiting_.end(),
+                       [&](const sent_message& one) { return one.number == number; });
 }
 
 void outgoing::note(const kelo_sms_result& result)

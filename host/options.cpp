@@ -62,6 +62,23 @@ void add_settings(CLI::App& app, host_options& options)
                    "read again on SIGHUP");
 }
 
+void add_control(CLI::App& app, host_options& options)
+{
+    auto* path = app.add_option("--control", options.control_path,
+                                "Socket by which kelo-ctl and others ask this host (default " +
+                                    std::string(default_control_path) +
+                                    ", where that can be made); who may open it may do all that "
+                                    "--commands may");
+    auto* group = app.add_option("--control-group", options.control_group,
+                                 "Group whose members may open it, too");
+    auto* at = app.add_flag("--allow-at", options.allow_at, "AT commands may come by it");
+    app.add_flag_callback(
+           "--no-control", [&options] { options.control = false; }, "No such socket")
+        ->excludes(path)
+        ->excludes(group)
+        ->excludes(at);
+}
+
 struct mqtt_texts {
     std::string broker, topic, client_id = "kelo-host", user, password;
     std::vector<std::string> tls;
@@ -133,10 +150,10 @@ std::optional<int> parse_options(int argc, const char* const* argv, host_options
         "With --sms or --gps, and without --seconds, --commands, --mqtt and --spool, it ends when "
         "they are done.\n"
         "Exit status: 0 done, 1 the modem never told its model (or --check-profiles or "
-        "--check-device found something), 2 bad arguments, a bad file, or a spool that can't be "
-        "used, 3 a message was not known to be sent, or no position was found. With --until, when "
-        "it does not come to that: 10 for a reason of the port, 11 of the module, 12 of the SIM, "
-        "13 of the network, 14 of the link.");
+        "--check-device found something), 2 bad arguments, a bad file, or a spool or an address "
+        "that can't be used, 3 a message was not known to be sent, or no position was found. With "
+        "--until, when it does not come to that: 10 for a reason of the port, 11 of the module, 12 "
+        "of the SIM, 13 of the network, 14 of the link.");
     app.get_formatter()->column_width(30);
 
     app.add_option("--seconds", options.seconds,
@@ -187,9 +204,13 @@ std::optional<int> parse_options(int argc, const char* const* argv, host_options
     add_mqtt(app, mqtt);
     app.add_flag("--gps", options.gps, "Fetch a position");
     app.add_flag("--commands", options.commands,
-                 std::string("Take commands from standard input, one a line: ") + command_help);
+                 "Take commands from standard input, one a line: " + command_help());
+    add_control(app, options);
     app.add_option("--custom", options.custom_file,
                    "File of changes to the AT commands, see examples/custom-verbose-errors.txt");
+    app.add_flag("--plain", options.plain,
+                 "Send what the library's flows hold and no more: no question for signal, cell, "
+                 "technology, band and operator code every 15 seconds");
     auto* level =
         app.add_option("--log-level", options.log_level,
                        "The library's lines that are shown: error, notice (default) or debug")
@@ -200,9 +221,10 @@ std::optional<int> parse_options(int argc, const char* const* argv, host_options
                                         CLI::ignore_case));
     app.add_flag("--dialogue", options.dialogue, "Show the AT dialogue: --log-level debug")
         ->excludes(level);
-    app.add_flag("--show-private", options.show_private,
-                 "Do not mask IMSI, ICCID, IMEI, telephone numbers, messages and PDUs in lines "
-                 "(PINs and passwords are masked always)");
+    app.add_flag(
+        "--show-private", options.show_private,
+        "Do not mask IMSI, ICCID, IMEI, telephone numbers, messages, PDUs and positions in "
+        "lines and objects (PINs and passwords are masked always)");
     auto* record =
         app.add_option("--record", options.record,
                        "File of all that goes over the AT port, masked as lines are, for "
@@ -211,8 +233,20 @@ std::optional<int> parse_options(int argc, const char* const* argv, host_options
         ->check(CLI::Range(1, 1024))
         ->needs(record);
     app.add_flag("--json", options.json,
-                 "One JSON object per change, message received, result and report, on standard "
-                 "output; the library's own lines go to standard error");
+                 "One JSON object per change and happening on standard output (docs/json.md); the "
+                 "library's own lines go to standard error");
+    app.add_option_function<std::string>(
+        "--http",
+        [&options](const std::string& text) {
+            const std::string fault = parse_http_address(text, options.http);
+            if (!fault.empty())
+                throw CLI::ValidationError("--http", fault);
+        },
+        "ADDRESS:PORT, or PORT of 127.0.0.1, for a page, /status, /events, /metrics and /healthz; "
+        "read-only, and without a password: for trusted networks alone");
+    app.add_option("--metrics-file", options.metrics_file,
+                   "File that is kept up to date with the metrics, for node_exporter's textfile "
+                   "collector: its name ends in .prom");
     app.add_option("--check-profiles", options.check_profiles,
                    "Check a folder of modem profile files, and do nothing else");
 

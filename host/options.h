@@ -1,6 +1,8 @@
 // The command line.
 #pragma once
 
+#include "host/http.h"
+
 #include <kelo/mqtt.h>
 #include <kelo/settings.h>
 
@@ -9,6 +11,8 @@
 
 namespace kelo_host
 {
+
+constexpr const char* default_control_path = "/run/kelo/host.sock";
 
 struct host_options {
     std::optional<int> seconds; // run time; without it until a signal, or until all is done
@@ -26,6 +30,9 @@ struct host_options {
     std::optional<unsigned int> sms_validity; // minutes
     bool sms_report = false, sms_flash = false;
     int join_seconds = 60, sms_storage = 2;
+    bool control = true; // a control socket
+    std::string control_path = default_control_path, control_group;
+    bool allow_at = false;
     std::string spool; // folder; empty: none
     std::optional<mqtt_config> mqtt;
     bool gps = false;
@@ -36,6 +43,9 @@ struct host_options {
     int record_mib = 4;   // of it, and of the one before
     unsigned int pin_tries = 3;
     std::string custom_file;
+    bool plain = false;         // ask for no figures beside the flows
+    http_address http;          // length 0: none
+    std::string metrics_file;   // for node_exporter; empty: none
     std::string until;          // a goal to end at; empty: none
     std::string check_profiles; // folder to check instead of running
     bool check_device = false;  // the same

@@ -14,6 +14,7 @@
 #define KELO_KELO_H
 
 #include <kelo/at.h>
+#include <kelo/command.h>
 #include <kelo/gps.h>
 #include <kelo/gsm.h>
 #include <kelo/host.h>
@@ -23,6 +24,7 @@
 #include <kelo/log.h>
 #include <kelo/messages.h>
 #include <kelo/mqtt.h>
+#include <kelo/questions.h>
 #include <kelo/settings.h>
 #include <kelo/sms.h>
 #include <kelo/status.h>
