@@ -85,6 +85,7 @@ TEST(PortTrace, OneCallAtATime)
     modem_port port;
     tracer host;
     std::vector<std::thread> threads;
+    threads.reserve(4);
     for (int i = 0; i < 4; i++)
         threads.emplace_back([i] {
             for (int n = 0; n < 50; n++)
