@@ -152,6 +152,7 @@ struct modem_core {
     std::deque<log_entry> entries;
     std::vector<log_entry> untraced;
     std::deque<std::string> host_lines, modem_lines;
+    std::size_t host_lines_gone = 0; // ahead of the first that is left
     std::string modem_partial;
     std::uint64_t endless_written = 0;
     std::size_t endless_at = 0;
@@ -171,7 +172,8 @@ struct modem_core {
     session_state session;
     fault_settings faults;
     unsigned restarts = 0;
-    bool away = false; // between a restart and its boot
+    bool away = false;   // between a restart and its boot
+    bool powered = true; // else it is away until an order brings it back
     void receive(const std::string& bytes);
     void receive_command_byte(char c);
     void receive_body_byte(char c);
@@ -184,8 +186,12 @@ struct modem_core {
     void report(const std::string& text);
     void report_sequence(const std::string& variable); // texts separated by `|`
     void reset(int away_ms);
+    void go_down();
+    std::string come_up(); // gives what keeps the node away
     void boot();
-    void power_cycle(int away_ms); // cures every hang
+    void power_off(); // cures every hang
+    std::string power_on();
+    void power_cycle(int away_ms);
     bool hangs(const std::string& line);
     bool resets_on(const std::string& line);
     void move_node(const std::string& path, int away_ms);
@@ -277,7 +283,8 @@ std::set<std::string> builtin_uses();
 const std::vector<builtin_table>& all_builtins();
 
 // Orders, orders.cpp. Runs on the emulator's thread.
-std::string run_order(modem_core& core, const std::string& text, std::string& answer);
+std::string run_order(modem_core& core, const std::string& text, std::string& answer,
+                      nlohmann::ordered_json& fields);
 
 // Small helpers of the built-ins.
 void cme(command_reply& reply, int number);

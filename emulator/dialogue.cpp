@@ -298,6 +298,17 @@ long parse_number(const std::string& text, long limit)
     return value <= limit ? value : -1;
 }
 
+std::string bytes_as_text(const std::string& bytes)
+{
+    std::string text;
+    for (const unsigned char byte : bytes) {
+        if (byte >= 0x80)
+            text += static_cast<char>(0xC0 | byte >> 6);
+        text += static_cast<char>(byte < 0x80 ? byte : 0x80 | (byte & 0x3F));
+    }
+    return text;
+}
+
 std::string trim(const std::string& text)
 {
     const std::size_t first = text.find_first_not_of(" \t");

@@ -1,23 +1,8 @@
-// The dialogue file of one model: what the module answers to which command.
+// The dialogue file of one model: what the module answers to which command. README.md has the
+// format.
 //
-//   # comment                         whole lines only
-//   include quectel-lte.inc           the lines of another file of the same folder stand here
-//   use sim network sms               built-in behaviours that this module has (builtins.h)
-//   var imsi = 262011234567890        variable with its default; a later `var` replaces it
-//
-//   >> AT+QCFG="nwscanmode",*         a command; `*` stands for any run of characters
-//   needs sim                         answers a SIM error unless the SIM is ready; `needs card` is
-//                                     content with a locked one
-//   set nwscanmode = ${1}             ${1} ... ${9}: what the first ... ninth `*` stood for
-//   wait 300                          the answer comes after so many milliseconds
-//   << +QCFG: "x",${nwscanmode}       a line of the answer
-//   << OK                             the final result: OK, ERROR, NO CARRIER, +CME ERROR: <n> or
-//                                     +CMS ERROR: <n>; errors are put as AT+CMEE asks for
-//   report +QUSIM: 1                  an unsolicited line behind the final result
-//   report after 500 +QUSIM: 1        the same, 500 ms later than the one before it
-//
-// A rule ends with the next `>>`. In place of a final result `silent` says that none comes. Rules
-// are tried in the order of the file, the first match answers, and rules stand ahead of built-ins.
+// A rule ends with the next `>>`. Rules are tried in the order of the file, the first match
+// answers, and rules stand ahead of built-ins.
 #pragma once
 
 #include <cstddef>
@@ -64,6 +49,9 @@ std::string expand(const std::string& text, const std::map<std::string, std::str
 
 // A whole decimal number from 0 to `limit`; -1 when it is anything else.
 long parse_number(const std::string& text, long limit);
+
+// Bytes as JSON can hold them and nothing is lost: UTF-8 of one character U+0000 to U+00FF each.
+std::string bytes_as_text(const std::string& bytes);
 
 std::string trim(const std::string& text);
 std::vector<std::string> split(const std::string& text, char separator);

@@ -1,13 +1,10 @@
-// kelo-emulator: a modem at a port path, with orders on standard input.
-#include "emulator/modem.h"
-#include "emulator/record_line.h"
+// kelo-emulator: a modem at a port path, with orders on standard input or from a script.
+#include "emulator/answers.h"
 #include "emulator/replay.h"
+#include "emulator/script.h"
 
 #include <CLI/CLI.hpp>
-#include <cerrno>
 #include <csignal>
-#include <cstdio>
-#include <poll.h>
 #include <sys/signalfd.h>
 #include <unistd.h>
 
@@ -16,110 +13,120 @@ using namespace kelo_emulator;
 namespace
 {
 
-constexpr std::size_t max_order = 8192;
+constexpr int good = 0, failed = 1, not_started = 2; // exit statuses
+constexpr int most_failures = 100; // with --keep-going: a script that is no script ends
 
-// `12.345 >> AT+CSQ\r`: seconds since start, control bytes made visible.
-void print_entry(monotonic_clock::time_point start, const log_entry& entry)
+struct tool_options {
+    modem_options modem;
+    replay_options replay;
+    std::vector<std::string> variables, orders;
+    std::string script;
+    bool keep_going = false, stay = false, trace = false, json = false, list = false;
+};
+
+void add_options(CLI::App& app, tool_options& options)
 {
-    const auto at = std::chrono::duration_cast<milliseconds>(entry.time - start);
-    const auto from =
-        entry.from == speaker::host ? kelo_record::origin::host : kelo_record::origin::modem;
-    puts(kelo_record::text_of({at.count(), from, entry.bytes}).c_str());
-    fflush(stdout);
+    auto* const model = app.add_option("--model", options.modem.model, "Name of a dialogue file");
+    app.add_option("--port", options.modem.port, "Path at which the port appears")
+        ->default_val("/dev/ttyUSB2");
+    app.add_option("--dialogues", options.modem.dialogues_dir, "Folder of the dialogue files");
+    app.add_option("--set", options.variables, "NAME=VALUE, a variable of the dialogue");
+    app.add_option("--order", options.orders, "An order to carry out after the start");
+    auto* const script = app.add_option(
+        "--script", options.script,
+        "A file of orders, `-` for standard input: the emulator ends with it, or with "
+        "its first order that fails");
+    app.add_flag("--keep-going", options.keep_going, "A failed order does not end the script");
+    app.add_flag("--stay", options.stay, "Go on behind the script, with standard input");
+    app.add_flag("--boot", options.modem.boot_reports, "Print the boot reports at start");
+    app.add_flag("--trace", options.trace, "Print the dialogue");
+    auto* const json = app.add_flag("--json", options.json, "Print one JSON object a line");
+    app.add_flag("--list", options.list, "List the models and their dialogues, and end");
+    auto* const record = app.add_option(
+        "--replay", options.replay.record,
+        "Play the modem of a record of kelo-host, or of --trace, in place of a model");
+    app.add_option("--replay-speed", options.replay.speed, "So many times as fast")
+        ->check(CLI::Range(0.1, 100.0))
+        ->needs(record);
+    record->excludes(model, script, json);
 }
 
-// True when the tool is to end.
-bool take_order(emulated_modem& modem, const std::string& line)
+// Empty text, or what is wrong with the options.
+std::string check_options(tool_options& options)
 {
-    if (line == "quit")
-        return true;
-    std::string answer;
-    const std::string error = modem.order(line, &answer);
+    if (options.modem.model.empty() && options.replay.record.empty() && !options.list)
+        return "--model or --replay is required; --list lists the models";
+    if (options.script.empty() && (options.keep_going || options.stay))
+        return "--keep-going and --stay are for a --script";
+    for (const std::string& variable : options.variables) {
+        const std::size_t equals = variable.find('=');
+        if (equals == std::string::npos || equals == 0)
+            return "--set " + variable + ": expected NAME=VALUE";
+        options.modem.variables[variable.substr(0, equals)] = variable.substr(equals + 1);
+    }
+    return "";
+}
+
+int not_to_be_started(const std::string& why)
+{
+    complain("", why);
+    return not_started;
+}
+
+int list_models(const tool_options& options, const answer_printer& answers)
+{
+    std::string error;
+    const std::vector<known_model> models = known_models(options.modem.dialogues_dir, error);
     if (!error.empty())
-        fprintf(stderr, "kelo-emulator: %s\n", error.c_str());
-    if (!answer.empty()) {
-        fputs(answer.c_str(), stdout);
-        if (line == "help")
-            fputs("quit\n        end\n", stdout);
-        fflush(stdout);
-    }
-    return false;
+        return not_to_be_started(error);
+    return answers.models(models) ? good : failed;
 }
 
-void serve(emulated_modem& modem, int signals)
+// All orders there are; the exit status.
+int carry_out(const tool_options& options, script_run& run, int script)
 {
-    struct pollfd polled[2] = {{signals, POLLIN, 0}, {STDIN_FILENO, POLLIN, 0}};
-    std::string pending;
-    for (;;) {
-        if (poll(polled, 2, -1) < 0 && errno != EINTR)
-            return;
-        if (polled[0].revents)
-            return;
-        if (!polled[1].revents)
-            continue;
-        char bytes[1024];
-        const ssize_t length = read(STDIN_FILENO, bytes, sizeof bytes);
-        if (length <= 0) {
-            polled[1].fd = -1; // no more orders; the modem stays until a signal comes
-            continue;
-        }
-        pending.append(bytes, static_cast<std::size_t>(length));
-        for (std::size_t end; (end = pending.find('\n')) != std::string::npos;) {
-            const std::string line = pending.substr(0, end);
-            pending.erase(0, end + 1);
-            if (take_order(modem, line))
-                return;
-        }
-        if (pending.size() > max_order) {
-            fprintf(stderr, "kelo-emulator: order line too long, dropped\n");
-            pending.clear();
-        }
+    const bool scripted = !options.script.empty();
+    run_state state = run_state::on;
+    for (const std::string& order : options.orders)
+        if (state == run_state::on)
+            state = take_order(run, order);
+    if (state == run_state::on && scripted)
+        state = run_script(run, script, options.script == "-" ? "<stdin>" : options.script);
+    if (state == run_state::failed || (state == run_state::signalled && scripted))
+        return failed;
+    if (state == run_state::on && (!scripted || options.stay)) {
+        script_run talk = run;
+        talk.most_failures = 0;
+        if (run_script(talk, STDIN_FILENO) == run_state::on)
+            wait_for_signal(run); // no more orders; the modem stays
     }
+    return scripted && run.failures ? failed : good;
 }
 
 } // namespace
 
 int main(int argc, char** argv)
 {
-    CLI::App app{"An AT modem on a pseudo-terminal. Orders are read from standard input; the order "
-                 "`help` lists them."};
-    modem_options options;
-    bool trace = false;
-    std::vector<std::string> variables, orders;
-    auto* model = app.add_option("--model", options.model, "Name of a dialogue file");
-    app.add_option("--port", options.port, "Path at which the port appears")
-        ->default_val("/dev/ttyUSB2");
-    app.add_option("--dialogues", options.dialogues_dir, "Folder of the dialogue files");
-    app.add_option("--set", variables, "NAME=VALUE, a variable of the dialogue");
-    app.add_option("--order", orders, "An order to carry out after the start");
-    app.add_flag("--boot", options.boot_reports, "Print the boot reports at start");
-    app.add_flag("--trace", trace, "Print the dialogue");
-    replay_options replay;
-    auto* record = app.add_option(
-        "--replay", replay.record,
-        "Play the modem of a record of kelo-host, or of --trace, in place of a model");
-    app.add_option("--replay-speed", replay.speed, "So many times as fast")
-        ->check(CLI::Range(0.1, 100.0))
-        ->needs(record);
-    model->excludes(record);
-    CLI11_PARSE(app, argc, argv);
-
-    if (options.model.empty() && replay.record.empty()) {
-        fprintf(stderr, "kelo-emulator: --model or --replay is required\n");
-        return 2;
+    CLI::App app{"An AT modem on a pseudo-terminal. Orders are read from standard input, or from a "
+                 "script; the order `help` lists them."};
+    tool_options options;
+    add_options(app, options);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        return app.exit(error) == 0 ? good : not_started;
     }
-    for (const std::string& variable : variables) {
-        const std::size_t equals = variable.find('=');
-        if (equals == std::string::npos || equals == 0) {
-            fprintf(stderr, "kelo-emulator: --set %s: expected NAME=VALUE\n", variable.c_str());
-            return 2;
-        }
-        options.variables[variable.substr(0, equals)] = variable.substr(equals + 1);
-    }
-    if (trace)
-        options.trace = [start = monotonic_clock::now()](const log_entry& entry) {
-            print_entry(start, entry);
-        };
+    std::string error = check_options(options);
+    if (!error.empty())
+        return not_to_be_started(error);
+    const answer_printer answers(options.json, monotonic_clock::now());
+    if (options.list)
+        return list_models(options, answers);
+    const int script = options.script.empty() ? STDIN_FILENO : open_script(options.script, error);
+    if (!error.empty())
+        return not_to_be_started(error);
+    if (options.trace)
+        options.modem.trace = [&](const log_entry& entry) { answers.trace(entry); };
 
     // Before the modem's thread starts, so that it inherits the mask and no signal ends the
     // process with the port still in place.
@@ -131,22 +138,19 @@ int main(int argc, char** argv)
     const int signals = signalfd(-1, &ending, SFD_CLOEXEC);
     signal(SIGPIPE, SIG_IGN);
 
-    if (!replay.record.empty()) {
-        replay.port = options.port;
-        return replay_record(replay, signals);
+    if (!options.replay.record.empty()) {
+        options.replay.port = options.modem.port;
+        return replay_record(options.replay, signals);
     }
     emulated_modem modem;
-    const std::string error = modem.start(options);
-    if (!error.empty()) {
-        fprintf(stderr, "kelo-emulator: %s\n", error.c_str());
-        return 1;
-    }
-    printf("%s at %s\n", options.model.c_str(), options.port.c_str());
-    fflush(stdout);
-    for (const std::string& order : orders)
-        if (take_order(modem, order))
-            return 0;
-    serve(modem, signals);
+    error = modem.start(options.modem);
+    if (!error.empty())
+        return not_to_be_started(error);
+    answers.ready(options.modem);
+    script_run run{modem, answers, signals, 0};
+    if (!options.script.empty())
+        run.most_failures = options.keep_going ? most_failures : 1;
+    const int status = carry_out(options, run, script);
     modem.stop();
-    return 0;
+    return status;
 }

@@ -7,6 +7,8 @@
 #include <cstring>
 #include <fcntl.h>
 #include <filesystem>
+#include <fstream>
+#include <nlohmann/json.hpp>
 #include <poll.h>
 #include <unistd.h>
 
@@ -230,8 +232,11 @@ void modem_core::note(speaker from, const std::string& bytes)
 
 void modem_core::note_host_line(const std::string& line)
 {
-    if (!line.empty())
-        push_bounded(host_lines, line);
+    if (line.empty())
+        return;
+    if (host_lines.size() == max_entries)
+        ++host_lines_gone;
+    push_bounded(host_lines, line);
 }
 
 void modem_core::note_modem_bytes(const std::string& bytes)
@@ -273,6 +278,32 @@ std::string modem_core::text(const std::string& pattern) const
 }
 
 // --- public calls ----------------------------------------------------------------------------
+
+std::vector<known_model> known_models(const std::string& dialogues_dir, std::string& error)
+{
+    const std::string folder = dialogues_folder(dialogues_dir);
+    std::vector<known_model> models;
+    std::error_code failure;
+    for (std::filesystem::directory_iterator at(folder, failure), end; !failure && at != end;
+         at.increment(failure)) {
+        if (at->path().extension() != ".dlg")
+            continue;
+        known_model model{at->path().stem(), at->path(), {}, {}, {}};
+        dialogue_file dialogue;
+        model.error = load_dialogue(folder, at->path().filename(), builtin_uses(), dialogue);
+        model.uses.assign(dialogue.uses.begin(), dialogue.uses.end());
+        std::string first;
+        if (model.error.empty() && std::getline(std::ifstream(at->path()), first) &&
+            first.rfind('#', 0) == 0)
+            model.about = trim(first.substr(1));
+        models.push_back(std::move(model));
+    }
+    if (failure)
+        error = folder + ": " + failure.message();
+    std::sort(models.begin(), models.end(),
+              [](const known_model& a, const known_model& b) { return a.name < b.name; });
+    return models;
+}
 
 emulated_modem::emulated_modem() : core_(std::make_unique<modem_core>()) {}
 
@@ -339,13 +370,17 @@ bool emulated_modem::running() const
     return core_->running && !core_->stop_wanted;
 }
 
-std::string emulated_modem::order(const std::string& text, std::string* answer)
+std::string emulated_modem::order(const std::string& text, std::string* answer,
+                                  nlohmann::ordered_json* fields)
 {
     std::string error, words;
-    if (!core_->run_on_thread([&] { error = run_order(*core_, text, words); }))
+    nlohmann::ordered_json members;
+    if (!core_->run_on_thread([&] { error = run_order(*core_, text, words, members); }))
         return "the modem is not running";
     if (answer)
-        *answer = words;
+        *answer = std::move(words);
+    if (fields)
+        *fields = std::move(members);
     return error;
 }
 
@@ -417,9 +452,25 @@ bool emulated_modem::wait_sent(const std::string& pattern, milliseconds timeout,
         lock, timeout, [&] { return count_matches(core_->modem_lines, pattern) >= times; });
 }
 
+bool emulated_modem::wait_next(const std::string& pattern, milliseconds timeout, std::size_t& place,
+                               std::string& command) const
+{
+    std::unique_lock lock(core_->mutex);
+    return core_->changed.wait_for(lock, timeout, [&] {
+        const std::size_t gone = core_->host_lines_gone;
+        for (place = std::max(place, gone); place - gone < core_->host_lines.size();) {
+            command = core_->host_lines[place++ - gone];
+            if (pattern_matches(pattern, command))
+                return true;
+        }
+        return false;
+    });
+}
+
 void emulated_modem::clear_log()
 {
     const std::lock_guard lock(core_->mutex);
+    core_->host_lines_gone += core_->host_lines.size();
     core_->entries.clear();
     core_->host_lines.clear();
     core_->modem_lines.clear();

@@ -13,6 +13,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <nlohmann/json_fwd.hpp>
 #include <string>
 #include <vector>
 
@@ -52,6 +53,18 @@ struct modem_options {
     std::function<void(const log_entry&)> trace;
 };
 
+// One file of the folder of dialogues.
+struct known_model {
+    std::string name, dialogue;    // the second is its path
+    std::string about;             // its first line, when that is a comment
+    std::vector<std::string> uses; // built-in behaviours
+    std::string error;             // why it can't be started
+};
+
+// The models that can be started, by name, with the folder chosen as modem_options has it. A folder
+// that can't be read leaves its reason in `error`.
+std::vector<known_model> known_models(const std::string& dialogues_dir, std::string& error);
+
 struct modem_core;
 
 class emulated_modem
@@ -71,8 +84,10 @@ class emulated_modem
 
     // Carries out one order of the table in orders.cpp ("silence on", "sim pull", "late 500"; the
     // order "help" lists them). Returns an empty text, or why the order was refused.
-    // The texts that "help" and "state" produce go to `answer` when it is given.
-    std::string order(const std::string& text, std::string* answer = nullptr);
+    // What "help", "state" and "messages" tell goes to those that are given: as text to `answer`,
+    // as members of an object to `fields`.
+    std::string order(const std::string& text, std::string* answer = nullptr,
+                      nlohmann::ordered_json* fields = nullptr);
 
     // An unsolicited line, framed as CR LF line CR LF, between the lines of a running answer but
     // never inside one. A line feed in `line` begins a further line of the same report.
@@ -98,6 +113,11 @@ class emulated_modem
     // Waits until at least `times` commands (or sent lines) match. False when the time is up.
     bool wait_for(const std::string& pattern, milliseconds timeout, std::size_t times = 1) const;
     bool wait_sent(const std::string& pattern, milliseconds timeout, std::size_t times = 1) const;
+    // Waits for a command that matches, from the `place`-th on that the host has ever sent (the
+    // first is 0). `place` is then behind it; when the time is up, behind all that came. `command`
+    // is the last one that was looked at.
+    bool wait_next(const std::string& pattern, milliseconds timeout, std::size_t& place,
+                   std::string& command) const;
     void clear_log();
 
     std::vector<sent_message> sent_messages() const;

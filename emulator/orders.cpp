@@ -3,6 +3,7 @@
 
 #include <cctype>
 #include <cstdlib>
+#include <nlohmann/json.hpp>
 
 namespace kelo_emulator
 {
@@ -17,7 +18,8 @@ struct order_request {
     modem_core& core;
     const word_list& words;
     const std::string& rest;
-    std::string& answer;
+    std::string& answer;            // as text
+    nlohmann::ordered_json& fields; // the same, as members of an object
 
     const std::string& word(std::size_t i) const
     {
@@ -189,6 +191,8 @@ std::string order_reset(const order_request& call)
     }
     if (!ms_word(call, 0, call.core.get_number("reset_ms", 1000), ms))
         return bad;
+    if (!call.core.powered)
+        return "the power is off";
     call.core.reset(static_cast<int>(ms));
     return "";
 }
@@ -204,7 +208,8 @@ std::string order_node(const order_request& call)
         if (call.words.size() == 2 && call.core.pty.is_open())
             return "the node is there; `node off` first";
         if (call.core.away)
-            return "the module restarts, which brings the node";
+            return call.core.powered ? "the module restarts, which brings the node"
+                                     : "the power is off";
         if (call.words.size() == 2)
             call.core.options.port = call.word(1);
         return call.core.node_on();
@@ -228,10 +233,20 @@ std::string order_hang(const order_request& call)
 
 std::string order_power(const order_request& call)
 {
+    modem_core& core = call.core;
+    if (call.rest == "off" || call.rest == "on") {
+        const bool on = call.rest == "on";
+        if (core.powered == on)
+            return "the power is " + call.rest + " already";
+        if (on)
+            return core.power_on();
+        core.power_off();
+        return "";
+    }
     long ms = 0;
-    if (!ms_word(call, 0, call.core.get_number("reset_ms", 1000), ms))
+    if (!ms_word(call, call.word(0) == "cycle" ? 1 : 0, core.get_number("reset_ms", 1000), ms))
         return bad;
-    call.core.power_cycle(static_cast<int>(ms));
+    core.power_cycle(static_cast<int>(ms));
     return "";
 }
 
@@ -466,6 +481,19 @@ std::string order_messages(const order_request& call)
     for (const stored_message& one : call.core.store)
         call.answer += "stored " + std::to_string(one.index) + " " + one.pdu + "\n";
     call.answer += "end of messages\n";
+
+    nlohmann::ordered_json& sent = call.fields["sent"] = nlohmann::ordered_json::array();
+    for (const sent_message& one : call.core.sent_messages)
+        sent.push_back({{"reference", one.reference},
+                        {"pdu", one.pdu},
+                        {"target", bytes_as_text(one.target)},
+                        {"body", bytes_as_text(one.body)}});
+    nlohmann::ordered_json& stored = call.fields["stored"] = nlohmann::ordered_json::array();
+    for (const stored_message& one : call.core.store)
+        stored.push_back({{"memory", one.memory},
+                          {"index", one.index},
+                          {"status", one.status},
+                          {"pdu", bytes_as_text(one.pdu)}});
     return "";
 }
 
@@ -533,6 +561,12 @@ std::string order_state(const order_request& call)
                   std::to_string(core.store.size()) + ", radio switched off " +
                   std::to_string(core.radio_offs) + " times, restarts " +
                   std::to_string(core.restarts) + "\n";
+    call.fields = {
+        {"node", core.pty.is_open()},          {"power", core.powered},
+        {"radio", core.session.cfun},          {"sim", sims[static_cast<int>(core.sim.state)]},
+        {"pin_tries", core.sim.pin_tries},     {"cell", core.cell},
+        {"registration", core.reg_stat(creg)}, {"stored_messages", core.store.size()},
+        {"radio_offs", core.radio_offs},       {"restarts", core.restarts}};
     return "";
 }
 
@@ -557,7 +591,8 @@ constexpr order_row table[] = {
      "the port goes and comes back, at another path if given; the module stays up", order_node},
     {"hang", "hang [soft]",
      "nothing is answered or reported until `power`; soft: AT+CFUN=1,1 restarts it", order_hang},
-    {"power", "power [MS]", "its power is cut: it boots anew, the node gone for MS", order_power},
+    {"power", "power off|on|[cycle] [MS]",
+     "its power is cut, until `on` or for MS; then it boots anew", order_power},
     {"wwan", "wwan NAME|off",
      "the interface goes down with the service, and /tmp/NAME.no-service stands while none is "
      "there",
@@ -594,14 +629,17 @@ constexpr order_row table[] = {
 
 std::string order_help(const order_request& call)
 {
-    for (const order_row& order : table)
+    for (const order_row& order : table) {
         call.answer += std::string(order.usage) + "\n        " + order.help + "\n";
+        call.fields["orders"].push_back({{"usage", order.usage}, {"help", order.help}});
+    }
     return "";
 }
 
 } // namespace
 
-std::string run_order(modem_core& core, const std::string& text, std::string& answer)
+std::string run_order(modem_core& core, const std::string& text, std::string& answer,
+                      nlohmann::ordered_json& fields)
 {
     const std::size_t first = text.find_first_not_of(" \t");
     if (first == std::string::npos)
@@ -617,7 +655,7 @@ std::string run_order(modem_core& core, const std::string& text, std::string& an
     for (const order_row& order : table) {
         if (name != order.name)
             continue;
-        const std::string error = order.run({core, words, rest, answer});
+        const std::string error = order.run({core, words, rest, answer, fields});
         return error == bad ? std::string("usage: ") + order.usage : error;
     }
     return "no order '" + name + "'; `help` lists them";

@@ -391,10 +391,24 @@ bool modem_core::hangs(const std::string& line)
     return true;
 }
 
-void modem_core::power_cycle(int away_ms)
+void modem_core::power_off()
 {
     faults.hang = hang_kind::none;
-    reset(away_ms);
+    powered = false;
+    go_down();
+}
+
+void modem_core::power_cycle(int away_ms)
+{
+    power_off();
+    powered = true;
+    after(away_ms, [this] { come_up(); });
+}
+
+std::string modem_core::power_on()
+{
+    powered = true;
+    return come_up();
 }
 
 // Enumerated anew, the port can get another number.
@@ -410,6 +424,12 @@ void modem_core::move_node(const std::string& path, int away_ms)
 
 void modem_core::reset(int away_ms)
 {
+    go_down();
+    after(away_ms, [this] { come_up(); });
+}
+
+void modem_core::go_down()
+{
     ++restarts;
     away = true;
     timers.clear();
@@ -418,12 +438,15 @@ void modem_core::reset(int away_ms)
     files.clear(); // the RAM drive
     detached = false;
     relock_sim();
-    after(away_ms, [this] {
-        away = false;
-        node_on();
-        search(monotonic_clock::now());
-        boot();
-    });
+}
+
+std::string modem_core::come_up()
+{
+    away = false;
+    std::string error = node_on();
+    search(monotonic_clock::now());
+    boot();
+    return error;
 }
 
 void modem_core::boot()

@@ -5,6 +5,7 @@
 
 #include "at/at.h"
 #include "handlers/handlers.h"
+#include "handlers/questions.h"
 #include "modules/modules.h"
 #include "services/services.h"
 #include "support/text.h"
@@ -27,7 +28,7 @@ constexpr at_handler handlers[] = {
     cimi_handler,         gps_handler,      qccid_handler,     cnum_handler,      csca_handler,
     cpin_handler,         selslot_handler,  cfun_full_handler, cfun_mini_handler, ok_handler,
     band_handler,         scanmode_handler, netseq_handler,    mbn_list_handler,  ati_handler,
-    qmbncfg_list_handler, qmtconn_handler,  apn_handler,
+    qmbncfg_list_handler, qmtconn_handler,  apn_handler,       question_line,
 };
 
 template <std::size_t... sizes> void expect_terminated(const char (&... fields)[sizes])

@@ -10,8 +10,8 @@ namespace kelo_host
 
 // On a terminal the screen stands in the upper rows, and lines scroll below it. Elsewhere each
 // change is a line. As JSON, standard output gets objects alone, and everything else goes to
-// standard error. Who looks at a terminal or takes objects sees everything; lines that go elsewhere
-// are masked.
+// standard error. Who looks at a terminal sees everything; lines that go elsewhere are masked, and
+// objects come as they are to be shown.
 class display
 {
   public:

@@ -1,6 +1,7 @@
 #include "host/host.h"
 
 #include "host/log.h"
+#include "host/network.h"
 #include "host/private.h"
 #include "host/record.h"
 #include "host/settings_file.h"
@@ -104,11 +105,29 @@ void host::say_what_device_lacks()
             display_.say(line_of(one));
 }
 
-// Once each: a module that has no flow, or no profile, does less than its owner thinks.
+// Somebody who follows may be turning the antenna. The half minute behind him keeps one who comes
+// and goes from setting the pace.
+int host::between_questions(clock::time_point now)
+{
+    constexpr int live_s = 2, often_s = 15, rarely_s = 600; // each wakes a modem of low power
+    if (http_.has_followers())
+        watched_until_ = now + 30s;
+    return options_.low_power != 0 ? rarely_s : now < watched_until_ ? live_s : often_s;
+}
+
+// What it is asked for goes by its model. The rest once each: a module that has no flow, or no
+// profile, does less than its owner thinks.
 void host::tell_module()
 {
     gsm_mobile mobile{};
-    if (!profile_told_ && kelo_copy_mobile(&mobile) && mobile.model[0] != '\0') {
+    const bool told = kelo_copy_mobile(&mobile) && mobile.model[0] != '\0';
+    const int every_s = between_questions(clock::now());
+    if (told && !options_.plain && (asked_model_ != mobile.model || asked_every_s_ != every_s)) {
+        asked_model_ = mobile.model;
+        asked_every_s_ = every_s;
+        ask_for_figures(asked_model_, every_s);
+    }
+    if (told && !profile_told_) {
         profile_told_ = true;
         const std::string fault = profile_fault(device_paths().profiles, mobile.model);
         if (!fault.empty())
@@ -202,6 +221,8 @@ bool host::send(const std::string& number, const std::string& text)
 std::string host::change(const cellular_setting& settings)
 {
     const bool restart = apply_change(settings_, settings, mode_);
+    if (!changed_settings(settings_, settings).empty())
+        feed_.tell("settings", settings_of(settings_, settings, restart));
     settings_ = settings;
     return restart ? "new settings: the modem task restarts" : "new settings are in use";
 }
@@ -267,7 +288,7 @@ void host::pass(clock::time_point now)
     while (const auto line = input_.next_line())
         run_command(*line, now);
     tell_module();
-    news_.pass();
+    news_.pass(now, mqtt_.topic());
     receive(now);
     take_results();
     outgoing_.pass(now);
@@ -287,6 +308,7 @@ void host::show_status(json_value status)
 {
     if (status != status_)
         feed_.tell("status", status);
+    watcher_.look(status);
     display_.update(status, seconds());
     status_ = std::move(status);
 }
@@ -383,7 +405,8 @@ int host::run()
         return exit_usage;
     }
     if (options_.json)
-        feed_.follow([this](const json_value& happening) { display_.show(happening); });
+        feed_.follow(
+            [this](const json_value& happening) { display_.show(open_to_all(happening)); });
     if (!open_http())
         return exit_usage;
     start_log({.fd = display_.log_descriptor(),

@@ -6,6 +6,7 @@
 #include "host/display.h"
 #include "host/feed.h"
 #include "host/figures.h"
+#include "host/happenings.h"
 #include "host/history.h"
 #include "host/http.h"
 #include "host/loop.h"
@@ -38,7 +39,7 @@ class host
 
     host(const host_options& options, const cellular_setting& settings)
         : options_(options), settings_(settings), display_(options.json, options.show_private),
-          news_(say_), spool_(say_), outgoing_(say_), mqtt_(say_), gps_(say_),
+          news_(say_, feed_), spool_(say_), outgoing_(say_), mqtt_(say_, feed_), gps_(say_, feed_),
           metrics_file_(options.metrics_file, say_), http_(loop_.base(), pages())
     {
     }
@@ -50,6 +51,7 @@ class host
     void start();
     void say_what_device_lacks();
     void tell_module();
+    int between_questions(clock::time_point now);
     int exit_status(bool told_model, kelo_reason reason, const std::string& why, long waited_s);
     void pass(clock::time_point now);
     void receive(clock::time_point now);
@@ -93,6 +95,7 @@ class host
     whole_message message_; // the last that was taken,
     bool unkept_ = false;   // which is still to be kept
     json_value status_;     // as it was told last
+    watcher watcher_{feed_};
     cellular_status report_{};
     clock::time_point next_report_{};
     const clock::time_point begun_ = clock::now();
@@ -103,6 +106,9 @@ class host
     int mode_ = settings_.net_mode;
     const goal* const goal_ = goal_named(options_.until);
     bool reached_ = false, profile_told_ = false, unknown_told_ = false;
+    std::string asked_model_; // for which figures are asked
+    int asked_every_s_ = 0;
+    clock::time_point watched_until_{};
     bool quit_ = false;
 };
 

@@ -174,8 +174,8 @@ json_value json_of(const whole_message& message)
                          {"parts", head.parts - head.missing},
                          {"total", head.parts}};
     fields["class"] = head.message_class < 0 ? json_value(nullptr) : json_value(head.message_class);
-    if (head.data != 0)
-        fields["data"] = hex_of(message.text);
+    fields["data"] = head.data != 0 ? json_value(hex_of(message.text)) : json_value(nullptr);
+    fields["ports"] = nullptr;
     if (head.port_to >= 0)
         fields["ports"] = {{"to", head.port_to}, {"from", head.port_from}};
     return fields;

@@ -1,8 +1,11 @@
 // What came in, by the flags that the library raises for its host.
 #pragma once
 
-#include "host/status.h"
+#include "host/feed.h"
 
+#include <chrono>
+#include <optional>
+#include <string>
 #include <utility>
 
 namespace kelo_host
@@ -11,11 +14,13 @@ namespace kelo_host
 class news
 {
   public:
-    // `say` takes one line on each.
-    explicit news(speaker say) : say_(std::move(say)) {}
+    using clock = std::chrono::steady_clock;
 
-    // Takes the flags down and counts; several times a second.
-    void pass();
+    // `say` takes one line on each, `to` an object.
+    news(speaker say, const feed& to) : say_(std::move(say)), feed_(to) {}
+
+    // Takes the flags down and counts; several times a second. `topic`: what is subscribed to.
+    void pass(clock::time_point now, const std::string& topic);
 
     const received_counts& received() const { return received_; }
 
@@ -23,7 +28,11 @@ class news
     void note_message() { received_.sms++; }
 
   private:
+    void take_call(clock::time_point now);
+
     speaker say_;
+    const feed& feed_;
+    std::optional<clock::time_point> rang_; // a call whose number has not come yet
     received_counts received_;
 };
 

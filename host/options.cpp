@@ -190,6 +190,9 @@ std::optional<int> parse_options(int argc, const char* const* argv, host_options
                  std::string("Take commands from standard input, one a line: ") + command_help);
     app.add_option("--custom", options.custom_file,
                    "File of changes to the AT commands, see examples/custom-verbose-errors.txt");
+    app.add_flag("--plain", options.plain,
+                 "Send what the library's flows hold and no more: no question for signal, cell, "
+                 "technology, band and operator code every 15 seconds");
     auto* level =
         app.add_option("--log-level", options.log_level,
                        "The library's lines that are shown: error, notice (default) or debug")
@@ -200,9 +203,10 @@ std::optional<int> parse_options(int argc, const char* const* argv, host_options
                                         CLI::ignore_case));
     app.add_flag("--dialogue", options.dialogue, "Show the AT dialogue: --log-level debug")
         ->excludes(level);
-    app.add_flag("--show-private", options.show_private,
-                 "Do not mask IMSI, ICCID, IMEI, telephone numbers, messages and PDUs in lines "
-                 "(PINs and passwords are masked always)");
+    app.add_flag(
+        "--show-private", options.show_private,
+        "Do not mask IMSI, ICCID, IMEI, telephone numbers, messages, PDUs and positions in "
+        "lines and objects (PINs and passwords are masked always)");
     auto* record =
         app.add_option("--record", options.record,
                        "File of all that goes over the AT port, masked as lines are, for "
@@ -211,8 +215,8 @@ std::optional<int> parse_options(int argc, const char* const* argv, host_options
         ->check(CLI::Range(1, 1024))
         ->needs(record);
     app.add_flag("--json", options.json,
-                 "One JSON object per change, message received, result and report, on standard "
-                 "output; the library's own lines go to standard error");
+                 "One JSON object per change and happening on standard output (docs/json.md); the "
+                 "library's own lines go to standard error");
     app.add_option_function<std::string>(
         "--http",
         [&options](const std::string& text) {

@@ -38,6 +38,7 @@ struct host_options {
     int record_mib = 4;   // of it, and of the one before
     unsigned int pin_tries = 3;
     std::string custom_file;
+    bool plain = false;         // ask for no figures beside the flows
     http_address http;          // length 0: none
     std::string metrics_file;   // for node_exporter; empty: none
     std::string until;          // a goal to end at; empty: none

@@ -64,6 +64,7 @@ constexpr pattern personal[] = {
     {"+CUSD:", 0}, {"+CIMI:", 0}, {"CCID:", 0}, {"+CGSN:", 0}, {"+QMTRECV:", 3},
     // what the library makes of them
     {"imsi='", 0}, {"iccid='", 0}, {"sn='", 0}, {"number='", 0}, {"callingnum='", 0}, {"sms_center='", 0},
+    {"gps='", 0}, {"+QGPSLOC:", 0},
     {"SMSC Number = ", 0}, {"Sender Number = ", 0}, {"User data = ", 0}, {"User data 8bit = ", 0},
     {"The User Data Header (", 0}, {"SCA   : (", 0}, {"DA    : (", 0}, {"PDU   : (", 0}, {"UD    : (", 0},
     {"PDU too short:", 0}, {"a status report can't be read:", 0}};
@@ -85,6 +86,7 @@ struct own_pattern {
 };
 constexpr own_pattern own_patterns[] = {
     {"message from ", "message from ", 0}, {"  | ", "  | ", 0}, {"message ", " to ", ':'},
+    {"GPS: 0", "GPS: ", 0}, {"GPS: 1", "GPS: ", 0}, {"GPS: 2", "GPS: ", 0}, // an hour begins a position
     {"report on message", " to ", ','}, {"ICCID, IMSI ", "ICCID, IMSI   ", 0}, {"SIM ", "  number ", 0},
     {"Serial, port ", "Serial, port  ", ' '}};
 // clang-format on

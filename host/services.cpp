@@ -1,5 +1,7 @@
 #include "host/services.h"
 
+#include "host/happenings.h"
+
 #include <kelo/gps.h>
 #include <kelo/gsm.h>
 
@@ -65,9 +67,11 @@ void mqtt_client::pass(clock::time_point now, int restarts)
         subscribed_ = true;
         wanted_ = false;
         say_("MQTT: subscribed to " + printable(config_.topic));
+        feed_.tell("mqtt", mqtt_of("subscribed", config_.topic));
     }
     for (const std::string& report : take_reports()) {
         say_("MQTT: " + printable(report));
+        feed_.tell("mqtt", mqtt_of("lost", config_.topic, report));
         wanted_ = true;
     }
     if (restarts != restarts_) {
@@ -120,6 +124,7 @@ void gps_engine::pass(clock::time_point now)
     if (!kelo_get_gps_location(position))
         return;
     say_("GPS: " + printable(position));
+    feed_.tell("position", position_of(position));
     stop();
 }
 

@@ -1,7 +1,7 @@
 // The MQTT client and the GPS engine inside the modem.
 #pragma once
 
-#include "host/status.h"
+#include "host/feed.h"
 
 #include <kelo/mqtt.h>
 
@@ -17,7 +17,7 @@ class mqtt_client
   public:
     using clock = std::chrono::steady_clock;
 
-    explicit mqtt_client(speaker say) : say_(std::move(say)) {}
+    mqtt_client(speaker say, const feed& to) : say_(std::move(say)), feed_(to) {}
 
     // False, and the library has said why, when the settings are refused.
     bool start(const mqtt_config& config);
@@ -31,8 +31,11 @@ class mqtt_client
     // "off", "connecting" or "subscribed".
     const char* state() const;
 
+    std::string topic() const { return config_.topic; }
+
   private:
     speaker say_;
+    const feed& feed_;
     mqtt_config config_{};
     bool active_ = false, subscribed_ = false, wanted_ = false;
     int restarts_ = 0;
@@ -45,7 +48,7 @@ class gps_engine
   public:
     using clock = std::chrono::steady_clock;
 
-    explicit gps_engine(speaker say) : say_(std::move(say)) {}
+    gps_engine(speaker say, const feed& to) : say_(std::move(say)), feed_(to) {}
 
     void start(clock::time_point now);
     void pass(clock::time_point now);
@@ -58,6 +61,7 @@ class gps_engine
     void stop();
 
     speaker say_;
+    const feed& feed_;
     state state_ = state::off;
     clock::time_point next_{}, begun_{};
     int not_found_ = 0;

@@ -161,6 +161,20 @@ std::vector<std::string> read_settings_file(const std::string& path, cellular_se
     return parse_settings(in, path, settings);
 }
 
+std::vector<std::string> changed_settings(const cellular_setting& before,
+                                          const cellular_setting& now)
+{
+    std::vector<std::string> names;
+    for (const known_setting& known : known_settings) {
+        const char* const old = reinterpret_cast<const char*>(&before) + known.offset;
+        const char* const fresh = reinterpret_cast<const char*>(&now) + known.offset;
+        if (known.kind == value_kind::number ? std::memcmp(old, fresh, sizeof(int)) != 0
+                                             : std::strcmp(old, fresh) != 0)
+            names.emplace_back(known.name);
+    }
+    return names;
+}
+
 bool needs_restart(const cellular_setting& before, const cellular_setting& now)
 {
     return std::strcmp(before.apn, now.apn) != 0 || std::strcmp(before.user, now.user) != 0 ||

@@ -35,4 +35,8 @@ bool needs_restart(const cellular_setting& before, const cellular_setting& now);
 // the record takes at a start alone costs a restart, then true; the rest is changed at once.
 bool apply_change(const cellular_setting& before, const cellular_setting& now, int& mode);
 
+// The names of those that differ.
+std::vector<std::string> changed_settings(const cellular_setting& before,
+                                          const cellular_setting& now);
+
 } // namespace kelo_host

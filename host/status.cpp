@@ -1,10 +1,10 @@
 #include "host/status.h"
 
+#include "host/network.h"
 #include "host/reasons.h"
 
 #include <kelo/kelo.h>
 
-#include <charconv>
 #include <cstdio>
 #include <iterator>
 
@@ -47,38 +47,6 @@ json_value text_or_null(std::string_view text)
     return text.empty() ? json_value(nullptr) : json_value(printable(text));
 }
 
-// <AcT>, 3GPP TS 27.007 10.1.20.
-const char* technology_of(int act)
-{
-    switch (act) {
-    case 0:
-        return "GSM";
-    case 2:
-        return "UTRAN";
-    case 3:
-        return "EDGE";
-    case 4:
-        return "HSDPA";
-    case 5:
-        return "HSUPA";
-    case 6:
-        return "HSPA";
-    case 7:
-        return "LTE";
-    default:
-        return nullptr;
-    }
-}
-
-// A registration line that names the area names the technology too; 0 may also be a reset field.
-json_value technology(const gsm_mobile& mobile)
-{
-    if (mobile.act[0])
-        return printable(mobile.act);
-    const char* name = mobile.lac[0] ? technology_of(mobile.tech) : nullptr;
-    return name ? json_value(name) : json_value(nullptr);
-}
-
 const char* sim_text()
 {
     const int status = get_sim_status();
@@ -87,46 +55,6 @@ const char* sim_text()
     if (word(is_pin_ready))
         return status ? "ready, registered" : "ready";
     return status ? "up" : "not ready";
-}
-
-// While the modem's character set is UCS2, as a profile or a host may set it, names come as
-// hexadecimal units. Only those that are plain Latin are read back; others stay as they came.
-std::string operator_name(const std::string& oper)
-{
-    if (oper.size() < 8 || oper.size() % 4 != 0)
-        return oper;
-    std::string name;
-    for (size_t at = 0; at < oper.size(); at += 4) {
-        unsigned unit = 0;
-        const auto end = oper.data() + at + 4;
-        const auto [stop, error] = std::from_chars(oper.data() + at, end, unit, 16);
-        if (error != std::errc{} || stop != end || unit < 0x20 || unit > 0x7e)
-            return oper;
-        name += static_cast<char>(unit);
-    }
-    return name;
-}
-
-// The serving cell's figures stand at their reset values until a report fills them.
-void add_cell(json_value& status, const gsm_mobile& mobile, bool registered)
-{
-    status["area"] = text_or_null(mobile.lac);
-    char cell[20] = "";
-    const long long whole = libgsm_get_cid64(); // a 5G cell has 36 bits
-    if (registered && whole > 0)
-        std::snprintf(cell, sizeof cell, "%llX", static_cast<unsigned long long>(whole));
-    status["cell"] = text_or_null(cell);
-    status["band"] = text_or_null(mobile.band);
-    status["channel"] = mobile.channel ? json_value(mobile.channel) : json_value(nullptr);
-
-    const bool measured = mobile.qeng_net_stem != 0 && mobile.rsrp != -120;
-    const auto figure = [&](int value) {
-        return measured ? json_value(value) : json_value(nullptr);
-    };
-    status["pcid"] = figure(mobile.pcid);
-    status["rsrp_dbm"] = figure(mobile.rsrp);
-    status["rsrq_db"] = figure(mobile.rsrq);
-    status["sinr"] = figure(mobile.sinr);
 }
 
 // Text of one value for people.
@@ -209,7 +137,6 @@ json_value read_status(const received_counts& received, const cellular_status& r
     };
     gsm_mobile mobile{};
     const bool has_record = kelo_copy_mobile(&mobile) != 0;
-    const bool registered = mobile.reg_status == 1 || mobile.reg_status == 5;
     char text[64] = "";
     libgsm_get_modem_status(text, sizeof text, cellular_get_cur_status());
     const char* registration = has_record ? libgsm_get_network_info() : nullptr;
@@ -222,14 +149,7 @@ json_value read_status(const received_counts& received, const cellular_status& r
     status["link"] = !word(g_netWorkCardFlag) ? "off" : kelo_get_connect_status() ? "up" : "down";
     status["net_type"] = name_of(net_types, report.net_type);
     status["registration"] = text_or_null(registration ? registration : "");
-    status["operator"] = text_or_null(operator_name(mobile.oper));
-    status["plmn"] = text_or_null(mobile.plmn);
-    status["technology"] = technology(mobile);
-    status["5g"] = mobile.is5g == 2   ? json_value("SA")
-                   : mobile.is5g == 1 ? json_value("NSA")
-                                      : json_value(nullptr);
-    add_cell(status, mobile, registered);
-    status["signal_dbm"] = signal_dbm(mobile.rssi);
+    add_network(status, mobile);
     status["sim"] = sim_text();
     status["sim_state"] = name_of(sim_states, report.sim_state);
     status["sim_card"] = word(selected_card);

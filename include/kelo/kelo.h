@@ -23,6 +23,7 @@
 #include <kelo/log.h>
 #include <kelo/messages.h>
 #include <kelo/mqtt.h>
+#include <kelo/questions.h>
 #include <kelo/settings.h>
 #include <kelo/sms.h>
 #include <kelo/status.h>

@@ -22,6 +22,12 @@ int kelo_is_sms_received(void);     /* 1 since an SMS came, until cleaned */
 int kelo_clean_sms_received(void);  /* returns 0 */
 int kelo_is_call_received(void);    /* 1 since a call came, until cleaned */
 int kelo_clean_call_received(void); /* returns 0 */
+
+/* Fetches the number of the last call that told one (+CLIP, 3GPP TS 27.007 7.6), once each; empty
+ * where it is withheld. It comes a moment behind the call itself, or not at all. The first `size`
+ * bytes, with a terminator. Returns 1 when one was copied, else 0, also for NULL or a size of 0. */
+int kelo_take_caller(char* buffer, size_t size);
+
 int kelo_is_sim_insert(void); /* 0: the SIM has failed or is missing; else 1, also when down */
 
 /* ---- The report ---------------------------------------------------------------------------- */

@@ -9,6 +9,7 @@
 #include "support/rows.h"
 #include "support/scan.h"
 #include "support/shell.h"
+#include <kelo/status.h>
 
 #include <cstdio>
 
@@ -25,6 +26,8 @@ struct general_test {
     bool (*applies)() = nullptr; // to the module at hand; null means all
 };
 
+bool caller_waits = false; // for the host; guarded by record_lock
+
 event* on_clip(gsm_mobile*, char* line)
 {
     constexpr std::size_t longest_number = 64;
@@ -32,6 +35,7 @@ event* on_clip(gsm_mobile*, char* line)
     const char* const quote = text_find(text_find(line, "+CLIP:"), "\"");
     if (quote != nullptr) {
         text_copy(gsm_event.callingnum, longest_number + 1, quote + 1, "\"");
+        caller_waits = true;
         diag_at(plain, "general_handler", "callingnum='%s'\n", gsm_event.callingnum);
     }
     return raise_event(GSM_EVENT_RING);
@@ -201,3 +205,13 @@ event* general_handler(gsm_mobile* rec, char* line)
 }
 
 } // namespace kelo
+
+int kelo_take_caller(char* buffer, std::size_t size)
+{
+    using namespace kelo;
+    const lock_scope guard(record_lock);
+    if (buffer == nullptr || size == 0 || !std::exchange(caller_waits, false))
+        return 0;
+    text_copy(buffer, size, ::gsm_event.callingnum, "");
+    return 1;
+}

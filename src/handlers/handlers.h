@@ -25,8 +25,9 @@ event* creg_handler(gsm_mobile* rec, char* line);
 event* csq_handler(gsm_mobile* rec, char* line);
 
 // serving_cell.cpp
-// The caller of these three holds record_lock.
+// The caller of these four holds record_lock.
 void parse_qeng_info(gsm_mobile* rec, const char* line);
+void parse_rfsts_info(gsm_mobile* rec, const char* line);
 void parse_ccinfo(gsm_mobile* rec, const char* line);
 bool take_cell_line(gsm_mobile* rec, const char* line); // false: none is due
 event* expect_cell_lines(gsm_mobile* rec, char* line);  // a header with "service cell:"

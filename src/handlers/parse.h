@@ -53,8 +53,9 @@ struct serving_cell {
     char lac[sizeof gsm_mobile::lac] = "";
     std::optional<std::uint64_t> cell_id;
 };
-std::optional<serving_cell> read_qeng(const char* line); // none: a broken line
-serving_cell read_cell_line(const char* line);           // one without a prefix
-int classify_net_stem(const char* line);                 // of a "+QENG:" line, for qeng_net_stem
+std::optional<serving_cell> read_qeng(const char* line);  // none: a broken line
+std::optional<serving_cell> read_rfsts(const char* line); // none: no cell of LTE
+serving_cell read_cell_line(const char* line);            // one without a prefix
+int classify_net_stem(const char* line);                  // of a "+QENG:" line, for qeng_net_stem
 
 } // namespace kelo

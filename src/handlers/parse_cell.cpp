@@ -199,6 +199,19 @@ std::optional<serving_cell> read_qeng(const char* line)
     return cell;
 }
 
+// #RFSTS: "262 01",<channel>,<RSRP>,<RSSI>,<RSRQ>,<area>, and more that differs between firmwares.
+// With GSM and UMTS other figures stand there, of which one at least is not negative.
+std::optional<serving_cell> read_rfsts(const char* line)
+{
+    serving_cell cell;
+    int rssi = 0;
+    if (!scan(line, "#RFSTS: \"", dec(cell.mcc), " ", dec(cell.mnc), "\",", dec(cell.earfcn), ",",
+              dec(cell.rsrp), ",", dec(rssi), ",", dec(cell.rsrq), ",", until(cell.lac, ",")) ||
+        cell.rsrp >= 0 || rssi >= 0 || cell.rsrq >= 0)
+        return std::nullopt;
+    return cell;
+}
+
 serving_cell read_cell_line(const char* line)
 {
     constexpr int lte = 4;

@@ -51,6 +51,16 @@ void parse_qeng_info(gsm_mobile* rec, const char* line)
         diag_at(plain, __func__, "unrecognizable fault('%s')\n", line);
 }
 
+void parse_rfsts_info(gsm_mobile* rec, const char* line)
+{
+    constexpr int stem_lte = 3;
+    constexpr int stem_other = 1;
+    const std::optional<serving_cell> cell = read_rfsts(line);
+    rec->qeng_net_stem = cell ? stem_lte : stem_other;
+    if (cell)
+        store_cell(rec, *cell);
+}
+
 void parse_ccinfo(gsm_mobile* rec, const char* line)
 {
     store_cell(rec, read_cell_line(line));

@@ -2,6 +2,7 @@
 
 #include "modules/modules.h"
 
+#include "handlers/questions.h"
 #include "modules/commands.h"
 #include "sms/sms.h"
 #include "support/diag.h"
@@ -138,6 +139,7 @@ void at_select_flow(gsm_mobile* rec, int flow, int sim)
         word_set(flow_walked, 0);
         sms_send_interrupted();
         sms_storage_forget();
+        questions_forget();
     }
     at_list_reset(cur_at_list);
     libgsm_set_at_timeout(cur_at_list);

@@ -4,6 +4,7 @@
 
 #include "core/family.h"
 #include "handlers/handlers.h"
+#include "handlers/questions.h"
 #include "modules/modules.h"
 #include "sms/sms.h"
 #include "support/diag.h"
@@ -99,17 +100,23 @@ event* errand_line(gsm_mobile* rec, char* line)
 // What there is to do beside flows and messages; null for nothing now.
 at_info* run_errand(gsm_mobile* rec, task_state& state)
 {
-    constexpr int seconds = 20;
+    constexpr int storage_s = 20;
+    constexpr int question_s = 5;
     static at_info errand;
     if (sms_sending())
         return nullptr;
     const char* command = sms_mode_to_restore();
     errand.handler = general_handler;
+    errand.timeout = storage_s;
     if (command == nullptr) {
         command = sms_errand_next(monotonic_ms());
         errand.handler = errand_line;
     }
-    errand.timeout = seconds;
+    if (command == nullptr) {
+        command = question_next(monotonic_ms());
+        errand.handler = question_line;
+        errand.timeout = question_s;
+    }
     if (command == nullptr) {
         state.errand_ms = monotonic_ms();
         return nullptr;

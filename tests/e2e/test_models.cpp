@@ -200,6 +200,44 @@ TEST_P(Models, FromPowerOnToReadyTwice)
 INSTANTIATE_TEST_SUITE_P(All, Models, testing::Range<std::size_t>(0, std::size(modules)),
                          [](const auto& one) { return modules[one.param].name; });
 
+// Catches: a question ahead of the end of a flow, or beside a command; one that is forgotten, or
+// that goes on at its pace though the module refuses it; an answer that stays unread, or that
+// counts as news of the registration.
+TEST_F(Story, QuestionsFillWhatAFlowLeavesOut)
+{
+    const char* const bad[] = {"AT", "ATI\r"};
+    const char* const all[] = {"AT+CSQ", "AT+QNWINFO", "AT+QENG=\"servingcell\"", "AT+NOSUCH"};
+    ASSERT_EQ(kelo_set_questions(all, 4, 1), 0);
+    for (const auto& [questions, count, seconds] :
+         {std::tuple(bad, 2, 3),
+          {all, 1, 0},
+          {all, 9, 3},
+          {static_cast<decltype(&all[0])>(nullptr), 1, 3}})
+        EXPECT_EQ(kelo_set_questions(questions, count, seconds), -1);
+    plug("EC25", {{"rssi", "99"}});
+    start();
+    ASSERT_TRUE(wire("AT+NOSUCH", 60s, 3)); // at 0, 1 and 3 s: it becomes rare
+    const line_list lines = modem.commands();
+    const auto flow = lines_of(ec25, true, false);
+    ASSERT_GT(lines.size(), flow.size());
+    EXPECT_TRUE(std::equal(flow.begin(), flow.end(), lines.begin()));
+    EXPECT_EQ(line_list(lines.begin() + static_cast<long>(flow.size()),
+                        lines.begin() + static_cast<long>(flow.size()) + 4),
+              line_list(std::begin(all), std::end(all)));
+    EXPECT_GE(std::count(lines.begin(), lines.end(), "AT+CSQ"), 4);
+    EXPECT_EQ(known(record()), "Telekom.de,26201,FDD LTE,LTE BAND 3; 5A1C,7C4B10D,0; ,,; 0; "
+                               "0,3,262,1,214,1300,-97,-11,14,5");
+    EXPECT_FALSE(says("no signal", 0ms));
+    modem.clear_log();
+    ASSERT_EQ(cellular_reload(), 0);
+    ASSERT_TRUE(wire("AT+NOSUCH", 60s)); // once more, right behind the flow
+    EXPECT_EQ(kelo_set_questions(nullptr, 0, 0), 0);
+    quiet(500ms);
+    modem.clear_log();
+    quiet(10s);
+    EXPECT_EQ(modem.commands(), line_list());
+}
+
 // Catches: a list over several reads that ends its row at the first of them, or a carrier profile
 // that is only selected, or not seen; both put the APN into the wrong context.
 TEST_P(CarrierList, PutsTheApnIntoItsContext)

@@ -254,6 +254,17 @@ TEST_F(Emulator, HangsUntilItsPowerIsCutAndMovesToAnotherPort)
     hold({dead, {"!power", ""}});
     comes_back();
 
+    order("hang");
+    order("power off");
+    EXPECT_NE(modem.order("power off"), "");
+    EXPECT_NE(modem.order("reset"), "");
+    order("node bounce 1"); // brings no port to a module without power
+    std::this_thread::sleep_for(300ms);
+    EXPECT_FALSE(port_is_there());
+    order("power on");
+    be_host();
+    hold({works});
+
     order("node move /dev/ttyUSB4 100");
     EXPECT_FALSE(port_is_there());
     EXPECT_FALSE(std::filesystem::exists("/dev/ttyUSB4"));

@@ -1,4 +1,5 @@
 // Registration, operator, technology, signal and serving cell.
+#include "handlers/questions.h"
 #include "tests/handlers/feed.h"
 
 constexpr int up = GSM_EVENT_SIM_UP;
@@ -91,6 +92,7 @@ TEST(Registration, OperatorTechnologySignal)
     const story stories[] = { // act/plmn/band oper, channel, rssi, status
         {"EG25-G EG25GGBR07A08M2G", cops_handler, "+COPS: 0,0,\"Telefonica, O2\",7", 0, 0, "x/x/x x 9 9 5"},
         {"ZTE", nwinfo_handler, "+ZPAS: \"EDGE\",\"CS_PS\"|OK", 0, 1, "EDGE// x 9 9 5"},
+        {"", question_line, "AT+QNWINFO|+COPS: 0,2,\"310260\",7|+COPS: 0,0,\"a b\",7|+COPS: 0|+CSQ: 99,99|OK", 0, 1, "x/310260/x x 9 99 5"},
     };
     // clang-format on
     run(
@@ -187,6 +189,17 @@ TEST(ServingCell, FinalLinesAndTheSwallowedSimUp)
         {"", general_handler, "LTE service cell:|OK|1,4,262,01", 0, 1, untouched + "7"},
     };
     run(stories, reset_figures, figures);
+    // Catches: figures of another technology in the places of LTE's.
+    const story asked[] = {
+        {"LE910", question_line, "#RFSTS: \"262 01\",1795,-101,-67,-15,5A1C,,128|OK", 0, 1,
+         "x 5g7 262/1 cid 7=7:7 pci 7 lac 5A1C ch 1795 bw 7/7 rsrp -101 rsrq -15 sinr 7 cqi 7 stem "
+         "3"},
+        {"LE910", question_line, "#RFSTS: \"262 02\",3012,118,-6.5,-87,-80,1F4A|ERROR", 0, 1,
+         untouched + "1"},
+        {"", question_line, "+QENG: \"servingcell\",\"SEARCH\",\"NR5G-SA\"", 0, 0,
+         "5G NR 5g2 7/7 cid 7=7:7 pci 7 lac x ch 7 bw 0/7 rsrp 7 rsrq 7 sinr 7 cqi 0 stem 9"},
+    };
+    run(asked, reset_figures, figures);
     const char* const standalone = "+QENG: \"servingcell\",\"NOCONN\",\"NR5G-SA\"";
     set_net_status_flag(1);
     EXPECT_EQ(feed(servingcell_handler, standalone), up);

@@ -60,7 +60,7 @@ TEST(Messages, AreToldInWholeAndSafely)
                                                         "  | a?[2J", "  | b"}));
     EXPECT_EQ(lines_of(data), (std::vector<std::string>{"message from +49, to port 5000, data:", "  | 009b"}));
     EXPECT_EQ(to_text(json_of(text)), R"({"sender":"Te\nst\u001b","sent":"2024-05-17T09:30:12-03:30",)"
-                                      R"("text":"a\u001b[2J\r\nb","parts":2,"total":3,"class":0})");
+                                      R"("text":"a\u001b[2J\r\nb","parts":2,"total":3,"class":0,"data":null,"ports":null})");
     EXPECT_EQ(to_text(json_of(data)), R"({"sender":"+49","sent":null,"text":null,"parts":1,"total":1,)"
                                       R"("class":null,"data":"009b","ports":{"to":5000,"from":16}})");
     EXPECT_EQ(incoming_content(text, "now"), "From: Te?st?\nFrom_SMSC: +49171\nSent: 2024-05-17 09:30:12 -03:30\nReceived: now\n"

@@ -40,8 +40,9 @@ struct Services : testing::Test {
         fake.log.clear();
         return started;
     }
-    mqtt_client mqtt{note};
-    gps_engine gps{note};
+    feed nobody;
+    mqtt_client mqtt{note, nobody};
+    gps_engine gps{note, nobody};
     int restarts = 0;
     const std::function<void(moment)> mqtt_pass = [this](moment now) { mqtt.pass(now, restarts); };
     const std::function<void(moment)> gps_pass = [this](moment now) { gps.pass(now); };
