@@ -38,9 +38,11 @@ if(IS_DIRECTORY ${CMAKE_CURRENT_SOURCE_DIR}/profiles)
       file(INSTALL DESTINATION \"\${dir}\" TYPE FILE FILES \${profiles})
     endif()" COMPONENT runtime)
 endif()
-foreach(program kelo-host kelo-emulator)
+foreach(program kelo-host kelo-ctl kelo-emulator)
   if(TARGET ${program})
     install(TARGETS ${program} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
+    install(FILES packaging/bash-completion/kelo RENAME ${program} COMPONENT tools
+      DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)
   endif()
 endforeach()
 if(TARGET kelo-emulator) # it looks for them from the place of the program

@@ -26,29 +26,30 @@ struct tool_options {
 
 void add_options(CLI::App& app, tool_options& options)
 {
-    auto* const model = app.add_option("--model", options.modem.model, "Name of a dialogue file");
+    app.add_option("--model", options.modem.model, "Name of a dialogue file");
     app.add_option("--port", options.modem.port, "Path at which the port appears")
         ->default_val("/dev/ttyUSB2");
     app.add_option("--dialogues", options.modem.dialogues_dir, "Folder of the dialogue files");
     app.add_option("--set", options.variables, "NAME=VALUE, a variable of the dialogue");
     app.add_option("--order", options.orders, "An order to carry out after the start");
-    auto* const script = app.add_option(
-        "--script", options.script,
-        "A file of orders, `-` for standard input: the emulator ends with it, or with "
-        "its first order that fails");
+    app.add_option("--script", options.script,
+                   "A file of orders, `-` for standard input: the emulator ends with it, or with "
+                   "its first order that fails");
     app.add_flag("--keep-going", options.keep_going, "A failed order does not end the script");
     app.add_flag("--stay", options.stay, "Go on behind the script, with standard input");
     app.add_flag("--boot", options.modem.boot_reports, "Print the boot reports at start");
     app.add_flag("--trace", options.trace, "Print the dialogue");
-    auto* const json = app.add_flag("--json", options.json, "Print one JSON object a line");
+    app.add_flag("--json", options.json, "Print one JSON object a line");
     app.add_flag("--list", options.list, "List the models and their dialogues, and end");
     auto* const record = app.add_option(
         "--replay", options.replay.record,
         "Play the modem of a record of kelo-host, or of --trace, in place of a model");
     app.add_option("--replay-speed", options.replay.speed, "So many times as fast")
-        ->check(CLI::Range(0.1, 100.0))
+        ->check(CLI::Range(1.0, 100.0))
         ->needs(record);
-    record->excludes(model, script, json);
+    for (const char* const name : {"--model", "--dialogues", "--set", "--order", "--script",
+                                   "--boot", "--trace", "--json", "--list"})
+        record->excludes(app.get_option(name));
 }
 
 // Empty text, or what is wrong with the options.

@@ -47,22 +47,22 @@ std::optional<char> take_byte(std::string_view& text)
     return static_cast<char>(byte);
 }
 
-// `12.345`, taken off the text: at most eleven digits ahead of the point.
+// `12.345`, taken off the text: at most nine digits ahead of the point.
 std::optional<long long> take_ms(std::string_view& text)
 {
     text.remove_prefix(std::min(text.find_first_not_of(' '), text.size()));
-    long long seconds = 0;
-    int parts = 0;
+    unsigned long long seconds = 0;
+    unsigned int parts = 0;
     const char* const all = text.data() + text.size();
     const auto whole = std::from_chars(text.data(), all, seconds);
-    if (whole.ec != std::errc() || seconds < 0 || whole.ptr - text.data() > 11 ||
-        all - whole.ptr < 4 || *whole.ptr != '.')
+    if (whole.ec != std::errc() || whole.ptr - text.data() > 9 || all - whole.ptr < 4 ||
+        *whole.ptr != '.')
         return std::nullopt;
     const auto rest = std::from_chars(whole.ptr + 1, whole.ptr + 4, parts);
-    if (rest.ec != std::errc() || rest.ptr != whole.ptr + 4 || parts < 0)
+    if (rest.ec != std::errc() || rest.ptr != whole.ptr + 4)
         return std::nullopt;
     text.remove_prefix(static_cast<std::size_t>(rest.ptr - text.data()));
-    return seconds * 1000 + parts;
+    return static_cast<long long>(seconds * 1000 + parts);
 }
 
 } // namespace

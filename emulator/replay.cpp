@@ -4,6 +4,7 @@
 #include "emulator/pty.h"
 
 #include <algorithm>
+#include <cctype>
 #include <cerrno>
 #include <charconv>
 #include <cmath>
@@ -28,28 +29,39 @@ constexpr std::size_t most_notes = 50;
 constexpr std::size_t most_ahead = 64;   // commands that a search looks at
 constexpr long long patience_ms = 10000; // for a command that is awaited,
 constexpr long long order_ms = 5000;     // and for one that was passed over
+constexpr long long answer_ms = 60000;   // for the whole of an answer
 constexpr double jump_ms = 3000;
 constexpr char ctrl_z = 0x1a, escape = 0x1b;
 
-bool ends_body(const std::string& bytes)
-{
-    return !bytes.empty() && (bytes.back() == ctrl_z || bytes.back() == escape);
-}
-
-bool is_raw(const std::string& bytes)
-{
-    return !bytes.empty() && bytes.back() != '\r' && bytes.back() != '\n' && !ends_body(bytes);
-}
-
-// A command without its line end.
+// A command or a body without its line end.
 std::string bare(const std::string& bytes)
 {
     const std::size_t end = bytes.find_last_not_of("\r\n");
     return bytes.substr(0, end == std::string::npos ? 0 : end + 1);
 }
 
+bool ends_body(char byte)
+{
+    return byte == ctrl_z || byte == escape;
+}
+
+bool is_body(const std::string& bytes)
+{
+    const std::string text = bare(bytes);
+    return text.size() > 1 && ends_body(text.back());
+}
+
+bool is_raw(const std::string& bytes)
+{
+    return !bytes.empty() && bytes.back() != '\r' && bytes.back() != '\n' &&
+           !ends_body(bytes.back());
+}
+
+// Of a file only the length tells.
 bool same(const std::string& recorded, const std::string& said)
 {
+    if (recorded.find_first_not_of('*') == std::string::npos)
+        return recorded.size() == said.size() && !said.starts_with("AT");
     return recorded.find('*') == std::string::npos ? recorded == said
                                                    : pattern_matches(recorded, said);
 }
@@ -105,9 +117,10 @@ std::string record_player::add(std::string_view text, std::size_t number, long l
 
 std::string record_player::load(std::istream& in)
 {
-    std::string text(most_bytes + 1, '\0');
-    in.read(text.data(), static_cast<std::streamsize>(text.size()));
-    text.resize(static_cast<std::size_t>(in.gcount()));
+    std::string text;
+    char piece[65536];
+    while (text.size() <= most_bytes && (in.read(piece, sizeof piece), in.gcount() > 0))
+        text.append(piece, static_cast<std::size_t>(in.gcount()));
     if (in.bad() || text.size() > most_bytes)
         return in.bad() ? "it can't be read" : "it is larger than 64 MiB";
     bool is_record = false;
@@ -171,8 +184,10 @@ std::size_t record_player::next_host_step(std::size_t from) const
 void record_player::play(std::size_t at, long long when)
 {
     const step& one = steps_[at];
+    const std::string& said = one.reduced ? one.left : one.bytes;
     if (one.from == origin::modem) {
-        waiting_.emplace(when, action{deed::say, one.bytes});
+        if (!said.empty())
+            waiting_.emplace(when, action{deed::say, said});
     } else if (one.bytes.starts_with("gone")) {
         waiting_.emplace(when, action{deed::node_off, ""});
         std::size_t open = at;
@@ -217,15 +232,24 @@ void record_player::split_answer(answer_state& state, const std::string& bytes, 
     rest += blanks;
 }
 
+// What a step of the host gets its answer for: a body or a file that of its command.
+std::string record_player::command_of(std::size_t at) const
+{
+    while (at > 0 && (steps_[at].from != origin::host || is_raw(steps_[at].bytes) ||
+                      is_body(steps_[at].bytes)))
+        at--;
+    return bare(steps_[at].bytes);
+}
+
 // The command of the host is not awaited any more; what else the modem said behind it stays.
 void record_player::pass_over(std::size_t at, long long now)
 {
-    const std::string command = bare(steps_[at].bytes);
-    missing_.push_back({steps_[at].line, command, now + order_ms});
+    const std::string command = command_of(at);
+    missing_.push_back({steps_[at].line, bare(steps_[at].bytes), now + order_ms});
     answer_state state{command};
     for (std::size_t next = at + 1; next < steps_.size() && !state.ended; next++) {
         step& one = steps_[next];
-        if (one.from == origin::port)
+        if (one.from == origin::port || one.ms - steps_[at].ms > answer_ms)
             return;
         if (one.from == origin::host)
             continue;
@@ -238,13 +262,12 @@ void record_player::pass_over(std::size_t at, long long now)
 
 bool record_player::answer_of(std::size_t at, std::string& answer, long long& after) const
 {
-    constexpr long long longest_ms = 60000;
-    const std::string command = bare(steps_[at].bytes);
+    const std::string command = command_of(at);
     answer_state state{command};
     after = 0;
     for (std::size_t next = at + 1; next < steps_.size() && !state.ended; next++) {
         const step& one = steps_[next];
-        if (one.from == origin::port || one.ms - steps_[at].ms > longest_ms)
+        if (one.from == origin::port || one.ms - steps_[at].ms > answer_ms)
             break;
         if (one.from == origin::host)
             continue;
@@ -271,7 +294,7 @@ void record_player::go_to(std::size_t at, long long now)
     at_ = at + 1;
     anchor_ms_ = steps_[at].ms;
     anchor_real_ = now;
-    if (steps_[at].bytes.size() > 1 && !is_raw(steps_[at].bytes) && !ends_body(steps_[at].bytes)) {
+    if (steps_[at].bytes.size() > 1 && !is_raw(steps_[at].bytes) && !is_body(steps_[at].bytes)) {
         last_said_[0] = last_said_[1];
         last_said_[1] = at;
     }
@@ -363,8 +386,8 @@ bool record_player::next_unit(std::string& unit)
         heard_.erase(0, awaited.size());
         return true;
     }
-    const bool is_body = ends_body(awaited) && awaited.size() > 1 && !is_command;
-    const std::size_t end = heard_.find_first_of(is_body ? "\x1a\x1b" : "\r\x1a\x1b");
+    const std::size_t end =
+        heard_.find_first_of(is_body(awaited) && !is_command ? "\x1a\x1b" : "\r\x1a\x1b");
     if (end == std::string::npos)
         return false;
     after_cr_ = heard_[end] == '\r';
@@ -482,7 +505,10 @@ class replayed_port
         if (!in)
             return options_.record + ": " + std::strerror(errno);
         const std::string fault = player_.load(in);
-        return fault.empty() ? pty_.open(options_.port) : options_.record + ":" + fault;
+        if (fault.empty())
+            return pty_.open(options_.port);
+        return options_.record +
+               (std::isdigit(static_cast<unsigned char>(fault[0])) != 0 ? ":" : ": ") + fault;
     }
 
     int serve(int signals)

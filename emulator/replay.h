@@ -76,6 +76,7 @@ class record_player
     std::size_t find_ahead(const std::string& unit) const;
     std::size_t find_behind(const std::string& unit) const;
     void go_to(std::size_t at, long long now);
+    std::string command_of(std::size_t at) const;
     void pass_over(std::size_t at, long long now);
     void play(std::size_t at, long long when);
     void repeat(std::size_t at, const std::string& unit, long long now);

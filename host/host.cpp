@@ -8,8 +8,10 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <poll.h>
 #include <spawn.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -206,7 +208,7 @@ template <typename news_item> void host::tell(const char* type, const news_item&
     display_.show(lines_of(one));
 }
 
-bool host::send(const std::string& number, const std::string& text)
+int host::send(const std::string& number, const std::string& text)
 {
     kelo_sms_options options{};
     options.size = sizeof options;
@@ -215,7 +217,7 @@ bool host::send(const std::string& number, const std::string& text)
         options.validity = *options_.sms_validity;
     options.report = options_.sms_report;
     options.flash = options_.sms_flash;
-    return outgoing_.add(number, text, options) > 0;
+    return outgoing_.add(number, text, options);
 }
 
 std::string host::change(const cellular_setting& settings)
@@ -236,6 +238,22 @@ void host::reread()
     display_.say(errors.empty() ? change(settings) : "the settings stay as they were");
 }
 
+json_value host::asked_status(clock::time_point now)
+{
+    json_value status = status_.is_null() ? read(now) : status_;
+    status["meaning"] = row_of(kelo_get_reason()).meaning;
+    status["running_s"] = seconds();
+    return status;
+}
+
+reply host::ask(const user_command& command) const
+{
+    if (!options_.allow_at)
+        return {false, "AT commands are not allowed: start kelo-host with --allow-at"};
+    const int number = kelo_ask(command.text.c_str(), static_cast<unsigned>(command.timeout_s));
+    return number > 0 ? reply{true, "", number} : reply{false, kelo_ask_fault_text(number)};
+}
+
 reply host::act(const user_command& command, clock::time_point now)
 {
     switch (command.verb) {
@@ -248,7 +266,7 @@ reply host::act(const user_command& command, clock::time_point now)
                 "SIM " + std::to_string(command.sim) + " is asked for: the modem task restarts"};
     case command_verb::set: {
         cellular_setting settings = settings_;
-        const std::string error = set_settings(settings, command.text);
+        const std::string error = set_settings(settings, command.settings);
         return error.empty() ? reply{true, change(settings)}
                              : reply{false, "set: " + printable(error)};
     }
@@ -258,15 +276,28 @@ reply host::act(const user_command& command, clock::time_point now)
     case command_verb::reload:
         return cellular_reload() == 0 ? reply{true, "the reload flow runs"}
                                       : reply{false, "no reload during a start or restart"};
-    case command_verb::sms:
-        return {send(command.number, command.text), ""};
+    case command_verb::sms: {
+        const int number = send(command.number, command.text);
+        return {number > 0, "", number};
+    }
     case command_verb::gps:
         gps_.start(now);
         return {};
     case command_verb::help:
-        return {true, command_help};
+        return {true, command_help()};
     case command_verb::quit:
         quit_ = true;
+        return {};
+    case command_verb::status:
+        return {true, "", 0, {{"status", asked_status(now)}}};
+    case command_verb::figures:
+        return {true, "", 0, {{"figures", read_figures(counts_, seconds())}}};
+    case command_verb::watch: // the control socket tells what follows
+        return {true, "", 0, {{"status", asked_status(now)}}};
+    case command_verb::at:
+        return ask(command);
+    case command_verb::messages:
+    case command_verb::results: // it has them
         return {};
     }
     return {};
@@ -296,6 +327,7 @@ void host::pass(clock::time_point now)
         spool_.pass(now);
     mqtt_.pass(now, restarts());
     gps_.pass(now);
+    control_.pass();
     if (const std::string fault = pass_recording(); !fault.empty())
         display_.say(printable(fault));
     show_status(read(now));
@@ -398,6 +430,24 @@ void host::end_messages()
     }
 }
 
+// Only one that was asked for has to be there: elsewhere a host without it is better than none.
+std::string host::open_control()
+{
+    if (!options_.control)
+        return "";
+    const bool asked =
+        options_.control_path != default_control_path || !options_.control_group.empty();
+    if (!asked)
+        mkdir(std::filesystem::path(options_.control_path).parent_path().c_str(), 0755);
+    const std::string fault =
+        control_.open(loop_, feed_, options_.control_path, options_.control_group);
+    if (fault.empty() || asked)
+        return fault.empty() ? "" : "no control socket: " + fault;
+    display_.say("no control socket: " + printable(fault) +
+                 "; --control names another place, --no-control wants none");
+    return "";
+}
+
 int host::run()
 {
     if (!signals_.install(loop_, !options_.settings_file.empty())) {
@@ -429,6 +479,10 @@ int host::run()
             return exit_usage;
         }
     }
+    if (const std::string fault = open_control(); !fault.empty()) {
+        display_.say(printable(fault));
+        return exit_usage;
+    }
     if (options_.commands)
         input_.open(loop_, STDIN_FILENO);
     say_what_device_lacks();
@@ -438,6 +492,7 @@ int host::run()
         loop_.wait(between_passes);
     }
 
+    control_.close("the host ends");
     reached_ = reached_ || (goal_ != nullptr && goal_->holds());
     // The last state of the running modem: the stop itself clears the status word.
     if (!options_.spool.empty())

@@ -3,6 +3,7 @@
 
 #include "host/check_device.h"
 #include "host/commands.h"
+#include "host/control.h"
 #include "host/display.h"
 #include "host/feed.h"
 #include "host/figures.h"
@@ -25,12 +26,6 @@
 
 namespace kelo_host
 {
-
-// What became of a command, for whoever gave it.
-struct reply {
-    bool done = true;
-    std::string line; // may be empty
-};
 
 class host
 {
@@ -58,10 +53,13 @@ class host
     bool keep_message(clock::time_point now);
     void take_results();
     void count_lost(const char* what, int lost, int& before);
-    bool send(const std::string& number, const std::string& text);
+    int send(const std::string& number, const std::string& text);
     void end_messages();
     void run_command(const std::string& line, clock::time_point now);
     reply act(const user_command& command, clock::time_point now);
+    json_value asked_status(clock::time_point now);
+    reply ask(const user_command& command) const;
+    std::string open_control();
     std::string change(const cellular_setting& settings);
     void reread();
     void stop_modem();
@@ -110,6 +108,10 @@ class host
     int asked_every_s_ = 0;
     clock::time_point watched_until_{};
     bool quit_ = false;
+    control control_{say_,
+                     {[this](const user_command& command) { return act(command, clock::now()); },
+                      [this](int number) { return outgoing_.waits_for(number); },
+                      [this] { return gps_.busy(); }, [this] { return gps_.position(); }}};
 };
 
 // What this device needs for that.

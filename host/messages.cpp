@@ -235,6 +235,12 @@ void outgoing::pass(clock::time_point now)
     say_("message to " + first.destination + ": not sent: the modem was not registered in 300 s");
 }
 
+bool outgoing::waits_for(int number) const
+{
+    return std::any_of(waiting_.begin(), waiting_.end(),
+                       [&](const sent_message& one) { return one.number == number; });
+}
+
 void outgoing::note(const kelo_sms_result& result)
 {
     const auto own = std::find_if(waiting_.begin(), waiting_.end(), [&](const sent_message& one) {

@@ -57,6 +57,7 @@ class outgoing
     void note(const kelo_sms_result& result); // of whichever message
 
     bool busy() const { return !waiting_.empty(); }
+    bool waits_for(int number) const;          // the result of that message
     int not_sent() const { return not_sent_; } // failed, or nobody knows
 
   private:

@@ -62,6 +62,23 @@ void add_settings(CLI::App& app, host_options& options)
                    "read again on SIGHUP");
 }
 
+void add_control(CLI::App& app, host_options& options)
+{
+    auto* path = app.add_option("--control", options.control_path,
+                                "Socket by which kelo-ctl and others ask this host (default " +
+                                    std::string(default_control_path) +
+                                    ", where that can be made); who may open it may do all that "
+                                    "--commands may");
+    auto* group = app.add_option("--control-group", options.control_group,
+                                 "Group whose members may open it, too");
+    auto* at = app.add_flag("--allow-at", options.allow_at, "AT commands may come by it");
+    app.add_flag_callback(
+           "--no-control", [&options] { options.control = false; }, "No such socket")
+        ->excludes(path)
+        ->excludes(group)
+        ->excludes(at);
+}
+
 struct mqtt_texts {
     std::string broker, topic, client_id = "kelo-host", user, password;
     std::vector<std::string> tls;
@@ -187,7 +204,8 @@ std::optional<int> parse_options(int argc, const char* const* argv, host_options
     add_mqtt(app, mqtt);
     app.add_flag("--gps", options.gps, "Fetch a position");
     app.add_flag("--commands", options.commands,
-                 std::string("Take commands from standard input, one a line: ") + command_help);
+                 "Take commands from standard input, one a line: " + command_help());
+    add_control(app, options);
     app.add_option("--custom", options.custom_file,
                    "File of changes to the AT commands, see examples/custom-verbose-errors.txt");
     app.add_flag("--plain", options.plain,

@@ -12,6 +12,8 @@
 namespace kelo_host
 {
 
+constexpr const char* default_control_path = "/run/kelo/host.sock";
+
 struct host_options {
     std::optional<int> seconds; // run time; without it until a signal, or until all is done
     int family = 0;             // is_quectel
@@ -28,6 +30,9 @@ struct host_options {
     std::optional<unsigned int> sms_validity; // minutes
     bool sms_report = false, sms_flash = false;
     int join_seconds = 60, sms_storage = 2;
+    bool control = true; // a control socket
+    std::string control_path = default_control_path, control_group;
+    bool allow_at = false;
     std::string spool; // folder; empty: none
     std::optional<mqtt_config> mqtt;
     bool gps = false;

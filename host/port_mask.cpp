@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cctype>
 #include <charconv>
+#include <utility>
 
 namespace kelo_host
 {
@@ -82,7 +83,6 @@ class octets
         at_ += taken.size();
         return taken;
     }
-    std::string_view rest() { return take(hex_.size()); }
 
     std::string text;
 
@@ -109,34 +109,38 @@ size_t upload_size(std::string_view line)
 // Answers with other numbers than private ones, which are needed to understand them.
 bool has_counts(std::string_view line)
 {
-    return !line.starts_with("+CUSD") && !line.starts_with("+QMTRECV") && line.find(": ") != npos;
+    for (const std::string_view mark : {"+CUSD", "+QMTRECV", "+QGPSLOC"})
+        if (line.starts_with(mark))
+            return false;
+    return line.find(": ") != npos;
 }
 
 } // namespace
 
-// Digits in place of others: the same for the same ones.
-std::string port_mask::digits(std::string_view run) const
+// Digits in place of others: the same for the same ones, as long as they are remembered.
+std::string port_mask::digits(std::string_view run)
 {
-    constexpr std::uint64_t prime = 0x100000001b3;
-    std::uint64_t state = salt_ ^ 0xcbf29ce484222325;
-    for (const char c : run)
-        state = (state ^ static_cast<unsigned char>(c)) * prime;
+    constexpr size_t most = 1000, longest = 64;
+    if (const auto known = others_.find(run); known != others_.end())
+        return known->second;
     std::string other;
-    for (size_t i = 0; i < run.size(); i++) {
-        state = (state ^ (state >> 29)) * prime + i;
-        other += static_cast<char>('0' + (state >> 33) % 10);
-    }
+    for (size_t i = 0; i < run.size(); i++)
+        other += static_cast<char>('0' + random_() % 10);
+    if (others_.size() >= most)
+        others_.clear();
+    if (run.size() <= longest)
+        others_.emplace(run, other);
     return other;
 }
 
-std::string port_mask::identity(std::string_view run) const
+std::string port_mask::identity(std::string_view run)
 {
     constexpr size_t kept = 6;
     return std::string(run.substr(0, kept)) + digits(run).substr(kept);
 }
 
 // Everything; but `counts`: numbers outside quotes, of up to three digits.
-std::string port_mask::shape(std::string_view text, bool counts) const
+std::string port_mask::shape(std::string_view text, bool counts)
 {
     constexpr size_t longest_count = 3;
     std::string clean;
@@ -146,7 +150,7 @@ std::string port_mask::shape(std::string_view text, bool counts) const
         if (length == 0) {
             const char c = text[at++];
             quoted ^= c == '"';
-            const bool stays = is_blank(c) || std::string_view("\",:+-/>").find(c) != npos;
+            const bool stays = is_blank(c) || std::string_view("\",.:+-/>").find(c) != npos;
             clean += stays ? c : 'x';
             continue;
         }
@@ -165,7 +169,7 @@ std::string port_mask::shape(std::string_view text, bool counts) const
 }
 
 // Identities and numbers wherever they stand. What follows an x is a mask of bands.
-std::string port_mask::runs(std::string_view text, bool of_host) const
+std::string port_mask::runs(std::string_view text, bool of_host)
 {
     constexpr size_t least_number = 7;
     std::string clean;
@@ -185,7 +189,7 @@ std::string port_mask::runs(std::string_view text, bool of_host) const
     return clean;
 }
 
-std::string port_mask::pdu(std::string_view hex) const
+std::string port_mask::pdu(std::string_view hex)
 {
     octets in(hex);
     const auto other_digits = [&](size_t count) {
@@ -249,17 +253,15 @@ std::string port_mask::written(std::string_view bytes)
         upload_left_ -= std::min(upload_left_, bytes.size());
         return std::string(bytes.size(), '*');
     }
-    const bool ends = bytes.ends_with(ctrl_z) || bytes.ends_with(escape);
-    if (body_next_ || ends) {
-        body_next_ = !ends;
-        message_ = true; // its echo
-        as_pdu_ = false;
-        if (show_)
-            return std::string(bytes);
-        return (bytes.size() > ends ? "*" : "") +
-               std::string(ends ? bytes.substr(bytes.size() - 1) : "");
-    }
     const size_t end = bytes.find_last_not_of("\r\n") + 1; // 0 for npos
+    const bool ends = end > 0 && (bytes[end - 1] == ctrl_z || bytes[end - 1] == escape);
+    if (body_next_ || ends) {
+        message_ = std::exchange(body_next_, !ends) || body_next_; // its echo
+        as_pdu_ = false;
+        if (show_ || end == ends)
+            return std::string(bytes);
+        return "*" + std::string(ends ? bytes.substr(end - 1) : "");
+    }
     if (end == bytes.size() && end > 0)
         return std::string(bytes.size(), '*'); // of no command: a file
     return command(bytes.substr(0, end)) + std::string(bytes.substr(end));
@@ -314,7 +316,7 @@ std::string port_mask::read(std::string_view bytes, bool cut)
         const size_t length = whole.find_last_not_of('\r') + 1; // 0 for npos
         clean += line(whole.substr(0, length), cut && end == npos);
         clean += whole.substr(length);
-        hide_rest_ = cut && end == npos && (hide_rest_ || (length > 0 && whole != "> "));
+        hide_rest_ = cut && end == npos && (hide_rest_ || std::ranges::any_of(whole, is_word));
         if (end != npos)
             clean += '\n';
     }

@@ -3,6 +3,9 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
+#include <map>
+#include <random>
 #include <string>
 #include <string_view>
 
@@ -17,8 +20,8 @@ namespace kelo_host
 class port_mask
 {
   public:
-    // Another salt gives other digits.
-    port_mask(bool show_private, std::uint64_t salt) : show_(show_private), salt_(salt) {}
+    // Who knows the seed knows the digits.
+    port_mask(bool show_private, std::uint64_t seed) : show_(show_private), random_(seed) {}
 
     // One write, in the order in which they went out.
     std::string written(std::string_view bytes);
@@ -32,14 +35,15 @@ class port_mask
   private:
     std::string command(std::string_view line);
     std::string line(std::string_view line, bool cut);
-    std::string pdu(std::string_view hex) const;
-    std::string digits(std::string_view run) const;
-    std::string identity(std::string_view run) const;
-    std::string shape(std::string_view text, bool counts) const;
-    std::string runs(std::string_view text, bool of_host) const;
+    std::string pdu(std::string_view hex);
+    std::string digits(std::string_view run);
+    std::string identity(std::string_view run);
+    std::string shape(std::string_view text, bool counts);
+    std::string runs(std::string_view text, bool of_host);
 
     bool show_;
-    std::uint64_t salt_;
+    std::mt19937_64 random_;
+    std::map<std::string, std::string, std::less<>> others_; // digits in place of others
     std::size_t upload_left_ = 0; // bytes of a file that the host announced
     bool body_next_ = false;      // what the host writes next is a message's body
     bool message_ = false;        // what the modem says next may belong to a message,

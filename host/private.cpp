@@ -61,7 +61,7 @@ constexpr pattern personal[] = {
     // answers and reports
     {"+CMT:", 0}, {"+CMGR:", 0}, {"+CMGL:", 0}, {"+CDS:", 0}, {"+CBM:", 0}, {"+CLIP:", 0}, {"+CNUM:", 0},
     {"+CSCA:", 0}, {"+CCWA:", 0}, {"+COLP:", 0}, {"+CLCC:", 0}, {"^DSCI:", 0}, {"+CPBR:", 0}, {"+CPBF:", 0},
-    {"+CUSD:", 0}, {"+CIMI:", 0}, {"CCID:", 0}, {"+CGSN:", 0}, {"+QMTRECV:", 3},
+    {"+CUSD:", 0}, {"+CIMI:", 0}, {"CCID:", 0}, {"+CGSN:", 0}, {"+QMTRECV:", 3}, {"+QGPSLOC:", 0},
     // what the library makes of them
     {"imsi='", 0}, {"iccid='", 0}, {"sn='", 0}, {"number='", 0}, {"callingnum='", 0}, {"sms_center='", 0},
     {"gps='", 0}, {"+QGPSLOC:", 0},

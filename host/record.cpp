@@ -5,7 +5,9 @@
 
 #include <kelo/gsm.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <csignal>
 #include <cstring>
 #include <ctime>
 #include <fcntl.h>
@@ -26,7 +28,7 @@ constexpr size_t longest_tail = 4096;  // of a line that does not end
 constexpr size_t longest_piece = 4096; // of a line of the record
 constexpr long long tail_waits_ns = 500000000;
 
-std::uint64_t random_salt()
+std::uint64_t random_seed()
 {
     std::random_device source;
     return std::uint64_t{source()} << 32 | source();
@@ -54,7 +56,7 @@ std::string head()
 } // namespace
 
 recorder::recorder(const record_options& options)
-    : options_(options), mask_(options.show_private, random_salt())
+    : options_(options), mask_(options.show_private, random_seed())
 {
 }
 
@@ -68,21 +70,24 @@ std::string recorder::open()
 {
     const std::lock_guard guard(turn_);
     begun_ns_ = monotonic_now();
-    return open_file("");
+    return open_file();
 }
 
 // Not through a link, and nothing but a file: a pipe without a reader would hold the modem up.
-std::string recorder::open_file(const char* why)
+std::string recorder::open_file()
 {
-    fd_ = ::open(options_.path.c_str(),
-                 O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY,
-                 0600);
+    fd_ =
+        ::open(options_.path.c_str(),
+               O_RDWR | O_APPEND | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY, 0600);
     struct stat info = {};
     if (fd_ < 0 || fstat(fd_, &info) != 0)
-        return options_.path + ": " + why + std::strerror(errno);
+        return options_.path + ": " + std::strerror(errno);
     if (!S_ISREG(info.st_mode))
-        return options_.path + ": " + why + "is no regular file";
+        return options_.path + ": is no regular file";
     size_ = info.st_size;
+    char last = '\n'; // a loss of power may have cut the line
+    if (size_ > 0 && pread(fd_, &last, 1, size_ - 1) == 1 && last != '\n')
+        write_text("\n");
     write_text(head());
     return std::exchange(fault_, "");
 }
@@ -114,7 +119,7 @@ void recorder::put(long long monotonic_ns, char kind, std::string_view bytes)
         const std::string old = options_.path + ".1";
         if (rename(options_.path.c_str(), old.c_str()) != 0)
             return fail(old + ": " + std::strerror(errno));
-        const std::string fault = open_file("");
+        const std::string fault = open_file();
         if (!fault.empty())
             return fail(fault);
     }
@@ -182,6 +187,7 @@ recorder* current = nullptr;
 
 std::string start_recording(const record_options& options)
 {
+    signal(SIGXFSZ, SIG_IGN); // a limit of the file's size is a fault like others
     current = new recorder(options);
     std::string fault = current->open();
     if (fault.empty())

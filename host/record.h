@@ -36,7 +36,7 @@ class recorder
     std::string pass(long long monotonic_ns);
 
   private:
-    std::string open_file(const char* why);
+    std::string open_file();
     void put(long long monotonic_ns, char kind, std::string_view bytes);
     void write_text(const std::string& text);
     void let_go(long long monotonic_ns);

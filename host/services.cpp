@@ -100,6 +100,7 @@ void gps_engine::start(clock::time_point now)
         return say_("GPS: a position is asked for already");
     state_ = state::wanted;
     begun_ = next_ = now;
+    position_.clear();
 }
 
 void gps_engine::pass(clock::time_point now)
@@ -123,7 +124,8 @@ void gps_engine::pass(clock::time_point now)
     char position[KELO_GPS_LOCATION_SIZE] = "";
     if (!kelo_get_gps_location(position))
         return;
-    say_("GPS: " + printable(position));
+    position_ = printable(position);
+    say_("GPS: " + position_);
     feed_.tell("position", position_of(position));
     stop();
 }

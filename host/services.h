@@ -55,6 +55,10 @@ class gps_engine
 
     bool busy() const { return state_ != state::off; }
     int not_found() const { return not_found_; }
+    const std::string& position() const
+    {
+        return position_;
+    } // the last that was asked for; or none
 
   private:
     enum class state { off, wanted, running };
@@ -65,6 +69,7 @@ class gps_engine
     state state_ = state::off;
     clock::time_point next_{}, begun_{};
     int not_found_ = 0;
+    std::string position_;
 };
 
 } // namespace kelo_host

@@ -116,24 +116,38 @@ std::string set_setting(cellular_setting& settings, std::string_view name, std::
     return "unknown setting '" + std::string(name) + "': there are " + names;
 }
 
-std::string set_settings(cellular_setting& settings, std::string_view line)
+setting_fields read_fields(std::string_view line, std::string& error)
+{
+    setting_fields fields;
+    while (const auto field = next_field(line, error)) {
+        if (!field->value) {
+            error = field->name + " lacks '=' and a value";
+            break;
+        }
+        fields.emplace_back(field->name, *field->value);
+    }
+    return fields;
+}
+
+std::string set_settings(cellular_setting& settings, const setting_fields& fields)
 {
     cellular_setting changed = settings;
-    std::string error;
     std::set<std::string> seen;
-    while (const auto field = next_field(line, error)) {
-        if (!field->value)
-            error = field->name + " lacks '=' and a value";
-        else if (!seen.insert(field->name).second)
-            error = field->name + " stands twice";
-        else
-            error = set_setting(changed, field->name, *field->value);
+    for (const auto& [name, value] : fields) {
+        const std::string error =
+            seen.insert(name).second ? set_setting(changed, name, value) : name + " stands twice";
         if (!error.empty())
             return error;
     }
-    if (error.empty())
-        settings = changed;
-    return error;
+    settings = changed;
+    return "";
+}
+
+std::string set_settings(cellular_setting& settings, std::string_view line)
+{
+    std::string error;
+    const setting_fields fields = read_fields(line, error);
+    return error.empty() ? set_settings(settings, fields) : error;
 }
 
 std::vector<std::string> parse_settings(std::istream& in, const std::string& name,

@@ -9,6 +9,7 @@
 #include <iosfwd>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace kelo_host
@@ -20,7 +21,13 @@ cellular_setting default_settings();
 // Sets one of them. Returns what is wrong, empty for nothing; then `settings` is as it was.
 std::string set_setting(cellular_setting& settings, std::string_view name, std::string_view value);
 
-// Sets the fields of one line, all or, with a fault, none. Returns what is wrong.
+using setting_fields = std::vector<std::pair<std::string, std::string>>; // names and values
+
+// The fields of one line; what is wrong in `error`.
+setting_fields read_fields(std::string_view line, std::string& error);
+
+// Sets them, all or, with a fault, none. Returns what is wrong.
+std::string set_settings(cellular_setting& settings, const setting_fields& fields);
 std::string set_settings(cellular_setting& settings, std::string_view line);
 
 // The same for a file, every line of it. Returns "name:line: what is wrong" for each fault.

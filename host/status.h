@@ -1,6 +1,8 @@
 // What is known of the modem at one moment, as JSON, as a screen, and as lines of changes.
 #pragma once
 
+#include "host/text.h"
+
 #include <kelo/status.h>
 
 #include <nlohmann/json.hpp>
@@ -32,11 +34,6 @@ std::vector<std::string> changes(const json_value& before, const json_value& now
 
 // The screen, one string a line, none longer than `width` characters.
 std::vector<std::string> screen(const json_value& status, long seconds, size_t width);
-
-// As `text`, with what could act on a terminal, or is no UTF-8, replaced by '?'.
-std::string printable(std::string_view text);
-
-bool is_utf8(std::string_view text);
 
 // Of the +CSQ figure, 3GPP TS 27.007 8.5, and of the wider range of TD-SCDMA modules; null:
 // unknown.

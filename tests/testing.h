@@ -14,6 +14,7 @@
 #include "support/sleeps.h"
 #include "support/text.h"
 #include "task/task.h"
+#include <kelo/command.h>
 #include <kelo/gps.h>
 #include <kelo/host.h>
 #include <kelo/mqtt.h>

@@ -14,6 +14,7 @@
 #define KELO_KELO_H
 
 #include <kelo/at.h>
+#include <kelo/command.h>
 #include <kelo/gps.h>
 #include <kelo/gsm.h>
 #include <kelo/host.h>

@@ -164,6 +164,25 @@ read_outcome libgsm_check_event(gsm_mobile* rec, at_info* cur);
 
 int libgsm_schedule_run(gsm_mobile* rec, at_info* cur);
 
+// ---- Commands of the host's and their answers (ask.cpp), for the mobile task
+
+void ask_task_begins();
+void ask_task_ends(); // whatever has no end yet ends with the port
+void ask_look_at_clock(std::int64_t now_ms);
+
+// The next command, null for none now; the text is the caller's until it is over.
+const char* ask_next(int& timeout_s);
+void ask_over(); // its time is: an answer that is still due did not come
+
+// A whole line of the modem's own: true for one that ends the command that runs.
+bool ask_hear(const char* line);
+void ask_line_is_lost(); // one that was too long
+
+// A line, or a piece of one, that may be a prompt; a second of silence. What draws a prompt or data
+// all the same is told to leave that.
+void ask_watch_prompt(gsm_mobile* rec, const char* line);
+void ask_tick(gsm_mobile* rec);
+
 // ---- Profile files (profiles.cpp)
 
 struct cfg_item {

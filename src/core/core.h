@@ -60,6 +60,7 @@ extern int sms_reports_wanted;
 extern int keeper_on;
 extern int link_held;
 extern int reads_heard;
+extern int modem_at_work;
 extern int port_error;
 extern int body_due;
 extern int radio_answer;

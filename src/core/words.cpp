@@ -46,6 +46,7 @@ int g_mode_no_service = 0;         // the chosen 3G mode can't be served        
 int keeper_on = 0;                 // a keeper is on                                                     keeper                                  port, start, task, SIM, dialer
 int link_held = 1;                 // kept: no modem to dial through                                     keeper                                  dialer
 int reads_heard = 0;               // reads of the port that held something                               exchange                                keeper
+int modem_at_work = 0;             // it has echoed a command of the host's that is not at its end           kelo_ask                                keeper
 int body_due = 0;                  // between a message's command and its body nothing else is written    sending                                 exchange, task
 int sms_reports_wanted = 0;        // a message has asked for a report of its delivery                      kelo_send_sms                           storage errand
 int port_error = 0;                // errno of the last try to open the port, 0: it is open               port                                    keeper

@@ -194,6 +194,11 @@ event* general_handler(gsm_mobile* rec, char* line)
     // The tests go on with the same line: "+CMS ERROR" both ends the command and is an event.
     finish_on_final(rec, line);
     guard.release();
+    return report_handler(rec, line);
+}
+
+event* report_handler(gsm_mobile* rec, char* line)
+{
     const auto* const test = find_row(general_tests, [&](const general_test& row) {
         return text_has(line, row.needle) && (row.applies == nullptr || row.applies());
     });

@@ -19,6 +19,7 @@ namespace kelo
 
 // general.cpp
 event* general_handler(gsm_mobile* rec, char* line);
+event* report_handler(gsm_mobile* rec, char* line); // the same, and ends no command
 
 // registration.cpp; cops_handler and nwinfo_handler are exported, see kelo/gsm.h
 event* creg_handler(gsm_mobile* rec, char* line);

@@ -62,6 +62,7 @@ keeper_sight look()
     sight.there = port_there();
     sight.open_error = word_get(port_error);
     sight.heard = word_get(reads_heard);
+    sight.at_work = word_get(modem_at_work) != 0;
     sight.walked = word_get(flow_walked) != 0;
     look_at_record(sight);
     sight.reload_wanted = word_get(cell_reload_flag) != 0;

@@ -23,6 +23,7 @@ struct keeper_sight {
     bool open = false;    // the port is open, on that node, and the task reads it
     int open_error = 0;   // errno of the last try to open it
     int heard = 0;        // reads that held something
+    bool at_work = false; // the modem works on a command of the host's, which may take minutes
     bool walked = false;  // the flow is through
     bool unknown_module = false;
     bool unlisted = false; // its very name is

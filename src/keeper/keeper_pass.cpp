@@ -175,7 +175,7 @@ kelo_reason mind_port(keeper_state& state, const keeper_sight& sight, std::int64
 void count_silence(keeper_state& state, const keeper_sight& sight, std::int64_t passed_ms)
 {
     if (sight.heard == state.heard) {
-        state.silent_ms += passed_ms;
+        state.silent_ms += sight.at_work ? 0 : passed_ms;
         return;
     }
     state.heard = sight.heard;

@@ -2,6 +2,7 @@
 // else.
 #include "sms/storage.h"
 
+#include "at/answers.h"
 #include "at/at.h"
 #include "core/family.h"
 #include "support/text.h"
@@ -27,6 +28,10 @@ void hear_line(std::string_view line)
     if (line.empty() || is_foreign(text))
         return;
     sms_watch_answer(text);
+    if (ask_hear(text)) {
+        const lock_scope guard(record_lock);
+        finish_command(&g_mobile);
+    }
     sms_storage_line(&g_mobile, text);
 }
 
@@ -40,7 +45,9 @@ void sms_own_piece(std::string_view rest)
         too_long |= !begun.add({piece.data(), piece.size()});
         if (end == std::string_view::npos)
             return;
-        if (!std::exchange(too_long, false))
+        if (std::exchange(too_long, false))
+            ask_line_is_lost();
+        else
             hear_line({begun.items, begun.count});
         begun.count = 0;
         rest = behind(rest, end + 1);

@@ -40,6 +40,7 @@ void each_line(gsm_mobile* rec, const at_info* running, char* line)
     sim_guard_hear(line);
     libgsm_check_gps_location(line);
     libgsm_check_mqtt_sub(line);
+    ask_watch_prompt(rec, line);
     if (running == nullptr || !sends_message(running))
         sms_watch_prompt(rec, line);
 }
@@ -58,6 +59,7 @@ bool before_command(gsm_mobile* rec, const at_info* at, bool custom)
 void tick(bool idle)
 {
     libgsm_send_gps_location();
+    ask_tick(modem_record());
     if (idle)
         libgsm_set_cellular_wake();
 }

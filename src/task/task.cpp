@@ -97,30 +97,64 @@ event* errand_line(gsm_mobile* rec, char* line)
     return sms_errand_owns(line) ? nullptr : general_handler(rec, line);
 }
 
-// What there is to do beside flows and messages; null for nothing now.
+// What the modem says while a command of the host's runs is for the same ear; but for its echo, and
+// for an error that is no message's. Its end was seen ahead of the lines.
+event* asked_line(gsm_mobile* rec, char* line)
+{
+    const bool own = text_begins(line, "AT") || text_begins(line, "+CMS ERROR");
+    return own ? nullptr : report_handler(rec, line);
+}
+
+const char* next_asked(at_info& errand)
+{
+    const char* const command = ask_next(errand.timeout);
+    if (command != nullptr) {
+        sms_command_goes_out();
+        errand.handler = asked_line;
+    }
+    return command;
+}
+
+const char* next_of_storage(at_info& errand)
+{
+    errand.handler = errand_line;
+    return sms_errand_next(monotonic_ms());
+}
+
+const char* next_question(at_info& errand)
+{
+    constexpr int question_s = 5;
+    errand.handler = question_line;
+    errand.timeout = question_s;
+    return question_next(monotonic_ms());
+}
+
+// What there is to do beside flows and messages; null for nothing now. The host's commands and the
+// storage take turns.
 at_info* run_errand(gsm_mobile* rec, task_state& state)
 {
     constexpr int storage_s = 20;
-    constexpr int question_s = 5;
     static at_info errand;
     if (sms_sending())
         return nullptr;
     const char* command = sms_mode_to_restore();
     errand.handler = general_handler;
     errand.timeout = storage_s;
+    const bool was_asked = std::exchange(state.asked, false);
+    if (command == nullptr && was_asked)
+        command = next_of_storage(errand);
     if (command == nullptr) {
-        command = sms_errand_next(monotonic_ms());
-        errand.handler = errand_line;
+        command = next_asked(errand);
+        state.asked = command != nullptr;
     }
-    if (command == nullptr) {
-        command = question_next(monotonic_ms());
-        errand.handler = question_line;
-        errand.timeout = question_s;
-    }
-    if (command == nullptr) {
+    if (command == nullptr && !was_asked)
+        command = next_of_storage(errand);
+    if (command == nullptr)
+        command = next_question(errand);
+    if (command == nullptr || state.asked)
         state.errand_ms = monotonic_ms();
+    if (command == nullptr)
         return nullptr;
-    }
     exec_at_command(rec, command);
     return &errand;
 }
@@ -135,6 +169,7 @@ bool errand_goes_first(const task_state& state)
 void send_next(gsm_mobile* rec, task_state& state)
 {
     bool list_ended = false;
+    ask_over();
     state.running = libgsm_send_atcommand(rec, list_ended);
     if (list_ended) {
         if (errand_goes_first(state))
@@ -242,6 +277,7 @@ bool task_pass(gsm_mobile* rec, task_state& state)
     }
     microseconds_sleep(task_pace(state, time_of_day_us()));
     sms_look_at_clock(monotonic_ms());
+    ask_look_at_clock(monotonic_ms());
     if (word_get(body_due) == 0)
         exchange_write_deferred(rec);
     if (may_send(rec, state))
@@ -262,6 +298,7 @@ void* corvel_mobile_dchannel(void* record)
     if (record == nullptr)
         return nullptr;
     mobile_task_begins();
+    ask_task_begins();
     libgsm_set_init_flag(word_get(isLowPower) == 0 ? 1 : 0);
     word_set(cell_first_boot, 0);
     life_set(&lifecycle::mobile_task_stopped, false);
@@ -272,6 +309,7 @@ void* corvel_mobile_dchannel(void* record)
             break;
     sms_reads_end();
     sms_port_lost();
+    ask_task_ends();
     mobile_task_ends();
     life_set(&lifecycle::mobile_task_stopped, true);
     return nullptr;

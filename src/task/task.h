@@ -80,6 +80,7 @@ struct task_state {
     std::int64_t last_tick_ms = 0;  // monotonic, of the last timer tick
     std::int64_t armed_ms = 0;      // monotonic, of the running command
     std::int64_t errand_ms = 0;     // monotonic, when the errand had nothing to do, or had its turn
+    bool asked = false;             // the last errand was a command of the host's
     int low_power_credit = 0;
     bool hung_up = false; // said already that the port is hung up
 };

@@ -23,7 +23,7 @@ TEST(Commands, AndTheirSettingsAreTakenOrRefusedWithAReason)
         std::string error;
         const auto command = parse_command(line, error);
         if (command && command->verb == command_verb::set)
-            error = set_settings(settings, command->text);
+            error = set_settings(settings, command->settings);
         EXPECT_EQ(error.empty(), *reason == '\0') << line << ": " << error;
         EXPECT_NE(error.find(reason), std::string::npos) << line << ": " << error;
         EXPECT_STREQ(settings.apn, std::strstr(line, "an apn") ? "an apn" : "") << line;

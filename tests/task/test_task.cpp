@@ -158,3 +158,97 @@ TEST_F(TaskPass, AHungUpPortDoesNotSpinTheTask)
     EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(450));
     EXPECT_EQ(count_of(out.text(), "the AT port has hung up\n"), 1);
 }
+
+// Catches: the late end of a command of before taken for that of the host's, another's text taken
+// for an end, a message's body or a flow that the command falls into, an error that raises a
+// message's event, a modem that is left in its prompt.
+TEST_F(TaskPass, ACommandOfTheHostHasItsOwnAnswer)
+{
+    // clang-format off
+    constexpr struct {
+        const char* says[3];
+        const char* last;
+        int end, number;
+        const char* lines;
+        const char* written; // besides
+    } rows[] = {
+        {{"AT+A\r\r\n+A: 1\r\n\r\nOK\r\n"}, "OK", KELO_ASK_OK, -1, "+A: 1", ""},
+        {{"\r\nOK\r\n", "AT+A\r\r\n+A", ": OK\r\n+CSQ: 7,99\r\n\r\nERROR\r\n"}, "ERROR", KELO_ASK_ERROR, -1, "+A: OK\n+CSQ: 7,99", ""},
+        {{"AT+A\r\r\n", "+CMS ER", "ROR: 321\r\n"}, "+CMS ERROR: 321", KELO_ASK_CMS_ERROR, 321, "", ""},
+        {{"+CREG: 1\r\nAT+A\r\r\n", "+CUSD: 0,\"OK\r\n+QMTRECV: 0,0,\"t\",\"\r\n", "+CME ERROR: SIM busy\r\n"}, "+CME ERROR: SIM busy", KELO_ASK_CME_ERROR, -1, "", ""},
+        {{"AT+A\r\r\n> ", "\r\nOK\r\n"}, "OK", KELO_ASK_DATA, -1, ">", "\x1b"},
+        {{"AT+A\r\r\nCONNECT\r\n", nullptr, "\r\nOK\r\n"}, "OK", KELO_ASK_DATA, -1, "CONNECT", "+++"},
+        {{"AT+A\r\r\n+A: 1\r\n", nullptr, nullptr}, "", KELO_ASK_TIMED_OUT, -1, "+A: 1", ""},
+    };
+    // clang-format on
+    ask_task_begins();
+    pass("AT+OTHER\r\r\n");
+    for (const auto& row : rows) {
+        const int number = kelo_ask("AT+A", row.end == KELO_ASK_TIMED_OUT ? 2 : 9);
+        ASSERT_GT(number, 0) << row.last;
+        sms_send_begins(&g_mobile);
+        pass();
+        body_due = 0;
+        gsm_event.code = 0;
+        EXPECT_EQ(port.heard(), "") << "into a message's body";
+        std::string written;
+        for (const char* const says : row.says) {
+            pass(says == nullptr ? "" : says);
+            written += port.heard();
+        }
+        pass();
+        EXPECT_EQ(written, std::string("AT+A\r\n") + row.written) << row.last;
+        kelo_answer answer{};
+        char lines[64] = "";
+        EXPECT_EQ(kelo_take_answer(&answer, sizeof answer, lines, 0), -1);
+        EXPECT_EQ(kelo_take_answer(&answer, sizeof answer, lines, sizeof lines), 1);
+        EXPECT_EQ(answer.number, number);
+        EXPECT_EQ(answer.end, row.end) << kelo_ask_end_name(answer.end) << " " << row.last;
+        EXPECT_EQ(answer.error_number, row.number);
+        EXPECT_STREQ(answer.last, row.last);
+        EXPECT_STREQ(lines, row.lines);
+        EXPECT_NE(gsm_event.code, GSM_EVENT_SMS_SEND_FAILED) << row.last;
+        EXPECT_EQ(modem_at_work, 0);
+    }
+    EXPECT_EQ(g_mobile.rssi, 7) << "what it tells of the modem is heard";
+}
+
+TEST_F(TaskPass, CommandsOfTheHostAreCheckedAndNeverMoreThanTheirPlaces)
+{
+    EXPECT_EQ(kelo_ask("AT", 1), KELO_ASK_STOPPED);
+    ask_task_begins();
+    const std::string longest = "AT+A=\"" + std::string(KELO_COMMAND_LONGEST - 7, 'x') + "\"";
+    const std::pair<std::string, int> rows[] = {{"", KELO_ASK_NO_COMMAND},
+                                                {"CSQ", KELO_ASK_NO_COMMAND},
+                                                {"AT+A\rAT", KELO_ASK_NO_COMMAND},
+                                                {"AT+A\x1a", KELO_ASK_NO_COMMAND},
+                                                {"AT+A\x1b", KELO_ASK_NO_COMMAND},
+                                                {"AT+A=\"\xc3\xa4\"", KELO_ASK_NO_COMMAND},
+                                                {"AT+A=\"", KELO_ASK_NO_COMMAND},
+                                                {longest + "x", KELO_ASK_NO_COMMAND},
+                                                {"at + cmgs =1", KELO_ASK_UNFIT},
+                                                {"AT+CSQ;+QISEND=0", KELO_ASK_UNFIT},
+                                                {"AT+CMGL", KELO_ASK_UNFIT},
+                                                {"ATD123", KELO_ASK_UNFIT},
+                                                {"ATE0", KELO_ASK_UNFIT},
+                                                {"ATI;V0", KELO_ASK_UNFIT},
+                                                {"AT", 1},
+                                                {"ATI9", 2},
+                                                {"AT+CMGS=?;+CSQ", 3},
+                                                {"at+a=\";+CMGS=1\"", 4},
+                                                {longest, 5},
+                                                {"AT", 6},
+                                                {"AT", 7},
+                                                {"AT", 8},
+                                                {"AT", KELO_ASK_FULL}};
+    for (const auto& [command, result] : rows)
+        EXPECT_EQ(kelo_ask(command.c_str(), 1), result) << command;
+    ask_look_at_clock(monotonic_ms() + 121000);
+    ask_task_ends();
+    kelo_answer answer{};
+    char lines[8];
+    for (int i = 1; i <= KELO_ASKS; i++)
+        EXPECT_EQ(kelo_take_answer(&answer, sizeof answer, lines, sizeof lines), 1);
+    EXPECT_STREQ(kelo_ask_end_name(answer.end), "not sent");
+    EXPECT_EQ(kelo_take_answer(&answer, sizeof answer, lines, sizeof lines), 0);
+}
