@@ -108,15 +108,27 @@ void host::say_what_device_lacks()
             display_.say(line_of(one));
 }
 
+// Somebody who follows may be turning the antenna. The half minute behind him keeps one who comes
+// and goes from setting the pace.
+int host::between_questions(clock::time_point now)
+{
+    constexpr int live_s = 2, often_s = 15, rarely_s = 600; // each wakes a modem of low power
+    if (http_.has_followers())
+        watched_until_ = now + 30s;
+    return options_.low_power != 0 ? rarely_s : now < watched_until_ ? live_s : often_s;
+}
+
 // What it is asked for goes by its model. The rest once each: a module that has no flow, or no
 // profile, does less than its owner thinks.
 void host::tell_module()
 {
     gsm_mobile mobile{};
     const bool told = kelo_copy_mobile(&mobile) && mobile.model[0] != '\0';
-    if (told && !options_.plain && asked_model_ != mobile.model) {
+    const int every_s = between_questions(clock::now());
+    if (told && !options_.plain && (asked_model_ != mobile.model || asked_every_s_ != every_s)) {
         asked_model_ = mobile.model;
-        ask_for_figures(asked_model_, options_.low_power != 0);
+        asked_every_s_ = every_s;
+        ask_for_figures(asked_model_, every_s);
     }
     if (told && !profile_told_) {
         profile_told_ = true;
@@ -445,9 +457,8 @@ int host::run()
         return exit_usage;
     }
     if (options_.json)
-        feed_.follow([this](const json_value& happening) {
-            display_.show(options_.show_private ? happening : masked(happening));
-        });
+        feed_.follow(
+            [this](const json_value& happening) { display_.show(open_to_all(happening)); });
     if (!open_http())
         return exit_usage;
     start_log({.fd = display_.log_descriptor(),

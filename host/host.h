@@ -46,6 +46,7 @@ class host
     void start();
     void say_what_device_lacks();
     void tell_module();
+    int between_questions(clock::time_point now);
     int exit_status(bool told_model, kelo_reason reason, const std::string& why, long waited_s);
     void pass(clock::time_point now);
     void receive(clock::time_point now);
@@ -104,6 +105,8 @@ class host
     const goal* const goal_ = goal_named(options_.until);
     bool reached_ = false, profile_told_ = false, unknown_told_ = false;
     std::string asked_model_; // for which figures are asked
+    int asked_every_s_ = 0;
+    clock::time_point watched_until_{};
     bool quit_ = false;
     control control_{say_,
                      {[this](const user_command& command) { return act(command, clock::now()); },

@@ -16,6 +16,7 @@
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <optional>
+#include <strings.h>
 #include <utility>
 
 namespace kelo_host

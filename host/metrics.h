@@ -8,7 +8,6 @@
 
 #include <kelo/keeper.h>
 
-#include <chrono>
 #include <string>
 
 namespace kelo_host

@@ -257,15 +257,12 @@ std::string operator_name(const std::string& oper)
     return name;
 }
 
-void ask_for_figures(std::string_view model, bool low_power)
+void ask_for_figures(std::string_view model, int seconds)
 {
-    constexpr int often_s = 15;
-    constexpr int rarely_s = 600; // each wakes the modem
     for (const question_row& row : question_rows) {
         if (!model.starts_with(row.model))
             continue;
-        kelo_set_questions(row.commands.data(), static_cast<int>(row.commands.size()),
-                           low_power ? rarely_s : often_s);
+        kelo_set_questions(row.commands.data(), static_cast<int>(row.commands.size()), seconds);
         return;
     }
 }
