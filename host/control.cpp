@@ -153,6 +153,14 @@ std::string control::bind_socket(const std::string& path, const std::string& gro
     return chmod(path.c_str(), 0660) == 0 ? "" : system_fault(path);
 }
 
+control::~control()
+{
+    try {
+        close("the host ends");
+    } catch (...) { // no memory for a last answer
+    }
+}
+
 std::string control::open(loop& waits, feed& happenings, const std::string& path,
                           const std::string& group)
 {
