@@ -1,0 +1,1 @@
+#include "tests/testing.h" // compiled once, ahead of the tests that include it
