@@ -105,10 +105,14 @@ const char* question_next(std::int64_t now_ms)
     static char command[KELO_QUESTION_SIZE]; // the mobile task's own
     const lock_scope hold(questions_lock);
     question* const end = questions.all + questions.count;
+    // The one that has waited longest, or a slow modem would never come to the last.
     question* const due =
-        std::find_if(questions.all, end, [&](const question& one) { return one.due_ms <= now_ms; });
-    questions.asked = due == end ? nullptr : due;
-    if (due == end)
+        std::min_element(questions.all, end, [](const question& one, const question& other) {
+            return one.due_ms < other.due_ms;
+        });
+    const bool none = due == end || due->due_ms > now_ms;
+    questions.asked = none ? nullptr : due;
+    if (none)
         return nullptr;
     due->due_ms =
         now_ms + doubled(questions.pause_ms, rarest * questions.pause_ms, due->unanswered);

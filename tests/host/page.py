@@ -110,7 +110,7 @@ def story(browser, modem, started):
     browser.wait("RSRP", "at('rsrp_dbm').querySelector('.value').textContent === '\u221299'", 30)
     check(browser.text("#rsrp_dbm .level") == "fair", "-99 dBm is not called fair")
 
-    check(OPERATOR in browser.text("#network"), "the operator's name is not shown as it is")
+    browser.wait("the operator's name as it is", f"at('network').textContent.includes({json.dumps(OPERATOR)})", 20)
 
     report = '+QENG: "servingcell","NOCONN","LTE","FDD",262,01,7C4B10D,407,1300,3,5,5,5A1C,-71,-8,-50,22,9,23,-'
     order("set qeng_LTE " + report)
