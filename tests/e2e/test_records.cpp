@@ -53,6 +53,8 @@ TEST_P(Records, ComeToTheSame)
     EXPECT_NE(text_of("/tmp/differences").find(" 0 did not come, 0 unknown\n"), std::string::npos)
         << text_of("/tmp/differences");
 
+    EXPECT_EQ(std::system(KELO_JSON_STORIES " --check " KELO_DOCS " /tmp/objects"), 0);
+
     std::ifstream objects("/tmp/objects");
     std::vector<std::pair<std::string, double>> reasons; // and since when
     json last;
