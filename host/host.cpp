@@ -125,10 +125,12 @@ void host::tell_module()
     gsm_mobile mobile{};
     const bool told = kelo_copy_mobile(&mobile) && mobile.model[0] != '\0';
     const int every_s = between_questions(clock::now());
-    if (told && !options_.plain && (asked_model_ != mobile.model || asked_every_s_ != every_s)) {
-        asked_model_ = mobile.model;
-        asked_every_s_ = every_s;
-        ask_for_figures(asked_model_, every_s);
+    // The flow asks for the name once, and a busy modem's answer may miss it.
+    const bool nameless = mobile.oper[0] == '\0';
+    const auto asked = std::tuple(std::string(mobile.model), every_s, nameless);
+    if (told && !options_.plain && asked_ != asked) {
+        asked_ = asked;
+        ask_for_figures(mobile.model, every_s, nameless);
     }
     if (told && !profile_told_) {
         profile_told_ = true;

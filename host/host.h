@@ -23,6 +23,7 @@
 
 #include <chrono>
 #include <string>
+#include <tuple>
 
 namespace kelo_host
 {
@@ -104,8 +105,7 @@ class host
     int mode_ = settings_.net_mode;
     const goal* const goal_ = goal_named(options_.until);
     bool reached_ = false, profile_told_ = false, unknown_told_ = false;
-    std::string asked_model_; // for which figures are asked
-    int asked_every_s_ = 0;
+    std::tuple<std::string, int, bool> asked_; // of which model, how often, for its operator's name
     clock::time_point watched_until_{};
     bool quit_ = false;
     control control_{say_,

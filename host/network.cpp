@@ -8,6 +8,7 @@
 #include <iterator>
 #include <optional>
 #include <span>
+#include <vector>
 
 namespace kelo_host
 {
@@ -257,12 +258,15 @@ std::string operator_name(const std::string& oper)
     return name;
 }
 
-void ask_for_figures(std::string_view model, int seconds)
+void ask_for_figures(std::string_view model, int seconds, bool name)
 {
     for (const question_row& row : question_rows) {
         if (!model.starts_with(row.model))
             continue;
-        kelo_set_questions(row.commands.data(), static_cast<int>(row.commands.size()), seconds);
+        std::vector<const char*> commands(row.commands.begin(), row.commands.end());
+        if (name)
+            commands.push_back("AT+COPS?");
+        kelo_set_questions(commands.data(), static_cast<int>(commands.size()), seconds);
         return;
     }
 }

@@ -12,8 +12,8 @@ namespace kelo_host
 {
 
 // Has the library ask the modem again and again for what its flows do not, or once: by its model,
-// every so many seconds.
-void ask_for_figures(std::string_view model, int seconds);
+// every so many seconds; `name`: for the operator's name, too.
+void ask_for_figures(std::string_view model, int seconds, bool name);
 
 // Adds the fields from "operator" to "signal_dbm"; null for what is not known.
 void add_network(json_value& status, const gsm_mobile& mobile);

@@ -26,8 +26,8 @@ extern "C" {
  * 5 silent seconds is asked more and more rarely, down to every 64th time, until one comes or a
  * flow begins.
  *
- * What is read of the answers, beside all that is read as a report: +CSQ and a numeric +COPS (3GPP
- * TS 27.007 8.5, 7.3), +QENG and +QNWINFO (Quectel), +ZPAS (ZTE), ^HCSQ (Huawei), +PSRAT
+ * What is read of the answers, beside all that is read as a report: +CSQ and +COPS, a name or a
+ * code (3GPP TS 27.007 8.5, 7.3), +QENG and +QNWINFO (Quectel), +ZPAS (ZTE), ^HCSQ (Huawei), +PSRAT
  * (Longsung), and #RFSTS of a cell of LTE (Telit). None of them counts as news of the registration.
  *
  * 0; -1 with a message, and the questions as they were, for a text that is NULL, too long, holds

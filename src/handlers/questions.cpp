@@ -70,10 +70,14 @@ void take_rfsts(gsm_mobile* rec, char* line)
 void take_operator(gsm_mobile* rec, char* line)
 {
     const std::optional<network_operator> oper = read_operator(line);
-    const std::size_t digits = oper ? std::strspn(oper->name, "0123456789") : 0;
+    if (!oper || oper->kind != network_operator::named)
+        return;
+    const std::size_t digits = std::strspn(oper->name, "0123456789");
     lock_scope guard(record_lock);
     if ((digits == 5 || digits == 6) && oper->name[digits] == '\0')
         text_set(rec->plmn, oper->name);
+    else
+        text_set(rec->oper, oper->name);
 }
 
 struct figure {
