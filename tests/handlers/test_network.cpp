@@ -92,7 +92,7 @@ TEST(Registration, OperatorTechnologySignal)
     const story stories[] = { // act/plmn/band oper, channel, rssi, status
         {"EG25-G EG25GGBR07A08M2G", cops_handler, "+COPS: 0,0,\"Telefonica, O2\",7", 0, 0, "x/x/x x 9 9 5"},
         {"ZTE", nwinfo_handler, "+ZPAS: \"EDGE\",\"CS_PS\"|OK", 0, 1, "EDGE// x 9 9 5"},
-        {"", question_line, "AT+QNWINFO|+COPS: 0,2,\"310260\",7|+COPS: 0,0,\"a b\",7|+COPS: 0|+CSQ: 99,99|OK", 0, 1, "x/310260/x x 9 99 5"},
+        {"", question_line, "AT+QNWINFO|+COPS: 0,2,\"310260\",7|+COPS: 0,0,\"a b\",7|+COPS: 0|+CSQ: 99,99|OK", 0, 1, "x/310260/x a b 9 99 5"},
     };
     // clang-format on
     run(
