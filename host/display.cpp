@@ -1,6 +1,5 @@
 #include "host/display.h"
 
-#include "host/log.h"
 #include "host/private.h"
 
 #include <cstdlib>

@@ -14,11 +14,6 @@ namespace kelo_host
 namespace
 {
 
-json_value text_or_null(std::string_view text)
-{
-    return text.empty() ? json_value(nullptr) : json_value(printable(text));
-}
-
 // <UTC>,<latitude>,<longitude>,<HDOP>,<altitude>,<fix>,<COG>,<spkm>,<spkn>,<date>,<nsat>
 enum column {
     utc,

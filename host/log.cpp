@@ -89,17 +89,6 @@ void take_line(kelo_log_level level, const char* line, void*)
 
 } // namespace
 
-void write_all(int fd, std::string_view text)
-{
-    while (!text.empty()) {
-        const ssize_t done = write(fd, text.data(), text.size());
-        if (done < 0 && errno != EINTR)
-            return; // as above
-        if (done > 0)
-            text.remove_prefix(static_cast<size_t>(done));
-    }
-}
-
 std::string log_prefix(kelo_log_level level, bool for_journal)
 {
     constexpr const char* priorities[] = {"<3>", "<5>", "<7>"};

@@ -9,8 +9,6 @@
 namespace kelo_host
 {
 
-void write_all(int fd, std::string_view text);
-
 struct log_options {
     int fd = 1;
     kelo_log_level most = KELO_LOG_DEBUG; // what is less important is left out

@@ -39,11 +39,6 @@ const char* delivery_name(int state)
                                             : "?";
 }
 
-json_value text_or_null(const std::string& text)
-{
-    return text.empty() ? json_value(nullptr) : json_value(text);
-}
-
 // "2024-05-17 09:30:12" and quarters of an hour, as RFC 3339 has it.
 json_value time_of(std::string text, int zone)
 {

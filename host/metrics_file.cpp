@@ -1,5 +1,7 @@
 #include "host/metrics_file.h"
 
+#include "host/text.h"
+
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -15,19 +17,6 @@ namespace
 
 constexpr auto between_writes = std::chrono::seconds(5);
 
-bool write_whole(int fd, std::string_view text)
-{
-    while (!text.empty()) {
-        const ssize_t count = ::write(fd, text.data(), text.size());
-        if (count < 0 && errno == EINTR)
-            continue;
-        if (count <= 0)
-            return false;
-        text.remove_prefix(static_cast<size_t>(count));
-    }
-    return true;
-}
-
 } // namespace
 
 // Not synced: it is of this boot alone. The collector reads names that end in .prom, which the
@@ -38,7 +27,7 @@ std::string metrics_file::write(const std::string& text) const
     const int fd = open(part.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0644);
     if (fd < 0)
         return std::strerror(errno);
-    const bool written = fchmod(fd, 0644) == 0 && write_whole(fd, text); // whatever the umask is
+    const bool written = fchmod(fd, 0644) == 0 && write_all(fd, text); // whatever the umask is
     const int error = errno;
     close(fd);
     if (written && std::rename(part.c_str(), path_.c_str()) == 0)

@@ -156,11 +156,6 @@ bool is_code(std::string_view oper)
     return (oper.size() == 5 || oper.size() == 6) && all_digits(oper);
 }
 
-json_value text_or_null(std::string_view text)
-{
-    return text.empty() ? json_value(nullptr) : json_value(printable(text));
-}
-
 // ---- Names in UTF-16
 
 // Scripts that do not stand in one name together; what stands in no row is in no name.

@@ -42,13 +42,6 @@ size_t run_of(std::string_view text, size_t from, bool (*is)(char))
     return static_cast<size_t>(std::find_if_not(begin, text.end(), is) - begin);
 }
 
-// Of the SIM or the module, wherever it stands; an ICCID may end with a letter.
-bool is_identity(size_t digits, size_t hex)
-{
-    constexpr size_t least = 14, most = 22;
-    return digits >= least && digits <= most && digits + 1 >= hex;
-}
-
 bool is_all_hex(std::string_view line)
 {
     constexpr size_t least = 20; // the shortest PDU that holds a number or a text

@@ -11,6 +11,7 @@ namespace
 {
 
 constexpr size_t npos = std::string_view::npos;
+constexpr size_t least_identity = 14, most_identity = 22;
 constexpr const char* hidden = hidden_line;
 
 // What stands behind the mark is hidden, but for so many commas and what is ahead of them.
@@ -153,7 +154,7 @@ template <size_t count> size_t first_cut(std::string_view line, const pattern (&
 // Numbers and hexadecimal texts wherever they stand.
 std::string mask_runs(std::string_view line)
 {
-    constexpr size_t least_number = 7, least_identity = 14, most_identity = 22, least_hex = 16;
+    constexpr size_t least_number = 7, least_hex = 16;
     std::string clean;
     for (size_t at = 0; at < line.size();) {
         const auto end_of = [&](bool (*is)(char), size_t from) {
@@ -165,9 +166,7 @@ std::string mask_runs(std::string_view line)
         const size_t start = at + plus;
         const size_t digits = end_of(is_digit, start) - start;
         const size_t length = end_of(is_hex, start) - start;
-        const bool is_identity =
-            digits >= least_identity && digits <= most_identity && digits + 1 >= length;
-        if (!plus && is_identity)
+        if (!plus && is_identity(digits, length))
             clean += hidden + std::string(line.substr(start + digits - 2, 2));
         else if (digits >= least_identity || length >= least_hex ||
                  (plus && digits >= least_number))
@@ -207,6 +206,11 @@ size_t dialogue_text(std::string_view line)
 }
 
 } // namespace
+
+bool is_identity(size_t digits, size_t hex)
+{
+    return digits >= least_identity && digits <= most_identity && digits + 1 >= hex;
+}
 
 size_t secret_from(std::string_view line)
 {

@@ -40,6 +40,10 @@ std::size_t personal_from(std::string_view line);
 bool is_message_head(std::string_view line);
 bool is_result(std::string_view line);
 
+// Whether so many digits, in a run of so many hexadecimal ones, are of the SIM or the module,
+// wherever they stand; an ICCID may end with a letter.
+bool is_identity(std::size_t digits, std::size_t hex);
+
 // The same for a line of this program: its status and its messages.
 std::string mask_own_line(std::string_view line);
 

@@ -102,13 +102,8 @@ void recorder::fail(const std::string& what)
 
 void recorder::write_text(const std::string& text)
 {
-    size_t done = 0;
-    while (fd_ >= 0 && done < text.size()) {
-        const ssize_t count = write(fd_, text.data() + done, text.size() - done);
-        if (count < 0 && errno != EINTR)
-            return fail(std::strerror(errno));
-        done += count > 0 ? static_cast<size_t>(count) : 0;
-    }
+    if (fd_ >= 0 && !write_all(fd_, text))
+        return fail(std::strerror(errno));
     size_ += static_cast<long long>(text.size());
 }
 

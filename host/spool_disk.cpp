@@ -24,17 +24,6 @@ constexpr const char* paths[places] = {
 
 constexpr int open_flags = O_CLOEXEC | O_NOFOLLOW;
 
-bool write_all(int fd, std::string_view content)
-{
-    while (!content.empty()) {
-        const ssize_t count = ::write(fd, content.data(), content.size());
-        if (count < 0 && errno != EINTR)
-            return false;
-        content.remove_prefix(count > 0 ? static_cast<size_t>(count) : 0);
-    }
-    return true;
-}
-
 // "name.3"; room is left for what else is put behind it.
 std::string numbered(const std::string& name, int number)
 {

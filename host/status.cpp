@@ -20,11 +20,6 @@ int word(const int& exported)
     return __atomic_load_n(&exported, __ATOMIC_RELAXED);
 }
 
-json_value text_or_null(std::string_view text)
-{
-    return text.empty() ? json_value(nullptr) : json_value(printable(text));
-}
-
 const char* sim_text()
 {
     const int status = get_sim_status();
@@ -65,6 +60,11 @@ std::string fit(const std::string& text, size_t width)
 }
 
 } // namespace
+
+json_value text_or_null(std::string_view text)
+{
+    return text.empty() ? json_value(nullptr) : json_value(printable(text));
+}
 
 json_value signal_dbm(int rssi)
 {

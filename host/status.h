@@ -35,6 +35,9 @@ std::vector<std::string> changes(const json_value& before, const json_value& now
 // The screen, one string a line, none longer than `width` characters.
 std::vector<std::string> screen(const json_value& status, long seconds, size_t width);
 
+// As printable; null for an empty one.
+json_value text_or_null(std::string_view text);
+
 // Of the +CSQ figure, 3GPP TS 27.007 8.5, and of the wider range of TD-SCDMA modules; null:
 // unknown.
 json_value signal_dbm(int rssi);

@@ -1,6 +1,8 @@
 #include "host/text.h"
 
 #include <algorithm>
+#include <cerrno>
+#include <unistd.h>
 
 namespace kelo_host
 {
@@ -51,6 +53,17 @@ bool is_utf8(std::string_view text)
         if (length == 0)
             return false;
         text.remove_prefix(length);
+    }
+    return true;
+}
+
+bool write_all(int fd, std::string_view text)
+{
+    while (!text.empty()) {
+        const ssize_t done = write(fd, text.data(), text.size());
+        if (done < 0 && errno != EINTR)
+            return false;
+        text.remove_prefix(done > 0 ? static_cast<size_t>(done) : 0);
     }
     return true;
 }

@@ -1,4 +1,4 @@
-// Texts from outside: what of them may go to a terminal.
+// Texts: what of those from outside may go to a terminal, and their way into a file.
 #pragma once
 
 #include <string>
@@ -14,5 +14,8 @@ std::string printable(std::string_view text);
 size_t utf8_length(std::string_view text);
 
 bool is_utf8(std::string_view text);
+
+// False, with errno, when not all of it could be written.
+bool write_all(int fd, std::string_view text);
 
 } // namespace kelo_host
