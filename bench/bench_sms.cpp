@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The SMS codec beside Gammu's: hexadecimal PDU to UTF-8 text, and UTF-8 text to hexadecimal PDU.
 // Both sides do the whole way, and every case is checked once before it is timed.
 #include "sms/sms.h"

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # What a package of kelo holds: the library, its headers, the profile files, and the descriptions that pkg-config and
 # CMake find it by.
 include(CMakePackageConfigHelpers)

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # KELO_SANITIZE: one sanitizer for the library, the programs and the tests alike, stopping at the first finding.
 if(KELO_SANITIZE STREQUAL "address")
   set(flags -fsanitize=address,undefined -fno-sanitize-recover=undefined -fno-omit-frame-pointer)

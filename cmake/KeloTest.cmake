@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Tests run in a root of their own (scripts/device-root), and each case in a process of its own, so that each starts
 # with the library as just loaded and no case sees what another left behind.
 

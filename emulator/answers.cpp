@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "emulator/answers.h"
 
 #include "emulator/dialogue.h"

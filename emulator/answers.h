@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the tool prints: lines for people, or one JSON object a line (--json). What went wrong
 // is said on the error stream in either form.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "emulator/broker.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A connection of the modem's MQTT client to a real broker.
 //
 // Each connection has a thread of its own; what it hears waits in a queue until it is taken.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Built-ins of every module: echo, error form, radio off and on, character set; and the helpers
 // that the other built-ins share.
 #include "emulator/core.h"

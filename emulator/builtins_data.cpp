@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Quectel's MQTT client (+QMT...) and GPS receiver (+QGPS...). The broker is pretended and takes
 // everything, or a real one: that of the variable mqtt_broker ("HOST:PORT"), else the one that
 // AT+QMTOPEN names when it is of 127.0.0.1. The order `mqtt` makes either refuse.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Calls (3GPP TS 27.007, 6, 7.6; V.250) and the RAM files of Quectel modules (+QFUPL).
 #include "emulator/core.h"
 

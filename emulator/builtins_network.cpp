@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Registration, operator, signal and serving cell: 3GPP TS 27.007, 7.2, 7.3, 8.5, 10.1.20,
 // 10.1.22, 10.1.47; +QENG, +QNWINFO and +QINDCFG are Quectel's.
 #include "emulator/core.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // SIM and PIN: 3GPP TS 27.007, 8.3 (+CPIN), 7.4 (+CLCK), 7.5 (+CPWD), 8.65 (+CPINR); +QSIMSTAT,
 // +QPINC and +QUIMSLOT are Quectel's.
 #include "emulator/core.h"

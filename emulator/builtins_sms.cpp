@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Messages: 3GPP TS 27.005 (commands and reports), 23.040 (the PDU of a delivered message).
 #include "emulator/core.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The inside of the modem, shared by modem.cpp (thread, port, log, public calls), session.cpp
 // (command lines, answers, faults), the built-in behaviours and the orders.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The network interface of the data link, which the emulator does not make: it takes it down with
 // the service, as a module that goes takes its interface along, and tells the dialer program by a
 // marker file when there is nothing to dial into.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "emulator/dialogue.h"
 
 #include "emulator/modem.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The dialogue file of one model: what the module answers to which command. README.md has the
 // format.
 //

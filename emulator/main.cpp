@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // kelo-emulator: a modem at a port path, with orders on standard input or from a script.
 #include "emulator/answers.h"
 #include "emulator/replay.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The emulator's thread, the port, the log, and the public calls.
 #include "emulator/core.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // An AT modem on a pseudo-terminal, for hosts and tests that have no hardware.
 //
 // Owns: the pseudo-terminal behind one port path, the dialogue file of one model, the state that a

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The one table of orders, for the tool's standard input and for emulated_modem::order.
 #include "emulator/core.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "emulator/pty.h"
 
 #include <cerrno>

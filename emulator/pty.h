@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The device node: a raw pseudo-terminal whose slave is linked at the port path. Not thread-safe;
 // the modem calls it under its lock.
 #pragma once

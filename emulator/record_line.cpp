@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "emulator/record_line.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // One line of a record of what was said on an AT port, as kelo-host writes it (--record) and this
 // emulator prints it (--trace):
 //

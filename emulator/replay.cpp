@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "emulator/replay.h"
 
 #include "emulator/modem.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Plays the modem's side of a record (record_line.h) to a host that says about the same again.
 //
 // Each command of the host is looked for in the record, and what the modem said behind it comes

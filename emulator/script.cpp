@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "emulator/script.h"
 
 #include "emulator/dialogue.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Orders one a line, from a file or from standard input, carried out one behind the other while the
 // modem goes on; with the orders that the tool alone has: sleep, expect, quit.
 #pragma once

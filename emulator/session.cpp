@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Command lines in, answers out, and the faults that are put in between.
 #include "emulator/core.h"
 

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /* minimal.c [APN]: the smallest host. It brings the device online and keeps it there, tells what it
  * sees, and stops on Ctrl-C. */
 #define _POSIX_C_SOURCE 200809L

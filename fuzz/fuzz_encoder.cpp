@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A text from the host, into PDUs. Each has to fit a message, and be one that the decoder reads;
 // as a whole message the text has to come back.
 

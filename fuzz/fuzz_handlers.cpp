@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // One line of modem output through one response handler, on a record that earlier lines have
 // filled. The first byte chooses the handler, the second the family, the state of the flow and
 // whether a cell line is to come; the rest is the line. The last of 32 families stands for a line

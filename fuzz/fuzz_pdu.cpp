@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The PDU of a received message, from the modem, into gsm_event, into a record of the queue, and
 // into a part of a whole message or a status report.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A profile file and the custom commands of a host, both of any content: they are read, the flow
 // lists are made of them, and every command is filled in as for sending. What may come of it: no
 // control character in a command, no text beyond its field, no list without an end.

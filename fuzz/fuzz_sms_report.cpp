@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Reads of the port that hold reports of messages. A byte 0xFF parts two reads, 0xFE is a silent
 // second.
 

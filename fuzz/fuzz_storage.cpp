@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What a modem says while its storage of messages is read. The first byte chooses what is done with
 // the messages; the rest is what it says, in pieces that end at a byte 0, with a command of the
 // errand ahead of each. A byte 1 stands for that command, which a modem repeats.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A user data header, as hexadecimal at the head of user data that fills its field or not.
 
 #include "sms/sms.h"

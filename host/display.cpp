@@ -1,6 +1,7 @@
+// SPDX-License-Identifier: MIT
 #include "host/display.h"
 
-#include "host/private.h"
+#include "host/log/private.h"
 
 #include <cstdlib>
 #include <cstring>

@@ -1,7 +1,8 @@
+// SPDX-License-Identifier: MIT
 // Where the status and the lines of this host go.
 #pragma once
 
-#include "host/status.h"
+#include "host/state/status.h"
 
 #include <string>
 

@@ -1,11 +1,12 @@
+// SPDX-License-Identifier: MIT
 #include "host/host.h"
 
-#include "host/control_path.h"
-#include "host/log.h"
-#include "host/network.h"
-#include "host/private.h"
-#include "host/record.h"
-#include "host/settings_file.h"
+#include "host/input/settings_file.h"
+#include "host/log/log.h"
+#include "host/log/private.h"
+#include "host/log/record.h"
+#include "host/serve/control_path.h"
+#include "host/state/network.h"
 
 #include <cstdio>
 #include <cstdlib>

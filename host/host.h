@@ -1,23 +1,24 @@
+// SPDX-License-Identifier: MIT
 // The host of one modem: starts the library, acts on what it and its user say, and tells both.
 #pragma once
 
-#include "host/check_device.h"
-#include "host/commands.h"
-#include "host/control.h"
 #include "host/display.h"
-#include "host/feed.h"
-#include "host/figures.h"
-#include "host/happenings.h"
-#include "host/history.h"
-#include "host/http.h"
+#include "host/input/commands.h"
+#include "host/look/check_device.h"
 #include "host/loop.h"
-#include "host/messages.h"
-#include "host/metrics_file.h"
-#include "host/news.h"
+#include "host/messages/messages.h"
+#include "host/messages/spool.h"
 #include "host/options.h"
-#include "host/reasons.h"
+#include "host/serve/control.h"
+#include "host/serve/http.h"
+#include "host/serve/metrics_file.h"
 #include "host/services.h"
-#include "host/spool.h"
+#include "host/state/feed.h"
+#include "host/state/figures.h"
+#include "host/state/happenings.h"
+#include "host/state/history.h"
+#include "host/state/news.h"
+#include "host/state/reasons.h"
 
 #include <kelo/kelo.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "host/loop.h"
 
 #include <event2/event.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What this host waits at, on one thread: signals, lines of standard input, files, and the clients
 // of its sockets.
 #pragma once

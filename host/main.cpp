@@ -1,9 +1,10 @@
+// SPDX-License-Identifier: MIT
 // kelo-host: the host of one modem, ready to run on a device, and an example of the calls.
-#include "host/check_device.h"
-#include "host/check_profiles.h"
-#include "host/custom_file.h"
 #include "host/host.h"
-#include "host/settings_file.h"
+#include "host/input/custom_file.h"
+#include "host/input/settings_file.h"
+#include "host/look/check_device.h"
+#include "host/look/check_profiles.h"
 
 #include <cstdio>
 

@@ -1,8 +1,9 @@
+// SPDX-License-Identifier: MIT
 #include "host/options.h"
 
-#include "host/commands.h"
-#include "host/control_path.h"
-#include "host/settings_file.h"
+#include "host/input/commands.h"
+#include "host/input/settings_file.h"
+#include "host/serve/control_path.h"
 
 #include <CLI/CLI.hpp>
 #include <kelo/keeper.h>

@@ -1,7 +1,8 @@
+// SPDX-License-Identifier: MIT
 // The command line.
 #pragma once
 
-#include "host/http.h"
+#include "host/serve/http.h"
 
 #include <kelo/mqtt.h>
 #include <kelo/settings.h>

@@ -1,6 +1,7 @@
+// SPDX-License-Identifier: MIT
 #include "host/services.h"
 
-#include "host/happenings.h"
+#include "host/state/happenings.h"
 
 #include <kelo/gps.h>
 #include <kelo/gsm.h>

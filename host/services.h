@@ -1,7 +1,8 @@
+// SPDX-License-Identifier: MIT
 // The MQTT client and the GPS engine inside the modem.
 #pragma once
 
-#include "host/feed.h"
+#include "host/state/feed.h"
 
 #include <kelo/mqtt.h>
 

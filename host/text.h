@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Texts: what of those from outside may go to a terminal, and their way into a file.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the tests of the library's rooms share: a port whose far end the test holds, the text that
 // was written to a stream, and handlers that note what they were given.
 #pragma once

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Debian's cross compiler: apt-get install g++-mipsel-linux-gnu
 set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_SYSTEM_PROCESSOR mipsel)

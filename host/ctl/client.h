@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // One connection to the control socket of a running host.
 #pragma once
 

@@ -1,6 +1,7 @@
+// SPDX-License-Identifier: MIT
 // kelo-ctl: asks the kelo-host that runs on this device, by its control socket.
-#include "host/control_path.h"
 #include "host/ctl/client.h"
+#include "host/serve/control_path.h"
 #include "host/text.h"
 
 #include <CLI/CLI.hpp>

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /* kelo/at.h: the record of one AT command, and the commands that a host may change.
  *
  * The text of a command is stored without a line ending and goes out with CR LF.

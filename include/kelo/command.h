@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /* kelo/command.h: a command of the host's, and its answer.
  *
  *     int number = kelo_ask("AT+CSQ", 10);

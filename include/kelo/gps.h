@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /* kelo/gps.h: the GPS engine inside the modem.
  *
  * A host switches the engine on (kelo_set_gps_on), asks for one position (kelo_start_gps_location)

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /* kelo/gsm.h: the modem record, events, the status word, and the calls of the modem core.
  *
  * Threads. Unless a call says otherwise it may be made from any thread, from inside a callback of

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /* kelo/host.h: what a host may bring. Both symbols are weak references of the library: a host that
  * exports them is called, without them the library does without.
  */

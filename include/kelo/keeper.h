@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /* kelo/keeper.h: keeps the device online with nobody near.
  *
  *     kelo_keep(NULL);                       before or after the init

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /* kelo/kelo.h: everything that a host of libkelo.so includes.
  *
  * The library owns one USB cellular modem. A host fills its settings, starts the library, and
@@ -29,5 +30,6 @@
 #include <kelo/sms.h>
 #include <kelo/status.h>
 #include <kelo/trace.h>
+#include <kelo/version.h>
 
 #endif

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /* kelo/link.h: the data link, as the dialer thread sees it.
  *
  * The dialer thread starts the dialer program (quectel-CM), finds out by ping whether wwan0 carries

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /* kelo/list.h: the intrusive list that the library shares with its host.
  *
  * A circular doubly linked list: the head is a list_head in static storage that points at itself

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /* kelo/log.h: what the library says, handed over line by line.
  *
  * Without a handler the lines go to standard output, those of KELO_LOG_ERROR to standard error, as

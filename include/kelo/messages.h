@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /* kelo/messages.h: messages of which the host learns what became of them, and whole messages.
  *
  *     int number = kelo_send_sms("+4915112345678", "Door 3 open", NULL);

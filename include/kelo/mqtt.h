@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /* kelo/mqtt.h: the MQTT client inside the modem.
  *
  * The library brings the modem's client (number 0) up to one confirmed subscription, called an

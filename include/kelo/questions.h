@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /* kelo/questions.h: what the library asks the modem again and again, beside its flows.
  *
  * The flows of many modules ask for neither signal nor cell, or once. A host that shows them has

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /* kelo/settings.h: what a host configures, and how it brings the library up, changes it and stops
  * it.
  *

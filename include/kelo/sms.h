@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /* kelo/sms.h: short messages, 3GPP TS 23.038, 23.040 and 27.005.
  *
  * Out: a text is cut into parts, each part becomes a PDU and waits in an outbox in memory, first

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /* kelo/status.h: what a host asks: the polls, the report of kelo_get_cellular, and the fields of
  * the modem record one by one.
  *

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /* kelo/trace.h: every byte that goes over the AT port, handed over as it goes.
  *
  * For a recorder of field faults. It holds all that modem and host say: PINs, passwords, keys that

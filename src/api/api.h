@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The host's interface: bring-up, settings, and what a host asks for.
 //
 // Threads: the calls come in on host threads.

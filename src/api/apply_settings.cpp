@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // New settings on their way into a library that runs.
 #include "api/api.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Bring-up, restart with new settings, and stop.
 #include "api/api.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Status queries: the host's polls, the report, the fields of the modem record one by one, and the
 // few commands beside them.
 #include "api/api.h"
@@ -10,6 +11,7 @@
 #include "support/text.h"
 #include <kelo/link.h>
 #include <kelo/status.h>
+#include <kelo/version.h>
 
 #include <cstdarg>
 #include <cstdio>
@@ -230,6 +232,10 @@ int kelo_get_unknown_model(char* buffer, size_t size)
 int kelo_update_apn(void)
 {
     return libgsm_update_apn();
+}
+const char* kelo_version(void)
+{
+    return KELO_VERSION;
 }
 const char* kelo_get_cellular_revision(void)
 {

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the handlers of answers share: the ways in which a command ends, events, cell ids.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Commands of the host's, each with its answer: kelo/command.h.
 //
 // A command and its answer have one place from the call until the host has taken the answer, so

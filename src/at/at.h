@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The exchange with the modem: the lists of commands and the choice of the next one, writing,
 // timing and reading, and the profile files that the texts of some commands come from.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The exchange with the modem: writing a command, reading what comes back, cutting it into lines,
 // and counting down the time that a command may take.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The flow lists and their nodes, and the choice of the next command.
 
 #include "at/at.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Modem profile files: the command texts of each module family.
 //
 // They are read on the thread that calls libgsm_init, before any task runs, and the records do not

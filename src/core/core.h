@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What all of the library stands on: the modem record and the event record, the words that threads
 // share, the status word, the settings with the slots of the SIMs, and the AT port.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "core/family.h"
 
 #include "core/core.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Habits of module families. A host says the family by its code in is_quectel; what a code changes
 // is asked by the habit's name.
 #pragma once

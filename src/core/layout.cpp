@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The layout of the records that a host shares with the library. A change here breaks every host
 // that was built before it.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The AT port: finding it among the modem's USB serial devices, opening it, and setting its line.
 
 #include "core/core.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What goes over the port, for the host's callback. Events are put in order under trace_lock, which
 // also holds a write and its event, or a read and its event, together: an echo never stands ahead
 // of its command. They are handed over later, by one thread at a time that holds no lock.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The modem record and the event record: static, never allocated, never released.
 
 #include "core/core.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Setters of the modem record. What they store takes effect when a later command or flow uses it.
 #include "core/core.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the host configures: the library's two copies of its settings, the slot of each SIM with its
 // texts, and the way of the active slot into the modem record.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The status word and its texts.
 
 #include "core/core.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The words that threads share, one line each, and the calls that set and get them for a host.
 //
 // Each is read and written through word_get and its kin alone; scripts/check-words holds that. The

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The APN has been set: the context that it does not use is cleared.
 #include "handlers/handlers.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The general handler: all that a modem says unasked, and the answers that no other handler reads.
 #include "handlers/handlers.h"
 

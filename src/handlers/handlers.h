@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Response handlers: one function per kind of answer, one file per subject. Each turns one line of
 // modem output into record fields and at most one event; what takes more than a look to read is
 // read by parse.h.

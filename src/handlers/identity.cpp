@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Who module and SIM are: manufacturer, serial number, IMSI, ICCID, own number, service centre.
 #include "handlers/handlers.h"
 

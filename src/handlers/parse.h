@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the lines of a modem say of network and cell, as plain values: no lock, no record. What a
 // line does not say, or says unreadably, has no value; an empty text is none.
 #pragma once

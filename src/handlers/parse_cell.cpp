@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Serving cell reports.
 #include "handlers/parse.h"
 

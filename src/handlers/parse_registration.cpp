@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Registration lines, by their layout.
 #include "handlers/parse.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Operator, access technology and scan mode.
 #include "handlers/parse.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Questions: when each is due, and what is read of its answer.
 #include "handlers/questions.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Questions: commands of the host's that are asked again and again while there is nothing else to
 // do.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the modem says of its own settings: scan mode, bands, carrier profile, version.
 #include "handlers/handlers.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Registration, operator, technology and signal: the answers to their queries. Their reports come
 // here as well, by way of the general handler.
 #include "handlers/handlers.h"

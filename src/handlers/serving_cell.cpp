@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Serving cell: what its reports leave in the record, and the answer to the query of it.
 #include "handlers/handlers.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The SIM: its state, its slot, and the radio that goes down and up with it.
 #include "handlers/handlers.h"
 

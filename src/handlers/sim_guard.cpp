@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "handlers/sim_guard.h"
 
 #include "at/answers.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The SIM guard: what the SIM says of itself, and, while a keeper is on, whether its PIN may go
 // out. A card takes three wrong PINs in its life between two right ones, and then its owner has to
 // come.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The Keeper thread, what it sees and does, and the calls of kelo/keeper.h.
 #include "keeper/keeper.h"
 

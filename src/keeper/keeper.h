@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The keeper: keeps the device online with nobody near, where a host asks for it.
 //
 // Threads: the Keeper thread lives here; the calls come in on any thread.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the keeper makes of what it sees: from the port up to the link, the first thing that is
 // wrong is the reason, and is what it acts on.
 #include "keeper/keeper.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The dialer thread: owns the state of the data link.
 //
 // No state is stored: each pass derives its branch from the shared words, so that switching off

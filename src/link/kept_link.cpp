@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The data link while a keeper is on: the same order of things as the dialer's own (switched off
 // beats the wait for the SIM, and that beats the link), by times instead of passes, and with the
 // dialer as a process of ours. What resets the radio or restarts the modem is the keeper's.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The data link: dialer, probes, radio reset, SIM selection.
 //
 // Threads: the dialer thread lives here.

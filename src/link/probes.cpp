@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The link probes: is the data interface listed, does a ping get through it. Each runs one program
 // and reads what it prints; nothing but that text decides.
 #include "link/link.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The radio reset, one step below a restart of the modem task.
 #include "link/link.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // SIM selection: the switch from one card to the other.
 
 #include "link/link.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The two catalogues of AT commands, and how a row becomes a node of a flow.
 //
 // The rows are read linearly when lists are built, and never after that.

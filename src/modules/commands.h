@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The numbers of the AT commands, by name. Flows and a host's custom items name a command by its
 // number, so a number keeps its meaning for good.
 #pragma once

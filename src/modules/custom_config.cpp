@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What a host changes of the start and reload flows through cell_at_config_h.
 //
 // Every function here runs with flow_lock held by its caller: a change of flow and the composition

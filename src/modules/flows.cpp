@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Flows: how the lists are filled for a module, and how one of them becomes the current list.
 
 #include "modules/modules.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Which module it is: its model and its revision, and with the second the flows that it walks.
 #include "modules/modules.h"
 

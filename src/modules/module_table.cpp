@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The modules, a row each: what they are asked, in which order, and how they want to be told.
 
 #include "modules/modules.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // All that is said of a module: the catalogues of commands, the flows that each module walks, how a
 // command gets its text, and what a host changes of it.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Pre-treatment: makes the text of a command right before it goes out, or finds that it need not.
 //
 // Everything here runs on the mobile task, between two commands.

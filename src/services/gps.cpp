@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // GPS inside the modem: asks for a position at the timer ticks until one comes, and keeps its text
 // for the host to fetch once.
 #include "services/services.h"

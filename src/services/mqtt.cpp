@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // MQTT inside the modem: one update brings the modem's client up to a confirmed subscription.
 //
 // An attempt configures the client and opens the connection, without waiting for answers; the

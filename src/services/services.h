@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What runs inside the modem besides the radio: its MQTT client and its GPS. Readers of their
 // reports, and what they do at a tick of the idle task.
 //

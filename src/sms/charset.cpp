@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Character sets by their name, through iconv.
 #include "sms/sms.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What becomes of messages: each has a record from the call that hands it in until the fate of its
 // last part is known, and is then a result that waits for the host.
 #include "sms/ring.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Long messages, TS 23.040 9.2.3.24.1: their parts come apart, in any order and among those of
 // others, some of them twice and some never. A sender numbers his messages anew before long, so
 // that what is known of a part is its sender, reference, count and the width of the reference.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Parts on their way to whole messages.
 #pragma once
 

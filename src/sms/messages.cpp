@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Whole messages that wait for the host.
 //
 // One that the modem stores is deleted there once the host has kept it, which its next call says:

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The SMS outbox: a queue in memory, filled by any thread, emptied by the mobile task.
 #include "sms/sms.h"
 

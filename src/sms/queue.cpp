@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Received messages that wait for the host.
 #include "sms/ring.h"
 #include "sms/sms.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Reads of the port: what they hold of reports is taken ahead of the line by line way of everything
 // else.
 #include "sms/storage.h"

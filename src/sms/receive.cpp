@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Whole reports of messages, 3GPP TS 27.005 3.4.1, into what hosts take: the queue of kelo/sms.h,
 // the whole messages of kelo/messages.h, reports of delivery, and word of the storage.
 #include "sms/report_lines.h"

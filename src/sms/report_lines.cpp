@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A modem writes a report in pieces, and a read can end between any two bytes of it. The lines are
 // gathered here until the report is whole.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The lines of the modem, wherever its reads are cut: which of them are a report of a message, and
 // the whole report once its last line is there.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Plain records that wait for the host. One that is too slow loses the oldest, and is told how
 // many.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The last step of sending a message: the body behind the modem's "> " prompt, and the answer.
 // 3GPP TS 27.005 3.5.1 and 4.3 (AT+CMGS).
 //

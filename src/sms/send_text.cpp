@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // kelo_send_sms: a text from the host, cut, encoded and queued on its own thread.
 #include "sms/sms.h"
 

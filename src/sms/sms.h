@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // SMS: messages on their way out and what becomes of them; reports of those that come, wherever
 // reads cut them; whole messages for the host; the modem's storage. What the octets of a message
 // mean, the codec next door knows.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A received message into gsm_event, and what is printed of it. A report names its kind by itself:
 // 3GPP TS 27.005 3.4.1.
 #include "sms/sms.h"

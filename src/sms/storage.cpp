@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The modem's storage of messages, read and emptied: 3GPP TS 27.005 3.1, 3.4 and 3.5.
 //
 // An errand of the mobile task, one command at a time while it has nothing else to send. What each

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the three files of the modem's storage share: what is known of it (storage_places.cpp), the
 // errand's commands and their answers (storage.cpp), and the lines of the modem
 // (storage_lines.cpp).

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The lines of the modem, as far as they are about its storage: heard, and handed to the
 // errand; and what it is told of messages by a flow.
 #include "sms/storage.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What is known of the modem's storage: its memories, and the messages in them.
 #include "sms/storage.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Messages from the host: cut, encoded and queued on the thread that hands them in.
 #include "sms/sms.h"
 

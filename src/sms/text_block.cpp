@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "sms/sms.h"
 
 #include "support/diag.h"

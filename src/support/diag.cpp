@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "support/diag.h"
 
 #include "support/lock.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Diagnostics: one call per class. Each call writes one line whole: a text without a line end of
 // its own gets one, and the line is flushed, so that a host whose standard output is a pipe sees it
 // at once and two threads never mix a line. What a thread says while it holds a lock is kept, and

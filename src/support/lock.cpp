@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "support/lock.h"
 
 #include "support/diag.h"

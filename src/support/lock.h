@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The locks of the library, and the order in which they nest.
 //
 // settings_lock  what the host configures: the working copy, the SIM slots and their texts

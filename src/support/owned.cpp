@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "support/owned.h"
 
 #include "support/diag.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Memory, and what holds texts, files and folders until its scope ends.
 #pragma once
 

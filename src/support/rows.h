@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Looking a row up in a table.
 #pragma once
 

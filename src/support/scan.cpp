@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "support/scan.h"
 
 #include "support/text.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A scanner for the lines of a modem that never writes past a target and has one reading for every
 // number: scan(text, "+CSQ: ", dec(rssi), ",", dec(ber)).
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "support/shell.h"
 
 #include "support/diag.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Shell lines. The line runs through the system shell; the host's signal settings and handlers are
 // left alone, no descriptor of the library is inherited (they are all O_CLOEXEC), and a line that
 // does not end in time is killed with all that it has started, so that no caller waits for ever.

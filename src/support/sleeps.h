@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Time: sleeps that a signal may shorten but not fail, and the two clocks.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Bounded text: copies into the fixed fields of records, searches, and columns between commas.
 #pragma once
 

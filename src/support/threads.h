@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Threads that nobody joins.
 #pragma once
 

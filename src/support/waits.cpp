@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "support/waits.h"
 
 #include "support/sleeps.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Waits that grow from failure to failure, and chance, which keeps the devices of a fleet apart.
 #pragma once
 

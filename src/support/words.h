@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Words shared between threads.
 //
 // The exported ints stay plain ints in the C headers, so that a C host can read them; inside the

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Event dispatch: what the mobile task does with each event.
 
 #include "task/task.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the rooms that the task stands on make of the exchange.
 #include "task/task.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Start, stop and reload of the modem, and the words that keep them apart.
 
 #include "task/task.h"

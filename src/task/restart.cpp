@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Restart of the modem task on a thread of its own.
 #include "task/task.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The mobile task: the one thread that walks flows and listens to the modem.
 
 #include "task/task.h"

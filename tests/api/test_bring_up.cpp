@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Bring-up: what an init stores and starts, which are refused, and that a stop and a new init leave
 // nothing behind.
 #include "tests/testing.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Settings: what each change path reaches, and what a careless or hostile record can't do. Status
 // queries: the report by what the library knows, and the codes that are handed over once.
 #include "tests/testing.h"

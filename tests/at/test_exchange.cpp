@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/testing.h"
 
 static at_info a_command(int timeout = 3, int retries = 0)

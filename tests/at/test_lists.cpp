@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/testing.h"
 
 using nodes = std::vector<std::array<int, 3>>; // id, seq, custom seq

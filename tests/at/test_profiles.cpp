@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Profile files: what a line becomes, which files are read, which one serves a model.
 #include "tests/testing.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/testing.h"
 
 #include <termios.h>

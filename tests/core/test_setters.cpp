@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Setters: what each text and its absence does, and which texts never get into the record.
 #include "tests/testing.h"
 

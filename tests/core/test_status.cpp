@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What a host reads of the modem's state.
 #include "tests/testing.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The pace of the library: see story.h.
 #include "tests/e2e/story.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the stories share: a modem, the library in this process, what both said, and waiting.
 //
 // Each case runs in a process of its own, so a story starts with the library as just loaded.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Messages on their way out, and what the host learns of them.
 #include "tests/e2e/story.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A modem that says anything.
 #include "tests/e2e/story.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The data link through the calls of a host: a real wwan0 with a far end that answers, and a
 // stand-in for the dialer program.
 #include "tests/e2e/story.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Months at rest, in small: reports come, nothing grows, next to nothing is used.
 #include "tests/e2e/story.h"
 

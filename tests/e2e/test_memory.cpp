@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Memory that is refused to the library, at one of its calls after another.
 #include "tests/e2e/story.h"
 

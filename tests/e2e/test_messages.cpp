@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What other threads hand in: commands, and messages for the outbox.
 #include "tests/e2e/story.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Every module from power-on to ready: what goes over the wire, in order, and what is known then.
 #include "tests/e2e/story.h"
 

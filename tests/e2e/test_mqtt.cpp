@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // MQTT from the host's settings to a real broker and back: mosquitto on loopback, its loss, its
 // refusals, and TLS with certificates made on the spot.
 #include "tests/e2e/story.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Records of modems in the field, each played back to kelo-host: what it comes to has to be what
 // stands beside the record, and the ways there that lasted for a while. A further one is a further
 // pair of files: NAME.record by `kelo-host --record`, NAME.json by hand. make-records makes them

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What comes while no command runs: reports, and positions that the host asks for.
 #include "tests/e2e/story.h"
 

@@ -1,7 +1,8 @@
+// SPDX-License-Identifier: MIT
 // The ways of a SIM: its PIN, its faults, out and in again, and the other slot.
 #include "tests/e2e/story.h"
 
-#include "host/custom_file.h"
+#include "host/input/custom_file.h"
 
 #include <algorithm>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Start, stop and reload: their times, calls out of order, a modem that goes.
 #include "tests/e2e/story.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The modem's storage of messages: read at the start, emptied, full, and with the modem gone in its
 // middle.
 #include "tests/e2e/story.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The data interface under a module: where there is a wwan0.
 #include "tests/e2e/story.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the stories of the library can't see of the emulator: what a module says byte for byte, what
 // it refuses, the files and ports that it takes, its tool.
 #include "tests/e2e/story.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A record of a field fault, read and played back without a port.
 #include "emulator/record_line.h"
 #include "emulator/replay.h"

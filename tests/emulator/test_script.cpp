@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The tool as other people's tests start it: scripts, their ends, and answers for programs.
 #include "tests/e2e/story.h"
 

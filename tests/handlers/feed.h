@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Feeds lines to handlers and compares what comes of them with tables. Every case runs in a process
 // of its own, on a library as just loaded.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Who the module is, how it is set, and what its SIM says.
 #include "tests/handlers/feed.h"
 

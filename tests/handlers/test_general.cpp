@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/handlers/feed.h"
 
 TEST(General, Reports)

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Registration, operator, technology, signal and serving cell.
 #include "handlers/questions.h"
 #include "tests/handlers/feed.h"

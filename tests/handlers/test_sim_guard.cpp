@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The SIM guard: what a card says of itself, and when its PIN may go out.
 #include "handlers/sim_guard.h"
 #include "tests/handlers/feed.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/host/fakes.h"
 
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The calls of the library that need a modem are noted down instead of made; its words and its
 // record are real. Stories are tables of what happens when, and of what is to be noted then.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // hammer SOCKET SECONDS: a hundred clients that ask and come again, each as fast as it can. Prints
 // how many answers they had, and fails when one had none.
 #include "host/ctl/client.h"

@@ -1,4 +1,5 @@
 #!/usr/bin/python3
+# SPDX-License-Identifier: MIT
 """The page in a real browser, beside an emulated modem: page.py KELO_HOST KELO_EMULATOR. 77 where no browser is."""
 import base64, json, os, re, shutil, subprocess, sys, tempfile, time, urllib.error, urllib.request
 

@@ -1,5 +1,6 @@
+// SPDX-License-Identifier: MIT
 // The control socket: what clients ask, and what they do to it.
-#include "host/control.h"
+#include "host/serve/control.h"
 #include <algorithm>
 #include <fstream>
 #include <gtest/gtest.h>

@@ -1,6 +1,7 @@
+// SPDX-License-Identifier: MIT
 // What is said of a device that is not online: the reasons, and what it lacks.
-#include "host/check_device.h"
-#include "host/reasons.h"
+#include "host/look/check_device.h"
+#include "host/state/reasons.h"
 
 #include <filesystem>
 #include <fstream>

@@ -1,6 +1,7 @@
+// SPDX-License-Identifier: MIT
 // What is wrong with a file, by name and line: custom commands and module profiles.
-#include "host/check_profiles.h"
-#include "host/custom_file.h"
+#include "host/input/custom_file.h"
+#include "host/look/check_profiles.h"
 
 #include <algorithm>
 #include <fstream>

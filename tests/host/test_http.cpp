@@ -1,8 +1,9 @@
+// SPDX-License-Identifier: MIT
 // The pages of the host over real sockets: what is answered to whom, and what nobody may take.
-#include "host/history.h"
-#include "host/http.h"
 #include "host/loop.h"
-#include "host/metrics_file.h"
+#include "host/serve/http.h"
+#include "host/serve/metrics_file.h"
+#include "host/state/history.h"
 
 #include <algorithm>
 #include <csignal>

@@ -1,7 +1,8 @@
+// SPDX-License-Identifier: MIT
 // What users, senders and networks put in: commands with settings, names.
-#include "host/commands.h"
-#include "host/settings_file.h"
-#include "host/status.h"
+#include "host/input/commands.h"
+#include "host/input/settings_file.h"
+#include "host/state/status.h"
 #include <cstring>
 #include <gtest/gtest.h>
 

@@ -1,6 +1,7 @@
+// SPDX-License-Identifier: MIT
 // What of the library's lines gets into a log.
-#include "host/log.h"
-#include "host/private.h"
+#include "host/log/log.h"
+#include "host/log/private.h"
 #include <gtest/gtest.h>
 #include <kelo/gsm.h>
 #include <kelo/sms.h>

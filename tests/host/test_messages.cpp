@@ -1,5 +1,6 @@
+// SPDX-License-Identifier: MIT
 // Messages as files, as lines and as JSON, and what becomes of those that the user sends.
-#include "host/message_file.h"
+#include "host/messages/message_file.h"
 #include "tests/host/fakes.h"
 
 #include <fcntl.h>

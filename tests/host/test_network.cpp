@@ -1,5 +1,6 @@
+// SPDX-License-Identifier: MIT
 // What is shown of network and cell, from whatever a module has told.
-#include "host/network.h"
+#include "host/state/network.h"
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,7 @@
+// SPDX-License-Identifier: MIT
 // What gets into a record, and what becomes of its file.
 #include "emulator/record_line.h"
-#include "host/record.h"
+#include "host/log/record.h"
 
 #include <csignal>
 #include <filesystem>

@@ -1,6 +1,7 @@
-#include "host/happenings.h"
+// SPDX-License-Identifier: MIT
+#include "host/input/settings_file.h"
 #include "host/services.h"
-#include "host/settings_file.h"
+#include "host/state/happenings.h"
 #include "tests/host/fakes.h"
 
 #include <gtest/gtest.h>

@@ -1,5 +1,6 @@
+// SPDX-License-Identifier: MIT
 // The spool: what it does with files, and that no end of the process loses or doubles a message.
-#include "host/spool.h"
+#include "host/messages/spool.h"
 #include "tests/host/fakes.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The keeper's calls, and what a start, the port and the task make of it.
 #include "keeper/keeper.h"
 #include "tests/testing.h"

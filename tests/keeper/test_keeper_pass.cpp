@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The keeper, pass by pass: what is wrong, what is done about it, and when.
 #include "keeper/keeper.h"
 #include "tests/testing.h"

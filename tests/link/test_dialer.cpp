@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The dialer, pass by pass: every threshold at its pass, and what it leaves behind.
 #include "tests/testing.h"
 

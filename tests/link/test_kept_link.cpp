@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The data link with a keeper, by the clock: what it does to the dialer, and what it says.
 #include "tests/testing.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The probes: what the tools print decides, and nothing that reaches them makes them run anything
 // else.
 #include "tests/testing.h"

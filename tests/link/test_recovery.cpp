@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The SIM switch, as its driver would see it, and the radio reset.
 #include "tests/testing.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "modules/commands.h"
 #include "tests/testing.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Custom items: what they do to a flow, and what a bad one must not do.
 #include "tests/testing.h"
 

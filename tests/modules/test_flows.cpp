@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/testing.h"
 
 // Steps of both catalogues, in order, with the texts of the profile; the first profile that was

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the table of modules decides where more than one of its rows fits.
 #include "tests/testing.h"
 

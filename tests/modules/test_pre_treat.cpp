@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Pre-treatment: the text that goes out, and when none does.
 #include "tests/testing.h"
 

@@ -1,6 +1,7 @@
+// SPDX-License-Identifier: MIT
 // The keys of the profile files, as the check of kelo-host and the guide to profiles tell them,
 // held to the catalogue, the flows and the pre-treatments.
-#include "host/check_profiles.h"
+#include "host/look/check_profiles.h"
 #include "tests/testing.h"
 
 #include <algorithm>

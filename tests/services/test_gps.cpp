@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // GPS: when queries go out, and what of a report reaches the host.
 #include "tests/testing.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // MQTT: the commands of an attempt, the chain of reports, and who waits for whom.
 #include "tests/testing.h"
 

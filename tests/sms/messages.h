@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // PDUs that several of the tests read, and what they share in sending and reading.
 #pragma once
 

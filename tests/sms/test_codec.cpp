@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Septets, character sets and received PDUs: real ones, the quirks, and broken ones.
 #include "tests/sms/messages.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Texts into the parts of messages, and back: what goes out is read as a phone would read it.
 #include "tests/sms/messages.h"
 

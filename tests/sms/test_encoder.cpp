@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Messages on their way out, from the host's call to the PDUs in the outbox, and read back.
 #include "tests/sms/messages.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the library sends, read by a decoder that is not ours, and what such an encoder makes read
 // by the library: Gammu's.
 #include "tests/sms/messages.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Parts that become messages, and what the host takes of them.
 #include "tests/sms/messages.h"
 

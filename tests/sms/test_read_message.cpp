@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Received messages and status reports, whole: what real networks send, and what is broken.
 #include "tests/sms/messages.h"
 

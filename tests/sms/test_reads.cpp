@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Where the reads of the port are cut makes no difference to the reports in them, and no line of a
 // message acts as one of the modem.
 #include "sms/report_lines.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Reports of received messages: gsm_event and its block, the queue, and reports in pieces.
 #include "tests/sms/messages.h"
 

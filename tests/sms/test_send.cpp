@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Sending: what the step's answers mean, and the bytes behind the prompt.
 #include "tests/handlers/feed.h"
 #include "tests/sms/messages.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The errand to the modem's storage: its commands, and what it makes of made-up answers.
 #include "sms/report_lines.h"
 #include "tests/sms/messages.h"

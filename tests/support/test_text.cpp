@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/testing.h"
 
 // A broken line leaves the record as it was from the first column that fails.

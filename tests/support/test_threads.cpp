@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "support/threads.h"
 #include "tests/testing.h"
 

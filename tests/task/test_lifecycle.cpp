@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/testing.h"
 
 // A refused call changes nothing; a second set of first rows would send everything twice.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Hexadecimal, the GSM 7-bit default alphabet (3GPP TS 23.038 6.2.1), and septets in octets.
 #include "sms/codec/codec.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The codec of short messages: hexadecimal, alphabets, and the PDUs of 3GPP TS 23.040.
 //
 // Texts and octets in, values out: nothing is locked, said or kept between two calls, so any thread

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A text of the host into the PDUs of its parts: SMS-SUBMIT of 3GPP TS 23.040 9.2.2.2 behind its
 // service centre, in the 7-bit alphabet with its Greek, its accents and its extension where that
 // has all of the text. What kelo/sms.h sends, encoder.cpp makes.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The coding of a text on its way out, and its cut into parts.
 #include "sms/codec/codec.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A received PDU: SMS-DELIVER of 3GPP TS 23.040 9.2.2.1 behind its service centre, in hexadecimal.
 // It is walked once, every field against the text that is there.
 #include "sms/codec/codec.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The digest by which a message is known again: FNV-1a of 64 bits, value by value.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The PDU of one part: SMS-SUBMIT of 3GPP TS 23.040 9.2.2.2 behind its service centre.
 #include "sms/codec/codec.h"
 

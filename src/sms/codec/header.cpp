@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The user data header of a received message, 3GPP TS 23.040 9.2.3.24.
 #include "sms/codec/codec.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The 7-bit alphabets of languages, 3GPP TS 23.038 annex A: where they differ from the default one.
 // For reading alone: what has no place in the default alphabet goes out in UTF-16.
 #include "sms/codec/codec.h"

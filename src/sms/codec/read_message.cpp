@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What came, whole: SMS-DELIVER and SMS-STATUS-REPORT of 3GPP TS 23.040 9.2.2.1 and 9.2.2.3 behind
 // their service centre, with every coding scheme of TS 23.038 and what a header says of the
 // message. What kelo/sms.h receives, decoder.cpp reads.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // UCS-2, UTF-16 and UTF-8.
 #include "sms/codec/codec.h"
 
