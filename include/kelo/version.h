@@ -21,12 +21,14 @@
 #ifdef __cplusplus
 extern "C" {
 #endif
+#pragma GCC visibility push(default)
 
 /* The version of the library that runs, which may be newer than the header that a host was built
  * with: "1.0.0". From any thread, before everything else; never NULL, lives as long as the process.
  */
 const char* kelo_version(void);
 
+#pragma GCC visibility pop
 #ifdef __cplusplus
 }
 #endif
