@@ -33,8 +33,8 @@ struct asked_command {
     int number = 0;
     int timeout_s = 0;
     std::int64_t since_ms = 0;
-    text_pointer command, lines;
-    std::size_t length = 0; // of the lines
+    char *command = nullptr, *lines = nullptr; // its own
+    std::size_t length = 0;                    // of the lines
     bool echoed = false, heard = false, cut = false;
     bool data = false;        // a prompt came, or data,
     bool leaves_data = false; // which is to be left at the next tick
@@ -66,7 +66,7 @@ void end_with(asked_command& one, int end, string_view last = {})
     const std::size_t length = std::min(last.size(), sizeof one.last - 1);
     std::copy_n(last.data(), length, one.last);
     one.last[length] = '\0';
-    one.command.reset();
+    text_replace(one.command, {});
     word_set(modem_at_work, 0);
 }
 
@@ -87,7 +87,7 @@ void add_line(asked_command& one, string_view line)
         one.cut = true;
         return;
     }
-    char* const text = one.lines.get();
+    char* const text = one.lines;
     if (one.length > 0)
         text[one.length++] = '\n';
     std::copy_n(line.data(), line.size(), text + one.length);
@@ -215,7 +215,7 @@ const char* ask_next(int& timeout_s)
         return nullptr;
     next->state = asked_command::running;
     timeout_s = next->timeout_s;
-    return next->command.get(); // nobody else ends what runs
+    return next->command; // nobody else ends what runs
 }
 
 bool ask_hear(const char* line)
@@ -225,10 +225,10 @@ bool ask_hear(const char* line)
     asked_command* const one = find(asked_command::running);
     if (one == nullptr)
         return false;
-    if (!one->echoed && std::strcmp(line, one->command.get()) == 0) {
+    if (!one->echoed && std::strcmp(line, one->command) == 0) {
         one->echoed = true;
         one->length = 0;
-        one->lines.get()[0] = '\0';
+        one->lines[0] = '\0';
         one->cut = false;
         word_set(modem_at_work, 1);
         return false;
@@ -305,8 +305,8 @@ int kelo_ask(const char* command, unsigned int timeout_s)
             .number = last_number,
             .timeout_s = static_cast<int>(timeout_s == 0 ? KELO_ASK_TIME : timeout_s),
             .since_ms = now_ms,
-            .command = std::move(text),
-            .lines = std::move(lines)};
+            .command = text.release(),
+            .lines = lines.release()};
     return one->number;
 }
 
@@ -324,7 +324,8 @@ int kelo_take_answer(struct kelo_answer* answer, size_t size, char* text, size_t
     std::memcpy(answer, &whole, std::min(size, sizeof whole));
     if (text_size <= one->length)
         return -1;
-    std::memcpy(text, one->lines.get(), one->length + 1);
+    std::memcpy(text, one->lines, one->length + 1);
+    text_replace(one->lines, {});
     *one = {};
     return 1;
 }

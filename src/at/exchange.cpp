@@ -124,7 +124,7 @@ int write_line(gsm_mobile* rec, const char* text, bool polite)
 
 // What the mobile task has put off, in order; its own.
 constexpr std::size_t most_deferred = 8;
-text_pointer deferred[most_deferred];
+char* deferred[most_deferred];
 std::size_t deferred_count = 0;
 
 int put_off(const char* text)
@@ -134,7 +134,7 @@ int put_off(const char* text)
         diag_plain("no room to put '%s' off behind a message\n", text);
         return -1;
     }
-    deferred[deferred_count++] = std::move(copy);
+    deferred[deferred_count++] = copy.release();
     return 0;
 }
 
@@ -149,9 +149,9 @@ long port_write(gsm_mobile* rec, const char* bytes, std::size_t length, int atte
 void exchange_write_deferred(gsm_mobile* rec)
 {
     for (std::size_t i = 0; i < deferred_count; i++)
-        write_line(rec, deferred[i].get(), false);
+        write_line(rec, deferred[i], false);
     while (deferred_count > 0)
-        deferred[--deferred_count].reset();
+        text_replace(deferred[--deferred_count], {});
 }
 
 int exec_at_command(gsm_mobile* rec, const char* text)

@@ -35,7 +35,7 @@ struct confirmed_part {
     char tag[sizeof kelo_sms_result::tag] = {};
     char destination[sizeof kelo_sms_result::destination] = {};
     int part = 0;
-    int reference = -1; // none any more
+    int reference = 0; // -1: reported
 };
 constexpr unsigned most_confirmed = 256;
 confirmed_part confirmed[most_confirmed];
@@ -72,7 +72,7 @@ bool same_number(std::string_view dialled, std::string_view reported)
     const std::size_t length = std::min({telling, dialled.size(), reported.size()});
     if (length < std::min<std::size_t>(telling, 3) || !sms_number_valid(reported))
         return !sms_number_valid(reported);
-    return dialled.substr(dialled.size() - length) == reported.substr(reported.size() - length);
+    return dialled.ends_with(behind(reported, reported.size() - length));
 }
 
 // The newest that it can be; null for none. Caller holds outbox_lock.

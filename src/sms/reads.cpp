@@ -42,7 +42,7 @@ void sms_own_piece(std::string_view rest)
 {
     while (!rest.empty()) {
         const std::size_t end = rest.find('\n');
-        const std::string_view piece = rest.substr(0, end);
+        const std::string_view piece = ahead(rest, end);
         too_long |= !begun.add({piece.data(), piece.size()});
         if (end == std::string_view::npos)
             return;

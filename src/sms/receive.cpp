@@ -202,8 +202,8 @@ void sms_report_is_whole(const whole_report& report)
     }
     const std::size_t behind_mark = report.line.find(':') + 1;
     const report_header header = cut_header(behind(report.line, behind_mark));
-    const string_view line = report.body.substr(0, report.body.find_first_of("\r\n"));
-    const string_view pdu = line.substr(0, sizeof kelo_sms::pdu - 1);
+    const string_view line = ahead(report.body, report.body.find_first_of("\r\n"));
+    const string_view pdu = ahead(line, sizeof kelo_sms::pdu - 1);
     if (report.kind == report_kind::delivery)
         take_delivery(report, header, pdu);
     else if (report.text)

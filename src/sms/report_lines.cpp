@@ -116,12 +116,12 @@ report_header cut_header(string_view line)
         const bool quoted = !line.empty() && line[0] == '"';
         string_view value;
         if (quoted) {
-            value = behind(line, 1).substr(0, line.find('"', 1) - 1);
+            value = ahead(behind(line, 1), line.find('"', 1) - 1);
             line.remove_prefix(std::min(value.size() + 2, line.size()));
         }
         const std::size_t comma = std::min(line.find(','), line.size());
         if (!quoted)
-            value = line.substr(0, comma);
+            value = ahead(line, comma);
         header.quoted_time |= quoted && header.count == col_time;
         header.columns[header.count++] = value;
         if (comma == line.size())
@@ -196,7 +196,7 @@ void report_lines::take(string_view lines)
     while (!lines.empty()) {
         const std::size_t end = lines.find('\n');
         const std::size_t width = end == string_view::npos ? lines.size() : end + 1;
-        take_piece(lines.substr(0, width));
+        take_piece(ahead(lines, width));
         lines.remove_prefix(width);
     }
 }
@@ -328,7 +328,9 @@ void report_lines::end_text_line()
 void report_lines::read_again()
 {
     char body[room];
-    const std::size_t size = from(body_at).copy(body, room);
+    const std::string_view again = ahead(from(body_at), room);
+    const std::size_t size = again.size();
+    std::copy_n(again.data(), size, body);
     announced.reset();
     length = line_at = body_at;
     in_line = false;

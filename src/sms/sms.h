@@ -35,7 +35,8 @@ class text_block
 // Fills a field with what the view shows, up to the field's size.
 template <std::size_t size> void set_field(char (&field)[size], std::string_view text)
 {
-    const std::size_t length = text.copy(field, size - 1);
+    const std::size_t length = std::min(text.size(), size - 1);
+    std::copy_n(text.data(), length, field);
     std::memset(field + length, 0, size - length);
 }
 

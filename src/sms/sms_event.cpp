@@ -158,7 +158,7 @@ void read_zone(event& what)
 void parse_text_report(event& what, string_view report, std::size_t comma)
 {
     const auto field = [&](auto& to, std::size_t begin, std::size_t end) {
-        set_field(to, behind(report.substr(0, end), begin));
+        set_field(to, behind(ahead(report, end), begin));
     };
     const std::size_t sender = report.find('"') + 1; // the mode says that there is one
     const std::size_t sender_end = report.find('"', sender);

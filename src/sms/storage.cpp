@@ -280,7 +280,7 @@ string_view stored_pdu()
     const string_view hex = answered();
     const std::size_t length = 2 * (static_cast<std::size_t>(store.octets) + 1 + hex_octet(hex, 0));
     const bool whole = store.head == modem_storage::received && hex.size() >= length;
-    return hex.substr(0, whole ? length : 0);
+    return ahead(hex, whole ? length : 0);
 }
 
 void take_no_message(const final_result& result)
@@ -384,7 +384,7 @@ void take_head(string_view line)
 // A line of the message itself, or what stands ahead of a report that came in its middle.
 void take_hex(string_view line)
 {
-    const string_view digits = line.substr(0, line.find_first_not_of(hex_digits));
+    const string_view digits = ahead(line, line.find_first_not_of(hex_digits));
     const string_view rest = behind(line, digits.size());
     if (rest.empty() || rest[0] == '+' || rest[0] == '^')
         answer.add({digits.data(), digits.size()});
@@ -394,7 +394,7 @@ void take_hex(string_view line)
 void take_line(string_view line)
 {
     constexpr std::size_t name_at = 2, name_size = 5;
-    const string_view name = behind(store.command, name_at).substr(0, name_size);
+    const string_view name = ahead(behind(store.command, name_at), name_size);
     const bool begins = line.starts_with(name) && behind(line, name_size).starts_with(':');
     const string_view rest = trimmed(behind(line, name_size + 1));
     if (store.asked == step::read && begins) {

@@ -44,7 +44,7 @@ struct known_message {
     std::uint64_t digest = 0;
     int number = 0;     // of its place now, -1 for one in doubt,
     unsigned epoch = 0; // in this epoch; 0: no message
-    sms_place given;    // as it was handed out
+    sms_place given{0}; // as it was handed out
     bool kept = false;  // nobody needs it there any more
     bool stuck = false; // the modem does not delete it, in this epoch
 };

@@ -31,7 +31,7 @@ string_view trimmed(string_view text)
 
 string_view cut_off(string_view& text, char mark)
 {
-    const string_view part = text.substr(0, text.find(mark));
+    const string_view part = ahead(text, text.find(mark));
     text = behind(text, part.size() + 1);
     return trimmed(part);
 }
@@ -180,7 +180,7 @@ const char* sms_command_instead(const char* command)
     if (at == string_view::npos)
         return nullptr;
     const std::size_t end = std::min(all.find(';', at), all.size());
-    const string_view own = behind(all, at).substr(0, end - at);
+    const string_view own = ahead(behind(all, at), end - at);
     const bool replaced = (own == direct || own.starts_with(direct_with_more)) &&
                           all.size() - own.size() + sizeof stored <= sizeof text;
     store.flow_says = replaced || own.starts_with(stored);

@@ -89,8 +89,8 @@ outcome sms_send_parts(const sms_pdu_msg& msg, std::string_view text, const char
     int offset = 0;
     for (int i = 0; i < msg.count; i++) {
         const int length = msg.offsets[i] - offset;
-        const std::string_view part = behind(text, static_cast<std::size_t>(offset))
-                                          .substr(0, static_cast<std::size_t>(length));
+        const std::string_view part =
+            ahead(behind(text, static_cast<std::size_t>(offset)), static_cast<std::size_t>(length));
         const auto encoded = sms_encode_pdu(msg, part, i + 1);
         if (!encoded) {
             diag_plain("[ERROR] Encode pdu error");
@@ -147,7 +147,7 @@ outcome send_text(int mode, const char* number, const char* text, const char* ta
     if (text == nullptr || n < 0)
         return outcome::failed;
     const std::string_view whole = {text, static_cast<std::size_t>(n)};
-    const std::string_view body = whole.substr(0, whole.find('\0'));
+    const std::string_view body = ahead(whole, whole.find('\0'));
     if (whole.find_first_not_of('\0', body.size()) != std::string_view::npos)
         return outcome::failed;
     return sms_queue_one(mode, tag, number, n, body) ? outcome::queued : outcome::failed;

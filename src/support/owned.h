@@ -40,7 +40,8 @@ void* memory_refused(std::size_t size);
 // A copy; null for null, and without memory.
 text_pointer text_duplicate(const char* text);
 
-// For the fields of plain records: the old text ends.
+// For the fields of plain records, and what the threads share, which must not be destroyed under
+// them at the end of main: the old text ends.
 inline void text_replace(char*& field, text_pointer text)
 {
     const text_pointer old(std::exchange(field, text.release()));

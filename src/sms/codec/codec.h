@@ -68,11 +68,16 @@ template <std::size_t size> std::string_view text_of(const char (&field)[size])
     return {field, strnlen(field, size)};
 }
 
-// The view from `at` on. Not substr: it can throw, and would bring the C++ run time along.
+// The view from `at` on, and that of the first `length`. Not substr: it can throw, and would bring
+// the C++ run time along.
 inline std::string_view behind(std::string_view text, std::size_t at)
 {
     text.remove_prefix(std::min(at, text.size()));
     return text;
+}
+inline std::string_view ahead(std::string_view text, std::size_t length)
+{
+    return {text.data(), std::min(length, text.size())};
 }
 
 // ---- Hexadecimal and the GSM 7-bit default alphabet (alphabet.cpp)

@@ -152,7 +152,7 @@ std::optional<pdu_text> sms_compose_part(const composed_text& cut, std::string_v
     }
     const auto end = static_cast<std::size_t>(cut.ends[part - 1]);
     std::string_view rest =
-        behind(text.substr(0, end), part > 1 ? static_cast<std::size_t>(cut.ends[part - 2]) : 0);
+        behind(ahead(text, end), part > 1 ? static_cast<std::size_t>(cut.ends[part - 2]) : 0);
     while (!rest.empty()) {
         const utf8_character c = utf8_read(rest);
         data.put(c.code, cut.gsm7);

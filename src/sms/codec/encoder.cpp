@@ -30,7 +30,7 @@ void put_header(user_data& ud, const sms_pdu_msg& msg, int index, std::span<cons
 bool put_gsm7(user_data& ud, const sms_pdu_msg& msg, std::string_view part, int index)
 {
     put_header(ud, msg, index, header_gsm7);
-    part = part.substr(0, part.find('\0'));
+    part = ahead(part, part.find('\0'));
     char terminated[longest_gsm7 + 1];
     const std::size_t length = part.copy(terminated, longest_gsm7);
     terminated[length] = '\0';

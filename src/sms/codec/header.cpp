@@ -45,7 +45,7 @@ std::optional<udh_walk> sms_open_header(std::string_view user_data)
     const std::size_t length = 2 * (hex_octet(user_data, 0) + std::size_t(1));
     if (user_data.size() < 2 || length > user_data.size())
         return std::nullopt;
-    return udh_walk{behind(user_data.substr(0, length), 2)};
+    return udh_walk{behind(ahead(user_data, length), 2)};
 }
 
 bool sms_parse_element(udh_walk& walk)
@@ -61,7 +61,7 @@ bool sms_parse_element(udh_walk& walk)
         used = 4 + 2 * static_cast<std::size_t>(e.ieidln);
         if (walk.rest.size() < used)
             return false;
-        e.iedn = behind(walk.rest.substr(0, used), 4);
+        e.iedn = behind(ahead(walk.rest, used), 4);
     }
     walk.rest = behind(walk.rest, used);
     return true;
