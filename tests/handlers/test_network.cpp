@@ -32,8 +32,6 @@ TEST(Registration, LinesOfEveryLayout)
         {"EC25 EC25EFAR06A08M4G", creg_handler, "+CREG: 1,\"5A1C\",\"7C4B10D\",7|OK", up, 1, "n9 stat1 5A1C/7C4B10D tech7 rac9 =1"},
         {"RG500Q-EA RG500QEAAAR11A06M4G", creg_handler, "+CEREG: 2,1,\"3AA800\",\"3A5B4C104\",11|OK", up, 1, "n2 stat1 3AA800/3A5B4C104 tech11 rac9 =1"},
         {"UC20 UC20GQBR03A14E1G", creg_handler, "+CGREG: 2,1,\"01F4\",\"0057E3A2\",6,\"2B\"|OK", up, 1, "n2 stat1 01F4/57E3A2 tech6 rac2B =1"},
-        {"MH5000-31 10.1.2.5(H1212SP2C00)", creg_handler, "+CEREG: 2,1,\"5A1C\",\"7C4B10D\"|OK", up, 1, "n2 stat1 5A1C/7C4B10D tech9 rac9 =1", 15},
-        {"RM500Q-GL RM500QGLABR11A06M4G", creg_handler, "+CREG: 2,1,\"5A1C\",\"7C4B10D\",13|OK", up, 1, "n2 stat1 5A1C/7C4B10D techD rac9 =1"},
         {"", creg_handler, "+CREG: 2,1,\"\",\"7C4B10D\",7", up, 0, "n2 stat1 old/0 tech9 rac9 =1"},
         {"EC25 EC25EFAR06A08M4G", creg_handler, "+CREG: 5|OK", up, 1, "n9 stat5 old/7 tech9 rac9 =5"},
         // an unknown layout or stat: the event follows the old status
