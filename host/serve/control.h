@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // The control socket: other programs of this device ask the running host, one JSON object a line,
-// and get one back for each. docs/integration.md has the requests. Who may open the socket may do
+// and get one back for each. docs/kelo-host.md has the requests. Who may open the socket may do
 // all of them: its file mode is the lock.
 #pragma once
 

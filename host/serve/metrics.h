@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // What the host knows as metrics, for Prometheus: the text of /metrics, and a file for
-// node_exporter. The table in metrics.cpp is the list of them: docs/integration.md says how they
+// node_exporter. The table in metrics.cpp is the list of them: docs/kelo-host.md says how they
 // are read.
 #pragma once
 
