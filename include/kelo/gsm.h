@@ -17,6 +17,95 @@ extern "C" {
 #endif
 #pragma GCC visibility push(default)
 
+/* ---- What the numbers mean ----------------------------------------------------------------- */
+
+/* Names for numbers of the record and the words below. The fields themselves are plain ints, and a
+ * modem may put other numbers into those that it fills. */
+
+/* gsm_mobile.reg_status, and reg_stat where it is one of these (<stat>, 3GPP TS 27.007 7.2). */
+enum kelo_registration {
+    KELO_REGISTRATION_NONE,      /* not registered, and the modem does not search */
+    KELO_REGISTRATION_HOME,      /* registered in the home network */
+    KELO_REGISTRATION_SEARCHING, /* not registered yet */
+    KELO_REGISTRATION_DENIED,    /* the network has refused it */
+    KELO_REGISTRATION_UNKNOWN,   /* the modem does not know, as out of coverage */
+    KELO_REGISTRATION_ROAMING    /* registered in another network */
+};
+
+/* gsm_mobile.tech: <AcT>, 3GPP TS 27.007 7.2 and 7.3. */
+enum kelo_technology {
+    KELO_TECHNOLOGY_GSM,
+    KELO_TECHNOLOGY_GSM_COMPACT,
+    KELO_TECHNOLOGY_UTRAN,      /* UMTS */
+    KELO_TECHNOLOGY_EGPRS,      /* GSM */
+    KELO_TECHNOLOGY_HSDPA,      /* UMTS */
+    KELO_TECHNOLOGY_HSUPA,      /* UMTS */
+    KELO_TECHNOLOGY_HSPA,       /* UMTS, HSDPA and HSUPA */
+    KELO_TECHNOLOGY_EUTRAN,     /* LTE */
+    KELO_TECHNOLOGY_EC_GSM_IOT, /* GSM */
+    KELO_TECHNOLOGY_NB_IOT,     /* LTE, NB-S1 */
+    KELO_TECHNOLOGY_EUTRA_5GC,  /* LTE cell of a 5G core */
+    KELO_TECHNOLOGY_NR_5GC,     /* 5G cell of a 5G core: standalone */
+    KELO_TECHNOLOGY_NG_RAN,     /* either of these two */
+    KELO_TECHNOLOGY_EN_DC       /* LTE and 5G at once: non-standalone */
+};
+
+/* gsm_mobile.is5g: what the serving cell reports of this flow have shown. */
+enum kelo_5g {
+    KELO_5G_NONE,          /* no 5G */
+    KELO_5G_NONSTANDALONE, /* 5G beside an LTE cell (NSA) */
+    KELO_5G_STANDALONE     /* SA */
+};
+
+/* gsm_mobile.qeng_net_stem: generation of the serving cell. */
+enum kelo_net_stem {
+    KELO_NET_STEM_NONE = 0, /* no report yet */
+    KELO_NET_STEM_OTHER = 1,
+    KELO_NET_STEM_UMTS = 2,
+    KELO_NET_STEM_LTE = 3,
+    KELO_NET_STEM_5G = 9
+};
+
+/* Figures that stand for none. */
+enum kelo_unknown_figure {
+    KELO_CSQ_UNKNOWN = 99,    /* gsm_mobile.rssi and ber */
+    KELO_RSRP_UNKNOWN = -120, /* gsm_mobile.rsrp, dBm */
+    KELO_AT_PORT_NONE = 128   /* gsm_mobile.at_port */
+};
+
+/* get_sim_status. */
+enum kelo_sim_status {
+    KELO_SIM_FAILED = -1, /* or missing */
+    KELO_SIM_DOWN = 0,    /* not registered */
+    KELO_SIM_UP = 1       /* registered, or just put in */
+};
+
+/* cell_network_switch: what KELO_SCAN_SWITCHED asks for. */
+enum kelo_network_switch {
+    KELO_NETWORK_LTE_AND_NR, /* LTE and 5G */
+    KELO_NETWORK_NR          /* 5G alone */
+};
+
+/* cell_net_proto: protocol of the data context, <PDP_type> of 3GPP TS 27.007 10.1.1. */
+enum kelo_net_proto {
+    KELO_NET_PROTO_IP,    /* IPv4 */
+    KELO_NET_PROTO_IPV6,  /* IPv6 */
+    KELO_NET_PROTO_IPV4V6 /* both */
+};
+
+/* is_quectel: habits of a module family. docs/integration.md tells how to find the one to choose;
+ * a code that is not listed is as KELO_FAMILY_PLAIN. */
+enum kelo_family {
+    KELO_FAMILY_PLAIN = 0,       /* none of the habits below: most modules */
+    KELO_FAMILY_LEFT_ALONE = 7,  /* the port belongs to another program */
+    KELO_FAMILY_CEREG = 8,       /* +CEREG reports count as registration; 9 is the same */
+    KELO_FAMILY_SLOW_CEREG = 10, /* the same on a module that is slow with its SIM */
+    KELO_FAMILY_SLOTS = 11,      /* SIM slots whose command ends on OK; 16 and 17 are the same */
+    KELO_FAMILY_PORT_1 = 13,     /* AT port with index 1, a SIM that fails now and then */
+    KELO_FAMILY_SLOT_BY_AT = 14, /* SIM selection by AT command; +CREG reports count */
+    KELO_FAMILY_SIMST = 15       /* ^SIMST reports; +CEREG with its report number in front */
+};
+
 /* ---- The modem record ---------------------------------------------------------------------- */
 
 /* What is known of the one modem. Texts are terminated and zero-filled when cleared. The mobile
@@ -26,7 +115,7 @@ struct gsm_mobile {
     int simslot;            /* SIM slot asked for; 0 none, 1 or 2 a switch that waits for its row */
     int flow;               /* FLOW_* last selected */
     int custom_cfg;         /* 1 once the model's commands are in the flow lists */
-    int at_port;            /* index of the AT port, 2 to 127; 128 when none was found */
+    int at_port;            /* index of the AT port, 1 to 127, or KELO_AT_PORT_NONE */
     int baud;               /* bit/s, 115200 */
     int flow_ctrl;          /* 0, none */
     int data_bits;          /* 8 */
@@ -58,24 +147,24 @@ struct gsm_mobile {
     char band[16];
     int channel;
     int reg_n;         /* <n> of the last registration line, 3GPP TS 27.007 7.2 */
-    int reg_stat;      /* <stat> of the same */
+    int reg_stat;      /* <stat> of the same, enum kelo_registration and more */
     char lac[16];      /* location or tracking area, hexadecimal as printed */
     int cid;           /* cell id, its low 32 bits */
-    int tech;          /* <AcT> of the last registration line */
+    int tech;          /* <AcT> of the last registration line, enum kelo_technology */
     int rac;           /* routing area */
-    int reg_status;    /* 0 none, 1 home, 2 searching, 3 denied, 4 unknown, 5 roaming */
+    int reg_status;    /* enum kelo_registration */
     char oper[64];     /* operator name */
     int rssi;          /* +CSQ: 0 to 31 for -113 to -51 dBm, 99 unknown, 3GPP TS 27.007 8.5 */
     int ber;           /* +CSQ: 0 to 7, 99 unknown */
-    int currscanmode;  /* scan mode that the modem reports */
-    int scanmode;      /* scan mode wanted */
+    int currscanmode;  /* scan mode that the modem reports, mostly an enum kelo_scan_mode */
+    int scanmode;      /* scan mode wanted, enum kelo_scan_mode (kelo/settings.h) */
     char band_gsm[16]; /* band masks as reported, hexadecimal without 0x */
     char band_lte[64];
     char band_tds[16];
     char apn[128];
     char user[128];
     char password[128];
-    int auth; /* 0 none, 1 PAP, 2 CHAP, 3 both */
+    int auth; /* enum kelo_auth (kelo/settings.h) */
     char pincode[64];
     int smsmode;         /* non-zero: AT_UCS2 is passed over */
     char sms_tag[64];    /* message in flight: the caller's tag */
@@ -83,7 +172,7 @@ struct gsm_mobile {
     char sms_dest[64];   /* message in flight: destination */
     char sms_text[1024]; /* message in flight: text, or PDU in hexadecimal */
     int volte;
-    int is5g;         /* 0 no 5G seen in this flow, 1 NSA, 2 SA */
+    int is5g;         /* enum kelo_5g */
     char* pending_at; /* one command for the next idle second; the library's own */
     int mcc;          /* serving cell, as are all that follow */
     int mnc;
@@ -92,12 +181,12 @@ struct gsm_mobile {
     int ul_bandwidth; /* the modem's code, see its serving cell report */
     int dl_bandwidth;
     int pcid;          /* physical cell id */
-    int rsrp;          /* dBm; -120 after every reset */
+    int rsrp;          /* dBm; KELO_RSRP_UNKNOWN after every reset */
     int rsrq;          /* dB */
     int earfcn;        /* channel number */
     int enodebid;      /* cid shifted right by 8 */
     int cellid;        /* low 8 bits of cid */
-    int qeng_net_stem; /* 9 5G, 3 LTE, 2 UMTS, 1 other */
+    int qeng_net_stem; /* enum kelo_net_stem */
 };
 
 extern struct gsm_mobile g_mobile;
@@ -108,13 +197,28 @@ int kelo_copy_mobile(struct gsm_mobile* out);
 
 /* ---- Events -------------------------------------------------------------------------------- */
 
-#define GSM_EVENT_SIM_UP             1
-#define GSM_EVENT_SIM_DOWN           3
+/* Raised by the library; each is one line of the modem's, and what the library makes of it. */
+#define GSM_EVENT_SIM_UP           1  /* registered */
+#define GSM_EVENT_SIM_DOWN         3  /* not registered; the third in a row raises a flag */
+#define GSM_EVENT_RING             6  /* "+CLIP": who calls; the call is hung up */
+#define GSM_EVENT_HANGUP           7  /* "NO CARRIER" */
+#define GSM_EVENT_RINGING          8  /* "RING": a call; raises its flag */
+#define GSM_EVENT_SMS_RECEIVED     21 /* a message, or the report that one is stored */
+#define GSM_EVENT_SIM_FAILED       22
+#define GSM_EVENT_PIN_REQUIRED     23
+#define GSM_EVENT_PIN_ERROR        24 /* the SIM's answer was an error, as to a wrong PIN */
+#define GSM_EVENT_PUK_REQUIRED     25
+#define GSM_EVENT_SIM_NOT_INSERTED 26 /* acts as GSM_EVENT_SIM_FAILED does */
+#define GSM_EVENT_SIM_INSERTED     27 /* "+CPIN: READY" outside any flow; restarts the task */
+#define GSM_EVENT_SIM_BUSY         28
+#define GSM_EVENT_SMS_SEND_OK      29
+#define GSM_EVENT_SMS_SEND_FAILED  30
+#define GSM_EVENT_USSD_RECEIVED    31 /* "+CUSD" */
+#define GSM_EVENT_NO_SIGNAL        33 /* a signal report without a figure */
+
+/* Never raised by the library: numbers that a host may use for events of its own. */
 #define GSM_EVENT_RESTART            4
 #define GSM_EVENT_CONFIG_ERR         5
-#define GSM_EVENT_RING               6
-#define GSM_EVENT_HANGUP             7
-#define GSM_EVENT_RINGING            8
 #define GSM_EVENT_MO_RINGING         9
 #define GSM_EVENT_ANSWER             10
 #define GSM_EVENT_HANGUP_ACK         11
@@ -127,23 +231,14 @@ int kelo_copy_mobile(struct gsm_mobile* out);
 #define GSM_EVENT_NODIFY             18
 #define GSM_EVENT_PROCESS            19
 #define GSM_EVENT_KEYPAD_DIGIT       20
-#define GSM_EVENT_SMS_RECEIVED       21
-#define GSM_EVENT_SIM_FAILED         22
-#define GSM_EVENT_PIN_REQUIRED       23
-#define GSM_EVENT_PIN_ERROR          24
-#define GSM_EVENT_PUK_REQUIRED       25
-#define GSM_EVENT_SIM_NOT_INSERTED   26 /* acts as GSM_EVENT_SIM_FAILED does */
-#define GSM_EVENT_SIM_INSERTED       27
-#define GSM_EVENT_SIM_BUSY           28
-#define GSM_EVENT_SMS_SEND_OK        29
-#define GSM_EVENT_SMS_SEND_FAILED    30
-#define GSM_EVENT_USSD_RECEIVED      31
 #define GSM_EVENT_USSD_SEND_FAILED   32
-#define GSM_EVENT_NO_SIGNAL          33
 #define GSM_EVENT_POWER_RESTART      36
 #define GSM_EVENT_SMSCENTER_REQUIRED 37
 #define GSM_EVENT_SMSCENTER_OK       38
 #define GSM_EVENT_SIM_REGISTERED     40
+
+/* A few words for people for any of these, "SIM up"; "?" for other numbers. The text is static. */
+const char* kelo_event_name(int code);
 
 /* Concatenation numbers of a received message, 3GPP TS 23.040 9.2.3.24.1. */
 struct long_sms_info {
@@ -158,7 +253,7 @@ struct long_sms_info {
 struct gsm_event {
     int code;             /* GSM_EVENT_* */
     char callingnum[128]; /* caller of the last +CLIP, at most 64 characters */
-    int mode;             /* received message: 0 PDU, 1 text, 2 undetermined */
+    int mode;             /* received message: enum kelo_sms_mode (kelo/sms.h) */
     char pdu[512];        /* PDU in hexadecimal; empty for a text mode report */
     char sender[64];
     char smsc[64]; /* service centre number */
@@ -166,7 +261,7 @@ struct gsm_event {
     char time_zone[16]; /* "GMT+8", or "unknow" */
     int length;
     char text[1024];
-    int coding;                     /* of text: 0 ISO 8859-1, 1 and 2 UTF-8 */
+    int coding;                     /* of text: enum kelo_sms_coding (kelo/sms.h) */
     struct long_sms_info* long_sms; /* NULL for a message in one part */
 };
 
@@ -174,19 +269,25 @@ extern struct gsm_event gsm_event;
 
 /* ---- The status word ----------------------------------------------------------------------- */
 
-#define CELL_STATUS_READY         0x1u
-#define CELL_STATUS_RINGING       0x2u
-#define CELL_STATUS_NO_SIM        0x4u
+/* Set and cleared by the library. */
+#define CELL_STATUS_READY      0x1u   /* registered since the last stop or reload */
+#define CELL_STATUS_UP         0x100u /* the same */
+#define CELL_STATUS_RINGING    0x2u   /* a call is being hung up */
+#define CELL_STATUS_NO_SIM     0x4u   /* not registered since the last stop or reload */
+#define CELL_STATUS_SMS_FAILED 0x400u /* the last message was refused */
+
+/* Set by a keeper alone (kelo/keeper.h); without one they are the host's own, and a registration
+ * clears them. */
+#define CELL_STATUS_PIN_ERROR    0x10u
+#define CELL_STATUS_PIN_REQUIRED 0x20u
+#define CELL_STATUS_PUK_REQUIRED 0x10000u
+
+/* Never set by the library: for hosts. A registration clears CELL_STATUS_USSD_FAILED. */
 #define CELL_STATUS_SMSC_REQUIRED 0x8u
-#define CELL_STATUS_PIN_ERROR     0x10u
-#define CELL_STATUS_PIN_REQUIRED  0x20u
 #define CELL_STATUS_NO_SIGNAL     0x40u
 #define CELL_STATUS_USSD_FAILED   0x80u
-#define CELL_STATUS_UP            0x100u
-#define CELL_STATUS_SMS_FAILED    0x400u
 #define CELL_STATUS_DIAL_REQUIRED 0x2000u
 #define CELL_STATUS_SIM_ERROR     0x4000u
-#define CELL_STATUS_PUK_REQUIRED  0x10000u
 
 extern unsigned int gsm_dchan_status; /* CELL_STATUS_* bits */
 
@@ -214,7 +315,7 @@ int cellular_set_sms_received(int value); /* 0; a host clears the flag with a va
 int cellular_set_call_received(int value);
 int cellular_set_mqtt_received(int value);
 
-int get_sim_status(void); /* 1 up, 0 down, -1 failed */
+int get_sim_status(void); /* enum kelo_sim_status */
 int set_sim_status(int value);
 int get_start_status(void);
 int set_start_status(int value);
@@ -240,7 +341,7 @@ int cell_start_flag_get(void);
 
 /* ---- Exported words ------------------------------------------------------------------------ */
 
-extern int is_quectel;          /* module family code, set by the host before the start */
+extern int is_quectel;          /* enum kelo_family, set by the host before the start */
 extern int selected_card;       /* active SIM, 1 or 2 */
 extern int isLowPower;          /* low power mode, 0 to 255 */
 extern int is_pin_ready;        /* SIM unlocked and ready */
@@ -252,8 +353,8 @@ extern int cell_repower_lock;   /* 1 while a restart is under way */
 extern int cell_pdpdeact;       /* 1: the data context was lost; the host clears it */
 extern int cell_ccinfo_recv;    /* cell lines still expected behind a "service cell:" header */
 extern int g_NetStaFlag;        /* non-zero: swallow the next SIM up of an NR5G-SA line */
-extern int cell_network_switch; /* with scan mode 9: 0 LTE with NR, 1 NR alone */
-extern int cell_net_proto;      /* 0 "IP", 1 "IPV6", 2 "IPV4V6" */
+extern int cell_network_switch; /* enum kelo_network_switch */
+extern int cell_net_proto;      /* enum kelo_net_proto */
 
 /* ---- Start and stop ------------------------------------------------------------------------ */
 

@@ -4,7 +4,7 @@
  *     int number = kelo_send_sms("+4915112345678", "Door 3 open", NULL);
  *     ... kelo_take_sms_result() tells, once, what became of it ...
  *
- *     kelo_set_sms_storage(2);               ahead of the init
+ *     kelo_set_sms_storage(KELO_SMS_STORAGE_EMPTY);   ahead of the init
  *     ... kelo_take_message() gives what came, also while the device was off ...
  *
  * Beside the calls of kelo/sms.h, which go on as they are: a message that comes goes into the
@@ -79,7 +79,9 @@ enum kelo_sms_error {
     KELO_SMS_ERROR      /* "ERROR", or an error without a number: error_number is -1 */
 };
 
+/* What became of a message. */
 struct kelo_sms_result {
+    size_t size;          /* of this record as the library knows it */
     int number;           /* of kelo_send_sms; 0 for a message of the calls of kelo/sms.h */
     char tag[64];         /* the caller's, cut to this */
     char destination[32]; /* cut to this */
@@ -100,6 +102,7 @@ int kelo_sms_results_lost(void); /* since the library was loaded */
 
 /* A status report, TS 23.040 9.2.2.3. */
 struct kelo_sms_report {
+    size_t size;         /* of this record as the library knows it */
     int number;          /* of the message that it answers, 0 for none of the last 256 parts */
     char tag[64];        /* of that message */
     int part;            /* from 1 */
@@ -112,6 +115,7 @@ struct kelo_sms_report {
     int status; /* TP-ST, 9.2.3.15 */
     int state;  /* enum kelo_sms_delivery */
 };
+/* What a report says of its part. */
 enum kelo_sms_delivery {
     KELO_SMS_DELIVERED = 1,
     KELO_SMS_STILL_TRYING, /* another report may follow */
@@ -126,12 +130,17 @@ int kelo_sms_reports_lost(void);
 
 /* ---- In ------------------------------------------------------------------------------------ */
 
-/* What is done with messages that the modem stores.
- * 0: nothing, the default: "+CMTI" is told of, and that is all.
- * 1: they are read, after each start and reload and on "+CMTI", and stay.
- * 2: they are read, and deleted once the host has kept them (see kelo_take_message).
- * With 1 and 2 the modem is told to store what comes (AT+CNMI=2,1) instead of handing it over, so
- * that the network's copy is not let go before there is another. Returns 0; -1 out of range. */
+/* What is done with messages that the modem stores. */
+enum kelo_sms_storage {
+    KELO_SMS_STORAGE_LEAVE, /* nothing, the default: "+CMTI" is told of, and that is all */
+    KELO_SMS_STORAGE_READ, /* they are read, after each start and reload and on "+CMTI", and stay */
+    KELO_SMS_STORAGE_EMPTY /* they are read, and deleted once the host has kept them (see
+                            * kelo_take_message) */
+};
+
+/* mode: enum kelo_sms_storage. Other than with KELO_SMS_STORAGE_LEAVE the modem is told to store
+ * what comes (AT+CNMI=2,1) instead of handing it over, so that the network's copy is not let go
+ * before there is another. Returns 0; -1 out of range. */
 int kelo_set_sms_storage(int mode);
 
 /* A message whose next part does not come for so long is given as far as it is there; 60 to begin
@@ -140,6 +149,7 @@ int kelo_set_sms_patience(int seconds);
 
 /* A whole message. Its text is handed out beside it. */
 struct kelo_message {
+    size_t size;     /* of this record as the library knows it */
     char sender[64]; /* UTF-8: a number, or a name (TS 23.040 9.1.2.5) */
     char smsc[32];   /* empty when the report does not say */
     char time[20]; /* "2024-05-17 09:30:12", local to the service centre; of the first part there */
@@ -166,7 +176,7 @@ struct kelo_message {
  * buffer is too small: message->length tells what is needed beside the terminator, and the message
  * stays. The next call says that the host has kept the message of the one before: only then is it
  * deleted from the modem's storage. Messages are put together from the first call on, or from the
- * first kelo_set_sms_storage other than 0. */
+ * first kelo_set_sms_storage other than KELO_SMS_STORAGE_LEAVE. */
 int kelo_take_message(struct kelo_message* message, size_t size, char* text, size_t text_size);
 
 /* Digests of the parts that the message taken last came in; most: room in digests. Returns how many

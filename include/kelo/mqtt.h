@@ -22,11 +22,17 @@ extern "C" {
  * up. It may call the library, a new kelo_set_cellular_wake included. */
 typedef void (*mqtt_done_handler)(int result);
 
+/* mqtt_config.tls_mode; any other value is as KELO_TLS_OF_MODEM. */
+enum kelo_tls {
+    KELO_TLS_NONE,     /* plain */
+    KELO_TLS_OF_MODEM, /* TLS as the modem is configured */
+    KELO_TLS_FILES /* TLS with the three files of the settings uploaded and both sides checked */
+};
+
 /* Every text is terminated within its field. */
 struct mqtt_config {
     int update_pending; /* ignored; the library's own copy has 1 until the update ends */
-    int tls_mode;       /* 0 plain, 1 TLS as the modem is configured, 2 TLS with the three files
-                         * below uploaded and both sides checked; any other value as 1 */
+    int tls_mode;       /* enum kelo_tls */
     char host[64];      /* name or address of the broker */
     char port[16];      /* digits */
     char client_id[64]; /* MQTT client identifier */

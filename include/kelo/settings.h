@@ -19,21 +19,63 @@ extern "C" {
 #endif
 #pragma GCC visibility push(default)
 
+/* ---- What the numbers mean ----------------------------------------------------------------- */
+
+/* Authentication of the data context: auth of cellular_setting, gsm_mobile and libgsm_set_apn.
+ * Modem and dialer get the number as it is, and read 3 in their own way. */
+enum kelo_auth {
+    KELO_AUTH_NONE = 0,
+    KELO_AUTH_PAP = 1,
+    KELO_AUTH_CHAP = 2,
+    KELO_AUTH_PAP_OR_CHAP = 3, /* as a modem reads it (AT+QICSGP, AT$QCPDPP) */
+    KELO_AUTH_MSCHAP = 3,      /* as g_Auth and a dialer read it */
+    KELO_AUTH_MSCHAPV2 = 4
+};
+
+/* cellular_setting.net_mode: the networks to use. Any other number is as KELO_NET_AUTOMATIC. */
+enum kelo_net_mode {
+    KELO_NET_AUTOMATIC = 0,
+    KELO_NET_LTE = 1,
+    KELO_NET_UMTS = 2,       /* see kelo_set_cellular */
+    KELO_NET_MODULE = 3,     /* KELO_SCAN_MODULE at the start, automatic in a change */
+    KELO_NET_LTE_AND_NR = 4, /* LTE and 5G */
+    KELO_NET_NR = 5          /* 5G alone */
+};
+
+/* libgsm_set_scanmode: the networks to use, in the library's own numbers. */
+enum kelo_scan_mode {
+    KELO_SCAN_AUTOMATIC = 0,
+    KELO_SCAN_MODULE = 1, /* as the module has it, GSM on most */
+    KELO_SCAN_WCDMA = 2,
+    KELO_SCAN_LTE = 3,
+    KELO_SCAN_SWITCHED = 9, /* by cell_network_switch LTE with NR or NR alone */
+    KELO_SCAN_NR = 10       /* NR alone */
+};
+
+/* cell_sim_cfg.scan_code: the scan mode of a SIM, in numbers of its own. Any other number is as
+ * KELO_SCAN_CODE_AUTOMATIC. */
+enum kelo_scan_code {
+    KELO_SCAN_CODE_AUTOMATIC = 0,
+    KELO_SCAN_CODE_LTE = 2,      /* KELO_SCAN_LTE */
+    KELO_SCAN_CODE_WCDMA = 4,    /* KELO_SCAN_WCDMA */
+    KELO_SCAN_CODE_MODULE = 6,   /* KELO_SCAN_MODULE */
+    KELO_SCAN_CODE_SWITCHED = 7, /* KELO_SCAN_SWITCHED */
+    KELO_SCAN_CODE_NR = 8        /* KELO_SCAN_NR */
+};
+
 /* ---- The settings -------------------------------------------------------------------------- */
 
 /* Texts are terminated; one that fills its field without a terminator is cut by its last character.
  * An empty text stands for none. A text with a quote (") or a control character never gets into the
  * modem record: it is refused with a message there, and the record keeps what it has. */
 struct cellular_setting {
-    int enable;        /* non-zero: the data link is wanted */
-    char apn[32];      /* access point name */
-    char user[256];    /* user name of the access point */
-    char password[32]; /* its password */
-    char pin[64];      /* SIM PIN, 4 to 8 digits (3GPP TS 31.101 9.5.1) */
-    int auth;          /* 0 none, 1 PAP, 2 CHAP, 3 MS-CHAP, 4 MS-CHAPv2; the modem and the dialer
-                        * take the number as it is, and read 3 in their own way */
-    int net_mode;      /* 1 LTE, 2 UMTS, 3 scan mode 1 at the start and automatic in a change, 4 LTE
-                        * and NR, 5 NR alone; any other value, 0 included, automatic */
+    int enable;         /* non-zero: the data link is wanted */
+    char apn[32];       /* access point name */
+    char user[256];     /* user name of the access point */
+    char password[32];  /* its password */
+    char pin[64];       /* SIM PIN, 4 to 8 digits (3GPP TS 31.101 9.5.1) */
+    int auth;           /* enum kelo_auth */
+    int net_mode;       /* enum kelo_net_mode */
     int attach_timeout; /* values below 50 count as 50. The library stores it and reads it nowhere:
                          * the unit is the host's */
     int ping_enable;    /* 0: the link counts as up without a ping */
@@ -135,8 +177,7 @@ extern char g_Auth[32];
  * the slot of SIM 1 from the settings; a host fills a slot itself before the start, or between
  * cellular_stop and cellular_start. */
 struct cell_sim_cfg {
-    int scan_code; /* scan mode at the next start: 2 gives 3, 4 gives 2, 6 gives 1, 7 gives 9,
-                    * 8 gives 10, any other value 0 (see libgsm_set_scanmode) */
+    int scan_code; /* enum kelo_scan_code: the scan mode at the next start */
     const char* apn;
     const char* auth;
     const char* user;
@@ -169,7 +210,7 @@ void sim_switch_flag_set(int value); /* a word that nothing reads */
  * was. A text longer than its field is cut. */
 
 /* Access point name, user and password of the data context: at most 127 characters each, NULL for
- * none. auth: 0 none, 1 PAP, 2 CHAP, 3 both; sent to the modem as it is. With one of the texts
+ * none. auth: enum kelo_auth; sent to the modem as it is. With one of the texts
  * refused, none of the four values changes. */
 int libgsm_set_apn(const char* apn, const char* user, const char* password, int auth);
 
@@ -182,9 +223,8 @@ int libgsm_set_pincode(const char* text);
  * reload set it again from the slot of the active SIM. */
 int libgsm_set_smscenter(const char* text);
 
-/* Wanted scan mode: 0 automatic, 1 as the module has it (GSM on most), 2 WCDMA, 3 LTE, 9 by
- * cell_network_switch LTE with NR or NR alone, 10 NR alone. Other values go to modules that take a
- * number as they are. Used by the next flow. */
+/* Wanted scan mode, enum kelo_scan_mode. Other values go to modules that take a number as they are.
+ * Used by the next flow. */
 int libgsm_set_scanmode(int value);
 
 /* Non-zero: the command that selects the UCS2 character set ahead of a PDU is passed over. */

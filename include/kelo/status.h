@@ -33,25 +33,42 @@ int kelo_is_sim_insert(void); /* 0: the SIM has failed or is missing; else 1, al
 
 /* ---- The report ---------------------------------------------------------------------------- */
 
+/* cellular_status.sim_state. */
+enum kelo_sim_state {
+    KELO_SIM_STATE_FAILED, /* or missing */
+    KELO_SIM_STATE_THERE,  /* not yet identified */
+    KELO_SIM_STATE_READY   /* with an ICCID */
+};
+
+/* cellular_status.net_type. */
+enum kelo_net_type {
+    KELO_NET_TYPE_NONE, /* no service */
+    KELO_NET_TYPE_5G,
+    KELO_NET_TYPE_4G,
+    KELO_NET_TYPE_3G
+};
+
+/* What kelo_get_cellular tells. */
 struct cellular_status {
     char oper[32]; /* operator name; empty while unknown, as are all texts here */
-    int sim_state; /* 0 SIM failed or missing, 1 present, not yet identified, 2 ready, with an ICCID
-                    */
-    int signal;    /* while currscanmode is 2: +CSQ figure, 0 to 31 for -113 to -51 dBm, 99 unknown
-                    * (3GPP TS 27.007 8.5); else RSRP in dBm, -120 while unknown; 0 without service */
-    int reserved;  /* the host's own: never written */
-    int net_type;  /* 0 no service, 1 5G, 2 4G, 3 3G */
-    char sn[32];   /* IMEI digits */
-    char imsi[32]; /* subscriber identity, 15 digits at most (3GPP TS 23.003 2.2) */
+    int sim_state; /* enum kelo_sim_state */
+    int signal; /* while currscanmode is KELO_SCAN_WCDMA: +CSQ figure, 0 to 31 for -113 to -51 dBm,
+                 * KELO_CSQ_UNKNOWN (3GPP TS 27.007 8.5); else RSRP in dBm, KELO_RSRP_UNKNOWN; 0
+                 * without service */
+    int reserved;   /* the host's own: never written */
+    int net_type;   /* enum kelo_net_type */
+    char sn[32];    /* IMEI digits */
+    char imsi[32];  /* subscriber identity, 15 digits at most (3GPP TS 23.003 2.2) */
     char iccid[32]; /* SIM serial number, 20 digits at most (ITU-T E.118) */
 };
 
 /* Fills the report; what comes from the modem record is of one moment. Texts that are wider in the
- * modem record are cut. net_type is 0 unless the link is up and sim_state 2. While the settings ask
- * for UMTS (net_mode 2) and the operator can't serve it, signal and net_type are 0, and every call
- * takes wwan0 and wwan0.1 down and empties /tmp/network5Gmess.txt, through the host's kelo_system
- * where there is one, and takes as long as these lines do. Without a record the texts are empty and
- * the figures those of a cleared record. Returns 1, or 0 for NULL. */
+ * modem record are cut. net_type is KELO_NET_TYPE_NONE unless the link is up and sim_state
+ * KELO_SIM_STATE_READY. While the settings ask for UMTS (KELO_NET_UMTS) and the operator can't
+ * serve it, signal and net_type are 0, and every call takes wwan0 and wwan0.1 down and empties
+ * /tmp/network5Gmess.txt, through the host's kelo_system where there is one, and takes as long as
+ * these lines do. Without a record the texts are empty and the figures those of a cleared record.
+ * Returns 1, or 0 for NULL. */
 int kelo_get_cellular(struct cellular_status* record);
 
 /* ---- The modem record, field by field ------------------------------------------------------ */
