@@ -46,21 +46,21 @@ typedef int (*at_pre_treat)(struct gsm_mobile* mobile, struct at_info* at);
 
 /* One AT command: a catalogue row and a node of a flow list alike. */
 struct at_info {
-    int id;             /* command number; flows and custom items name a command by it */
-    char* name;         /* key of a catalogue row in the modem's profile file; NULL in nodes */
-    char* cmd;          /* text to send; NULL in a private node until its pre-treatment ran */
-    int timeout;        /* seconds of silence to wait for the command's end, per try */
-    int code;           /* catalogue ordinal; nothing interprets it */
-    unsigned int flags; /* AT_FLAG_* */
-    at_handler handler; /* gets each line that arrives while the command runs */
-    int seq;            /* position in the flow; the lowest unsent goes out first */
-    at_pre_treat pre_treat;
-    int retries;                /* tries allowed; 0 and 1 both mean one */
-    int countdown;              /* seconds left of the current try */
-    int retries_left;           /* tries left */
-    char* cmd_template;         /* text from the profile file, with its $NAME placeholders */
-    char* custom_cmd;           /* text from a custom item: replaces cmd, bypasses pre-treatment */
-    int custom_seq;             /* seq from a custom item; 0 means none */
+    int id;                 /* command number; flows and custom items name a command by it */
+    char* name;             /* key of a catalogue row in the modem's profile file; NULL in nodes */
+    char* cmd;              /* text to send; NULL in a private node until its pre-treatment ran */
+    int timeout;            /* seconds of silence to wait for the command's end, per try */
+    int code;               /* catalogue ordinal; nothing interprets it */
+    unsigned int flags;     /* AT_FLAG_* */
+    at_handler handler;     /* gets each line that arrives while the command runs */
+    int seq;                /* position in the flow; the lowest unsent goes out first */
+    at_pre_treat pre_treat; /* runs right before it goes out, or NULL */
+    int retries;            /* tries allowed; 0 and 1 both mean one */
+    int countdown;          /* seconds left of the current try */
+    int retries_left;       /* tries left */
+    char* cmd_template;     /* text from the profile file, with its $NAME placeholders */
+    char* custom_cmd;       /* text from a custom item: replaces cmd, bypasses pre-treatment */
+    int custom_seq;         /* seq from a custom item; 0 means none */
     struct KELO_LIST_HEAD node; /* link in the flow list */
 };
 

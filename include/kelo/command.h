@@ -25,7 +25,7 @@ extern "C" {
 #define KELO_ANSWER_LONGEST  8191 /* bytes of the lines of an answer; what is longer is cut */
 #define KELO_ASKS            8    /* commands that wait, or whose answer was not taken yet */
 #define KELO_ASK_TIME        20   /* seconds for timeout_s 0 */
-#define KELO_ASK_MOST_TIME   600
+#define KELO_ASK_MOST_TIME   600  /* seconds that may be asked for */
 
 /* Why a command is refused. */
 enum kelo_ask_fault {

@@ -33,8 +33,8 @@ extern "C" {
 
 /* A head, or the node of a record. */
 struct KELO_LIST_HEAD {
-    struct KELO_LIST_HEAD* next;
-    struct KELO_LIST_HEAD* prev;
+    struct KELO_LIST_HEAD* next; /* the head behind the last node */
+    struct KELO_LIST_HEAD* prev; /* the head ahead of the first */
 };
 
 /* Puts a node at the end of a list, as cell_at_config_h is one. Always there. */
@@ -50,7 +50,7 @@ static inline void kelo_list_add_tail(struct KELO_LIST_HEAD* node, struct KELO_L
 
 /* What an unlinked node's links hold, so that a use after unlinking faults at a known address. */
 #define LIST_POISON_NEXT ((struct list_head*)0x100100)
-#define LIST_POISON_PREV ((struct list_head*)0x200200)
+#define LIST_POISON_PREV ((struct list_head*)0x200200) /* the other link */
 
 /* Static initialiser of a head or node that points at itself. */
 #define LIST_HEAD_INIT(name)                                                                       \
@@ -65,22 +65,26 @@ static inline void kelo_list_add_tail(struct KELO_LIST_HEAD* node, struct KELO_L
 #define list_for_each(node, head)                                                                  \
     for ((node) = (head)->next; (node) != (head); (node) = (node)->next)
 
+/* Makes an empty list of a head. */
 static inline void list_init(struct list_head* head)
 {
     head->next = head;
     head->prev = head;
 }
 
+/* Non-zero for an empty list. */
 static inline int list_empty(const struct list_head* head)
 {
     return head->next == head;
 }
 
+/* Puts a node at the end of a list. */
 static inline void list_add_tail(struct list_head* node, struct list_head* head)
 {
     kelo_list_add_tail(node, head);
 }
 
+/* Takes a node off its list. */
 static inline void list_del(struct list_head* node)
 {
     node->prev->next = node->next;

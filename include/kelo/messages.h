@@ -27,6 +27,7 @@ extern "C" {
 
 #define KELO_SMS_LONGEST_VALIDITY 0 /* as long as the network keeps it at most: 63 weeks */
 
+/* How a message is sent. */
 struct kelo_sms_options {
     size_t size;           /* of this record as the host knows it: set it ahead of everything */
     char tag[64];          /* the caller's own name for it, given back; may be empty */
@@ -39,7 +40,7 @@ struct kelo_sms_options {
      * From then on nobody can tell whether the network has the part until it has answered. What a
      * host notes here survives its own crash. NULL for none. */
     void (*going_out)(int number, int part, void* context);
-    void* context;
+    void* context; /* given to it */
 };
 
 /* Fills the record as far as its `size` goes. Returns 0; -1 for NULL or a size below that of the
@@ -61,6 +62,7 @@ int kelo_send_sms(const char* number, const char* text, const struct kelo_sms_op
  * when it is too late or there is none. */
 int kelo_cancel_sms(int number);
 
+/* What became of a message. */
 enum kelo_sms_state {
     KELO_SMS_SENT = 1,    /* the network has confirmed every part */
     KELO_SMS_FAILED,      /* it, or the modem, has refused a part; the parts behind are not sent */
@@ -72,8 +74,9 @@ const char*
 kelo_sms_state_name(int state); /* "sent", "failed", "unknown", "not written", "refused";
                                  * "?" for others */
 
+/* What the modem has said of a part that was refused. */
 enum kelo_sms_error {
-    KELO_SMS_NO_ERROR,
+    KELO_SMS_NO_ERROR,  /* no part was refused */
     KELO_SMS_CMS_ERROR, /* "+CMS ERROR: n", TS 27.005 3.2.5 */
     KELO_SMS_CME_ERROR, /* "+CME ERROR: n", TS 27.007 9.2 */
     KELO_SMS_ERROR      /* "ERROR", or an error without a number: error_number is -1 */
@@ -86,10 +89,10 @@ struct kelo_sms_result {
     char tag[64];         /* the caller's, cut to this */
     char destination[32]; /* cut to this */
     int state;            /* enum kelo_sms_state */
-    int parts;
-    int confirmed; /* parts that the network has confirmed */
-    int error;     /* enum kelo_sms_error, of the first part that was refused */
-    int error_number;
+    int parts;            /* of the message */
+    int confirmed;        /* parts that the network has confirmed */
+    int error;            /* enum kelo_sms_error, of the first part that was refused */
+    int error_number;     /* n of that error; -1 for one without */
     unsigned char references[255]; /* "+CMGS: n" of each part, in order; 0 where there is none */
 };
 
@@ -111,9 +114,9 @@ struct kelo_sms_report {
     char sent[20];       /* "2024-05-17 09:30:12", local to the service centre */
     int sent_zone;       /* quarters of an hour east of UTC */
     char discharged[20]; /* when it was delivered, or given up, or last tried */
-    int discharged_zone;
-    int status; /* TP-ST, 9.2.3.15 */
-    int state;  /* enum kelo_sms_delivery */
+    int discharged_zone; /* quarters of an hour east of UTC */
+    int status;          /* TP-ST, 9.2.3.15 */
+    int state;           /* enum kelo_sms_delivery */
 };
 /* What a report says of its part. */
 enum kelo_sms_delivery {
@@ -122,11 +125,11 @@ enum kelo_sms_delivery {
     KELO_SMS_UNDELIVERED   /* given up */
 };
 
-#define KELO_SMS_REPORTS 64
+#define KELO_SMS_REPORTS 64 /* reports that wait for the host; then the oldest goes */
 
 /* Takes the oldest report, as kelo_take_sms_result. */
 int kelo_take_sms_report(struct kelo_sms_report* report, size_t size);
-int kelo_sms_reports_lost(void);
+int kelo_sms_reports_lost(void); /* since the library was loaded */
 
 /* ---- In ------------------------------------------------------------------------------------ */
 
@@ -154,11 +157,12 @@ struct kelo_message {
     char smsc[32];   /* empty when the report does not say */
     char time[20]; /* "2024-05-17 09:30:12", local to the service centre; of the first part there */
     int zone;      /* of time: quarters of an hour east of UTC */
-    int message_class;      /* 0 to 3, TS 23.038 4; -1 for none */
-    int coding;             /* TP-DCS of the first part there; -1 for one reported in text mode */
-    int data;               /* 1: the text is octets (eight-bit data); 0: UTF-8 */
-    int port_to, port_from; /* of an application, TS 23.040 9.2.3.24.3; -1 for none */
-    int parts;              /* of the message, 1 for a short one */
+    int message_class; /* 0 to 3, TS 23.038 4; -1 for none */
+    int coding;        /* TP-DCS of the first part there; -1 for one reported in text mode */
+    int data;          /* 1: the text is octets (eight-bit data); 0: UTF-8 */
+    int port_to;       /* of an application, TS 23.040 9.2.3.24.3; -1 for none */
+    int port_from;     /* the same of the sender */
+    int parts;         /* of the message, 1 for a short one */
     int missing; /* parts that did not come: "[part 2 missing]" stands in their place; of data,
                     nothing */
     int stored;  /* 1: it lay in the modem's storage when this process first looked there, so that a
@@ -185,7 +189,7 @@ int kelo_take_message(struct kelo_message* message, size_t size, char* text, siz
  * the one before has kept, and knows it by these. */
 int kelo_get_message_parts(unsigned long long* digests, int most);
 
-int kelo_messages_lost(void);
+int kelo_messages_lost(void); /* since the library was loaded */
 
 /* The modem's storage, as it last told. Returns 1; 0, and nothing written, while it has not. */
 int kelo_get_sms_storage(int* used, int* total);

@@ -65,7 +65,7 @@ struct mqtt_config {
  * host, port or topic, and for a port with anything but digits. Does not wait for an attempt. */
 int kelo_set_cellular_wake(const struct mqtt_config* config);
 
-#define KELO_MQTT_FILE_LIMIT 65536
+#define KELO_MQTT_FILE_LIMIT 65536 /* bytes of a certificate or key at most */
 
 /* Non-zero: attempts give the modem time to answer, and keep away from a broker that refuses, each
  * device by itself (off at the start of the process; 0 switches it off again). In idle seconds:

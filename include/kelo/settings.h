@@ -140,10 +140,11 @@ void kelo_cellular_restart(const struct cellular_setting* settings);
 void kelo_deinit_cellular(void);
 
 /* What the calls above are made of. A host that is content with those needs none of these. */
+
 int init5G(const struct cellular_setting* settings, unsigned char low_power); /* 0, or -1: refused,
                                                                                * or no thread */
 int deinit5G(void);                                                           /* 0 */
-void cellular_restart(const struct cellular_setting* settings);
+void cellular_restart(const struct cellular_setting* settings); /* kelo_cellular_restart */
 
 /* Fills the slot of SIM 1 and the texts below from the settings, sends the two commands of net_mode
  * and, with apply_attach non-zero, stores attach_timeout and raises cell_pdpdeact. A text wider
@@ -162,13 +163,13 @@ struct cellular_setting* get_start_cellular_status(void);
 extern int g_netWorkCardFlag;  /* non-zero: the data link is wanted */
 extern int g_stability5GCount; /* set to 0 by the init; for the host's own use */
 
-/* Texts of the slot of SIM 1, filled by set_5G_para; g_Auth is "pap", "chap", "ms-chap",
- * "ms-chapv2" or "none". */
-extern char g_Apn[32];
-extern char g_Usr[32];
-extern char g_passWard[32];
-extern char g_Pin[32];
-extern char g_Auth[32];
+/* Texts of the slot of SIM 1, filled by set_5G_para. */
+
+extern char g_Apn[32];      /* access point name */
+extern char g_Usr[32];      /* its user name */
+extern char g_passWard[32]; /* its password */
+extern char g_Pin[32];      /* SIM PIN */
+extern char g_Auth[32];     /* "pap", "chap", "ms-chap", "ms-chapv2" or "none" */
 
 /* ---- SIM cards ----------------------------------------------------------------------------- */
 
@@ -177,13 +178,13 @@ extern char g_Auth[32];
  * the slot of SIM 1 from the settings; a host fills a slot itself before the start, or between
  * cellular_stop and cellular_start. */
 struct cell_sim_cfg {
-    int scan_code; /* enum kelo_scan_code: the scan mode at the next start */
-    const char* apn;
-    const char* auth;
-    const char* user;
-    const char* password;
-    const char* pin;  /* NULL leaves the PIN that the record has */
-    const char* smsc; /* NULL empties the service centre number of the record */
+    int scan_code;        /* enum kelo_scan_code: the scan mode at the next start */
+    const char* apn;      /* access point name */
+    const char* auth;     /* its authentication, as g_Auth */
+    const char* user;     /* its user name */
+    const char* password; /* its password */
+    const char* pin;      /* NULL leaves the PIN that the record has */
+    const char* smsc;     /* NULL empties the service centre number of the record */
 };
 
 /* The slot of SIM 1 or 2; NULL for any other number. */

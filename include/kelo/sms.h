@@ -116,14 +116,14 @@ struct kelo_sms {
     char smsc[64];   /* service centre number, empty when the report does not say */
     char time[32];   /* "2024-05-17 09:30:12", the sender's service centre's local time */
     char zone[16];   /* of time: "GMT+2", whole hours, or "unknow" */
-    char text[1024];
-    int length;    /* bytes of text */
-    int coding;    /* of text: enum kelo_sms_coding */
-    int reference; /* of a long message: the same for all its parts, 0 to 65535 */
-    int total;     /* parts of the message; 0 for one in one part, and in text mode */
-    int number;    /* of this part, from 1 */
-    char pdu[512]; /* as received, in hexadecimal; empty in text mode. A PDU that can't be read
-                    * comes with this and mode alone */
+    char text[1024]; /* what it says, see coding */
+    int length;      /* bytes of text */
+    int coding;      /* of text: enum kelo_sms_coding */
+    int reference;   /* of a long message: the same for all its parts, 0 to 65535 */
+    int total;       /* parts of the message; 0 for one in one part, and in text mode */
+    int number;      /* of this part, from 1 */
+    char pdu[512];   /* as received, in hexadecimal; empty in text mode. A PDU that can't be read
+                      * comes with this and mode alone */
 };
 
 /* Takes the oldest received message. Returns 1; 0 when there is none, or for a NULL out. */
@@ -178,15 +178,15 @@ struct udh_element;
 
 /* What the walk through one received PDU has found. */
 struct pdu_fields {
-    unsigned char smsc_length; /* octets of the service centre, its type included */
-    unsigned char smsc_type;   /* type of address, TS 23.040 9.1.2.5 */
-    char smsc_number[32];
-    unsigned char first_octet;   /* of the TPDU */
-    unsigned char sender_length; /* useful semi-octets */
-    unsigned char sender_type;
-    char sender_number[32];
-    unsigned char tp_pid;
-    unsigned char tp_dcs;
+    unsigned char smsc_length;     /* octets of the service centre, its type included */
+    unsigned char smsc_type;       /* type of address, TS 23.040 9.1.2.5 */
+    char smsc_number[32];          /* digits of the service centre */
+    unsigned char first_octet;     /* of the TPDU */
+    unsigned char sender_length;   /* useful semi-octets */
+    unsigned char sender_type;     /* type of address */
+    char sender_number[32];        /* digits of the sender, or its name */
+    unsigned char tp_pid;          /* protocol identifier */
+    unsigned char tp_dcs;          /* data coding scheme, TS 23.038 4 */
     char timestamp[16];            /* 14 digits, YYMMDDhhmmss and the zone */
     unsigned char ud_length;       /* TP-UDL */
     char user_data[320];           /* hexadecimal; terminated when shorter than this */
