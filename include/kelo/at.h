@@ -46,40 +46,40 @@ typedef int (*at_pre_treat)(struct gsm_mobile* mobile, struct at_info* at);
 
 /* One AT command: a catalogue row and a node of a flow list alike. */
 struct at_info {
-    int id;             /* command number; flows and custom items name a command by it */
-    char* name;         /* key of a catalogue row in the modem's profile file; NULL in nodes */
-    char* cmd;          /* text to send; NULL in a private node until its pre-treatment ran */
-    int timeout;        /* seconds of silence to wait for the command's end, per try */
-    int code;           /* catalogue ordinal; nothing interprets it */
-    unsigned int flags; /* AT_FLAG_* */
-    at_handler handler; /* gets each line that arrives while the command runs */
-    int seq;            /* position in the flow; the lowest unsent goes out first */
-    at_pre_treat pre_treat;
-    int retries;           /* tries allowed; 0 and 1 both mean one */
-    int countdown;         /* seconds left of the current try */
-    int retries_left;      /* tries left */
-    char* cmd_template;    /* text from the profile file, with its $NAME placeholders */
-    char* custom_cmd;      /* text from a custom item: replaces cmd, bypasses pre-treatment */
-    int custom_seq;        /* seq from a custom item; 0 means none */
-    struct list_head node; /* link in the flow list */
+    int id;                 /* command number; flows and custom items name a command by it */
+    char* name;             /* key of a catalogue row in the modem's profile file; NULL in nodes */
+    char* cmd;              /* text to send; NULL in a private node until its pre-treatment ran */
+    int timeout;            /* seconds of silence to wait for the command's end, per try */
+    int code;               /* catalogue ordinal; nothing interprets it */
+    unsigned int flags;     /* AT_FLAG_* */
+    at_handler handler;     /* gets each line that arrives while the command runs */
+    int seq;                /* position in the flow; the lowest unsent goes out first */
+    at_pre_treat pre_treat; /* runs right before it goes out, or NULL */
+    int retries;            /* tries allowed; 0 and 1 both mean one */
+    int countdown;          /* seconds left of the current try */
+    int retries_left;       /* tries left */
+    char* cmd_template;     /* text from the profile file, with its $NAME placeholders */
+    char* custom_cmd;       /* text from a custom item: replaces cmd, bypasses pre-treatment */
+    int custom_seq;         /* seq from a custom item; 0 means none */
+    struct KELO_LIST_HEAD node; /* link in the flow list */
 };
 
 /* One change that a host makes to a command of a start or reload flow. The host keeps the items and
  * their texts alive and unchanged for the life of the process, and fills cell_at_config_h before
  * cellular_gsm_init. */
 struct at_config_item {
-    int sim;               /* 1 or 2 */
-    int flow;              /* FLOW_START or FLOW_RELOAD */
-    int id;                /* command; an id that the flow does not have adds a command */
-    int ignore;            /* non-zero: pass the command over */
-    int timeout;           /* seconds; 0 leaves the command's own */
-    int seq;               /* new position; 0 leaves the command's own */
-    char* cmd;             /* replacement text without line ending, or NULL */
-    struct list_head node; /* link in cell_at_config_h */
+    int sim;                    /* 1 or 2 */
+    int flow;                   /* FLOW_START or FLOW_RELOAD */
+    int id;                     /* command; an id that the flow does not have adds a command */
+    int ignore;                 /* non-zero: pass the command over */
+    int timeout;                /* seconds; 0 leaves the command's own */
+    int seq;                    /* new position; 0 leaves the command's own */
+    char* cmd;                  /* replacement text without line ending, or NULL */
+    struct KELO_LIST_HEAD node; /* link in cell_at_config_h */
 };
 
 /* Head of the list of at_config_item; empty at load, only read by the library. */
-extern struct list_head cell_at_config_h;
+extern struct KELO_LIST_HEAD cell_at_config_h;
 
 #pragma GCC visibility pop
 #ifdef __cplusplus

@@ -25,7 +25,7 @@ extern "C" {
 #define KELO_ANSWER_LONGEST  8191 /* bytes of the lines of an answer; what is longer is cut */
 #define KELO_ASKS            8    /* commands that wait, or whose answer was not taken yet */
 #define KELO_ASK_TIME        20   /* seconds for timeout_s 0 */
-#define KELO_ASK_MOST_TIME   600
+#define KELO_ASK_MOST_TIME   600  /* seconds that may be asked for */
 
 /* Why a command is refused. */
 enum kelo_ask_fault {
@@ -45,6 +45,7 @@ const char* kelo_ask_fault_text(int fault); /* for people; "?" for others */
  * its end has to come; 0: KELO_ASK_TIME. Returns its number, above 0, or an enum kelo_ask_fault. */
 int kelo_ask(const char* command, unsigned int timeout_s);
 
+/* How a command ended. */
 enum kelo_ask_end {
     KELO_ASK_OK = 1,    /* "OK" */
     KELO_ASK_ERROR,     /* "ERROR" */
@@ -58,7 +59,9 @@ enum kelo_ask_end {
 const char* kelo_ask_end_name(int end); /* "ok", "error", "CME error", "CMS error", "data",
                                          * "timed out", "not sent", "port lost"; "?" for others */
 
+/* The answer to a command, beside its lines. */
 struct kelo_answer {
+    size_t size;      /* of this record as the library knows it */
     int number;       /* of kelo_ask */
     int end;          /* enum kelo_ask_end */
     int error_number; /* of the CME and CMS errors; -1 for none, and for one in words */

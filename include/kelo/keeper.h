@@ -48,7 +48,7 @@ enum kelo_reason {
     KELO_REASON_ONLINE      /* all that the settings ask for is there: with enable 0 registration */
 };
 
-enum kelo_reason kelo_get_reason(void);
+enum kelo_reason kelo_get_reason(void); /* the one that holds */
 
 /* "stopped", "no port", "no permission", "port in use", "no answer", "unknown module",
  * "PIN required", "PIN refused", "PUK required", "no SIM", "SIM failed", "searching", "denied",
@@ -90,7 +90,7 @@ struct kelo_keeper {
      * anew once the modem has spoken. NULL for none. Called on the Keeper thread, which waits for
      * its end; never while a start is under way. */
     void (*stuck)(int number, void* context);
-    void* context;
+    void* context; /* given to it */
 };
 
 /* Fills the first `size` bytes, which the host has set, with the figures above. 0; -1 for NULL or a
@@ -110,28 +110,29 @@ int kelo_keep_stop(void);
 
 /* ---- What it has seen ---------------------------------------------------------------------- */
 
-enum kelo_action { /* what the keeper waits to do next */
-                   KELO_ACTION_NONE,
-                   KELO_ACTION_START,         /* start the modem task */
-                   KELO_ACTION_ASK,           /* ask for registration, or for the SIM */
-                   KELO_ACTION_RADIO_RESET,   /* switch the radio off and on */
-                   KELO_ACTION_MODEM_RESTART, /* AT+CFUN=1,1 */
-                   KELO_ACTION_POWER,         /* `stuck` */
-                   KELO_ACTION_DIAL           /* start the dialer */
+/* What the keeper waits to do next. */
+enum kelo_action {
+    KELO_ACTION_NONE,
+    KELO_ACTION_START,         /* start the modem task */
+    KELO_ACTION_ASK,           /* ask for registration, or for the SIM */
+    KELO_ACTION_RADIO_RESET,   /* switch the radio off and on */
+    KELO_ACTION_MODEM_RESTART, /* AT+CFUN=1,1 */
+    KELO_ACTION_POWER,         /* `stuck` */
+    KELO_ACTION_DIAL           /* start the dialer */
 };
 
 /* Events are counted since the process began, times since the first kelo_keep, in seconds. */
 struct kelo_figures {
-    size_t size;                 /* of this record as the library knows it */
-    unsigned int starts;         /* of the modem task, whoever asked for them */
-    unsigned int reloads;        /* the same */
-    unsigned int radio_resets;   /* radio off and on, without the reloads' */
-    unsigned int dials;          /* starts of the dialer program */
-    unsigned int link_losses;    /* of a link that was up */
-    unsigned int port_losses;    /* of a port that was open */
-    unsigned int modem_restarts; /* AT+CFUN=1,1 and `stuck` */
-    unsigned int online_s;
-    unsigned int offline_s;
+    size_t size;                   /* of this record as the library knows it */
+    unsigned int starts;           /* of the modem task, whoever asked for them */
+    unsigned int reloads;          /* the same */
+    unsigned int radio_resets;     /* radio off and on, without the reloads' */
+    unsigned int dials;            /* starts of the dialer program */
+    unsigned int link_losses;      /* of a link that was up */
+    unsigned int port_losses;      /* of a port that was open */
+    unsigned int modem_restarts;   /* AT+CFUN=1,1 and `stuck` */
+    unsigned int online_s;         /* online in all */
+    unsigned int offline_s;        /* not online in all */
     unsigned int last_outage_s;    /* the one under way, or the last; the first lasts from kelo_keep
                                     * to the first time online */
     unsigned int longest_outage_s; /* the one under way counts */

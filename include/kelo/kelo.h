@@ -16,6 +16,7 @@
 
 #include <kelo/at.h>
 #include <kelo/command.h>
+#include <kelo/event.h>
 #include <kelo/gps.h>
 #include <kelo/gsm.h>
 #include <kelo/host.h>

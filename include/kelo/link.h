@@ -29,7 +29,7 @@ int get_cell_network_up(void);
  * 1 or 0; 0 also for a name that is NULL or anything else, when there is no such interface, and
  * when ifconfig does not answer within five seconds. Runs a program on the caller's thread. */
 int ip_net_is_up(const char* interface);
-int ipv6_is_up(const char* interface);
+int ipv6_is_up(const char* interface); /* IPv6, see ip_net_is_up */
 
 #pragma GCC visibility pop
 #ifdef __cplusplus

@@ -12,6 +12,7 @@ extern "C" {
 #endif
 #pragma GCC visibility push(default)
 
+/* What a line is about. */
 enum kelo_log_level {
     KELO_LOG_ERROR,  /* what can't be done */
     KELO_LOG_NOTICE, /* what happens */

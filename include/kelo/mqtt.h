@@ -22,11 +22,17 @@ extern "C" {
  * up. It may call the library, a new kelo_set_cellular_wake included. */
 typedef void (*mqtt_done_handler)(int result);
 
+/* mqtt_config.tls_mode; any other value is as KELO_TLS_OF_MODEM. */
+enum kelo_tls {
+    KELO_TLS_NONE,     /* plain */
+    KELO_TLS_OF_MODEM, /* TLS as the modem is configured */
+    KELO_TLS_FILES /* TLS with the three files of the settings uploaded and both sides checked */
+};
+
 /* Every text is terminated within its field. */
 struct mqtt_config {
     int update_pending; /* ignored; the library's own copy has 1 until the update ends */
-    int tls_mode;       /* 0 plain, 1 TLS as the modem is configured, 2 TLS with the three files
-                         * below uploaded and both sides checked; any other value as 1 */
+    int tls_mode;       /* enum kelo_tls */
     char host[64];      /* name or address of the broker */
     char port[16];      /* digits */
     char client_id[64]; /* MQTT client identifier */
@@ -59,7 +65,7 @@ struct mqtt_config {
  * host, port or topic, and for a port with anything but digits. Does not wait for an attempt. */
 int kelo_set_cellular_wake(const struct mqtt_config* config);
 
-#define KELO_MQTT_FILE_LIMIT 65536
+#define KELO_MQTT_FILE_LIMIT 65536 /* bytes of a certificate or key at most */
 
 /* Non-zero: attempts give the modem time to answer, and keep away from a broker that refuses, each
  * device by itself (off at the start of the process; 0 switches it off again). In idle seconds:

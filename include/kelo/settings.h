@@ -19,21 +19,63 @@ extern "C" {
 #endif
 #pragma GCC visibility push(default)
 
+/* ---- What the numbers mean ----------------------------------------------------------------- */
+
+/* Authentication of the data context: auth of cellular_setting, gsm_mobile and libgsm_set_apn.
+ * Modem and dialer get the number as it is, and read 3 in their own way. */
+enum kelo_auth {
+    KELO_AUTH_NONE = 0,
+    KELO_AUTH_PAP = 1,
+    KELO_AUTH_CHAP = 2,
+    KELO_AUTH_PAP_OR_CHAP = 3, /* as a modem reads it (AT+QICSGP, AT$QCPDPP) */
+    KELO_AUTH_MSCHAP = 3,      /* as g_Auth and a dialer read it */
+    KELO_AUTH_MSCHAPV2 = 4
+};
+
+/* cellular_setting.net_mode: the networks to use. Any other number is as KELO_NET_AUTOMATIC. */
+enum kelo_net_mode {
+    KELO_NET_AUTOMATIC = 0,
+    KELO_NET_LTE = 1,
+    KELO_NET_UMTS = 2,       /* see kelo_set_cellular */
+    KELO_NET_MODULE = 3,     /* KELO_SCAN_MODULE at the start, automatic in a change */
+    KELO_NET_LTE_AND_NR = 4, /* LTE and 5G */
+    KELO_NET_NR = 5          /* 5G alone */
+};
+
+/* libgsm_set_scanmode: the networks to use, in the library's own numbers. */
+enum kelo_scan_mode {
+    KELO_SCAN_AUTOMATIC = 0,
+    KELO_SCAN_MODULE = 1, /* as the module has it, GSM on most */
+    KELO_SCAN_WCDMA = 2,
+    KELO_SCAN_LTE = 3,
+    KELO_SCAN_SWITCHED = 9, /* by cell_network_switch LTE with NR or NR alone */
+    KELO_SCAN_NR = 10       /* NR alone */
+};
+
+/* cell_sim_cfg.scan_code: the scan mode of a SIM, in numbers of its own. Any other number is as
+ * KELO_SCAN_CODE_AUTOMATIC. */
+enum kelo_scan_code {
+    KELO_SCAN_CODE_AUTOMATIC = 0,
+    KELO_SCAN_CODE_LTE = 2,      /* KELO_SCAN_LTE */
+    KELO_SCAN_CODE_WCDMA = 4,    /* KELO_SCAN_WCDMA */
+    KELO_SCAN_CODE_MODULE = 6,   /* KELO_SCAN_MODULE */
+    KELO_SCAN_CODE_SWITCHED = 7, /* KELO_SCAN_SWITCHED */
+    KELO_SCAN_CODE_NR = 8        /* KELO_SCAN_NR */
+};
+
 /* ---- The settings -------------------------------------------------------------------------- */
 
 /* Texts are terminated; one that fills its field without a terminator is cut by its last character.
  * An empty text stands for none. A text with a quote (") or a control character never gets into the
  * modem record: it is refused with a message there, and the record keeps what it has. */
 struct cellular_setting {
-    int enable;        /* non-zero: the data link is wanted */
-    char apn[32];      /* access point name */
-    char user[256];    /* user name of the access point */
-    char password[32]; /* its password */
-    char pin[64];      /* SIM PIN, 4 to 8 digits (3GPP TS 31.101 9.5.1) */
-    int auth;          /* 0 none, 1 PAP, 2 CHAP, 3 MS-CHAP, 4 MS-CHAPv2; the modem and the dialer
-                        * take the number as it is, and read 3 in their own way */
-    int net_mode;      /* 1 LTE, 2 UMTS, 3 scan mode 1 at the start and automatic in a change, 4 LTE
-                        * and NR, 5 NR alone; any other value, 0 included, automatic */
+    int enable;         /* non-zero: the data link is wanted */
+    char apn[32];       /* access point name */
+    char user[256];     /* user name of the access point */
+    char password[32];  /* its password */
+    char pin[64];       /* SIM PIN, 4 to 8 digits (3GPP TS 31.101 9.5.1) */
+    int auth;           /* enum kelo_auth */
+    int net_mode;       /* enum kelo_net_mode */
     int attach_timeout; /* values below 50 count as 50. The library stores it and reads it nowhere:
                          * the unit is the host's */
     int ping_enable;    /* 0: the link counts as up without a ping */
@@ -98,10 +140,11 @@ void kelo_cellular_restart(const struct cellular_setting* settings);
 void kelo_deinit_cellular(void);
 
 /* What the calls above are made of. A host that is content with those needs none of these. */
+
 int init5G(const struct cellular_setting* settings, unsigned char low_power); /* 0, or -1: refused,
                                                                                * or no thread */
 int deinit5G(void);                                                           /* 0 */
-void cellular_restart(const struct cellular_setting* settings);
+void cellular_restart(const struct cellular_setting* settings); /* kelo_cellular_restart */
 
 /* Fills the slot of SIM 1 and the texts below from the settings, sends the two commands of net_mode
  * and, with apply_attach non-zero, stores attach_timeout and raises cell_pdpdeact. A text wider
@@ -120,13 +163,13 @@ struct cellular_setting* get_start_cellular_status(void);
 extern int g_netWorkCardFlag;  /* non-zero: the data link is wanted */
 extern int g_stability5GCount; /* set to 0 by the init; for the host's own use */
 
-/* Texts of the slot of SIM 1, filled by set_5G_para; g_Auth is "pap", "chap", "ms-chap",
- * "ms-chapv2" or "none". */
-extern char g_Apn[32];
-extern char g_Usr[32];
-extern char g_passWard[32];
-extern char g_Pin[32];
-extern char g_Auth[32];
+/* Texts of the slot of SIM 1, filled by set_5G_para. */
+
+extern char g_Apn[32];      /* access point name */
+extern char g_Usr[32];      /* its user name */
+extern char g_passWard[32]; /* its password */
+extern char g_Pin[32];      /* SIM PIN */
+extern char g_Auth[32];     /* "pap", "chap", "ms-chap", "ms-chapv2" or "none" */
 
 /* ---- SIM cards ----------------------------------------------------------------------------- */
 
@@ -135,14 +178,13 @@ extern char g_Auth[32];
  * the slot of SIM 1 from the settings; a host fills a slot itself before the start, or between
  * cellular_stop and cellular_start. */
 struct cell_sim_cfg {
-    int scan_code; /* scan mode at the next start: 2 gives 3, 4 gives 2, 6 gives 1, 7 gives 9,
-                    * 8 gives 10, any other value 0 (see libgsm_set_scanmode) */
-    const char* apn;
-    const char* auth;
-    const char* user;
-    const char* password;
-    const char* pin;  /* NULL leaves the PIN that the record has */
-    const char* smsc; /* NULL empties the service centre number of the record */
+    int scan_code;        /* enum kelo_scan_code: the scan mode at the next start */
+    const char* apn;      /* access point name */
+    const char* auth;     /* its authentication, as g_Auth */
+    const char* user;     /* its user name */
+    const char* password; /* its password */
+    const char* pin;      /* NULL leaves the PIN that the record has */
+    const char* smsc;     /* NULL empties the service centre number of the record */
 };
 
 /* The slot of SIM 1 or 2; NULL for any other number. */
@@ -169,7 +211,7 @@ void sim_switch_flag_set(int value); /* a word that nothing reads */
  * was. A text longer than its field is cut. */
 
 /* Access point name, user and password of the data context: at most 127 characters each, NULL for
- * none. auth: 0 none, 1 PAP, 2 CHAP, 3 both; sent to the modem as it is. With one of the texts
+ * none. auth: enum kelo_auth; sent to the modem as it is. With one of the texts
  * refused, none of the four values changes. */
 int libgsm_set_apn(const char* apn, const char* user, const char* password, int auth);
 
@@ -182,9 +224,8 @@ int libgsm_set_pincode(const char* text);
  * reload set it again from the slot of the active SIM. */
 int libgsm_set_smscenter(const char* text);
 
-/* Wanted scan mode: 0 automatic, 1 as the module has it (GSM on most), 2 WCDMA, 3 LTE, 9 by
- * cell_network_switch LTE with NR or NR alone, 10 NR alone. Other values go to modules that take a
- * number as they are. Used by the next flow. */
+/* Wanted scan mode, enum kelo_scan_mode. Other values go to modules that take a number as they are.
+ * Used by the next flow. */
 int libgsm_set_scanmode(int value);
 
 /* Non-zero: the command that selects the UCS2 character set ahead of a PDU is passed over. */

@@ -29,20 +29,42 @@ extern "C" {
 struct gsm_mobile;
 struct gsm_event;
 
+/* ---- What the numbers mean ----------------------------------------------------------------- */
+
+/* How a message is handed to the modem or reported by it, 3GPP TS 27.005. */
+enum kelo_sms_mode {
+    KELO_SMS_MODE_PDU,
+    KELO_SMS_MODE_TEXT,
+    KELO_SMS_MODE_UNKNOWN /* of gsm_event alone: a report that is neither */
+};
+
+/* What the bytes of a received text are: kelo_sms.coding and gsm_event.coding. */
+enum kelo_sms_coding {
+    KELO_SMS_CODING_MODEM = -1, /* text mode: whatever character set the modem is set to */
+    KELO_SMS_CODING_LATIN1 = 0, /* ISO 8859-1 */
+    KELO_SMS_CODING_UCS2 = 1,   /* UTF-8, made of UCS-2 */
+    KELO_SMS_CODING_GSM7 = 2    /* UTF-8, made of the 7-bit alphabet */
+};
+
+/* What a text to be sent is: sms_pdu_msg.coding. */
+enum kelo_pdu_coding {
+    KELO_PDU_CODING_GSM7, /* goes out in the 7-bit alphabet */
+    KELO_PDU_CODING_UTF8, /* goes out in UCS-2 */
+    KELO_PDU_CODING_UCS2  /* is UCS-2 already, big endian */
+};
+
 /* ---- Sending ------------------------------------------------------------------------------- */
 
 /* Sends a message of n bytes, which need no terminator (one at the end is not sent).
- * mode 0: in PDUs, as many as the text needs, at most 255. ASCII (but for the grave accent) and the
- * Greek capitals that GSM has go out in the 7-bit alphabet, other UTF-8 in UCS-2, and bytes with a
- * NUL in them are taken for UCS-2, big endian.
- * Any other mode: untouched in text mode, to be sent in mode 1; the modem gets 1023 bytes at most.
- * tag: the caller's own name for the message, not empty. number: digits, with "+" ahead when
- * international.
- * Returns 0 when the whole message is queued, and also for a PDU to what is no number, of which
- * nothing is queued. -1, and nothing queued, without a modem record, for a NULL text, an empty tag,
- * more than 255 parts, in text mode a NUL, Ctrl-Z or Escape in the text or a quote or control
- * character in the number, or without memory. How it went: GSM_EVENT_SMS_SEND_OK and
- * CELL_STATUS_SMS_FAILED. */
+ * mode KELO_SMS_MODE_PDU: in PDUs, as many as the text needs, at most 255. ASCII (but for the grave
+ * accent) and the Greek capitals that GSM has go out in the 7-bit alphabet, other UTF-8 in UCS-2,
+ * and bytes with a NUL in them are taken for UCS-2, big endian. Any other mode: untouched in text
+ * mode, to be sent with KELO_SMS_MODE_TEXT; the modem gets 1023 bytes at most. tag: the caller's
+ * own name for the message, not empty. number: digits, with "+" ahead when international. Returns 0
+ * when the whole message is queued, and also for a PDU to what is no number, of which nothing is
+ * queued. -1, and nothing queued, without a modem record, for a NULL text, an empty tag, more than
+ * 255 parts, in text mode a NUL, Ctrl-Z or Escape in the text or a quote or control character in
+ * the number, or without memory. How it went: GSM_EVENT_SMS_SEND_OK and CELL_STATUS_SMS_FAILED. */
 int libgsm_send_sms_from_buffer(const char* tag, const char* number, int mode, const char* text,
                                 int n);
 
@@ -63,12 +85,12 @@ int gsm_send_pdu(struct gsm_mobile* mobile, const char* number, const char* pdu,
 
 /* One message of the outbox. Texts are the item's own. */
 struct sms_outbox_item {
-    int sms_mode;          /* 0 PDU, 1 text */
-    char* sms_tag;         /* the caller's tag, not empty */
-    char* sms_number;      /* destination */
-    int sms_length;        /* octets of the TPDU, 3GPP TS 27.005 4.3 */
-    char* sms_body;        /* PDU in hexadecimal, or text */
-    struct list_head node; /* link in the outbox */
+    int sms_mode;               /* enum kelo_sms_mode */
+    char* sms_tag;              /* the caller's tag, not empty */
+    char* sms_number;           /* destination */
+    int sms_length;             /* octets of the TPDU, 3GPP TS 27.005 4.3 */
+    char* sms_body;             /* PDU in hexadecimal, or text */
+    struct KELO_LIST_HEAD node; /* link in the outbox */
 };
 
 /* Queues a message; all three texts are copied. Returns 0; -1 for a NULL or empty text, for one
@@ -86,22 +108,22 @@ void sms_outbox_free(struct sms_outbox_item* item);
 
 #define KELO_SMS_QUEUE 64 /* received messages that wait for the host; then the oldest goes */
 
-/* A received message. Texts are terminated. */
+/* A received message. Texts are terminated. The record stays as it is; what there is beyond it is
+ * in struct kelo_message. */
 struct kelo_sms {
-    int mode;        /* 0 reported as PDU, 1 as text */
+    int mode;        /* how it was reported: enum kelo_sms_mode */
     char sender[64]; /* number or name */
     char smsc[64];   /* service centre number, empty when the report does not say */
     char time[32];   /* "2024-05-17 09:30:12", the sender's service centre's local time */
     char zone[16];   /* of time: "GMT+2", whole hours, or "unknow" */
-    char text[1024];
-    int length;    /* bytes of text */
-    int coding;    /* of text: 0 ISO 8859-1, 1 UTF-8 from UCS-2, 2 UTF-8 from the 7-bit alphabet,
-                    * -1 text mode: whatever character set the modem is set to */
-    int reference; /* of a long message: the same for all its parts, 0 to 65535 */
-    int total;     /* parts of the message; 0 for one in one part, and in text mode */
-    int number;    /* of this part, from 1 */
-    char pdu[512]; /* as received, in hexadecimal; empty in text mode. A PDU that can't be read
-                    * comes with this and mode alone */
+    char text[1024]; /* what it says, see coding */
+    int length;      /* bytes of text */
+    int coding;      /* of text: enum kelo_sms_coding */
+    int reference;   /* of a long message: the same for all its parts, 0 to 65535 */
+    int total;       /* parts of the message; 0 for one in one part, and in text mode */
+    int number;      /* of this part, from 1 */
+    char pdu[512];   /* as received, in hexadecimal; empty in text mode. A PDU that can't be read
+                      * comes with this and mode alone */
 };
 
 /* Takes the oldest received message. Returns 1; 0 when there is none, or for a NULL out. */
@@ -140,10 +162,10 @@ int corvel_mobile_sms_encode_gsm7bit(const char* text, unsigned char* out, int n
                                      unsigned char* udl);
 
 /* Unpacks n octets (at most 320) of user data whose first u are its header. Without a Greek or
- * escape septet: coding of event is 0, and out receives one ISO 8859-1 byte a septet and no
- * terminator. Otherwise coding is 2, octets is overwritten with UCS-2, big endian, and length of
- * event is its bytes. So each of octets and out needs room for 2 * (n + n / 7) bytes: 364 for 160.
- * Returns 0; -1 for a NULL argument or n out of range. */
+ * escape septet: coding of event is KELO_SMS_CODING_LATIN1, and out receives one ISO 8859-1 byte a
+ * septet and no terminator. Otherwise coding is KELO_SMS_CODING_GSM7, octets is overwritten with
+ * UCS-2, big endian, and length of event is its bytes. So each of octets and out needs room for 2 *
+ * (n + n / 7) bytes: 364 for 160. Returns 0; -1 for a NULL argument or n out of range. */
 int corvel_mobile_sms_gsm7bit_to_8bit(struct gsm_event* event, unsigned char* octets, char* out,
                                       int n, int u);
 
@@ -156,15 +178,15 @@ struct udh_element;
 
 /* What the walk through one received PDU has found. */
 struct pdu_fields {
-    unsigned char smsc_length; /* octets of the service centre, its type included */
-    unsigned char smsc_type;   /* type of address, TS 23.040 9.1.2.5 */
-    char smsc_number[32];
-    unsigned char first_octet;   /* of the TPDU */
-    unsigned char sender_length; /* useful semi-octets */
-    unsigned char sender_type;
-    char sender_number[32];
-    unsigned char tp_pid;
-    unsigned char tp_dcs;
+    unsigned char smsc_length;     /* octets of the service centre, its type included */
+    unsigned char smsc_type;       /* type of address, TS 23.040 9.1.2.5 */
+    char smsc_number[32];          /* digits of the service centre */
+    unsigned char first_octet;     /* of the TPDU */
+    unsigned char sender_length;   /* useful semi-octets */
+    unsigned char sender_type;     /* type of address */
+    char sender_number[32];        /* digits of the sender, or its name */
+    unsigned char tp_pid;          /* protocol identifier */
+    unsigned char tp_dcs;          /* data coding scheme, TS 23.038 4 */
     char timestamp[16];            /* 14 digits, YYMMDDhhmmss and the zone */
     unsigned char ud_length;       /* TP-UDL */
     char user_data[320];           /* hexadecimal; terminated when shorter than this */
@@ -188,13 +210,13 @@ struct sms_pdu_msg {
     int part_size;         /* limit of a part, in septets, characters or bytes by coding */
     int length;            /* bytes of the text */
     int offsets[256];      /* end of each part in the text, in bytes */
-    int coding;            /* 0 GSM 7-bit, 1 UTF-8, 2 UCS-2 */
+    int coding;            /* enum kelo_pdu_coding */
 };
 
 /* Writes the PDU (SMS-SUBMIT behind its service centre) of one part in hexadecimal to out, a buffer
- * of 1024. part: n bytes, for coding 0 up to its terminator. index: the part's number, from 1.
- * Returns the characters written; -1 for a NULL argument, a da that is no number, or a part of more
- * than the 140 octets, header included, that a message has room for. */
+ * of 1024. part: n bytes, for KELO_PDU_CODING_GSM7 up to its terminator. index: the part's number,
+ * from 1. Returns the characters written; -1 for a NULL argument, a da that is no number, or a part
+ * of more than the 140 octets, header included, that a message has room for. */
 int corvel_mobile_encode_pdu_sms(struct gsm_mobile* mobile, struct sms_pdu_msg* msg,
                                  const char* part, char* out, int n, int index);
 

@@ -14,6 +14,7 @@ extern "C" {
 #endif
 #pragma GCC visibility push(default)
 
+/* What has happened at the port. */
 enum kelo_port_happening {
     KELO_PORT_OPENED,  /* bytes: its path */
     KELO_PORT_CLOSED,  /* bytes: its path */
@@ -22,13 +23,14 @@ enum kelo_port_happening {
     KELO_PORT_READ     /* bytes: what one read gave; it begins and ends anywhere in a line */
 };
 
+/* One event of the port. */
 struct kelo_port_event {
     unsigned int size; /* of this record as the library knows it; later ones may be longer */
-    enum kelo_port_happening what;
-    long long monotonic_ns; /* CLOCK_MONOTONIC, in nanoseconds */
-    long long realtime_ns;  /* CLOCK_REALTIME, in nanoseconds since 1970-01-01 UTC */
-    const char* bytes;      /* gone when the call returns; a NUL stands behind them */
-    size_t length;
+    enum kelo_port_happening what; /* what has happened */
+    long long monotonic_ns;        /* CLOCK_MONOTONIC, in nanoseconds */
+    long long realtime_ns;         /* CLOCK_REALTIME, in nanoseconds since 1970-01-01 UTC */
+    const char* bytes;             /* gone when the call returns; a NUL stands behind them */
+    size_t length;                 /* of bytes */
     unsigned int lost; /* events that were lost right ahead of this one; 0 but for a callback that
                           does not return, or without memory */
 };

@@ -29,15 +29,15 @@ struct net_mode_row {
 
 // clang-format off
 constexpr net_mode_row net_modes[] = {
-    // mode  start  change  first command          second command
-    {  1,    2,     2,      MODE_PREF("LTE"),      NR5G_DISABLE("0")},
-    {  2,    4,     4,      MODE_PREF("WCDMA"),    NR5G_DISABLE("0")},
-    {  3,    6,     0,      MODE_PREF("AUTO"),     NR5G_DISABLE("0")},
-    {  4,    7,     7,      MODE_PREF("LTE:NR5G"), NR5G_DISABLE("1")},
-    {  5,    8,     8,      MODE_PREF("NR5G"),     NR5G_DISABLE("2")},
+    // mode               start                     change                    first command          second command
+    {KELO_NET_LTE,        KELO_SCAN_CODE_LTE,       KELO_SCAN_CODE_LTE,       MODE_PREF("LTE"),       NR5G_DISABLE("0")},
+    {KELO_NET_UMTS,       KELO_SCAN_CODE_WCDMA,     KELO_SCAN_CODE_WCDMA,     MODE_PREF("WCDMA"),     NR5G_DISABLE("0")},
+    {KELO_NET_MODULE,     KELO_SCAN_CODE_MODULE,    KELO_SCAN_CODE_AUTOMATIC, MODE_PREF("AUTO"),      NR5G_DISABLE("0")},
+    {KELO_NET_LTE_AND_NR, KELO_SCAN_CODE_SWITCHED,  KELO_SCAN_CODE_SWITCHED,  MODE_PREF("LTE:NR5G"),  NR5G_DISABLE("1")},
+    {KELO_NET_NR,         KELO_SCAN_CODE_NR,        KELO_SCAN_CODE_NR,        MODE_PREF("NR5G"),      NR5G_DISABLE("2")},
 };
 constexpr net_mode_row automatic =
-    {  0,    0,     0,      MODE_PREF("AUTO"),     NR5G_DISABLE("0")};
+    {KELO_NET_AUTOMATIC,  KELO_SCAN_CODE_AUTOMATIC, KELO_SCAN_CODE_AUTOMATIC, MODE_PREF("AUTO"),      NR5G_DISABLE("0")};
 // clang-format on
 
 const net_mode_row& net_mode_find(int net_mode)
@@ -75,7 +75,7 @@ void set_5G_para(const struct cellular_setting* settings, int apply_attach)
         return;
     }
     const cellular_setting wanted = settings_cleaned(*settings);
-    const bool unserved = wanted.net_mode == 2 && !operator_serves_3g();
+    const bool unserved = wanted.net_mode == KELO_NET_UMTS && !operator_serves_3g();
     const net_mode_row& mode = unserved ? automatic : net_mode_find(wanted.net_mode);
     sim_slot_fill(wanted, mode.change_code);
     word_set(g_mode_no_service, unserved ? 1 : 0);

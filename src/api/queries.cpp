@@ -55,20 +55,22 @@ report_source copy_report(cellular_status& report)
     text_set(report.imsi, rec->imsi);
     text_set(report.iccid, rec->iccid);
     const int sim = get_sim_status();
-    const bool identified = sim == 1 && *rec->iccid != '\0';
-    report.sim_state = sim == -1 ? 0 : identified ? 2 : 1;
-    return {rec->currscanmode == 2 ? rec->rssi : rec->rsrp, rec->qeng_net_stem};
+    const bool identified = sim == KELO_SIM_UP && *rec->iccid != '\0';
+    report.sim_state = sim == KELO_SIM_FAILED ? KELO_SIM_STATE_FAILED
+                       : identified           ? KELO_SIM_STATE_READY
+                                              : KELO_SIM_STATE_THERE;
+    return {rec->currscanmode == KELO_SCAN_WCDMA ? rec->rssi : rec->rsrp, rec->qeng_net_stem};
 }
 
 int net_type_of(int stem)
 {
     switch (stem) {
-    case 9:
-        return 1;
-    case 2:
-        return 3;
-    default: // 3, and a link that is up ahead of the first serving cell report
-        return 2;
+    case KELO_NET_STEM_5G:
+        return KELO_NET_TYPE_5G;
+    case KELO_NET_STEM_UMTS:
+        return KELO_NET_TYPE_3G;
+    default: // LTE, and a link that is up ahead of the first serving cell report
+        return KELO_NET_TYPE_4G;
     }
 }
 
@@ -95,13 +97,13 @@ int kelo_get_cellular(struct cellular_status* record)
     const report_source source = copy_report(*record);
     if (word_get(g_mode_no_service) != 0) {
         record->signal = 0;
-        record->net_type = 0;
+        record->net_type = KELO_NET_TYPE_NONE;
         take_link_down();
         return 1;
     }
     record->signal = source.signal;
-    const bool online = get_cell_network_up() != 0 && record->sim_state == 2;
-    record->net_type = online ? net_type_of(source.stem) : 0;
+    const bool online = get_cell_network_up() != 0 && record->sim_state == KELO_SIM_STATE_READY;
+    record->net_type = online ? net_type_of(source.stem) : KELO_NET_TYPE_NONE;
     return 1;
 }
 
@@ -214,7 +216,7 @@ int kelo_clean_call_received(void)
 }
 int kelo_is_sim_insert(void)
 {
-    return get_sim_status() != -1 ? 1 : 0;
+    return get_sim_status() != KELO_SIM_FAILED ? 1 : 0;
 }
 int kelo_check_version_code(char* buffer)
 {

@@ -9,6 +9,7 @@
 #include "support/diag.h"
 #include "support/sleeps.h"
 #include "support/text.h"
+#include "support/wakeup.h"
 #include <kelo/command.h>
 
 #include <algorithm>
@@ -68,6 +69,7 @@ void end_with(asked_command& one, int end, string_view last = {})
     one.last[length] = '\0';
     text_replace(one.command, {});
     word_set(modem_at_work, 0);
+    wake_host();
 }
 
 void end_running()
@@ -318,8 +320,13 @@ int kelo_take_answer(struct kelo_answer* answer, size_t size, char* text, size_t
     asked_command* const one = find(asked_command::over);
     if (one == nullptr)
         return 0;
-    kelo_answer whole = {one->number, one->end, one->error, one->cut, static_cast<int>(one->length),
-                         ""};
+    kelo_answer whole = {.size = sizeof whole,
+                         .number = one->number,
+                         .end = one->end,
+                         .error_number = one->error,
+                         .cut = one->cut,
+                         .length = static_cast<int>(one->length),
+                         .last = ""};
     text_set(whole.last, one->last);
     std::memcpy(answer, &whole, std::min(size, sizeof whole));
     if (text_size <= one->length)

@@ -32,6 +32,12 @@ inline gsm_mobile* modem_record()
     return word_get(mobile);
 }
 
+// Of a reg_status: in the home network, or roaming.
+constexpr bool is_registered(int status)
+{
+    return status == KELO_REGISTRATION_HOME || status == KELO_REGISTRATION_ROAMING;
+}
+
 // Writes the code into gsm_event and gives its address. The caller holds record_lock.
 event* raise_event(int code);
 
@@ -116,7 +122,7 @@ bool accepts_text(const char* what, const char* text);
 
 // ---- The port (port.cpp)
 
-constexpr int port_limit = 128; // device indices run from 0 to 127
+constexpr int port_limit = KELO_AT_PORT_NONE; // device indices run from 0 to 127
 
 void libgsm_search_usb_port(gsm_mobile* rec);
 int libgsm_mobile_open_usb(gsm_mobile* rec);

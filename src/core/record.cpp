@@ -62,7 +62,7 @@ void libgsm_reset_cell_info(gsm_mobile* rec)
     rec->cqi = 0;
     rec->dl_bandwidth = 0;
     rec->ul_bandwidth = 0;
-    rec->rsrp = -120;
+    rec->rsrp = KELO_RSRP_UNKNOWN;
 }
 
 namespace

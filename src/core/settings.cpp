@@ -36,14 +36,18 @@ struct scan_row {
     int scanmode;
 };
 
-constexpr scan_row scan_rows[] = {{2, 3}, {4, 2}, {6, 1}, {7, 9}, {8, 10}};
+constexpr scan_row scan_rows[] = {{KELO_SCAN_CODE_LTE, KELO_SCAN_LTE},
+                                  {KELO_SCAN_CODE_WCDMA, KELO_SCAN_WCDMA},
+                                  {KELO_SCAN_CODE_MODULE, KELO_SCAN_MODULE},
+                                  {KELO_SCAN_CODE_SWITCHED, KELO_SCAN_SWITCHED},
+                                  {KELO_SCAN_CODE_NR, KELO_SCAN_NR}};
 
 int scanmode_of(int scan_code)
 {
     for (const scan_row& row : scan_rows)
         if (row.scan_code == scan_code)
             return row.scanmode;
-    return 0;
+    return KELO_SCAN_AUTOMATIC;
 }
 
 const char* auth_text(int auth)

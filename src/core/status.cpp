@@ -2,6 +2,7 @@
 // The status word and its texts.
 
 #include "core/core.h"
+#include "support/wakeup.h"
 
 #include <cstdio>
 #include <cstring>
@@ -33,6 +34,13 @@ constexpr status_text status_texts[] = {
     {CELL_STATUS_READY, "Ready"},
 };
 
+unsigned int changed_to(unsigned int now, unsigned int before)
+{
+    if (now != before)
+        wake_host();
+    return now;
+}
+
 const char* text_of_status(unsigned int status)
 {
     for (const status_text& row : status_texts)
@@ -49,18 +57,21 @@ using namespace kelo;
 
 unsigned int cellular_set_status(unsigned int bits)
 {
-    return std::atomic_ref<unsigned int>(gsm_dchan_status).fetch_or(bits) | bits;
+    const unsigned int before = std::atomic_ref<unsigned int>(gsm_dchan_status).fetch_or(bits);
+    return changed_to(before | bits, before);
 }
 
 unsigned int cellular_clear_status(unsigned int bits)
 {
-    return std::atomic_ref<unsigned int>(gsm_dchan_status).fetch_and(~bits) & ~bits;
+    const unsigned int before = std::atomic_ref<unsigned int>(gsm_dchan_status).fetch_and(~bits);
+    return changed_to(before & ~bits, before);
 }
 
 unsigned int cellular_reset_status()
 {
-    word_set(gsm_dchan_status, CELL_STATUS_NO_SIM);
-    return CELL_STATUS_NO_SIM;
+    const unsigned int before =
+        std::atomic_ref<unsigned int>(gsm_dchan_status).exchange(CELL_STATUS_NO_SIM);
+    return changed_to(CELL_STATUS_NO_SIM, before);
 }
 
 unsigned int cellular_get_status(unsigned int mask)
@@ -93,18 +104,18 @@ const char* libgsm_get_network_info()
         return nullptr;
     lock_scope guard(record_lock);
     switch (rec->reg_status) {
-    case 0:
+    case KELO_REGISTRATION_NONE:
         return "Not registered";
-    case 1:
+    case KELO_REGISTRATION_HOME:
     case 99:
         return "Registered (Home network)";
-    case 2:
+    case KELO_REGISTRATION_SEARCHING:
         return "Searching";
-    case 3:
+    case KELO_REGISTRATION_DENIED:
         return "Registration denied";
-    case 4:
+    case KELO_REGISTRATION_UNKNOWN:
         return "Unknown";
-    case 5:
+    case KELO_REGISTRATION_ROAMING:
         return "Registered (Roaming)";
     default:
         return "Registering";

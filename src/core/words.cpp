@@ -6,6 +6,7 @@
 
 #include "core/core.h"
 #include "support/diag.h"
+#include "support/wakeup.h"
 #include <kelo/link.h>
 
 // clang-format off
@@ -77,8 +78,10 @@ int sim_switch_flag = 0;           // told, and of no use                       
 int set_received(int& flag, int value, const char* text)
 {
     word_set(flag, value);
-    if (value != 0)
-        diag_plain("[Cellular]---> %s received", text);
+    if (value == 0)
+        return 0;
+    diag_plain("[Cellular]---> %s received", text);
+    wake_host();
     return 0;
 }
 
@@ -138,7 +141,11 @@ int get_sim_status()
 }
 int set_sim_status(int value)
 {
-    return store(sim_status, value);
+    const bool changed = word_get(sim_status) != value;
+    store(sim_status, value);
+    if (changed)
+        wake_host();
+    return value;
 }
 int get_start_status()
 {
@@ -164,6 +171,8 @@ int get_cell_pdpdeact(void)
 int set_cell_pdpdeact(int value)
 {
     word_set(cell_pdpdeact, value);
+    if (value != 0)
+        wake_host();
     return 0;
 }
 int get_net_status_flag(void)
@@ -196,6 +205,7 @@ void sim_switch_flag_set(int value)
 void cell_reload_flag_set(void)
 {
     word_set(cell_reload_flag, 1);
+    wake_host();
 }
 void cell_reload_flag_unset(void)
 {
@@ -204,6 +214,7 @@ void cell_reload_flag_unset(void)
 void cell_start_flag_set(void)
 {
     word_set(cell_start_flag, 1);
+    wake_host();
 }
 void cell_start_flag_unset(void)
 {

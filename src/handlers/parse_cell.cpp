@@ -24,8 +24,9 @@ struct stem_word {
 // Tried from the top, the first that the line holds decides: "TD" stands in "TDSCDMA" too, and
 // "CDMA" in "WCDMA".
 constexpr stem_word stem_words[] = {
-    {"5G", 9},  {"FDD", 3},   {"TDSCDMA", 2}, {"TD", 3},
-    {"LTE", 3}, {"WCDMA", 2}, {"CDMA", 2},    {"", 1},
+    {"5G", KELO_NET_STEM_5G},     {"FDD", KELO_NET_STEM_LTE}, {"TDSCDMA", KELO_NET_STEM_UMTS},
+    {"TD", KELO_NET_STEM_LTE},    {"LTE", KELO_NET_STEM_LTE}, {"WCDMA", KELO_NET_STEM_UMTS},
+    {"CDMA", KELO_NET_STEM_UMTS}, {"", KELO_NET_STEM_OTHER},
 };
 
 } // namespace
@@ -172,7 +173,7 @@ bool read_nr5g_nsa(serving_cell& cell, const char* match)
         cell.pcid = cell.rsrp = cell.sinr = cell.rsrq = std::nullopt;
     } else {
         cell.act = "5G NR";
-        cell.is5g = 1;
+        cell.is5g = KELO_5G_NONSTANDALONE;
     }
     return true;
 }
@@ -187,7 +188,7 @@ std::optional<serving_cell> read_qeng(const char* line)
             return std::nullopt;
     } else if (const char* const sa = text_find(line, "NR5G-SA")) {
         cell.act = "5G NR";
-        cell.is5g = 2;
+        cell.is5g = KELO_5G_STANDALONE;
         cell.cqi = cell.ul_bandwidth = 0;
         read_columns(cell, sa, nr5g_sa_columns);
     } else if (const char* const lte = text_find(line, "LTE")) {

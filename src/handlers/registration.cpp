@@ -43,7 +43,7 @@ void store_registration(gsm_mobile* rec, const registration& reg)
         follow_cell(rec, reg.cell_id.value_or(0));
     else if (reg.cell_id)
         store_cell_id(rec, *reg.cell_id);
-    if (rec->reg_stat >= 0 && rec->reg_stat <= 5)
+    if (rec->reg_stat >= KELO_REGISTRATION_NONE && rec->reg_stat <= KELO_REGISTRATION_ROAMING)
         rec->reg_status = rec->reg_stat;
 }
 
@@ -52,14 +52,14 @@ void store_registration(gsm_mobile* rec, const registration& reg)
 event* judge_registration(gsm_mobile* rec)
 {
     switch (rec->reg_status) {
-    case 1:
-    case 5:
+    case KELO_REGISTRATION_HOME:
+    case KELO_REGISTRATION_ROAMING:
         rec->reg_seen = 1;
         return raise_event(GSM_EVENT_SIM_UP);
-    case 0:
-    case 2:
-    case 3:
-    case 4:
+    case KELO_REGISTRATION_NONE:
+    case KELO_REGISTRATION_SEARCHING:
+    case KELO_REGISTRATION_DENIED:
+    case KELO_REGISTRATION_UNKNOWN:
         if (rec->cur_at != nullptr && rec->cur_at->retries_left == 0)
             rec->reg_seen = 1;
         return raise_event(GSM_EVENT_SIM_DOWN);
@@ -124,7 +124,7 @@ struct gsm_event* cops_handler(struct gsm_mobile* rec, char* line)
         text_set(rec->plmn, oper->name);
     else if (named)
         text_set(rec->oper, oper->name);
-    rec->reg_status = named ? 1 : 0;
+    rec->reg_status = named ? KELO_REGISTRATION_HOME : KELO_REGISTRATION_NONE;
     return raise_event(named ? GSM_EVENT_SIM_UP : GSM_EVENT_SIM_DOWN);
 }
 

@@ -8,6 +8,7 @@
 #include "support/sleeps.h"
 #include "support/text.h"
 #include "support/threads.h"
+#include "support/wakeup.h"
 #include "task/task.h"
 #include <kelo/status.h>
 
@@ -47,9 +48,11 @@ void look_at_record(keeper_sight& sight)
     if (rec == nullptr)
         return;
     sight.identified = *rec->imsi != '\0';
-    sight.registered = rec->reg_status == 1 || rec->reg_status == 5;
+    sight.registered = is_registered(rec->reg_status);
     // The network's answer outlives a question for the operator, which knows yes and no alone.
-    sight.denied = rec->reg_status == 3 || (rec->reg_status == 0 && rec->reg_stat == 3);
+    sight.denied =
+        rec->reg_status == KELO_REGISTRATION_DENIED ||
+        (rec->reg_status == KELO_REGISTRATION_NONE && rec->reg_stat == KELO_REGISTRATION_DENIED);
     sight.unlisted = *rec->model == '\0' && *module_unlisted() != '\0';
     sight.unknown_module = sight.walked && *rec->model != '\0' && *rec->revision != '\0' &&
                            module_steps(rec->model, rec->revision, FLOW_START).empty();
@@ -177,8 +180,12 @@ void publish()
     figures.dials = static_cast<unsigned int>(word_get(dial_count));
     figures.link_losses = static_cast<unsigned int>(word_get(link_loss_count));
     const lock_scope hold(keeper_lock);
+    const kelo_reason reason = shared.wanted ? state.reason : KELO_REASON_STOPPED;
+    const bool news = reason != shared.reason || figures.action != shared.figures.action;
     shared.figures = figures;
-    shared.reason = shared.wanted ? state.reason : KELO_REASON_STOPPED;
+    shared.reason = reason;
+    if (news)
+        wake_host();
 }
 
 void call_stuck()
@@ -332,7 +339,8 @@ int kelo_keep_stop(void)
 {
     const lock_scope hold(keeper_lock);
     shared.wanted = false;
-    shared.reason = KELO_REASON_STOPPED;
+    if (std::exchange(shared.reason, KELO_REASON_STOPPED) != KELO_REASON_STOPPED)
+        wake_host();
     word_set(keeper_on, 0);
     return 0;
 }

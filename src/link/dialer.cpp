@@ -10,6 +10,7 @@
 #include "support/shell.h"
 #include "support/sleeps.h"
 #include "support/text.h"
+#include "support/wakeup.h"
 
 #include <cstdio>
 #include <pthread.h>
@@ -243,8 +244,12 @@ long dialer_pass(dialer_state& state)
 void dialer_run(dialer_state& state, kept_link_state& kept_state)
 {
     const auto pass = [&] {
-        return word_get(keeper_on) != 0 ? kept_link_pass(kept_state, monotonic_ms())
-                                        : dialer_pass(state);
+        const int before = get_cell_network_up();
+        const long sleep_us = word_get(keeper_on) != 0 ? kept_link_pass(kept_state, monotonic_ms())
+                                                       : dialer_pass(state);
+        if (get_cell_network_up() != before)
+            wake_host();
+        return sleep_us;
     };
     for (long sleep_us; (sleep_us = pass()) >= 0;)
         usleep(static_cast<useconds_t>(sleep_us));

@@ -150,7 +150,7 @@ void at_select_flow(gsm_mobile* rec, int flow, int sim)
     lock_scope record_guard(record_lock);
     rec->flow = flow == flow_sms_added ? FLOW_SMS_PDU : flow;
     rec->at_done = 1;
-    rec->is5g = 0;
+    rec->is5g = KELO_5G_NONE;
 }
 
 void libgsm_change_flow(gsm_mobile* rec, int flow, int sim)

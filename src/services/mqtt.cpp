@@ -333,11 +333,10 @@ void upload(const mqtt_config& with, const tls_file& file)
 
 void make_attempt(const mqtt_config& with)
 {
-    constexpr int with_files = 2;
     command(second_us, "AT+QMTDISC=0");
     command(second_us, "AT+QMTCLOSE=0");
-    command(tenth_us, "AT+QMTCFG=\"ssl\",0,%d,1", with.tls_mode != 0 ? 1 : 0);
-    if (with.tls_mode == with_files) {
+    command(tenth_us, "AT+QMTCFG=\"ssl\",0,%d,1", with.tls_mode != KELO_TLS_NONE ? 1 : 0);
+    if (with.tls_mode == KELO_TLS_FILES) {
         for (const tls_file& file : tls_files)
             upload(with, file);
         for (const tls_file& file : tls_files)

@@ -7,6 +7,7 @@
 #include "support/diag.h"
 #include "support/owned.h"
 #include "support/text.h"
+#include "support/wakeup.h"
 
 #include <cstdlib>
 #include <ctime>
@@ -99,6 +100,7 @@ sms_job* sms_job_create(const char* tag, const char* destination, int parts,
     text_set(job->result.tag, tag != nullptr ? tag : "");
     text_set(job->result.destination, destination);
     job->result.number = wish.number;
+    job->result.size = sizeof job->result;
     job->result.parts = parts;
     job->wish = wish;
     return job;
@@ -145,8 +147,10 @@ bool sms_job_part_ends(sms_job* job, int part, part_fate fate, sms_error error)
     if (--job->alive > 0)
         return false;
     result.state = state_of(*job);
-    if (result.state != 0)
+    if (result.state != 0) {
         results.add(result);
+        wake_host();
+    }
     std::free(job);
     return true;
 }
@@ -154,6 +158,7 @@ bool sms_job_part_ends(sms_job* job, int part, part_fate fate, sms_error error)
 void sms_report_came(const status_report& report)
 {
     kelo_sms_report told = {};
+    told.size = sizeof told;
     told.reference = report.reference;
     text_set(told.recipient, report.recipient);
     text_set(told.sent, report.sent.text);
@@ -171,6 +176,7 @@ void sms_report_came(const status_report& report)
             slot->reference = -1;
     }
     reports.add(told);
+    wake_host();
 }
 
 } // namespace kelo

@@ -6,6 +6,7 @@
 #include "sms/joiner.h"
 
 #include "support/sleeps.h"
+#include "support/wakeup.h"
 
 #include <climits>
 
@@ -72,9 +73,10 @@ void give_to_host(message_list& given)
             continue;
         if (ring.count >= KELO_MESSAGES)
             make_room_in_ring();
-        if (ring.count < KELO_MESSAGES)
+        if (ring.count < KELO_MESSAGES) {
             ring.add(std::move(message));
-        else if (!message->stored)
+            wake_host();
+        } else if (!message->stored)
             count_lost();
     }
 }
@@ -159,7 +161,8 @@ int kelo_take_message(struct kelo_message* message, size_t size, char* text, siz
     give_late(more);
     if (ring.first == nullptr)
         return 0;
-    const kelo_message& head = ring.first->head;
+    kelo_message& head = ring.first->head;
+    head.size = sizeof head;
     const auto length = static_cast<std::size_t>(head.length);
     std::memcpy(message, &head, std::min(size, sizeof head));
     if (text_size <= length)

@@ -2,6 +2,7 @@
 // Received messages that wait for the host.
 #include "sms/ring.h"
 #include "sms/sms.h"
+#include "support/wakeup.h"
 
 namespace kelo
 {
@@ -20,6 +21,7 @@ void sms_queue_add(const kelo_sms& message)
 {
     const lock_scope hold(queue_lock);
     received.add(message);
+    wake_host();
 }
 
 } // namespace kelo

@@ -114,8 +114,8 @@ void take_part_of_report(const message_part& part)
 void take_text(const report_header& header, string_view body)
 {
     kelo_sms message = {};
-    message.mode = mode_text;
-    message.coding = -1;
+    message.mode = KELO_SMS_MODE_TEXT;
+    message.coding = KELO_SMS_CODING_MODEM;
     set_field(message.sender, header.columns[col_number]);
     const stamp time = read_stamp(header.columns[col_time]);
     text_set(message.time, time.text);
@@ -135,7 +135,7 @@ void take_text(const report_header& header, string_view body)
 void take_pdu(string_view pdu)
 {
     kelo_sms message = sms_read_pdu(pdu).message;
-    message.mode = mode_pdu;
+    message.mode = KELO_SMS_MODE_PDU;
     set_field(message.pdu, pdu);
     sms_queue_add(message);
     if (pdu.empty())

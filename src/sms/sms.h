@@ -150,8 +150,6 @@ int sms_tpdu_length(std::string_view pdu); // all octets but the service centre 
 // ---- Receiving (reads.cpp, report_lines.cpp, receive.cpp, queue.cpp), and into gsm_event
 // (sms_event.cpp)
 
-enum report_mode { mode_pdu = 0, mode_text = 1, mode_unknown = 2 };
-
 int sms_report_parse(gsm_mobile* mobile, event* what, const char* report);
 int sms_log_received(event* what);
 

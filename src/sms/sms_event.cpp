@@ -112,7 +112,7 @@ void decode_text(event& what, const pdu_fields& fields, text_block& block)
     const sms_time time = gsm_format_sms_time(fields);
     char text[sizeof what.text] = {};
     int length = read.length;
-    if (read.coding == 0) {
+    if (read.coding == KELO_SMS_CODING_LATIN1) {
         block.add("User data 8bit = %.*s\n", static_cast<int>(read.bytes.count),
                   reinterpret_cast<const char*>(read.bytes.items));
         std::memcpy(text, read.bytes.items,
@@ -189,22 +189,22 @@ int sms_report_parse(gsm_mobile* rec, event* what, const char* report)
     lock_scope hold(record_lock);
     const char* const comma = std::strchr(report, ',');
     if (comma == nullptr)
-        return what->mode = mode_unknown;
+        return what->mode = KELO_SMS_MODE_UNKNOWN;
     if (comma[1] != '\0' && comma[2] == '"') {
-        what->mode = mode_text;
+        what->mode = KELO_SMS_MODE_TEXT;
         parse_text_report(*what, report, static_cast<std::size_t>(comma - report));
-        return mode_text;
+        return KELO_SMS_MODE_TEXT;
     }
-    what->mode = mode_pdu;
+    what->mode = KELO_SMS_MODE_PDU;
     const char* const line_end = std::strchr(report, '\n');
     if (line_end == nullptr)
-        return mode_pdu;
+        return KELO_SMS_MODE_PDU;
     text_set(what->pdu, line_end + 1);
     cut_line_end(what->pdu);
     text_set(pdu, what->pdu);
     hold.release();
     libgsm_pdu_decode(rec, what, pdu);
-    return mode_pdu;
+    return KELO_SMS_MODE_PDU;
 }
 
 int sms_log_received(event* what)
@@ -217,8 +217,8 @@ int sms_log_received(event* what)
     const lock_scope hold(record_lock);
     diag_plain("-START-\nTime    : %s\nMode    : %s\nSender  : %s\nSMSC    : %s\nLength  : %d\n"
                "SMS Time: %s\nText    : %s\nPDU     : %s\n-END-\n\n",
-               now, what->mode == mode_pdu ? "PDU" : "TEXT", what->sender, what->smsc, what->length,
-               what->sms_time, what->text, what->pdu);
+               now, what->mode == KELO_SMS_MODE_PDU ? "PDU" : "TEXT", what->sender, what->smsc,
+               what->length, what->sms_time, what->text, what->pdu);
     return 0;
 }
 
@@ -247,7 +247,7 @@ int corvel_mobile_sms_gsm7bit_to_8bit(struct gsm_event* what, unsigned char* oct
         gsm7_read(gsm7_behind(septets.all(), static_cast<std::size_t>(std::max(u, 0))));
     std::memcpy(text.ucs2 ? static_cast<void*>(octets) : out, text.bytes.items, text.bytes.count);
     const lock_scope hold(record_lock);
-    what->coding = text.ucs2 ? 2 : 0;
+    what->coding = text.ucs2 ? KELO_SMS_CODING_GSM7 : KELO_SMS_CODING_LATIN1;
     if (text.ucs2)
         what->length = static_cast<int>(text.bytes.count);
     return 0;

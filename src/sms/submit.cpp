@@ -210,7 +210,7 @@ int corvel_mobile_encode_pdu_sms(struct gsm_mobile* rec, struct sms_pdu_msg* msg
 {
     if (rec == nullptr || msg == nullptr || part == nullptr || out == nullptr)
         return -1;
-    if (msg->coding == 0)
+    if (msg->coding == KELO_PDU_CODING_GSM7)
         n = static_cast<int>(strnlen(part, 1024));
     if (n < 0)
         return -1;

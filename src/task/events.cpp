@@ -24,7 +24,7 @@ constexpr int no_signal_limit = 3;
 
 void sim_up(gsm_mobile*)
 {
-    set_sim_status(1);
+    set_sim_status(KELO_SIM_UP);
     sim_failed_count_reset();
     sim_cpin_count_reset();
     cellular_clear_status(CELL_STATUS_NO_SIM | CELL_STATUS_PIN_ERROR | CELL_STATUS_PIN_REQUIRED |
@@ -35,8 +35,8 @@ void sim_up(gsm_mobile*)
 // Registration comes and goes: only the third loss in a row asks for more.
 void sim_down(gsm_mobile*)
 {
-    if (get_sim_status() != -1)
-        set_sim_status(0);
+    if (get_sim_status() != KELO_SIM_FAILED)
+        set_sim_status(KELO_SIM_DOWN);
     diag_plain("GSM Event: SIM %d is down!\n", word_get(selected_card));
     if (word_add(sim_failed_count, 1) < sim_failed_limit)
         return;
@@ -51,7 +51,7 @@ void sim_down(gsm_mobile*)
 void sim_failed(gsm_mobile* rec)
 {
     word_set(is_pin_ready, 0);
-    set_sim_status(-1);
+    set_sim_status(KELO_SIM_FAILED);
     const int count = word_add(sim_cpin_count, 1);
     shell_run("echo \"\" > /tmp/network5Gmess.txt");
     {
@@ -74,7 +74,7 @@ void sim_failed(gsm_mobile* rec)
 // anew. Either way it has to be walked again.
 void sim_inserted(gsm_mobile*)
 {
-    set_sim_status(1);
+    set_sim_status(KELO_SIM_UP);
     if (cell_restart_flag_get() != 0)
         cell_restart_flag_reset();
     else
@@ -134,48 +134,49 @@ void message_received(gsm_mobile*)
 
 struct event_row {
     int code;
+    const char* name;             // for kelo_event_name
     const char* text;             // null: the action logs for itself, or there is nothing to say
     void (*act)(gsm_mobile* rec); // null: nothing to do
 };
 
 constexpr event_row event_rows[] = {
-    {GSM_EVENT_SIM_UP, nullptr, log_sim_up},
-    {2, nullptr, nullptr},
-    {GSM_EVENT_SIM_DOWN, nullptr, sim_down},
-    {GSM_EVENT_RESTART, "restart!", nullptr},
-    {GSM_EVENT_CONFIG_ERR, "config err!", nullptr},
-    {GSM_EVENT_RING, "ring!", ring},
-    {GSM_EVENT_HANGUP, "hangup!", call_over},
-    {GSM_EVENT_RINGING, "ringing!", ringing},
-    {GSM_EVENT_MO_RINGING, "mo ringing!", nullptr},
-    {GSM_EVENT_ANSWER, "answer!", call_over},
-    {GSM_EVENT_HANGUP_ACK, "hangup ack!", nullptr},
-    {GSM_EVENT_RESTART_ACK, "restart ack!", nullptr},
-    {GSM_EVENT_FACNAME, "facname!", nullptr},
-    {GSM_EVENT_INFO_RECEIVED, "info received!", nullptr},
-    {GSM_EVENT_PROCESSING, "processing!", nullptr},
-    {GSM_EVENT_SETUP_ACK, "setup ack!", nullptr},
-    {GSM_EVENT_HANGUP_REQ, "hangup req!", nullptr},
-    {GSM_EVENT_NODIFY, "nodify!", nullptr},
-    {GSM_EVENT_PROCESS, "process!", nullptr},
-    {GSM_EVENT_KEYPAD_DIGIT, "keypad digit!", nullptr},
-    {GSM_EVENT_SMS_RECEIVED, "sms received!", message_received},
-    {GSM_EVENT_SIM_FAILED, "sim failed!", sim_failed},
-    {GSM_EVENT_PIN_REQUIRED, "pin required!", nullptr},
-    {GSM_EVENT_PIN_ERROR, "pin error!", nullptr},
-    {GSM_EVENT_PUK_REQUIRED, "puk required!", nullptr},
-    {GSM_EVENT_SIM_NOT_INSERTED, "sim failed!", sim_failed},
-    {GSM_EVENT_SIM_INSERTED, nullptr, sim_inserted},
-    {GSM_EVENT_SIM_BUSY, "sim busy!", nullptr},
-    {GSM_EVENT_SMS_SEND_OK, "sms send ok!", message_sent},
-    {GSM_EVENT_SMS_SEND_FAILED, "sms send failed!", message_failed},
-    {GSM_EVENT_USSD_RECEIVED, "ussd received!", nullptr},
-    {GSM_EVENT_USSD_SEND_FAILED, "ussd send failed!", nullptr},
-    {GSM_EVENT_NO_SIGNAL, nullptr, no_signal},
-    {GSM_EVENT_POWER_RESTART, "power restart!", nullptr},
-    {GSM_EVENT_SMSCENTER_REQUIRED, "smscenter required!", nullptr},
-    {GSM_EVENT_SMSCENTER_OK, "smscenter ok!", nullptr},
-    {GSM_EVENT_SIM_REGISTERED, "sim card registered!", nullptr},
+    {GSM_EVENT_SIM_UP, "SIM up", nullptr, log_sim_up},
+    {2, "?", nullptr, nullptr},
+    {GSM_EVENT_SIM_DOWN, "SIM down", nullptr, sim_down},
+    {GSM_EVENT_RESTART, "restart", "restart!", nullptr},
+    {GSM_EVENT_CONFIG_ERR, "configuration error", "config err!", nullptr},
+    {GSM_EVENT_RING, "caller", "ring!", ring},
+    {GSM_EVENT_HANGUP, "call over", "hangup!", call_over},
+    {GSM_EVENT_RINGING, "call", "ringing!", ringing},
+    {GSM_EVENT_MO_RINGING, "own call rings", "mo ringing!", nullptr},
+    {GSM_EVENT_ANSWER, "call answered", "answer!", call_over},
+    {GSM_EVENT_HANGUP_ACK, "hangup confirmed", "hangup ack!", nullptr},
+    {GSM_EVENT_RESTART_ACK, "restart confirmed", "restart ack!", nullptr},
+    {GSM_EVENT_FACNAME, "facility name", "facname!", nullptr},
+    {GSM_EVENT_INFO_RECEIVED, "information", "info received!", nullptr},
+    {GSM_EVENT_PROCESSING, "processing", "processing!", nullptr},
+    {GSM_EVENT_SETUP_ACK, "setup confirmed", "setup ack!", nullptr},
+    {GSM_EVENT_HANGUP_REQ, "hangup wanted", "hangup req!", nullptr},
+    {GSM_EVENT_NODIFY, "notification", "nodify!", nullptr},
+    {GSM_EVENT_PROCESS, "process", "process!", nullptr},
+    {GSM_EVENT_KEYPAD_DIGIT, "keypad digit", "keypad digit!", nullptr},
+    {GSM_EVENT_SMS_RECEIVED, "SMS received", "sms received!", message_received},
+    {GSM_EVENT_SIM_FAILED, "SIM failed", "sim failed!", sim_failed},
+    {GSM_EVENT_PIN_REQUIRED, "PIN required", "pin required!", nullptr},
+    {GSM_EVENT_PIN_ERROR, "PIN error", "pin error!", nullptr},
+    {GSM_EVENT_PUK_REQUIRED, "PUK required", "puk required!", nullptr},
+    {GSM_EVENT_SIM_NOT_INSERTED, "no SIM", "sim failed!", sim_failed},
+    {GSM_EVENT_SIM_INSERTED, "SIM inserted", nullptr, sim_inserted},
+    {GSM_EVENT_SIM_BUSY, "SIM busy", "sim busy!", nullptr},
+    {GSM_EVENT_SMS_SEND_OK, "SMS sent", "sms send ok!", message_sent},
+    {GSM_EVENT_SMS_SEND_FAILED, "SMS failed", "sms send failed!", message_failed},
+    {GSM_EVENT_USSD_RECEIVED, "USSD received", "ussd received!", nullptr},
+    {GSM_EVENT_USSD_SEND_FAILED, "USSD failed", "ussd send failed!", nullptr},
+    {GSM_EVENT_NO_SIGNAL, "no signal", nullptr, no_signal},
+    {GSM_EVENT_POWER_RESTART, "power restart", "power restart!", nullptr},
+    {GSM_EVENT_SMSCENTER_REQUIRED, "SMS centre required", "smscenter required!", nullptr},
+    {GSM_EVENT_SMSCENTER_OK, "SMS centre confirmed", "smscenter ok!", nullptr},
+    {GSM_EVENT_SIM_REGISTERED, "SIM registered", "sim card registered!", nullptr},
 };
 
 const event_row* find_event(int code)
@@ -209,6 +210,12 @@ int mobile_handle_event(gsm_mobile* rec, event* what)
 } // namespace kelo
 
 using namespace kelo;
+
+const char* kelo_event_name(int code)
+{
+    const event_row* const row = find_event(code);
+    return row != nullptr ? row->name : "?";
+}
 
 int libgsm_hangup(gsm_mobile* rec)
 {

@@ -10,6 +10,7 @@
 #include "support/shell.h"
 #include "support/sleeps.h"
 #include "support/threads.h"
+#include "support/wakeup.h"
 
 #include <cerrno>
 #include <cstring>
@@ -167,6 +168,7 @@ int cellular_start(int low_power)
     else
         start_locked();
     life_set(&lifecycle::cell_start_lock, false);
+    wake_host();
     return running ? -1 : 0;
 }
 
@@ -186,6 +188,7 @@ int cellular_stop()
         seconds_sleep(1);
     cellular_gsm_free();
     life_set(&lifecycle::cell_start_lock, false);
+    wake_host();
     return 0;
 }
 

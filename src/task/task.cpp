@@ -11,6 +11,7 @@
 #include "support/diag.h"
 #include "support/sleeps.h"
 #include "support/text.h"
+#include "support/wakeup.h"
 
 #include <cerrno>
 #include <poll.h>
@@ -59,10 +60,10 @@ void arm_command(gsm_mobile* rec, at_info* at)
     rec->at_done = 0;
 }
 
-bool is_registered(gsm_mobile* rec)
+bool may_send_messages(gsm_mobile* rec)
 {
     lock_scope guard(record_lock);
-    return rec->reg_status == 1 || rec->reg_status == 5;
+    return is_registered(rec->reg_status);
 }
 
 // Takes one message from the outbox and selects the flow that sends it. Only called when no command
@@ -78,10 +79,10 @@ bool take_message(gsm_mobile* rec)
     const sms_part* const part = sms_send_next(monotonic_ms());
     if (part == nullptr)
         return false;
-    if (part->sms_mode == 0)
+    if (part->sms_mode == KELO_SMS_MODE_PDU)
         at_select_flow(rec, sms_job_wishes(part->job).number != 0 ? flow_sms_added : FLOW_SMS_PDU,
                        -1);
-    else if (part->sms_mode == 1)
+    else if (part->sms_mode == KELO_SMS_MODE_TEXT)
         at_select_flow(rec, FLOW_SMS_TEXT, -1);
     const lock_scope record_guard(record_lock);
     text_set(rec->sms_tag, part->sms_tag);
@@ -175,7 +176,7 @@ void send_next(gsm_mobile* rec, task_state& state)
     if (list_ended) {
         if (errand_goes_first(state))
             state.running = run_errand(rec, state);
-        if (state.running == nullptr && is_registered(rec) && take_message(rec))
+        if (state.running == nullptr && may_send_messages(rec) && take_message(rec))
             return;
         if (state.running == nullptr)
             state.running = run_errand(rec, state);
@@ -279,17 +280,23 @@ bool task_pass(gsm_mobile* rec, task_state& state)
     microseconds_sleep(task_pace(state, time_of_day_us()));
     sms_look_at_clock(monotonic_ms());
     ask_look_at_clock(monotonic_ms());
+    if (host_is_woken())
+        sms_messages_have_room(); // one whose last part does not come is given by a host's poll
+                                  // else
     if (word_get(body_due) == 0)
         exchange_write_deferred(rec);
     if (may_send(rec, state))
         send_next(rec, state);
     bool silent = false;
+    const int heard = word_get(reads_heard);
     event* const raised = wait_and_hear(rec, state, fd, silent);
     count_low_power_wait(state, silent);
     if (state.hung_up && word_get(keeper_on) != 0)
         return false; // it never comes back to life, and the keeper opens what takes its place
     if (raised != nullptr)
         mobile_handle_event(rec, raised);
+    if (word_get(reads_heard) != heard)
+        wake_host();
     return true;
 }
 
@@ -313,6 +320,7 @@ void* corvel_mobile_dchannel(void* record)
     ask_task_ends();
     mobile_task_ends();
     life_set(&lifecycle::mobile_task_stopped, true);
+    wake_host();
     return nullptr;
 }
 

@@ -79,9 +79,9 @@ TEST(Messages, ResultsSayWhatHappened)
         {KELO_SMS_FAILED, 0, KELO_SMS_ERROR, -1, "failed: ERROR"},
         {KELO_SMS_UNKNOWN, 0, 0, 0, "unknown: the body went out and no answer came"}};
     for (const auto& [state, confirmed, error, number, told] : rows)
-        EXPECT_EQ(lines_of(kelo_sms_result{9, "t\n", "+49", state, 3, confirmed, error, number, {}}),
+        EXPECT_EQ(lines_of(kelo_sms_result{0, 9, "t\n", "+49", state, 3, confirmed, error, number, {}}),
                   std::vector{std::string("message 9 (t?) to +49: ") + told});
-    EXPECT_EQ(to_text(json_of(kelo_sms_result{9, "", "+49", KELO_SMS_SENT, 2, 2, 0, 0, {41, 42, 43}})),
+    EXPECT_EQ(to_text(json_of(kelo_sms_result{0, 9, "", "+49", KELO_SMS_SENT, 2, 2, 0, 0, {41, 42, 43}})),
               R"({"number":9,"tag":"","destination":"+49","state":"sent","parts":2,"confirmed":2,"reason":null,)"
               R"("references":[41,42]})");
 }

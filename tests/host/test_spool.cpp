@@ -282,7 +282,7 @@ TEST_F(Spool, BelongsToOneProcessAndHeedsWhatAFileSays)
         fake_sms.handed[0].options.going_out(1, 1, fake_sms.handed[0].options.context);
         if (twice == 0)
             continue; // killed
-        kelo_sms_report report{1, "", 2, 0, "", "", 0, "2024-05-17 09:30:12", 8, 0, KELO_SMS_DELIVERED};
+        kelo_sms_report report{0, 1, "", 2, 0, "", "", 0, "2024-05-17 09:30:12", 8, 0, KELO_SMS_DELIVERED};
         process.note(report);
         process.note(result(1, KELO_SMS_SENT));
         process.pass(at_ms(250));

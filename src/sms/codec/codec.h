@@ -192,8 +192,8 @@ std::size_t header_octets(const pdu_fields& fields);
 
 // The text as gsm_event has it: of as many octets as TP-UDL says, zeros where there are fewer.
 struct event_text {
-    int coding; // 0: bytes are ISO 8859-1; 1 and 2: UCS-2, big endian
-    int length; // of the bytes; with coding 0 of those that are the text, whether there or not
+    int coding; // enum kelo_sms_coding; but for ISO 8859-1 the bytes are UCS-2 yet, big endian
+    int length; // of the bytes; of ISO 8859-1 those that are the text, whether there or not
     decltype(septet_text::bytes) bytes;
 };
 event_text sms_event_text(const pdu_fields& fields);

@@ -154,7 +154,7 @@ bool sms_split_utf8(sms_pdu_msg& msg, std::string_view text)
 // The class of the bytes as sms_pdu_msg has it.
 int coding_of(std::string_view text)
 {
-    int coding = 0;
+    int coding = KELO_PDU_CODING_GSM7;
     for (std::size_t i = 0; i < text.size(); i++) {
         const bool last = i + 1 == text.size();
         const char next = last ? '\0' : text[i + 1];
@@ -162,11 +162,11 @@ int coding_of(std::string_view text)
         const bool paired = last || next != '\0';
         if (text[i] == '\0') {
             if (next != '\0')
-                return 2;
+                return KELO_PDU_CODING_UCS2;
         } else if (paired && is_greek(text[i], next)) {
             i++;
         } else if (octet(text[i]) >= 0x80 || text[i] == '`') {
-            coding = 1;
+            coding = KELO_PDU_CODING_UTF8;
         }
     }
     return coding;
@@ -184,7 +184,7 @@ std::optional<sms_pdu_msg> sms_detect_coding(sms_pdu_msg msg, std::string_view t
                                                                      sms_split_ucs2};
     if (!splitters[msg.coding](msg, text))
         return std::nullopt;
-    if (msg.coding == 2)
+    if (msg.coding == KELO_PDU_CODING_UCS2)
         text_set(msg.coding_name, "UCS2");
     return msg;
 }

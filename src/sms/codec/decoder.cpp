@@ -121,9 +121,11 @@ std::size_t header_octets(const pdu_fields& fields)
 event_text sms_event_text(const pdu_fields& fields)
 {
     const std::size_t header = header_octets(fields);
-    event_text text = {is_ucs2(fields) ? 1 : 0, fields.ud_length - static_cast<int>(header), {}};
+    event_text text = {is_ucs2(fields) ? KELO_SMS_CODING_UCS2 : KELO_SMS_CODING_LATIN1,
+                       fields.ud_length - static_cast<int>(header),
+                       {}};
     std::string_view data = text_of(fields.user_data);
-    if (text.coding == 1) {
+    if (text.coding == KELO_SMS_CODING_UCS2) {
         // A header longer than the field is none to step over.
         if (2 * header < sizeof fields.user_data)
             data = behind(data, 2 * header);
@@ -137,7 +139,7 @@ event_text sms_event_text(const pdu_fields& fields)
     const septet_text read = gsm7_read(gsm7_behind(unpacked.all(), header));
     text.bytes = read.bytes;
     if (read.ucs2) {
-        text.coding = 2;
+        text.coding = KELO_SMS_CODING_GSM7;
         text.length = static_cast<int>(read.bytes.count);
     }
     return text;
@@ -178,7 +180,7 @@ pdu_message sms_read_pdu(std::string_view pdu)
     gsm_hex_to_octets(octets, data);
     const std::size_t udl = fields.ud_length;
     const std::size_t header = header_octets(fields);
-    out.coding = is_ucs2(fields) ? 1 : 0;
+    out.coding = is_ucs2(fields) ? KELO_SMS_CODING_UCS2 : KELO_SMS_CODING_LATIN1;
     read.complete = octets.size() >= (is_ucs2(fields) ? udl : (udl * 7 + 7) / 8);
     if (header > udl || header > octets.size())
         return read; // no saying where a text would begin
@@ -199,7 +201,7 @@ pdu_message sms_read_pdu(std::string_view pdu)
     const septet_text text =
         gsm7_read(gsm7_behind(unpacked.all().first(std::min(unpacked.count, udl)), header));
     if (text.ucs2) {
-        out.coding = 2;
+        out.coding = KELO_SMS_CODING_GSM7;
         out.length = utf16_to_utf8(text.bytes.all(), out.text);
     } else {
         out.length = static_cast<int>(text.bytes.count);

@@ -44,7 +44,7 @@ bool put_gsm7(user_data& ud, const sms_pdu_msg& msg, std::string_view part, int 
 bool put_ucs2(user_data& ud, const sms_pdu_msg& msg, std::string_view part, int index)
 {
     put_header(ud, msg, index, header_ucs2);
-    if (msg.coding == 1) {
+    if (msg.coding == KELO_PDU_CODING_UTF8) {
         const auto converted = sms_utf8_to_ucs2(part);
         if (!converted || !ud.octets.add(converted->all()))
             return false;
@@ -95,16 +95,17 @@ std::optional<pdu_text> sms_encode_pdu(const sms_pdu_msg& msg, std::string_view 
 {
     const std::string_view da = text_of(msg.da);
     user_data ud;
-    if (!sms_number_valid(da) || !(msg.coding == 0 ? put_gsm7 : put_ucs2)(ud, msg, part, index))
+    if (!sms_number_valid(da) ||
+        !(msg.coding == KELO_PDU_CODING_GSM7 ? put_gsm7 : put_ucs2)(ud, msg, part, index))
         return std::nullopt;
     pdu_text out;
     sms_put_centre(out, text_of(msg.sca));
     sms_put_octets(out, {msg.udhl == 1 ? 0x71 : 0x31, // with a status report, validity relative
                          0x00});                      // TP-MR
     sms_put_destination(out, da);
-    sms_put_octets(out, {0x00,                              // TP-PID
-                         msg.coding == 0 ? 0x00 : dcs_ucs2, // TP-DCS
-                         0x00,                              // TP-VP: five minutes
+    sms_put_octets(out, {0x00,                                                 // TP-PID
+                         msg.coding == KELO_PDU_CODING_GSM7 ? 0x00 : dcs_ucs2, // TP-DCS
+                         0x00, // TP-VP: five minutes
                          ud.length});
     sms_hex_encode(out, ud.octets.all());
     return out;
