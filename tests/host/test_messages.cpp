@@ -53,9 +53,9 @@ TEST(MessageFile, GetsItsResultBehindItsHeaders)
 TEST(Messages, AreToldInWholeAndSafely)
 {
     whole_message text, data;
-    text.head = {"Te\nst\x1b", "+49171", "2024-05-17 09:30:12", -14, 0, 0, 0, -1, -1, 3, 1, 0, 1, 0};
+    text.head = {sizeof text.head, "Te\nst\x1b", "+49171", "2024-05-17 09:30:12", -14, 0, 0, 0, -1, -1, 3, 1, 0, 1, 0};
     text.text = "a\x1b[2J\r\nb";
-    data.head = {"+49", "", "", 0, -1, 4, 1, 5000, 16, 1, 0, 0, 1, 0};
+    data.head = {sizeof data.head, "+49", "", "", 0, -1, 4, 1, 5000, 16, 1, 0, 0, 1, 0};
     data.text = std::string("\0\x9b", 2);
     EXPECT_EQ(lines_of(text), (std::vector<std::string>{"message from Te?st? of 2024-05-17 09:30:12 -03:30, 2 of 3 parts, class 0:",
                                                         "  | a?[2J", "  | b"}));
@@ -114,11 +114,11 @@ TEST(Messages, OfTheUserEnd)
     cellular_clear_status(CELL_STATUS_READY);
     fake_sms.cancel = 0;
     walk(pass, {{699999, nullptr, ""}, {700000, nullptr, ""}});
-    messages.note({1, "", "", KELO_SMS_UNKNOWN, 1, 0, 0, 0, {}});
-    messages.note({0, "", "", KELO_SMS_UNKNOWN, 1, 0, 0, 0, {}});
+    messages.note({sizeof(kelo_sms_result), 1, "", "", KELO_SMS_UNKNOWN, 1, 0, 0, 0, {}});
+    messages.note({sizeof(kelo_sms_result), 0, "", "", KELO_SMS_UNKNOWN, 1, 0, 0, 0, {}});
     fake_sms.cancel = 1;
     walk(pass, {{700250, nullptr, ""}, {1000249, nullptr, ""},
                 {1000250, nullptr, "message to +492: not sent: the modem was not registered in 300 s;"}});
-    messages.note({3, "", "", KELO_SMS_SENT, 1, 1, 0, 0, {}});
+    messages.note({sizeof(kelo_sms_result), 3, "", "", KELO_SMS_SENT, 1, 1, 0, 0, {}});
     EXPECT_EQ(std::pair(messages.busy(), messages.not_sent()), std::pair(false, 3));
 }

@@ -59,7 +59,8 @@ struct Spool : testing::Test {
     }
     static kelo_sms_result result(int number, int state)
     {
-        return {number, "", "+491", state, 1, state == KELO_SMS_SENT, KELO_SMS_CMS_ERROR, 38, {77}};
+        return {sizeof(kelo_sms_result), number, "",  "+491", state, 1, state == KELO_SMS_SENT,
+                KELO_SMS_CMS_ERROR,      38,     {77}};
     }
     static bool has(const std::string& text, const std::string& part)
     {
@@ -131,7 +132,7 @@ TEST_F(Spool, KeepsEachMessageOnceWhereverTheProcessEnds)
 {
     bool in_modem = true;
     whole_message message;
-    message.head = {"+491", "", "", 0, -1, 0, 0, -1, -1, 1, 0, 0, 0xabcULL, 2};
+    message.head = {sizeof message.head, "+491", "", "", 0, -1, 0, 0, -1, -1, 1, 0, 0, 0xabcULL, 2};
     message.text = "hi";
     const auto run = [&](int ends_behind, bool full, bool confirms) {
         spool process(note);
