@@ -74,6 +74,11 @@ cfg_file* read_profile(const std::string& text)
     }
     if (cfg->module != nullptr)
         require(cfg_file_find(cfg->module) == cfg);
+    modules_of_files();
+    if (cfg->model != nullptr)
+        require(module_file(cfg->model) == cfg && sendable(cfg->model) &&
+                std::strlen(cfg->model) < sizeof g_mobile.model && module_is_listed(cfg->like) &&
+                module_named_with(cfg->model) == nullptr);
     return cfg;
 }
 

@@ -186,6 +186,11 @@ void ask_tick(gsm_mobile* rec);
 
 // ---- Profile files (profiles.cpp)
 
+// The keys that are about the file itself; all others are commands.
+inline constexpr char module_key_name[] = "MODULE";
+inline constexpr char model_key_name[] = "MODEL";
+inline constexpr char like_key_name[] = "LIKE";
+
 struct cfg_item {
     char* name;
     char* value;
@@ -197,11 +202,17 @@ struct cfg_file {
     char* module; // null without a MODULE line
     list_head items;
     list_head node;
+
+    // Of a module that the file brings by itself: values of its items, null for none
+    // (modules/by_file.cpp).
+    const char* model;
+    const char* like;
 };
 
 extern list_head cfg_file_list;
 
 int search_cfg_file(const char* folder);
+int search_cfg_folders(); // the operator's own, where there is one, ahead of the one that is told
 int cfg_file_add(const char* folder, const char* name);
 int parse_cfg_file(cfg_file* cfg);
 cfg_file* cfg_file_find(const char* model);

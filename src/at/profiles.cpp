@@ -9,6 +9,7 @@
 #include "support/owned.h"
 #include "support/text.h"
 
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <fcntl.h>
@@ -31,7 +32,6 @@ constexpr int file_limit = 256;
 constexpr long size_limit = 256 * 1024;
 
 constexpr char arrow[] = "=>";
-constexpr char module_key[] = "MODULE";
 constexpr std::size_t family_length = 4; // of model texts that share a profile
 
 bool is_blank(char c)
@@ -107,7 +107,7 @@ void parse_line(cfg_file* cfg, char* line, std::size_t length, int number)
         return;
     }
     split[-1] = '\0';
-    if (text_begins(line, module_key)) {
+    if (text_begins(line, module_key_name)) {
         set_module(cfg, trimmed(value));
         return;
     }
@@ -261,6 +261,16 @@ int search_cfg_file(const char* folder)
             diag_at(plain, __func__, "failed to open file '%s'\n", cfg->path);
     }
     return 0;
+}
+
+int search_cfg_folders()
+{
+    struct stat about = {};
+    if (stat(KELO_OWN_PROFILE_DIR, &about) == 0)
+        search_cfg_file(KELO_OWN_PROFILE_DIR);
+    else if (errno != ENOENT)
+        diag_plain("%s: %s\n", KELO_OWN_PROFILE_DIR, std::strerror(errno));
+    return search_cfg_file(KELO_PROFILE_DIR);
 }
 
 cfg_file* cfg_file_find(const char* model)

@@ -18,12 +18,18 @@ namespace
 // Profile of the detected module, found on first need.
 const cfg_file* matched_cfg_file = nullptr;
 
-void add_step(at_list* list, const flow_step& step, const char* model)
+const cfg_file* profile_of(const char* model, const char* revision)
+{
+    const cfg_file* const file = module_brought(model, revision);
+    return file != nullptr ? file : cfg_file_find(model);
+}
+
+void add_step(at_list* list, const flow_step& step, const char* model, const char* revision)
 {
     if (at_list_add_general(list, step.id, step.seq) != at_no_row)
         return;
     if (matched_cfg_file == nullptr)
-        matched_cfg_file = cfg_file_find(model);
+        matched_cfg_file = profile_of(model, revision);
     if (matched_cfg_file == nullptr) {
         diag_at(plain, "add_remaining_ats_by_model", "failed to match module '%s'\n", model);
         return;
@@ -38,7 +44,7 @@ int add_remaining_ats_by_model(const char* model, const char* revision, int flow
     if (model == nullptr || *model == '\0' || revision == nullptr || *revision == '\0')
         return -1;
     for (const flow_step& step : module_steps(model, revision, flow))
-        add_step(list, step, model);
+        add_step(list, step, model, revision);
     return 0;
 }
 
@@ -72,7 +78,7 @@ void at_compose_added_flow()
         return;
     made = true;
     for (const flow_step& step : common_message_steps())
-        add_step(&sms_added_list, step, matched_cfg_file->module);
+        add_step(&sms_added_list, step, "", ""); // its profile is known
 }
 
 bool at_may_go(const at_info* at)

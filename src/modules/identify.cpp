@@ -27,6 +27,19 @@ const char* revision_start(const char* model, const char* line)
     return value + std::strspn(value, " "); // some builds pad with a blank more
 }
 
+// Some modules put a prefix and quotes around their answer. Those of a file may; the others' are
+// read as they stand.
+constexpr const char* frames[] = {"+CGMM:", "+CGMR:", "+GMR:", "Revision:"};
+
+template <std::size_t size> char* without_frame(char (&text)[size], const char* line)
+{
+    for (const char* const frame : frames)
+        if (text_begins(line, frame))
+            line += std::strlen(frame);
+    text_set(text, line + std::strspn(line, " \""), "\r\n\"");
+    return text;
+}
+
 // What a modem says unasked, and without a prefix to tell it by.
 constexpr const char* bare_reports[] = {"RING", "RDY", "NO CARRIER", "BUSY", "NORMAL POWER DOWN"};
 
@@ -47,6 +60,29 @@ void note_unlisted(const char* line)
         text_set(unlisted, name);
 }
 
+// Whether the line is the model of a module that a file brings; `name` is the answer then.
+bool is_of_file(char (&name)[64], const char* line)
+{
+    return is_bare_answer(without_frame(name, line), name) && module_file(name) != nullptr;
+}
+
+void compose(gsm_mobile* rec, lock_scope& guard)
+{
+    char model[sizeof rec->model];
+    char revision[sizeof rec->revision];
+    text_set(model, rec->model);
+    text_set(revision, rec->revision);
+    guard.release();
+    at_compose_flows(rec, model, revision);
+}
+
+// With the whole answer alone: a flow of the library's own may go by the next line of it.
+void compose_of_file(gsm_mobile* rec, lock_scope& guard)
+{
+    if (filled(rec->revision) && module_brought(rec->model, rec->revision) != nullptr)
+        compose(rec, guard);
+}
+
 } // namespace
 
 const char* module_unlisted()
@@ -59,7 +95,11 @@ event* cgmm_handler(gsm_mobile* rec, char* line)
     lock_scope guard(record_lock);
     if (finish_on_final(rec, line, filled(rec->model)))
         return nullptr;
-    if (const char* const model = module_in(line)) {
+    char brought[64];
+    const char* model = module_in(line);
+    if (model == nullptr && !filled(rec->model) && is_of_file(brought, line))
+        model = brought;
+    if (model != nullptr) {
         text_clear(unlisted);
         text_set(rec->model, model, "\n");
         diag_at(plain, "cgmm_handler", "model='%s'\n", rec->model);
@@ -72,8 +112,13 @@ event* cgmm_handler(gsm_mobile* rec, char* line)
 event* cgmr_handler(gsm_mobile* rec, char* line)
 {
     lock_scope guard(record_lock);
-    if (finish_on_final(rec, line, filled(rec->revision)))
+    if (finish_on_final(rec, line, filled(rec->revision))) {
+        compose_of_file(rec, guard);
         return nullptr;
+    }
+    char framed[sizeof rec->revision];
+    if (module_file(rec->model) != nullptr)
+        line = without_frame(framed, line);
     const char* const start = revision_start(rec->model, line);
     if (start == nullptr)
         return nullptr;
@@ -83,13 +128,15 @@ event* cgmr_handler(gsm_mobile* rec, char* line)
         return nullptr;
     }
     diag_at(plain, "cgmr_handler", "revision='%s'\n", rec->revision);
-    char model[sizeof rec->model];
-    char revision[sizeof rec->revision];
-    text_set(model, rec->model);
-    text_set(revision, rec->revision);
-    guard.release();
-    at_compose_flows(rec, model, revision);
+    if (module_brought(rec->model, rec->revision) == nullptr)
+        compose(rec, guard);
     return nullptr;
+}
+
+void at_compose_flows_of_file(gsm_mobile* rec)
+{
+    lock_scope guard(record_lock);
+    compose_of_file(rec, guard);
 }
 
 } // namespace kelo

@@ -264,9 +264,13 @@ template <class Column> Column first_of(const char* text, Column module_row::*co
     return row == nullptr ? Column() : row->*column;
 }
 
-} // namespace
+// Others say no more than a mask or a type of network.
+bool is_name(const module_row& row)
+{
+    return row.place != 0 || row.flows != nullptr;
+}
 
-std::span<const flow_step> module_steps(const char* model, const char* revision, int flow)
+std::span<const flow_step> listed_steps(const char* model, const char* revision, int flow)
 {
     if (flow < FLOW_START || flow > FLOW_SMS_PDU)
         return {};
@@ -275,6 +279,43 @@ std::span<const flow_step> module_steps(const char* model, const char* revision,
             (text_begins(revision, row.key) || text_begins(row.key, model)))
             return row.flows[flow - FLOW_START];
     return {};
+}
+
+} // namespace
+
+const cfg_file* module_brought(const char* model, const char* revision)
+{
+    const cfg_file* const file = module_file(model);
+    return file != nullptr && listed_steps(model, revision, FLOW_START).empty() ? file : nullptr;
+}
+
+const char* module_alike(const char* model, const char* revision)
+{
+    const cfg_file* const file = module_brought(model, revision);
+    return file != nullptr ? file->like : model;
+}
+
+std::span<const flow_step> module_steps(const char* model, const char* revision, int flow)
+{
+    const cfg_file* const file = module_brought(model, revision);
+    return file != nullptr ? listed_steps(file->like, file->like, flow)
+                           : listed_steps(model, revision, flow);
+}
+
+bool module_is_listed(const char* name)
+{
+    const module_row* const row = find_row(module_table, [&](const module_row& tried) {
+        return is_name(tried) && std::strcmp(tried.key, name) == 0;
+    });
+    return row != nullptr && !listed_steps(name, name, FLOW_START).empty();
+}
+
+const char* module_named_with(const char* text)
+{
+    const module_row* const row = find_row(module_table, [&](const module_row& tried) {
+        return is_name(tried) && text_begins(tried.key, text);
+    });
+    return row == nullptr ? nullptr : row->key;
 }
 
 const char* module_in(const char* line)

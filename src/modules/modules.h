@@ -44,8 +44,16 @@ struct flow_step {
     int id;
 };
 // Of the flow for a module; empty for none. The revision tells variants apart that share a model
-// text; where it names no key, the model text stands for the first key that begins with it.
+// text; where it names no key, the model text stands for the first key that begins with it. A
+// module without a start flow of its own may have those of another, by a file.
 std::span<const flow_step> module_steps(const char* model, const char* revision, int flow);
+
+// By a file alone: which one it is, and what the module passes for in the functions below.
+const cfg_file* module_brought(const char* model, const char* revision); // or null
+const char* module_alike(const char* model, const char* revision);
+
+bool module_is_listed(const char* name);         // a key whose flow is known
+const char* module_named_with(const char* text); // a name that begins with the text, or null
 
 const char* module_in(const char* line); // where the model starts in a line, or null
 const char* module_unlisted();           // what named itself and is in no row; record_lock is held
@@ -76,6 +84,15 @@ std::span<const flow_step> common_message_steps(); // a PDU, as most modules sen
 
 const char* module_key(std::size_t index); // of a row, for tests; null behind the last
 
+// ---- Modules that a profile file brings by itself (by_file.cpp)
+
+// Looks at the MODEL and LIKE of the files that were read; a pair that is not right is said, and
+// the file counts as one without. On the thread that reads them.
+void modules_of_files();
+
+const cfg_file*
+module_file(const char* model); // whose MODEL begins the model, the longest; or null
+
 // ---- Flows (flows.cpp)
 
 int add_remaining_ats_by_model(const char* model, const char* revision, int flow, at_list* list);
@@ -101,6 +118,10 @@ void at_select_flow(gsm_mobile* rec, int flow, int sim); // the same, caller hol
 
 event* cgmm_handler(gsm_mobile* rec, char* line);
 event* cgmr_handler(gsm_mobile* rec, char* line);
+
+// Where the answer to AT+CGMR had no end, the flows of a file's module still have to be made.
+// Mobile task.
+void at_compose_flows_of_file(gsm_mobile* rec);
 
 // ---- Custom commands (custom_config.cpp)
 

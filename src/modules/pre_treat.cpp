@@ -112,8 +112,12 @@ int cband_pre_treat(gsm_mobile* rec, at_info* at)
     char reported[128];
     lock_scope hold(record_lock);
     const char* const mask = module_band_mask(rec->model, rec->revision);
+    const bool by_file = module_brought(rec->model, rec->revision) != nullptr;
     format_value(reported, ",%s,%s,%s", rec->band_gsm, rec->band_lte, rec->band_tds);
     hold.release();
+    // Which bands a module has is no likeness to another.
+    if (by_file && at->cmd_template != nullptr && text_has(at->cmd_template, "$BAND"))
+        return skip(at);
     if (mask == nullptr)
         return general_pre_treat(rec, at);
     fill(at, "$BAND", mask);
@@ -130,7 +134,7 @@ int netseq_pre_treat(gsm_mobile* rec, at_info* at)
 {
     const bool done = (at_get_flags(at) & AT_FLAG_ONCE_DONE) != 0;
     return treat(at, "$NET_SEQUENCE", [&](auto& value) {
-        text_set(value, module_net_sequence(rec->model));
+        text_set(value, module_net_sequence(module_alike(rec->model, rec->revision)));
         return !done;
     });
 }
@@ -155,7 +159,7 @@ const char* mode_text(const mode_values& modes, int scanmode)
 int netmode_pre_treat(gsm_mobile* rec, at_info* at)
 {
     return treat(at, "$MODE", [&](auto& value) {
-        const mode_values* const modes = module_modes(rec->model);
+        const mode_values* const modes = module_modes(module_alike(rec->model, rec->revision));
         if (modes != nullptr)
             text_set(value, mode_text(*modes, rec->scanmode));
         else
@@ -171,7 +175,7 @@ int apn_pre_treat(gsm_mobile* rec, at_info* at)
     return treat(at, "$PARAM", [&](auto& value) {
         static constexpr const char* protocols[] = {"IP", "IPV6", "IPV4V6"};
         const int protocol = word_get(cell_net_proto);
-        switch (module_apn_form(rec->model)) {
+        switch (module_apn_form(module_alike(rec->model, rec->revision))) {
         case apn_form::name:
             format_value(value, "\"%s\"", rec->apn);
             break;
@@ -347,7 +351,10 @@ int cgmi_pre_treat(gsm_mobile* rec, at_info* at)
 
 int cgmr_pre_treat(gsm_mobile* rec, at_info* at)
 {
-    return ask_once(at, rec->revision, __func__, "revision");
+    const int result = ask_once(at, rec->revision, __func__, "revision");
+    if (result == at_not_wanted)
+        at_compose_flows_of_file(rec);
+    return result;
 }
 
 int cgsn_pre_treat(gsm_mobile* rec, at_info* at)

@@ -52,8 +52,6 @@ void in_fork()
 // The rows and profiles of libgsm_init are there for good once they were added.
 bool lists_filled = false;
 
-constexpr const char* profile_folder = "/usr/customer/mobile";
-
 // What an earlier run, or another program, may have left running on the modem.
 constexpr const char* stale_programs[] = {
     "killall -q -15 quectel-CM",  "killall -q -15 fibocom-dial", "killall -q -15 udhcpc",
@@ -100,7 +98,8 @@ int libgsm_init(gsm_mobile** place, unsigned char low_power)
     if (!lists_filled) {
         lists_filled = true;
         exchange_use(task_hooks);
-        search_cfg_file(profile_folder);
+        search_cfg_folders();
+        modules_of_files();
         at_list_add_first_rows(&start_sim1_list, low_power != 0);
     }
     word_set(*place, &g_mobile);

@@ -99,3 +99,29 @@ TEST_F(Profiles, FolderGivesRegularFilesOnce)
     EXPECT_EQ(read, (items{{"AT_MODE", "A"}}));
     EXPECT_TRUE(out.has("failed to open file '/tmp/profiles/pipe.conf'"));
 }
+
+// Catches: an owner's file that comes behind the installed one, and a word about a folder that most
+// devices do not have.
+TEST_F(Profiles, TheOwnersFolderComesAheadOfTheOther)
+{
+    const scratch own("/etc/kelo");
+    const auto model_of_ec25 = [] {
+        const cfg_file* const cfg = cfg_file_find("EC25");
+        return cfg == nullptr ? std::string() : items_of(cfg)[0].second;
+    };
+    captured out;
+    search_cfg_folders();
+    const std::string installed = model_of_ec25();
+    EXPECT_NE(installed, "");
+    EXPECT_EQ(out.text(), "");
+    list_init(&cfg_file_list);
+    std::filesystem::create_directories("/etc/kelo/profiles");
+    search_cfg_folders(); // an empty one
+    EXPECT_EQ(model_of_ec25(), installed);
+    list_init(&cfg_file_list);
+    std::ofstream("/etc/kelo/profiles/any.conf") << "MODULE => EC25\nAT_GSM => own\n";
+    search_cfg_folders();
+    EXPECT_EQ(model_of_ec25(), "own");
+    EXPECT_NE(cfg_file_find("UC20"), nullptr);
+    EXPECT_EQ(out.text(), "");
+}
