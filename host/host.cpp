@@ -136,7 +136,7 @@ void host::tell_module()
     }
     if (told && !profile_told_) {
         profile_told_ = true;
-        const std::string fault = profile_fault(device_paths().profiles, mobile.model);
+        const std::string fault = profile_fault(profile_folders(), mobile.model);
         if (!fault.empty())
             display_.say(fault);
     }

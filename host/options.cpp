@@ -152,9 +152,11 @@ std::optional<int> parse_options(int argc, const char* const* argv, host_options
         "With --sms or --gps, and without --seconds, --commands, --mqtt and --spool, it ends when "
         "they are done.\n"
         "Exit status: 0 done, 1 the modem never told its model (or --check-profiles or "
-        "--check-device found something), 2 bad arguments, a bad file, or a spool or an address "
+        "--check-device found something, or --draft-profile a model that no file can bring), 2 bad "
+        "arguments, a bad file, or a spool or an address "
         "that can't be used, 3 a message was not known to be sent, or no position was found. With "
-        "--until, when it does not come to that: 10 for a reason of the port, 11 of the module, 12 "
+        "--until, when it does not come to that, and with --draft-profile: 10 for a reason of the "
+        "port, 11 of the module, 12 "
         "of the SIM, 13 of the network, 14 of the link.");
     app.get_formatter()->column_width(30);
 
@@ -249,8 +251,17 @@ std::optional<int> parse_options(int argc, const char* const* argv, host_options
     app.add_option("--metrics-file", options.metrics_file,
                    "File that is kept up to date with the metrics, for node_exporter's textfile "
                    "collector: its name ends in .prom");
-    app.add_option("--check-profiles", options.check_profiles,
-                   "Check a folder of modem profile files, and do nothing else");
+    auto* check =
+        app.add_option("--check-profiles", options.check_folders,
+                       "Check folders of modem profile files, in the order in which they are read "
+                       "(default: the device's), and do nothing else")
+            ->type_name("[DIR]...")
+            ->expected(0, 2);
+    auto* draft = app.add_option("--draft-profile", options.draft_file,
+                                 "Ask the modem what it knows, write a first profile file of it "
+                                 "(default: to standard output), and do nothing else")
+                      ->type_name("[FILE]")
+                      ->expected(0, 1);
 
     app.add_flag("--check-device", options.check_device,
                  "Look for what this device lacks, and do nothing else");
@@ -262,6 +273,9 @@ std::optional<int> parse_options(int argc, const char* const* argv, host_options
         if (!options.until.empty() && !options.seconds)
             options.seconds = default_until_s;
         take_mqtt(app, mqtt, options);
+        options.check_profiles = check->count() != 0;
+        options.draft_profile = draft->count() != 0;
+        std::erase(options.check_folders, ""); // what the bare option leaves
         options.dialogue |= options.log_level == KELO_LOG_DEBUG;
         if (options.second_ping_target.size() >= sizeof kelo_keeper::second_ping_target ||
             options.second_ping_target.starts_with('-'))

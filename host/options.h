@@ -9,6 +9,7 @@
 
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace kelo_host
 {
@@ -42,12 +43,15 @@ struct host_options {
     int record_mib = 4;   // of it, and of the one before
     unsigned int pin_tries = 3;
     std::string custom_file;
-    bool plain = false;         // ask for no figures beside the flows
-    http_address http;          // length 0: none
-    std::string metrics_file;   // for node_exporter; empty: none
-    std::string until;          // a goal to end at; empty: none
-    std::string check_profiles; // folder to check instead of running
-    bool check_device = false;  // the same
+    bool plain = false;                     // ask for no figures beside the flows
+    http_address http;                      // length 0: none
+    std::string metrics_file;               // for node_exporter; empty: none
+    std::string until;                      // a goal to end at; empty: none
+    bool check_profiles = false;            // instead of running
+    std::vector<std::string> check_folders; // in reading order; empty: the device's
+    bool check_device = false;
+    bool draft_profile = false;
+    std::string draft_file; // empty: standard output
 };
 
 constexpr int exit_usage = 2;

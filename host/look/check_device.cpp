@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "host/look/check_device.h"
 
-#include "host/look/check_profiles.h"
 #include "host/state/status.h"
 
 #include <algorithm>
@@ -50,15 +49,6 @@ std::vector<string> port_nodes(const device_paths& paths, int first)
             if (const string node = paths.dev + "/" + name + std::to_string(number); exists(node))
                 found.push_back(node);
     return found;
-}
-
-// The one that the library takes, empty for none.
-string chosen_port(const device_paths& paths)
-{
-    if (!paths.port.empty())
-        return exists(paths.port) ? paths.port : "";
-    const auto nodes = port_nodes(paths, paths.first_port);
-    return nodes.empty() ? "" : nodes[0];
 }
 
 look look_at_port(const device_paths& paths, const string& port)
@@ -166,7 +156,8 @@ look look_at_program(const device_paths& paths, const char* name, const char* cu
 
 // ---- Folders
 
-look look_at_profiles(const string& folder)
+// An owner's folder may be empty.
+look look_at_profiles(const string& folder, bool needed)
 {
     int good = 0;
     std::vector<string> bad;
@@ -189,7 +180,7 @@ look look_at_profiles(const string& folder)
     if (!bad.empty())
         return {"profiles", false,
                 folder + " has files that can't be read: " + list_of(bad) + ": make them readable"};
-    if (good == 0)
+    if (good == 0 && needed)
         return {"profiles", false, folder + " has no .conf file" + copy};
     return {"profiles", true, std::to_string(good) + " files in " + folder};
 }
@@ -204,6 +195,14 @@ look look_at_config(const string& folder)
 }
 
 } // namespace
+
+string chosen_port(const device_paths& paths)
+{
+    if (!paths.port.empty())
+        return exists(paths.port) ? paths.port : "";
+    const auto nodes = port_nodes(paths, paths.first_port);
+    return nodes.empty() ? "" : nodes[0];
+}
 
 std::vector<look> check_device(const device_paths& paths)
 {
@@ -222,7 +221,8 @@ std::vector<look> check_device(const device_paths& paths)
     if (paths.link && paths.link_ping)
         looks.push_back(look_at_program(paths, "ping", "install it, or run with --no-ping"));
     looks.push_back(look_at_program(paths, "killall", tools));
-    looks.push_back(look_at_profiles(paths.profiles));
+    for (const auto& folder : paths.profiles)
+        looks.push_back(look_at_profiles(folder, folder == paths.profiles.back()));
     looks.push_back(look_at_config(paths.config));
     return looks;
 }
@@ -233,14 +233,14 @@ string line_of(const look& one)
     return one.what + ": " + (one.well ? ok : "") + printable(one.text);
 }
 
-string profile_fault(const string& folder, const string& model)
+string profile_fault(const folder_list& folders, const string& model)
 {
-    constexpr size_t family = 4; // characters that a profile and its models share
-    for (const string& module : profile_modules(folder))
-        if (module == model || (module.size() >= family && model.size() >= family &&
-                                module.compare(0, family, model, 0, family) == 0))
-            return "";
-    return "no profile in " + folder + " serves " + printable(model) +
+    if (profile_serves(folders, model))
+        return "";
+    string named;
+    for (const auto& folder : folders)
+        named += (named.empty() ? "" : " or ") + folder.string();
+    return "no profile in " + named + " serves " + printable(model) +
            ": its own commands are left out (docs/profiles.md)";
 }
 

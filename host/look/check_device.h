@@ -2,6 +2,8 @@
 // What a device has to bring, looked at without the modem.
 #pragma once
 
+#include "host/look/check_profiles.h"
+
 #include <string>
 #include <vector>
 
@@ -9,7 +11,8 @@ namespace kelo_host
 {
 
 struct device_paths {
-    std::string dev = "/dev", proc = "/proc", profiles = "/usr/customer/mobile", config = "/config";
+    std::string dev = "/dev", proc = "/proc", config = "/config";
+    folder_list profiles = profile_folders();
     std::string port;      // as the host has named it; empty: the first from `first_port` on
     int first_port = 2;    // ttyUSB; ttyACM counts one higher
     std::string path;      // folders of programs, as PATH has them
@@ -29,7 +32,10 @@ std::vector<look> check_device(const device_paths& paths);
 
 std::string line_of(const look& one);
 
-// What is wrong when no profile in the folder serves the model; else empty.
-std::string profile_fault(const std::string& folder, const std::string& model);
+// The port that the library takes, empty for none.
+std::string chosen_port(const device_paths& paths);
+
+// What is wrong when no profile in the folders serves the model; else empty.
+std::string profile_fault(const folder_list& folders, const std::string& model);
 
 } // namespace kelo_host

@@ -34,30 +34,45 @@ constexpr unsigned voice_modules = ec25v | quectel_umts | longsung | telit | que
 constexpr unsigned sms_modules = quectel_lte_sms | voice_modules | unisoc;
 constexpr unsigned every_module = quectel_lte | sms_modules;
 
-// By the first four characters, as the library finds the file of a model.
+// By the first four characters, as the library finds the file of a model. Of several names the
+// first only recognises a module, and its variants have the flows.
 struct known_module {
-    const char* start;
-    unsigned families;
+    string_view names;
+    unsigned families;   // 0: recognised, and no flow is known
+    bool revision_names; // the revision begins with the variant, so a model may say more than that
 };
 constexpr known_module modules[] = {
-    {"EC20", quectel_lte | quectel_lte_sms},
-    {"EC21", quectel_lte | quectel_lte_sms},
-    {"EC25", quectel_lte | quectel_lte_sms | ec25v},
-    {"EG25", quectel_lte},
-    {"EG95", quectel_lte},
-    {"EP06", quectel_lte},
-    {"UC15", quectel_umts | unmasked},
-    {"UC20", quectel_umts | unmasked},
-    {"U930", longsung},
-    {"E972", longsung | unmasked},
-    {"LE91", telit | unmasked},
-    {"V1.0", unisoc},
-    {"RM50", quectel_5g},
-    {"RM51", quectel_5g},
-    {"RG50", quectel_5g},
-    {"RG51", quectel_5g},
-    {"MH50", balong},
+    {"EC20 EC20CE EC20C EC20F", quectel_lte | quectel_lte_sms, true},
+    {"EC21 EC21E EC21V EC21AUTL EC21AUT EC21AU EC21A EC21J EC21KT EC21CL",
+     quectel_lte | quectel_lte_sms, true},
+    {"EC25 EC25AU EC25AF EC25A EC25E EC25J EC25V", quectel_lte | quectel_lte_sms | ec25v, true},
+    {"EG25", quectel_lte, true},
+    {"EG95", quectel_lte, true},
+    {"EP06", quectel_lte, true},
+    {"UC15", quectel_umts | unmasked, true},
+    {"UC20", quectel_umts | unmasked, true},
+    {"U9300C", longsung, false},
+    {"E9720", longsung | unmasked, false},
+    {"LE910", telit | unmasked, false},
+    {"V1.0.1-B7", unisoc, false},
+    {"RM500 RM500Q", quectel_5g, true},
+    {"RM510 RM510Q", quectel_5g, true},
+    {"RG500 RG500Q", quectel_5g, true},
+    {"RG510 RG510Q", quectel_5g, true},
+    {"MH5000 MH5000-31", balong, false},
+    {"Quectel_M35", 0, false},
 };
+
+std::vector<string_view> names_of(const known_module& module)
+{
+    std::vector<string_view> names;
+    for (size_t at = 0; at < module.names.size();) {
+        const size_t end = std::min(module.names.find(' ', at), module.names.size());
+        names.push_back(module.names.substr(at, end - at));
+        at = end + 1;
+    }
+    return names;
+}
 
 struct known_key {
     const char* name;
@@ -125,6 +140,10 @@ constexpr left_out_key left_out[] = {
 
 constexpr size_t longest_line = 255;
 constexpr size_t longest_model = 15;
+constexpr size_t family = 4;    // characters that a profile and its models share
+constexpr int most_files = 256; // of a folder
+constexpr size_t largest_file = 256 * 1024;
+constexpr const char* file_keys[] = {"MODULE", "MODEL", "LIKE"};
 
 const known_key* find_key(string_view name)
 {
@@ -137,9 +156,17 @@ const known_key* find_key(string_view name)
 unsigned families_of(string_view module)
 {
     for (const known_module& known : modules)
-        if (module.substr(0, 4) == known.start)
+        if (module.substr(0, family) == known.names.substr(0, family))
             return known.families;
     return 0;
+}
+
+// Of a module that a file brings: those of the one variant, and no mask.
+unsigned families_like(string_view like)
+{
+    const unsigned families = families_of(like);
+    return (like == "EC25V" ? unsigned{ec25v} : families & ~unsigned{ec25v}) |
+           (families != 0 ? unsigned{unmasked} : 0u);
 }
 
 const left_out_key* find_left_out(string_view key, unsigned families)
@@ -156,38 +183,67 @@ struct profile_entry {
 };
 
 struct profile_file {
+    std::filesystem::path folder;
     string file, module;
     int module_line = 0;
     std::vector<profile_entry> entries;
+    string comments; // a key that is named there is left out on purpose
+
+    const profile_entry* find(string_view name) const
+    {
+        for (const profile_entry& entry : entries)
+            if (entry.name == name)
+                return &entry;
+        return nullptr;
+    }
 };
 
 class checker
 {
   public:
-    void check_folder(const std::filesystem::path& folder);
+    void check_folder(const std::filesystem::path& folder, bool may_be_empty);
     std::vector<finding> take() { return std::move(findings_); }
-    std::vector<string> modules() const;
+    bool serves(string_view model) const;
 
   private:
     void say(const string& file, int line, string text)
     {
-        findings_.push_back({file, line, std::move(text)});
+        findings_.push_back({folder_, file, line, std::move(text)});
     }
     void read_file(const std::filesystem::path& path);
     void read_line(profile_file& profile, string_view line, int number);
     void read_module(profile_file& profile, string_view value, int number);
     void check_shared_start();
+    void check_shared_model();
+    string pair_fault(const profile_file& profile) const;
+    bool brings_module(const profile_file& profile) const { return pair_fault(profile).empty(); }
+    void check_names(const profile_file& profile);
     void check_profile(const profile_file& profile);
     void check_value(const profile_file& profile, const profile_entry& entry, const known_key& key,
                      unsigned families);
 
-    std::vector<profile_file> profiles_;
+    std::filesystem::path folder_;       // the one that is looked at
+    std::vector<profile_file> profiles_; // of all folders
+    size_t first_ = 0;                   // of this one
     std::vector<finding> findings_;
 };
 
 string in_quotes(string_view text)
 {
     return "'" + string(text) + "'";
+}
+
+// Whether the word stands there whole.
+bool names_word(string_view text, string_view word)
+{
+    const auto is_letter = [&](size_t at) {
+        return at < text.size() &&
+               (std::isalnum(static_cast<unsigned char>(text[at])) || text[at] == '_');
+    };
+    for (size_t at = 0; (at = text.find(word, at)) != string_view::npos; at++)
+        if (!is_letter(at + word.size()) && (at == 0 || !is_letter(at - 1)))
+            return true;
+    return false;
 }
 
 string_view trim_head(string_view text)
@@ -202,42 +258,62 @@ string_view trim_tail(string_view text)
     return last == string_view::npos ? string_view() : text.substr(0, last + 1);
 }
 
-void checker::check_folder(const std::filesystem::path& folder)
+void checker::check_folder(const std::filesystem::path& folder, bool may_be_empty)
 {
+    folder_ = folder;
+    first_ = profiles_.size();
+    const auto before = static_cast<std::ptrdiff_t>(findings_.size());
     std::error_code fault;
     std::vector<std::filesystem::path> paths;
+    int count = 0;
     for (std::filesystem::directory_iterator entry(folder, fault), end; !fault && entry != end;
-         entry.increment(fault))
-        if (entry->path().filename().string().find(".conf") != string::npos)
+         entry.increment(fault)) {
+        const string name = entry->path().filename().string();
+        if (name.find(".conf") == string::npos)
+            continue;
+        if (++count > most_files) // in the order of the system, which is that of the library
+            say(name, 0,
+                "is never read: no more than " + std::to_string(most_files) +
+                    " files of a folder are, as the system lists them");
+        else
             paths.push_back(entry->path());
+    }
     if (fault)
         return say("", 0, "the folder cannot be read: " + fault.message());
-    if (paths.empty())
+    if (paths.empty() && !may_be_empty)
         return say("", 0, "no file has .conf in its name: no module finds its commands");
 
     std::sort(paths.begin(), paths.end());
     for (const auto& path : paths)
         read_file(path);
     check_shared_start();
-    for (const profile_file& profile : profiles_)
-        check_profile(profile);
-    std::stable_sort(findings_.begin(), findings_.end(), [](const finding& a, const finding& b) {
-        return std::tie(a.file, a.line) < std::tie(b.file, b.line);
-    });
+    check_shared_model();
+    for (size_t at = first_; at < profiles_.size(); at++)
+        check_profile(profiles_[at]);
+    std::stable_sort(findings_.begin() + before, findings_.end(),
+                     [](const finding& a, const finding& b) {
+                         return std::tie(a.file, a.line) < std::tie(b.file, b.line);
+                     });
 }
 
-std::vector<string> checker::modules() const
+bool checker::serves(string_view model) const
 {
-    std::vector<string> found;
-    for (const profile_file& profile : profiles_)
-        if (!profile.module.empty())
-            found.push_back(profile.module);
-    return found;
+    for (const profile_file& profile : profiles_) {
+        const string_view module = profile.module;
+        if (!module.empty() &&
+            (module == model || (module.size() >= family && model.size() >= family &&
+                                 module.substr(0, family) == model.substr(0, family))))
+            return true;
+        if (brings_module(profile) && model.starts_with(profile.find("MODEL")->value))
+            return true;
+    }
+    return false;
 }
 
 void checker::read_file(const std::filesystem::path& path)
 {
     profile_file profile;
+    profile.folder = folder_;
     profile.file = path.filename().string();
     std::error_code fault;
     std::ifstream in; // a pipe without a writer would hold its open for good
@@ -247,7 +323,13 @@ void checker::read_file(const std::filesystem::path& path)
         return say(profile.file, 0, "not a file that can be read");
 
     string line;
+    size_t size = 0;
     for (int number = 1; std::getline(in, line); number++) {
+        size += line.size() + 1;
+        if (size > largest_file) {
+            say(profile.file, number, "the file is larger than 256 KiB: the rest is never read");
+            break;
+        }
         if (line.size() > longest_line) {
             say(profile.file, number,
                 "longer than " + std::to_string(longest_line) +
@@ -265,8 +347,10 @@ void checker::read_line(profile_file& profile, string_view line, int number)
         return say(profile.file, number, "holds a NUL: the line ends there");
     line = trim_tail(line);
     const size_t arrow = line.find("=>");
-    if (arrow == string_view::npos)
+    if (arrow == string_view::npos) {
+        profile.comments += string(line) + "\n";
         return;
+    }
     if (line.back() == '\r') {
         say(profile.file, number, "ends in a CR, which becomes part of the value: save with LF");
         line = trim_tail(line.substr(0, line.size() - 1));
@@ -316,10 +400,11 @@ void checker::read_module(profile_file& profile, string_view value, int number)
 void checker::check_shared_start()
 {
     std::map<string, string> first;
-    for (const profile_file& profile : profiles_) {
+    for (size_t at = first_; at < profiles_.size(); at++) {
+        const profile_file& profile = profiles_[at];
         if (profile.module.empty())
             continue;
-        const auto [other, is_new] = first.emplace(profile.module.substr(0, 4), profile.file);
+        const auto [other, is_new] = first.emplace(profile.module.substr(0, family), profile.file);
         if (!is_new)
             say(profile.file, profile.module_line,
                 "MODULE " + in_quotes(profile.module) + " shares its first four characters with " +
@@ -327,32 +412,86 @@ void checker::check_shared_start()
     }
 }
 
+// The same for two that bring one module.
+void checker::check_shared_model()
+{
+    std::map<string, string> first;
+    for (size_t at = first_; at < profiles_.size(); at++) {
+        const profile_file& profile = profiles_[at];
+        if (!brings_module(profile))
+            continue;
+        const profile_entry& model = *profile.find("MODEL");
+        const auto [other, is_new] = first.emplace(model.value, profile.file);
+        if (!is_new)
+            say(profile.file, model.line,
+                "MODEL " + in_quotes(model.value) + " stands in " + other->second +
+                    " as well: the one that the system lists first is used");
+    }
+}
+
+// Why the file brings no module of its own; empty for one that does.
+string checker::pair_fault(const profile_file& profile) const
+{
+    const profile_entry* const model = profile.find("MODEL");
+    const profile_entry* const like = profile.find("LIKE");
+    if (model == nullptr || like == nullptr)
+        return like != nullptr    ? "LIKE stands without MODEL"
+               : model != nullptr ? "MODEL stands without LIKE"
+                                  : "neither MODEL nor LIKE";
+    if (const string fault = model_fault(model->value); !fault.empty())
+        return fault;
+    if (!names_module(like->value))
+        return "LIKE " + in_quotes(like->value) + " is no module whose flow is known";
+    return "";
+}
+
+void checker::check_names(const profile_file& profile)
+{
+    const profile_entry* const model = profile.find("MODEL");
+    const profile_entry* const like = profile.find("LIKE");
+    const bool tries = model != nullptr || like != nullptr;
+    const string fault = pair_fault(profile);
+    if (tries && !fault.empty())
+        say(profile.file, (fault.starts_with("LIKE") || model == nullptr ? like : model)->line,
+            fault + ": the file brings no module of its own");
+    if (tries && fault.empty() && has_flow(model->value))
+        say(profile.file, model->line,
+            "a module that calls itself " + in_quotes(model->value) +
+                " has a flow without this file, which wins");
+    if (profile.module_line == 0 && !tries)
+        say(profile.file, 0, "no MODULE line: no model finds this file");
+    else if (!profile.module.empty() && !has_flow(profile.module) && !fault.empty())
+        say(profile.file, profile.module_line,
+            "no flow is known for a model like " + in_quotes(profile.module) +
+                ": it needs MODEL and LIKE");
+}
+
 void checker::check_profile(const profile_file& profile)
 {
-    const unsigned families = families_of(profile.module);
-    if (profile.module_line == 0)
-        say(profile.file, 0, "no MODULE line: no model finds this file");
-    else if (!profile.module.empty() && families == 0)
-        say(profile.file, profile.module_line,
-            "no flow is known for a model like " + in_quotes(profile.module));
+    const bool brings = brings_module(profile);
+    const unsigned families =
+        brings ? families_like(profile.find("LIKE")->value) : families_of(profile.module);
+    check_names(profile);
 
     std::map<string_view, int> seen;
     for (const profile_entry& entry : profile.entries) {
         const known_key* key = find_key(entry.name);
-        if (key == nullptr) {
+        const bool names = entry.name == "MODEL" || entry.name == "LIKE";
+        if (key == nullptr && !names) {
             say(profile.file, entry.line, "unknown key " + in_quotes(entry.name));
             continue;
         }
-        const auto [first, is_new] = seen.emplace(key->name, entry.line);
+        const auto [first, is_new] = seen.emplace(entry.name, entry.line);
         if (!is_new)
             say(profile.file, entry.line,
                 entry.name + " stands in line " + std::to_string(first->second) +
                     " already, which wins");
-        check_value(profile, entry, *key, families);
+        if (!names)
+            check_value(profile, entry, *key, families);
     }
     for (const known_key& key : keys)
         if ((key.families & families) && !seen.count(key.name) &&
-            !find_left_out(key.name, families))
+            !find_left_out(key.name, families) && !names_word(profile.comments, key.name))
             say(profile.file, 0, string(key.name) + " is missing: a flow of this module sends it");
 }
 
@@ -407,7 +546,8 @@ void checker::check_value(const profile_file& profile, const profile_entry& entr
                                      : string()));
         else if (out != nullptr && out->unfilled)
             say(profile.file, entry.line,
-                entry.name + " would send " + key.placeholder + " as it stands: " + out->reason);
+                entry.name + " holds " + key.placeholder +
+                    ", which nothing replaces: " + out->reason);
         else
             uses++;
     }
@@ -422,18 +562,86 @@ void checker::check_value(const profile_file& profile, const profile_entry& entr
 
 } // namespace
 
-std::vector<finding> check_profiles(const std::filesystem::path& folder)
+folder_list profile_folders()
+{
+    folder_list folders = {KELO_PROFILE_DIR};
+    std::error_code fault;
+    if (std::filesystem::exists(KELO_OWN_PROFILE_DIR, fault))
+        folders.insert(folders.begin(), KELO_OWN_PROFILE_DIR);
+    return folders;
+}
+
+std::vector<finding> check_profiles(const folder_list& folders)
 {
     checker all;
-    all.check_folder(folder);
+    for (const auto& folder : folders)
+        all.check_folder(folder, folder != folders.back()); // an owner's own may be
     return all.take();
 }
 
-std::vector<std::string> profile_modules(const std::filesystem::path& folder)
+bool profile_serves(const folder_list& folders, std::string_view model)
 {
     checker all;
-    all.check_folder(folder);
-    return all.modules();
+    for (const auto& folder : folders)
+        all.check_folder(folder, folder != folders.back()); // an owner's own may be
+    return all.serves(model);
+}
+
+bool names_module(std::string_view name)
+{
+    for (const known_module& module : modules)
+        for (const string_view known : names_of(module))
+            if (name == known && module.families != 0)
+                return true;
+    return false;
+}
+
+bool takes_away(std::string_view model)
+{
+    for (const known_module& module : modules)
+        for (const string_view known : names_of(module))
+            if (known.starts_with(model))
+                return true;
+    return false;
+}
+
+bool has_flow(std::string_view model)
+{
+    string whole(model); // as a revision has it, without the hyphen of RM500Q-GL
+    std::erase(whole, '-');
+    for (const known_module& module : modules) {
+        const auto names = names_of(module);
+        for (size_t at = 0; at < names.size() && module.families != 0; at++)
+            if ((model.size() >= family && names[at].starts_with(model)) ||
+                (module.revision_names && (at > 0 || names.size() == 1) &&
+                 whole.starts_with(names[at])))
+                return true;
+    }
+    return false;
+}
+
+string model_fault(string_view model)
+{
+    const auto is_odd = [](char c) {
+        return c < ' ' || c > '~' || string_view("+:\",").find(c) != string_view::npos;
+    };
+    if (model.empty())
+        return "MODEL has no value";
+    if (model.size() < family || model.size() > longest_model)
+        return "MODEL takes " + std::to_string(family) + " to " + std::to_string(longest_model) +
+               " characters";
+    if (std::any_of(model.begin(), model.end(), is_odd) || model.starts_with("AT") ||
+        model.find("OK") != model.npos || model.find("ERROR") != model.npos)
+        return "no answer to AT+CGMM begins with MODEL " + in_quotes(model);
+    if (takes_away(model))
+        return "MODEL " + in_quotes(model) +
+               " would take away a module that is known without a file";
+    return "";
+}
+
+std::vector<std::string> known_file_keys()
+{
+    return {std::begin(file_keys), std::end(file_keys)};
 }
 
 std::vector<std::string> known_keys()
@@ -444,13 +652,22 @@ std::vector<std::string> known_keys()
     return names;
 }
 
-key_facts facts_of(std::string_view module, std::string_view key)
+static key_facts facts(unsigned families, std::string_view key)
 {
-    const unsigned families = families_of(module);
     const auto* const known = find_key(key);
     const auto* const out = find_left_out(key, families);
     return {known->placeholder != nullptr ? known->placeholder : "",
             (known->families & families) != 0, out != nullptr && out->unfilled};
+}
+
+key_facts facts_of(std::string_view module, std::string_view key)
+{
+    return facts(families_of(module), key);
+}
+
+key_facts facts_of_like(std::string_view like, std::string_view key)
+{
+    return facts(families_like(like), key);
 }
 
 } // namespace kelo_host

@@ -28,7 +28,7 @@ constexpr reason_row rows[] = {
     {KELO_REASON_NO_ANSWER,      module,  "the modem says nothing",
      "wait for its boot; else another port with --port, or cut its power (--on-stuck)"},
     {KELO_REASON_UNKNOWN_MODULE, module,  "no flow knows this model and revision",
-     "see docs/profiles.md for the modules that are known"},
+     "write a profile file of it: kelo-host --draft-profile FILE, then docs/profiles.md"},
     {KELO_REASON_PIN_REQUIRED,   sim,     "the SIM wants its PIN",
      "set --pin; with fewer than three tries left --pin-tries, too"},
     {KELO_REASON_PIN_REFUSED,    sim,     "the SIM has refused the PIN",

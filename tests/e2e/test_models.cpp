@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <filesystem>
 
 using namespace kelo_story;
 
@@ -75,6 +76,25 @@ const module_flow rm500q = {"RM500Q", R"(
     AT+QCFG="ims",0 AT+CREG=2 AT+QINDCFG="csq",1 AT+QNWINFO AT+CREG? AT+COPS=3,0 AT+COPS?
     AT+CSQ AT+QENG="servingcell")"};
 
+// Of modules that an example of a profile file brings.
+const module_flow rm520n = {"RM520N-GL", rm500q.commands};
+const module_flow sim7600 = {"SIM7600", R"(
+    begin AT+CPIN? AT+CIMI AT+CICCID calls t:AT+CSCA="+491710760000" AT+CGREG? AT+COPS=3,0 AT+COPS?
+    AT+CSQ)"};
+
+// The owner's folder with the example for this module, where there is one.
+struct own_profile {
+    explicit own_profile(const std::string& name)
+    {
+        const std::filesystem::path example = KELO_PROFILE_EXAMPLES "/" + name + ".conf";
+        if (!std::filesystem::exists(example))
+            return;
+        std::filesystem::create_directories("/etc/kelo/profiles");
+        std::filesystem::copy(example, "/etc/kelo/profiles");
+    }
+    ~own_profile() { std::filesystem::remove_all("/etc/kelo"); }
+};
+
 line_list lines_of(const module_flow& flow, bool first, bool tuned)
 {
     constexpr const char* begin =
@@ -139,6 +159,10 @@ const module_case modules[] = {
     {"V101B7",       v101b7, -1, {}, "CHINA MOBILE,,,; 5A1C,7C4B10D,7; ,,; 0; " NO_CELL},
     {"RM500Q",       rm500q, -1, {},
      "Telekom.de,26201,FDD LTE,LTE BAND 3; 5A1C,7C4B10D,7; ,,; 0; 0,3,262,1,407,1300,-99,-12,11,5"},
+    {"SIM7600_tuned", sim7600, 4, {}, "Telekom.de,,,; 5A1C,7C4B10D,7; ,,; 0; " NO_CELL},
+    {"RM520N_NSA_tuned", rm520n, 7, {{"cell", "NR5G-NSA"}, {"mode_pref", "LTE"}},
+     "Telekom.de,26201,5G NR,NR5G BAND 78; 5A1C,7C4B10D,13; ,,; 9; "
+     "1,9,262,1,920,1350,-96,-10,18,5"},
     {"RM500Q_NSA_tuned", rm500q, 7, {{"cell", "NR5G-NSA"}, {"mode_pref", "LTE"}},
      "Telekom.de,26201,5G NR,NR5G BAND 78; 5A1C,7C4B10D,13; ,,; 9; "
      "1,9,262,1,920,1350,-96,-10,18,5"},
@@ -175,6 +199,7 @@ TEST_P(Models, FromPowerOnToReadyTwice)
     const bool tuned = module.scan_code >= 0;
     const bool is_low_power = module.flow.commands == low_power.commands;
     libgsm_set_low_power(is_low_power);
+    const own_profile own(module.flow.name);
     plug(module.flow.name, module.variables);
     if (tuned) {
         ASSERT_EQ(cellular_gsm_init(is_low_power), 0); // the record of the settings

@@ -59,7 +59,7 @@ TEST(Device, SaysWhatIsWrong)
     top = folder;
     device_paths paths;
     paths.dev = top / "dev", paths.proc = top / "proc";
-    paths.profiles = top / "profiles", paths.config = top / "config";
+    paths.profiles = {top / "profiles"}, paths.config = top / "config";
     paths.path = (top / "none").string() + ":" + (top / "bin").string();
     // clang-format off
     const struct { void (*change)(); const char *named, *gone; } rows[] = { // what is wrong then, and what is not

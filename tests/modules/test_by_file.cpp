@@ -1,19 +1,22 @@
 // SPDX-License-Identifier: MIT
 // Modules that a profile file brings by itself: which pairs of MODEL and LIKE count, and what a
 // module of theirs is asked.
+#include "host/look/check_profiles.h"
 #include "tests/testing.h"
 
 namespace
 {
 
 struct ByFile : testing::Test {
-    ByFile() { std::filesystem::create_directory(folder.path); }
     // Files in this order of reading, each with these lines.
     void read(const std::vector<std::string>& files)
     {
         list_init(&cfg_file_list);
+        std::filesystem::remove_all(folder.path);
+        std::filesystem::create_directory(folder.path);
+        int count = 0;
         for (const std::string& text : files) {
-            const std::string name = std::to_string(count++);
+            const std::string name = std::to_string(count++) + ".conf";
             std::ofstream(std::string(folder.path) + "/" + name) << text;
             EXPECT_EQ(cfg_file_add(folder.path, name.c_str()), 0);
             EXPECT_EQ(parse_cfg_file(list_entry(cfg_file_list.prev, cfg_file, node)), 0);
@@ -28,7 +31,6 @@ struct ByFile : testing::Test {
         return list_entry(node, cfg_file, node);
     }
     const scratch folder{"/tmp/profiles"};
-    int count = 0;
 };
 
 } // namespace
@@ -65,6 +67,10 @@ TEST_F(ByFile, PairsThatAreNotRightAreSaidAndCostNothingElse)
         EXPECT_EQ(out.text().empty(), *fault == '\0') << out.text();
         EXPECT_TRUE(out.has(fault)) << text << out.text();
         EXPECT_EQ(cfg_file_find("X123"), file(0));
+        bool refused = false; // by kelo-host's check of the file
+        for (const auto& one : kelo_host::check_profiles({folder.path}))
+            refused |= one.text.find("the file brings no module of its own") != one.text.npos;
+        EXPECT_EQ(refused, *fault != '\0') << text;
         EXPECT_STREQ(list_entry(file(0)->items.prev, cfg_item, node)->value, "AT+A");
     }
 }
@@ -76,8 +82,9 @@ TEST_F(ByFile, ANameOfTheLibraryWinsThenTheLongestThenTheFirst)
     read({"MODEL => LE910C1\nLIKE => LE910\n", "MODEL => SIMCOM\nLIKE => UC20\n",
           "MODEL => SIMCOM_SIM7600\nLIKE => RM500Q\n", "MODEL => SIMCOM\nLIKE => EC25\n",
           "MODEL => EC25-X\nLIKE => UC20\n"});
-    EXPECT_TRUE(out.has("profiles/3: MODEL 'SIMCOM' is passed over: another file has the same and "
-                        "comes first, /tmp/profiles/1"));
+    EXPECT_TRUE(
+        out.has("profiles/3.conf: MODEL 'SIMCOM' is passed over: another file has the same and "
+                "comes first, /tmp/profiles/1.conf"));
     constexpr int none = -1;
     const std::tuple<const char*, const char*, int, const char*> rows[] = {
         {"LE910C1-EU", "25.30.005", 0, "LE910"},

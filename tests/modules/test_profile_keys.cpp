@@ -101,18 +101,61 @@ TEST(ProfileKeys, TheCheckKnowsWhatTheFlowsReachAndWhatNothingFills)
         }
 }
 
+// Catches: a check that takes a model for one with a flow which has none, or lets a MODEL or LIKE
+// pass that the library refuses.
+TEST(ProfileKeys, TheCheckKnowsWhichNamesHaveAFlow)
+{
+    const auto has_steps = [](const string& model, const string& revision) {
+        return !module_steps(model.c_str(), revision.c_str(), FLOW_START).empty();
+    };
+    for (std::size_t i = 0; const char* key = module_key(i); i++) {
+        EXPECT_EQ(kelo_host::names_module(key), module_is_listed(key)) << key;
+        for (std::size_t length = 1; length <= std::strlen(key) + 1; length++) {
+            const string model = (key + string("-")).substr(0, length);
+            EXPECT_EQ(kelo_host::takes_away(model), module_named_with(model.c_str()) != nullptr)
+                << model;
+            if (length >= 4 && length <= std::strlen(key) && has_steps(model, "-")) {
+                EXPECT_TRUE(kelo_host::has_flow(model)) << model;
+            }
+        }
+    }
+    // A model, its revision as the module has it.
+    for (const auto& [model, revision] : {std::pair("EC25-E", "EC25EFAR06A08M4G"),
+                                          {"EC200T", "EC200TEUHAR05A01M16"},
+                                          {"EC20F", "EC20CEFAGR06A10M4G"},
+                                          {"LE910C1-EU", "25.30.005"},
+                                          {"LE910", "17.00.523"},
+                                          {"RM500U-CN", "RM500UCNAAR03A13M2G"},
+                                          {"RM500Q-GL", "RM500QGLABR11A06M4G"},
+                                          {"EP06-E", "EP06ELAR04A04M4G"},
+                                          {"RM520N-GL", "RM520NGLAAR03A03M4G"},
+                                          {"EC20", "-"},
+                                          {"Quectel_M35", "M35FAR01A01"},
+                                          {"MH5000-31", "10.1.2.5"},
+                                          {"EC21KL", "-"}})
+        EXPECT_EQ(kelo_host::has_flow(model), has_steps(model, revision)) << model;
+    for (const char* like : {"EC25", "EC25V", "RM500Q", "UC20", "MH5000"})
+        for (const at_info& row : private_rows)
+            EXPECT_EQ(kelo_host::facts_of_like(like, row.name).reached,
+                      reached(like, like).contains(row.name))
+                << like << " " << row.name;
+}
+
 // Its table has a column for modules that walk alike, and in it a letter for each flow with the
 // key.
 TEST(ProfileKeys, TheGuideTellsWhatTheFlowsReach)
 {
     std::ifstream guide(KELO_PROFILE_GUIDE);
-    names named, told, sent;
+    names named, told, sent, file_keys;
     std::vector<string> header;
     for (string line; std::getline(guide, line);) {
         std::vector<string> keys = split(line, " |,.;`=");
         std::erase_if(keys, [](const string& word) { return !word.starts_with("AT_"); });
         const std::vector<string> cells = split(line, "|");
         named.insert(keys.begin(), keys.end());
+        for (const string& key : kelo_host::known_file_keys())
+            if (line.starts_with("| " + key + " |"))
+                file_keys.insert(key);
         if (line.starts_with("| Key | EC20"))
             header = cells;
         if (!line.starts_with("| AT_") || cells.size() != header.size())
@@ -131,6 +174,9 @@ TEST(ProfileKeys, TheGuideTellsWhatTheFlowsReach)
             }
     }
     EXPECT_EQ(named, catalogue_keys());
+    EXPECT_EQ(file_keys, (names{module_key_name, model_key_name, like_key_name}));
+    const auto known = kelo_host::known_file_keys();
+    EXPECT_EQ(names(known.begin(), known.end()), file_keys);
     for (std::size_t i = 0; const char* module = module_key(i); i++)
         sent.merge(reached(module, "-"));
     EXPECT_EQ(told, sent);
