@@ -39,6 +39,8 @@ if(IS_DIRECTORY ${CMAKE_CURRENT_SOURCE_DIR}/profiles)
       file(INSTALL DESTINATION \"\${dir}\" TYPE FILE FILES \${profiles})
     endif()" COMPONENT runtime)
 endif()
+# To be copied to the owner's folder, which is not ours to write to.
+install(DIRECTORY examples/profiles DESTINATION ${CMAKE_INSTALL_DATADIR}/kelo COMPONENT runtime)
 foreach(program kelo-host kelo-ctl kelo-emulator)
   if(TARGET ${program})
     install(TARGETS ${program} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
