@@ -7,6 +7,9 @@ if(TARGET kelo)
   install(TARGETS kelo EXPORT keloTargets
     LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime NAMELINK_COMPONENT development
     INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+  if(TARGET kelo_static)
+    install(TARGETS kelo_static EXPORT keloTargets ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT development)
+  endif()
   install(EXPORT keloTargets NAMESPACE kelo:: DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/kelo COMPONENT development)
   configure_package_config_file(packaging/keloConfig.cmake.in keloConfig.cmake
     INSTALL_DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/kelo)

@@ -2,7 +2,11 @@
 # Tests run in a root of their own (scripts/device-root), and each case in a process of its own, so that each starts
 # with the library as just loaded and no case sees what another left behind.
 
-find_package(GTest REQUIRED)
+if(KELO_GTEST_SOURCE)
+  add_subdirectory(${KELO_GTEST_SOURCE} googletest EXCLUDE_FROM_ALL)
+else()
+  find_package(GTest REQUIRED)
+endif()
 include(GoogleTest)
 
 set(KELO_DEVICE_ROOT ${PROJECT_SOURCE_DIR}/scripts/device-root)
@@ -40,7 +44,7 @@ function(kelo_add_test target)
     set(arg_TIMEOUT 60)
   endif()
   kelo_test_launcher(launcher "${arg_NEED}" "${arg_PATH}")
-  set_target_properties(${target} PROPERTIES CROSSCOMPILING_EMULATOR "${launcher}")
+  set_target_properties(${target} PROPERTIES CROSSCOMPILING_EMULATOR "${launcher};${CMAKE_CROSSCOMPILING_EMULATOR}")
   gtest_discover_tests(${target}
     DISCOVERY_MODE PRE_TEST
     DISCOVERY_TIMEOUT 60

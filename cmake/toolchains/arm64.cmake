@@ -1,11 +1,7 @@
 # SPDX-License-Identifier: MIT
 # Debian's cross compiler: apt-get install g++-aarch64-linux-gnu
-set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_SYSTEM_PROCESSOR aarch64)
-set(CMAKE_C_COMPILER aarch64-linux-gnu-gcc)
-set(CMAKE_CXX_COMPILER aarch64-linux-gnu-g++)
-set(CMAKE_FIND_ROOT_PATH /usr/aarch64-linux-gnu)
-set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
-set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
-set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
-set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
+set(kelo_port arm64)
+set(kelo_triplet aarch64-linux-gnu)
+set(kelo_qemu qemu-aarch64-static)
+include(${CMAKE_CURRENT_LIST_DIR}/debian.cmake)

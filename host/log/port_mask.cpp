@@ -29,7 +29,7 @@ bool is_hex(char c)
 
 bool is_blank(char c)
 {
-    return c >= '\0' && c <= ' ';
+    return static_cast<unsigned char>(c) <= ' ';
 }
 
 bool is_word(char c)

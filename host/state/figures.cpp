@@ -95,7 +95,7 @@ json_value read_figures(const message_counts& counts, long seconds)
         {"longest_outage_s", figures.longest_outage_s},
         {"registered_at", figures.registered_at == 0
                               ? json_value(nullptr)
-                              : json_value(time_text({figures.registered_at, 0}))},
+                              : json_value(time_text({static_cast<time_t>(figures.registered_at), 0}))},
         {"pin_tries", figures.pin_tries < 0 ? json_value(nullptr) : json_value(figures.pin_tries)},
         {"next_action", action_of(figures)},
         {"messages", json_of(counts)}};

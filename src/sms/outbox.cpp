@@ -6,6 +6,7 @@
 #include "support/owned.h"
 #include "support/text.h"
 
+#include <algorithm>
 #include <cstdlib>
 
 namespace kelo
@@ -69,7 +70,7 @@ sms_part* sms_part_create(int mode, const char* tag, const char* number, int len
     text_pointer body_copy = text_room(body.size());
     if (tag_copy == nullptr || number_copy == nullptr || body_copy == nullptr)
         return nullptr;
-    body.copy(body_copy.get(), body.size());
+    std::copy(body.begin(), body.end(), body_copy.get());
     auto* const part = static_cast<sms_part*>(memory_for(sizeof(sms_part)));
     if (part == nullptr)
         return nullptr;

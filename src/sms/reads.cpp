@@ -8,6 +8,8 @@
 #include "core/family.h"
 #include "support/text.h"
 
+#include <algorithm>
+
 namespace kelo
 {
 
@@ -25,7 +27,7 @@ void hear_line(std::string_view line)
 {
     line = storage::trimmed(line);
     char text[sizeof begun.items + 1];
-    text[line.copy(text, sizeof text - 1)] = '\0';
+    *std::copy_n(line.data(), std::min(line.size(), sizeof text - 1), text) = '\0';
     if (line.empty() || is_foreign(text))
         return;
     sms_watch_answer(text);

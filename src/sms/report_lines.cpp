@@ -137,7 +137,7 @@ std::size_t report_lines::clean(char* piece, std::size_t size) const
 {
     char* const end = piece + size;
     const bool of_text = announced || length == body_at || (in_line && is_report) ||
-                         std::any_of(piece, end, [](char c) { return c > '\r' || c < '\0'; });
+                         std::any_of(piece, end, [](unsigned char c) { return c > '\r'; });
     if (now == part::text && of_text)
         std::replace(piece, end, '\0', '@');
     return static_cast<std::size_t>(std::remove(piece, end, '\0') - piece);

@@ -1,0 +1,40 @@
+# SPDX-License-Identifier: MIT
+# What a program or library on a device is hardened with, as far as this compiler takes it. tests/packaging/hardening
+# looks at the built files. A sanitizer's build goes without: it brings checks of its own.
+if(NOT KELO_HARDEN OR KELO_SANITIZE)
+  function(kelo_position_independent)
+  endfunction()
+  return()
+endif()
+include(CheckCXXCompilerFlag)
+include(CheckCXXSourceCompiles)
+include(CheckPIESupported)
+check_pie_supported()
+
+# What is installed is position independent; the tests share a precompiled header, which is made one way or the other.
+function(kelo_position_independent)
+  foreach(target kelo_host_objects kelo_emulator_lib kelo-host kelo-ctl kelo-emulator minimal)
+    if(TARGET ${target})
+      set_target_properties(${target} PROPERTIES POSITION_INDEPENDENT_CODE ON)
+    endif()
+  endforeach()
+endfunction()
+
+set(CMAKE_REQUIRED_FLAGS "-O2 -Werror -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=3")
+check_cxx_source_compiles("#include <cstdlib>\nint main() {}" KELO_HAS_FORTIFY_3) # an older libc warns of 3
+unset(CMAKE_REQUIRED_FLAGS)
+if(KELO_HAS_FORTIFY_3)
+  set(fortify 3)
+else()
+  set(fortify 2)
+endif()
+set(flags -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=${fortify})
+foreach(flag -fstack-protector-strong -fcf-protection -mbranch-protection=standard)
+  string(MAKE_C_IDENTIFIER "KELO_HAS${flag}" has)
+  check_cxx_compiler_flag(${flag} ${has})
+  if(${has})
+    list(APPEND flags ${flag})
+  endif()
+endforeach()
+add_compile_options("$<$<NOT:$<CONFIG:Debug>>:${flags}>")
+add_link_options(LINKER:-z,relro LINKER:-z,now LINKER:-z,noexecstack)
