@@ -108,7 +108,8 @@ void loop::watch(int fd, std::function<bool()> ready)
 
 void loop::wait(std::chrono::milliseconds most)
 {
-    const timeval end = {static_cast<time_t>(most.count() / 1000), static_cast<suseconds_t>(most.count() % 1000 * 1000)};
+    const timeval end = {static_cast<time_t>(most.count() / 1000),
+                         static_cast<suseconds_t>(most.count() % 1000 * 1000)};
     event_add(end_.get(), &end);
     event_base_loop(base(), 0);
 }

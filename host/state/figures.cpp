@@ -93,9 +93,10 @@ json_value read_figures(const message_counts& counts, long seconds)
         {"offline_s", figures.offline_s},
         {"last_outage_s", figures.last_outage_s},
         {"longest_outage_s", figures.longest_outage_s},
-        {"registered_at", figures.registered_at == 0
-                              ? json_value(nullptr)
-                              : json_value(time_text({static_cast<time_t>(figures.registered_at), 0}))},
+        {"registered_at",
+         figures.registered_at == 0
+             ? json_value(nullptr)
+             : json_value(time_text({static_cast<time_t>(figures.registered_at), 0}))},
         {"pin_tries", figures.pin_tries < 0 ? json_value(nullptr) : json_value(figures.pin_tries)},
         {"next_action", action_of(figures)},
         {"messages", json_of(counts)}};
