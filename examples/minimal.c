@@ -61,7 +61,7 @@ int main(int argc, char** argv)
     sigaction(SIGTERM, &action, NULL);
     setvbuf(stdout, NULL, _IOLBF, 0);
 
-    is_quectel = 0; /* module family: 0 suits most, see docs/integration.md */
+    is_quectel = KELO_FAMILY_PLAIN; /* suits most modules, see docs/integration.md */
     if (argc > 1 && strlen(argv[1]) < sizeof settings.apn) {
         strcpy(settings.apn, argv[1]);
         needSetApn = 1; /* the modem gets it, too, not the dialer alone */

@@ -13,7 +13,6 @@
 #include <filesystem>
 #include <poll.h>
 #include <spawn.h>
-#include <sys/eventfd.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -491,13 +490,6 @@ int host::run()
     }
     if (options_.commands)
         input_.open(loop_, STDIN_FILENO);
-    // What is new is looked at without waiting for the next pass.
-    if (const int news = kelo_event_fd(); news >= 0)
-        loop_.watch(news, [news] {
-            eventfd_t times = 0;
-            eventfd_read(news, &times);
-            return true;
-        });
     say_what_device_lacks();
     start();
     while (!is_over(clock::now())) {

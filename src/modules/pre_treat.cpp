@@ -180,7 +180,7 @@ int apn_pre_treat(gsm_mobile* rec, at_info* at)
             format_value(value, "\"%s\"", rec->apn);
             break;
         case apn_form::name_with_protocol:
-            if (protocol >= 0 && protocol <= 2)
+            if (protocol >= KELO_NET_PROTO_IP && protocol <= KELO_NET_PROTO_IPV4V6)
                 format_value(value, "\"%s\",\"%s\"", protocols[protocol], rec->apn);
             break;
         case apn_form::context:

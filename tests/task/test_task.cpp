@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "tests/testing.h"
 
+#include <kelo/event.h>
+#include <sys/eventfd.h>
+
 // Commands go out at most one per half second; a stepped clock must neither stop nor spin the task.
 TEST(Task, Pace)
 {
@@ -43,6 +46,21 @@ TEST_F(TaskPass, LeavesThePortOfOneFamilyAlone)
     is_quectel = 7;
     EXPECT_TRUE(task_pass(&g_mobile, state));
     EXPECT_EQ(port.heard(), "");
+}
+
+// Catches: a host that sleeps while the record has changed, or that a silent modem wakes.
+TEST_F(TaskPass, WakesTheHostBehindWhatTheModemSays)
+{
+    const auto woken = [fd = kelo_event_fd()] {
+        eventfd_t times = 0;
+        return eventfd_read(fd, &times) == 0;
+    };
+    EXPECT_TRUE(woken());
+    pass("\r\n+CSQ: 17,99\r\n");
+    EXPECT_TRUE(woken());
+    EXPECT_EQ(g_mobile.rssi, 17);
+    pass("");
+    EXPECT_FALSE(woken());
 }
 
 // In low power mode a modem gets its first command once it has started, or has had its time.
