@@ -193,7 +193,9 @@ set(CPACK_DEBIAN_PACKAGE_SOURCE kelo)
 find_program(KELO_SHLIBDEPS dpkg-shlibdeps)
 find_program(KELO_FILE file)
 mark_as_advanced(KELO_SHLIBDEPS KELO_FILE)
-if(KELO_SHLIBDEPS AND KELO_FILE)
+if(CMAKE_CROSSCOMPILING) # it would look among this machine's libraries; ours needs that one alone
+  set(CPACK_DEBIAN_RUNTIME_PACKAGE_DEPENDS libc6)
+elseif(KELO_SHLIBDEPS AND KELO_FILE)
   set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
   set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${CMAKE_BINARY_DIR})
 endif()
@@ -209,7 +211,9 @@ Owns a GSM, UMTS, LTE or 5G modem on an embedded Linux device: finds its
 port, learns its model, brings it and its data link up, and keeps a record of
 registration, signal, SIM and messages up to date on threads of its own.")
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
-set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ${CPACK_DEBIAN_PACKAGE_SHLIBDEPS})
+if(KELO_FILE)
+  set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
+endif()
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY ">=")
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_RECOMMENDS "iproute2, iputils-ping | busybox, net-tools | busybox, psmisc | busybox")
 set(CPACK_DEBIAN_DEVELOPMENT_DESCRIPTION "owner of one USB cellular modem - development files
