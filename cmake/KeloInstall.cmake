@@ -121,7 +121,7 @@ endif()
 # To be copied to the owner's folder, which is not ours to write to.
 install(DIRECTORY examples/profiles DESTINATION ${CMAKE_INSTALL_DATADIR}/kelo COMPONENT runtime)
 set(kelo_packaging ${CMAKE_CURRENT_SOURCE_DIR}/packaging)
-kelo_install_at(runtime /etc/kelo/profiles SYSTEM ${kelo_packaging}/etc/profiles-README.txt RENAME README.txt)
+kelo_install_at(runtime ${KELO_OWN_PROFILE_DIR} SYSTEM ${kelo_packaging}/etc/profiles-README.txt RENAME README.txt)
 
 # ---- The programs
 foreach(program kelo-host kelo-ctl kelo-emulator)
@@ -166,7 +166,7 @@ while(packages)
   endif()
   foreach(control conffiles postinst prerm postrm triggers)
     if(EXISTS ${kelo_packaging}/debian/${package}.${control})
-      configure_file(packaging/debian/${package}.${control} ${kelo_made}/${package}/${control} COPYONLY)
+      configure_file(packaging/debian/${package}.${control} ${kelo_made}/${package}/${control} @ONLY)
       list(APPEND CPACK_DEBIAN_${name}_PACKAGE_CONTROL_EXTRA ${kelo_made}/${package}/${control})
     endif()
   endforeach()
