@@ -6,6 +6,7 @@
 
 #include <CLI/CLI.hpp>
 #include <csignal>
+#include <kelo/version.h>
 #include <sys/signalfd.h>
 #include <unistd.h>
 
@@ -27,6 +28,7 @@ struct tool_options {
 
 void add_options(CLI::App& app, tool_options& options)
 {
+    app.set_version_flag("--version", "kelo-emulator " KELO_VERSION);
     app.add_option("--model", options.modem.model, "Name of a dialogue file");
     app.add_option("--port", options.modem.port, "Path at which the port appears")
         ->default_val("/dev/ttyUSB2");

@@ -109,6 +109,15 @@ void host::say_what_device_lacks()
             display_.say(line_of(one));
 }
 
+void host::hold_refused_pin_back()
+{
+    if (settings_.pin[0] == '\0' || !refused_pin_.stands(options_.files))
+        return;
+    settings_.pin[0] = '\0';
+    display_.say("the SIM has refused the PIN before this start: it is not sent again until a file "
+                 "that it may come from is written, or the service is stopped and started");
+}
+
 // Somebody who follows may be turning the antenna. The half minute behind him keeps one who comes
 // and goes from setting the pace.
 int host::between_questions(clock::time_point now)
@@ -337,6 +346,9 @@ void host::pass(clock::time_point now)
         display_.say(printable(fault));
     show_status(read(now));
     history_.add(status_, now);
+    if (kelo_get_reason() == KELO_REASON_PIN_REFUSED)
+        refused_pin_.note();
+    manager_.pass(now, line_of(kelo_get_reason()));
     metrics_file_.pass(now, [this] { return metrics(metrics_format::text); });
     reached_ = goal_ != nullptr && goal_->holds();
 }
@@ -491,12 +503,14 @@ int host::run()
     if (options_.commands)
         input_.open(loop_, STDIN_FILENO);
     say_what_device_lacks();
+    hold_refused_pin_back();
     start();
     while (!is_over(clock::now())) {
         pass(clock::now());
         loop_.wait(between_passes);
     }
 
+    manager_.stopping();
     control_.close("the host ends");
     reached_ = reached_ || (goal_ != nullptr && goal_->holds());
     // The last state of the running modem: the stop itself clears the status word.

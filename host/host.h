@@ -12,6 +12,7 @@
 #include "host/serve/control.h"
 #include "host/serve/http.h"
 #include "host/serve/metrics_file.h"
+#include "host/serve/service_manager.h"
 #include "host/services.h"
 #include "host/state/feed.h"
 #include "host/state/figures.h"
@@ -19,6 +20,7 @@
 #include "host/state/history.h"
 #include "host/state/news.h"
 #include "host/state/reasons.h"
+#include "host/state/refused_pin.h"
 
 #include <kelo/kelo.h>
 
@@ -47,6 +49,7 @@ class host
   private:
     void start();
     void say_what_device_lacks();
+    void hold_refused_pin_back();
     void tell_module();
     int between_questions(clock::time_point now);
     int exit_status(bool told_model, kelo_reason reason, const std::string& why, long waited_s);
@@ -81,6 +84,8 @@ class host
 
     const host_options& options_;
     cellular_setting settings_;
+    service_manager manager_;
+    refused_pin refused_pin_;
     loop loop_;
     signals signals_;
     input_lines input_;

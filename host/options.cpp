@@ -2,16 +2,20 @@
 #include "host/options.h"
 
 #include "host/input/commands.h"
+#include "host/input/config_file.h"
 #include "host/input/settings_file.h"
 #include "host/serve/control_path.h"
 
 #include <CLI/CLI.hpp>
 #include <kelo/keeper.h>
 #include <kelo/log.h>
+#include <kelo/version.h>
 
 #include <algorithm>
 #include <cstring>
 #include <map>
+#include <memory>
+#include <set>
 #include <vector>
 
 namespace kelo_host
@@ -159,6 +163,16 @@ std::optional<int> parse_options(int argc, const char* const* argv, host_options
         "port, 11 of the module, 12 "
         "of the SIM, 13 of the network, 14 of the link.");
     app.get_formatter()->column_width(30);
+    app.set_version_flag("--version", std::string("kelo-host " KELO_VERSION " (libkelo ") +
+                                          kelo_version() + ")");
+    auto* const config = app.set_config(
+        "--config", "",
+        "File of options, \"name = value\" a line, by their names here; may come again, "
+        "the last one counts, and the command line ahead of all");
+    config->take_all()->allow_extra_args(false);
+    const auto files = std::make_shared<config_file>(
+        app, std::set<std::string>{"pin", "password", "mqtt-password"});
+    app.config_formatter(files);
 
     app.add_option("--seconds", options.seconds,
                    "Stop after so many seconds (default: on a signal)")
@@ -184,10 +198,12 @@ std::optional<int> parse_options(int argc, const char* const* argv, host_options
     add_settings(app, options);
     auto* sms =
         app.add_option("--sms", options.sms_number, "Send a message of any length to NUMBER")
-            ->type_name("NUMBER TEXT");
+            ->type_name("NUMBER TEXT")
+            ->configurable(false);
     // On its own: as a second value of --sms a text in [] would be read as a list.
     app.add_option("TEXT", options.sms_text, "Text of --sms (behind -- if it begins with -)")
-        ->needs(sms);
+        ->needs(sms)
+        ->configurable(false);
     app.add_option("--sms-validity", options.sms_validity,
                    "Minutes for which the network tries to deliver messages of --sms and of the "
                    "command sms (default: as long as it keeps them)")
@@ -256,15 +272,17 @@ std::optional<int> parse_options(int argc, const char* const* argv, host_options
                        "Check folders of modem profile files, in the order in which they are read "
                        "(default: the device's), and do nothing else")
             ->type_name("[DIR]...")
-            ->expected(0, 2);
+            ->expected(0, 2)
+            ->configurable(false);
     auto* draft = app.add_option("--draft-profile", options.draft_file,
                                  "Ask the modem what it knows, write a first profile file of it "
                                  "(default: to standard output), and do nothing else")
                       ->type_name("[FILE]")
-                      ->expected(0, 1);
-
+                      ->expected(0, 1)
+                      ->configurable(false);
     app.add_flag("--check-device", options.check_device,
-                 "Look for what this device lacks, and do nothing else");
+                 "Look for what this device lacks, and do nothing else")
+        ->configurable(false);
     for (const char* name : {"--sms", "--gps"}) // they have an end of their own
         until->excludes(app.get_option(name));
 
@@ -276,6 +294,10 @@ std::optional<int> parse_options(int argc, const char* const* argv, host_options
         options.check_profiles = check->count() != 0;
         options.draft_profile = draft->count() != 0;
         std::erase(options.check_folders, ""); // what the bare option leaves
+        if (config->count() != 0)
+            options.files = config->as<std::vector<std::string>>();
+        if (!options.settings_file.empty())
+            options.files.push_back(options.settings_file);
         options.dialogue |= options.log_level == KELO_LOG_DEBUG;
         if (options.second_ping_target.size() >= sizeof kelo_keeper::second_ping_target ||
             options.second_ping_target.starts_with('-'))
@@ -288,7 +310,10 @@ std::optional<int> parse_options(int argc, const char* const* argv, host_options
                 throw CLI::ValidationError("--sms", fault);
         }
     } catch (const CLI::ParseError& error) {
-        return app.exit(error) == 0 ? 0 : exit_usage;
+        if (error.get_exit_code() == 0)
+            return app.exit(error);
+        app.exit(CLI::ConfigError(files->placed(error.what())));
+        return exit_usage;
     }
     return std::nullopt;
 }

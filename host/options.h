@@ -15,8 +15,9 @@ namespace kelo_host
 {
 
 struct host_options {
-    std::optional<int> seconds; // run time; without it until a signal, or until all is done
-    int family = 0;             // is_quectel
+    std::vector<std::string> files; // that options and settings came from
+    std::optional<int> seconds;     // run time; without it until a signal, or until all is done
+    int family = 0;                 // is_quectel
     int low_power = 0;
     int sim = 1;
     cellular_setting settings{}; // of the command line; the file's come on top

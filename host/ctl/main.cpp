@@ -5,6 +5,7 @@
 #include "host/text.h"
 
 #include <CLI/CLI.hpp>
+#include <kelo/version.h>
 #include <nlohmann/json.hpp>
 
 #include <cstdio>
@@ -285,6 +286,7 @@ int main(int argc, char** argv)
     arguments given;
     request wanted;
     app.require_subcommand(1);
+    app.set_version_flag("--version", "kelo-ctl " KELO_VERSION);
     app.add_option("--socket", given.socket,
                    std::string("The control socket of the host (default ") +
                        kelo_host::default_control_path + ")");
