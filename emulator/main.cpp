@@ -6,6 +6,8 @@
 
 #include <CLI/CLI.hpp>
 #include <csignal>
+#include <cstdio>
+#include <exception>
 #include <kelo/version.h>
 #include <sys/signalfd.h>
 #include <unistd.h>
@@ -107,9 +109,7 @@ int carry_out(const tool_options& options, script_run& run, int script)
     return scripted && run.failures ? failed : good;
 }
 
-} // namespace
-
-int main(int argc, char** argv)
+int run(int argc, char** argv)
 {
     CLI::App app{"An AT modem on a pseudo-terminal. Orders are read from standard input, or from a "
                  "script; the order `help` lists them."};
@@ -157,4 +157,16 @@ int main(int argc, char** argv)
     const int status = carry_out(options, run, script);
     modem.stop();
     return status;
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    try {
+        return run(argc, argv);
+    } catch (const std::exception& error) { // out of memory
+        std::fprintf(stderr, "kelo-emulator: %s\n", error.what());
+        return failed;
+    }
 }

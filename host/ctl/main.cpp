@@ -9,6 +9,7 @@
 #include <nlohmann/json.hpp>
 
 #include <cstdio>
+#include <exception>
 #include <iostream>
 #include <iterator>
 
@@ -22,7 +23,7 @@ enum exit_code { done = 0, failed = 1, usage = 2, no_host = 3 };
 
 constexpr int answers_within_s = 30; // what waits for nothing
 
-struct request {
+struct request { // NOLINT(bugprone-exception-escape): to destroy a json_value throws nothing
     json_value fields;
     void (*show)(const json_value& answer) = nullptr;
     bool waits = false; // for the modem, or for good
@@ -276,9 +277,7 @@ int carry_out(const arguments& given, request wanted)
     return wanted.show == nullptr ? follow(host, answer) : done;
 }
 
-} // namespace
-
-int main(int argc, char** argv)
+int run(int argc, char** argv)
 {
     CLI::App app("Asks the kelo-host that runs on this device.", "kelo-ctl");
     app.footer("Exit status: 0 done, 1 refused or failed, 2 bad arguments, 3 no host there, or it "
@@ -300,4 +299,16 @@ int main(int argc, char** argv)
         return app.exit(error) == 0 ? done : usage;
     }
     return carry_out(given, wanted);
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    try {
+        return run(argc, argv);
+    } catch (const std::exception& error) { // out of memory, an answer that makes no sense
+        std::fprintf(stderr, "kelo-ctl: %s\n", error.what());
+        return failed;
+    }
 }

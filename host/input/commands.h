@@ -18,7 +18,7 @@ enum class command_verb { nothing, sim, set, restart, reload, sms, gps, help, qu
                           status, figures, messages, results, watch, at };          // and not
 // clang-format on
 
-struct user_command {
+struct user_command { // NOLINT(bugprone-exception-escape): to destroy a json_value throws nothing
     command_verb verb = command_verb::nothing; // of an empty line or a comment
     int sim = 0;
     std::string number;

@@ -7,6 +7,7 @@
 // end of another command.
 #include "at/at.h"
 #include "support/diag.h"
+#include "support/scan.h"
 #include "support/sleeps.h"
 #include "support/text.h"
 #include "support/wakeup.h"
@@ -119,7 +120,8 @@ int number_behind_colon(const char* line)
     const char* at = std::strchr(line, ':') + 1;
     at += std::strspn(at, " ");
     const std::size_t digits = std::strspn(at, "0123456789");
-    return digits > 0 && digits < 7 && at[digits] == '\0' ? std::atoi(at) : -1;
+    int number = -1;
+    return digits < 7 && at[digits] == '\0' && scan(at, dec(number)) ? number : -1;
 }
 
 // ---- What may go out

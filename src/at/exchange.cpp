@@ -210,7 +210,7 @@ int read_at_result(gsm_mobile* rec, response& result)
             diag_at(plain, __func__, "fatal error!\n");
             return -1;
         }
-        result.text.release();
+        static_cast<void>(result.text.release()); // realloc has let go of it
         result.text.reset(larger);
     }
 }

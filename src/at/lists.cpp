@@ -93,6 +93,7 @@ void at_list_free(at_list* list)
 {
     lock_scope guard(flow_lock);
     while (!list_empty(list)) {
+        // NOLINTNEXTLINE(clang-analyzer-unix.Malloc): list_del unlinked the one before
         at_info* const at = at_of(list->next);
         list_del(&at->node);
         at_info_free(at);

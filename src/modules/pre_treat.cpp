@@ -6,12 +6,12 @@
 
 #include "handlers/sim_guard.h"
 #include "support/diag.h"
+#include "support/scan.h"
 #include "support/text.h"
 #include "support/words.h"
 
 #include <cstdarg>
 #include <cstdio>
-#include <cstdlib>
 #include <utility>
 
 namespace kelo
@@ -165,8 +165,10 @@ int netmode_pre_treat(gsm_mobile* rec, at_info* at)
         else
             format_value(value, "%d", rec->scanmode);
         const bool mapped = modes != nullptr && modes->mapped && *value != '\0';
-        return rec->currscanmode != rec->scanmode &&
-               rec->currscanmode != (mapped ? std::atoi(value) : -1);
+        int number = -1;
+        if (mapped)
+            scan(value, dec(number));
+        return rec->currscanmode != rec->scanmode && rec->currscanmode != number;
     });
 }
 

@@ -17,6 +17,7 @@
 #include "at/answers.h"
 #include "at/at.h"
 #include "support/diag.h"
+#include "support/scan.h"
 #include "support/sleeps.h"
 #include "support/text.h"
 #include "support/waits.h"
@@ -470,7 +471,8 @@ void subscription_stands(const mqtt_config& with)
 // "+QMTCONN: 0,0,4" begins as a success does: the message was acknowledged, with a refusal.
 bool is_refusal(const char* behind_result)
 {
-    return *behind_result == ',' && std::atoi(behind_result + 1) != 0;
+    int code = 0;
+    return scan(behind_result, ",", dec(code)) && code != 0;
 }
 
 // What else is said of client 0 is the end of the attempt, but for a packet that is sent again.

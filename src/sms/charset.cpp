@@ -23,7 +23,8 @@ void sms_charset_upper(char* name)
 int sms_iconv(const char* from, const char* to, char* in, std::size_t n, char* out,
               std::size_t size)
 {
-    const iconv_t descriptor = iconv_open(to, from);
+    iconv_t descriptor = iconv_open(to, from);
+    // NOLINTNEXTLINE(performance-no-int-to-ptr): what POSIX has it give for none
     if (descriptor == reinterpret_cast<iconv_t>(-1)) {
         diag_plain("iconv_open error!");
         return -1;

@@ -148,7 +148,7 @@ whole_pointer compose(const part_row& row, const waiting_part* const* places)
     // A text has a third of the room, mostly.
     void* const less = std::realloc(message.get(), fixed + text.size() + 1);
     if (less != nullptr) {
-        message.release();
+        static_cast<void>(message.release()); // realloc has let go of it
         message.reset(static_cast<whole_message*>(less));
     }
     return message;
@@ -244,6 +244,7 @@ bool part_joiner::make_room(message_list& out)
     const waiting_part* oldest = first;
     while (oldest != nullptr && oldest->place.index >= 0)
         oldest = oldest->next;
+    // NOLINTNEXTLINE(clang-analyzer-core.NonNullParamChecker): it is called while some wait
     return give((oldest != nullptr ? oldest : first)->part, out);
 }
 

@@ -36,6 +36,7 @@ stamp read_stamp(string_view column)
     int quarters = 0;
     int t[6] = {};
     set_field(read.text, column);
+    // NOLINTNEXTLINE(cert-err34-c): two digits each, and how many there are is what counts
     if (std::sscanf(read.text, "%2d/%2d/%2d,%2d:%2d:%2d%c%2d", &t[0], &t[1], &t[2], &t[3], &t[4],
                     &t[5], &sign, &quarters) < 6)
         return read;
