@@ -12,7 +12,7 @@ SRCREV ?= "${AUTOREV}"
 PV = "git${SRCPV}"
 S = "${WORKDIR}/git"
 
-inherit cmake pkgconfig
+inherit cmake pkgconfig systemd
 
 PACKAGECONFIG ??= "host"
 PACKAGECONFIG[host] = "-DKELO_BUILD_HOST=ON,-DKELO_BUILD_HOST=OFF,libevent cli11 nlohmann-json"
@@ -23,8 +23,12 @@ EXTRA_OECMAKE = "-DBUILD_TESTING=OFF -DKELO_BUILD_EXAMPLES=OFF -DCMAKE_BUILD_TYP
 PACKAGES =+ "${PN}-host ${PN}-emulator"
 FILES:${PN} += "/usr/customer/mobile"
 FILES:${PN}-host = "${bindir}/kelo-host ${bindir}/kelo-ctl ${datadir}/kelo/monitoring \
+    ${sysconfdir}/kelo ${nonarch_base_libdir}/systemd ${nonarch_base_libdir}/udev \
     ${datadir}/bash-completion/completions/kelo-host ${datadir}/bash-completion/completions/kelo-ctl"
-FILES:${PN}-emulator = "${bindir}/kelo-emulator ${datadir}/kelo/dialogues \
+CONFFILES:${PN}-host = "${sysconfdir}/kelo/host.conf ${sysconfdir}/kelo/secrets.conf"
+SYSTEMD_PACKAGES = "${@bb.utils.contains('PACKAGECONFIG', 'host', '${PN}-host', '', d)}"
+SYSTEMD_SERVICE:${PN}-host = "kelo-host.service"
+FILES:${PN}-emulator = "${bindir}/kelo-emulator ${bindir}/kelo-device-root ${datadir}/kelo/dialogues \
     ${datadir}/bash-completion/completions/kelo-emulator"
 
 # killall, ifconfig, ping and ip in busybox's form; the USB serial driver of most modems.

@@ -14,7 +14,10 @@ class DataInterface : public Story
   protected:
     DataInterface() { clear(); }
     ~DataInterface() override { clear(); }
-    static void clear() { std::system("killall -q quectel-CM; rm -f /tmp/quectel-CM.*"); }
+    static void clear()
+    {
+        EXPECT_EQ(std::system("killall -q quectel-CM; rm -f /tmp/quectel-CM.*"), 0);
+    }
     static bool is_up() { return std::system("ifconfig | grep -q wwan0") == 0; }
     static std::string log() { return text_of("/tmp/quectel-CM.log"); }
     static void dial() { ASSERT_EQ(std::system("quectel-CM -s internet >/dev/null 2>&1 &"), 0); }
@@ -57,13 +60,13 @@ TEST_F(DataInterface, GoesWithTheServiceAndComesByADialAlone)
         dial_anew();
         EXPECT_SOON(is_up()) << loss;
     }
-    std::system("touch /tmp/quectel-CM.deaf; killall -q quectel-CM");
+    EXPECT_EQ(std::system("touch /tmp/quectel-CM.deaf; killall -q quectel-CM"), 0);
     EXPECT_SOON(log().ends_with("deaf to a signal\n"));
-    std::system("rm /tmp/quectel-CM.deaf; touch /tmp/quectel-CM.refuse");
+    EXPECT_EQ(std::system("rm /tmp/quectel-CM.deaf; touch /tmp/quectel-CM.refuse"), 0);
     EXPECT_TRUE(is_up());
     dial_anew();
     EXPECT_SOON(log().ends_with("refused\n"));
-    std::system("rm /tmp/quectel-CM.refuse");
+    EXPECT_EQ(std::system("rm /tmp/quectel-CM.refuse"), 0);
     dial_anew();
     EXPECT_SOON(is_up());
     order("hang"); // nothing comes down by itself, but there is nobody to dial
