@@ -230,6 +230,8 @@ is not, sends and receives messages, and shows a page and metrics. kelo-ctl
 asks the one that runs. Alerts and a dashboard come along.")
 set(CPACK_DEBIAN_HOST_PACKAGE_SECTION net)
 set(CPACK_DEBIAN_HOST_PACKAGE_DEPENDS "libkelo1 (>= ${PROJECT_VERSION}), init-system-helpers (>= 1.52)")
+# A modem has one owner: see kelo-host.service.
+set(CPACK_DEBIAN_HOST_PACKAGE_CONFLICTS "modemmanager")
 set(CPACK_DEBIAN_HOST_PACKAGE_SUGGESTS "kelo-emulator, bash-completion")
 set(CPACK_DEBIAN_EMULATOR_DESCRIPTION "AT modem on a pseudo-terminal, for hosts and tests
 Registration, cells, calls, messages and every misbehaviour that a modem is

@@ -15,12 +15,12 @@ namespace
 using std::string;
 
 constexpr int most_lines = 10000;
-constexpr const char* blanks = " \t\r";
+constexpr const char* white = " \t\r";
 
 string trimmed(const string& text)
 {
-    const size_t begin = text.find_first_not_of(blanks);
-    return begin == text.npos ? "" : text.substr(begin, text.find_last_not_of(blanks) + 1 - begin);
+    const size_t begin = text.find_first_not_of(white);
+    return begin == text.npos ? "" : text.substr(begin, text.find_last_not_of(white) + 1 - begin);
 }
 
 bool is_quoted(const string& text)
@@ -38,8 +38,8 @@ bool is_switch(const string& text)
 std::vector<string> words_of(const string& text)
 {
     std::vector<string> words;
-    for (size_t begin = 0; (begin = text.find_first_not_of(blanks, begin)) != text.npos;) {
-        const size_t end = text.find_first_of(blanks, begin);
+    for (size_t begin = 0; (begin = text.find_first_not_of(white, begin)) != text.npos;) {
+        const size_t end = text.find_first_of(white, begin);
         words.push_back(text.substr(begin, end - begin));
         begin = std::min(end, text.size());
     }

@@ -5,8 +5,8 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/eventfd.h>
-#include <thread>
 #include <sys/wait.h>
+#include <thread>
 
 using namespace kelo_story;
 
