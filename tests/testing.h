@@ -43,6 +43,17 @@ namespace kelo::test
 // The library as an init leaves it: the exchange has all of its users.
 inline const bool hooked = (exchange_use(task_hooks), true);
 
+// Profile files stay for the life of a process: those of a case's last round are put aside.
+inline void put_profiles_aside()
+{
+    static list_head aside = LIST_HEAD_INIT(aside);
+    while (list_empty(&cfg_file_list) == 0) {
+        list_head* const node = cfg_file_list.next;
+        list_del(node);
+        list_add_tail(node, &aside);
+    }
+}
+
 inline std::string content_of(const std::string& path)
 {
     std::ifstream file(path);

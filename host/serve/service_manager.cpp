@@ -5,6 +5,7 @@
 
 #include <charconv>
 #include <cstddef>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <optional>
@@ -19,7 +20,7 @@ namespace kelo_host
 namespace
 {
 
-constexpr long most_usec = 24L * 3600 * 1000000;
+constexpr std::int64_t most_usec = std::int64_t(24) * 3600 * 1000000;
 
 std::string take_variable(const char* name)
 {
@@ -29,9 +30,9 @@ std::string take_variable(const char* name)
     return text;
 }
 
-std::optional<long> number_in(const std::string& text)
+std::optional<std::int64_t> number_in(const std::string& text)
 {
-    long number = 0;
+    std::int64_t number = 0;
     const auto [end, fault] = std::from_chars(text.data(), text.data() + text.size(), number);
     if (fault != std::errc() || end != text.data() + text.size())
         return std::nullopt;

@@ -114,11 +114,11 @@ TEST_F(Profiles, TheOwnersFolderComesAheadOfTheOther)
     const std::string installed = model_of_ec25();
     EXPECT_NE(installed, "");
     EXPECT_EQ(out.text(), "");
-    list_init(&cfg_file_list);
+    put_profiles_aside();
     std::filesystem::create_directories("/etc/kelo/profiles");
     search_cfg_folders(); // an empty one
     EXPECT_EQ(model_of_ec25(), installed);
-    list_init(&cfg_file_list);
+    put_profiles_aside();
     std::ofstream("/etc/kelo/profiles/any.conf") << "MODULE => EC25\nAT_GSM => own\n";
     search_cfg_folders();
     EXPECT_EQ(model_of_ec25(), "own");

@@ -11,7 +11,7 @@ struct ByFile : testing::Test {
     // Files in this order of reading, each with these lines.
     void read(const std::vector<std::string>& files)
     {
-        list_init(&cfg_file_list);
+        put_profiles_aside();
         std::filesystem::remove_all(folder.path);
         std::filesystem::create_directory(folder.path);
         int count = 0;
