@@ -332,6 +332,9 @@ profile_draft drafter::run()
                 silent_ >= 2 ? "the modem says nothing"
                              : "the modem does not tell its model (AT+CGMM)",
                 silent_ >= 2 ? static_cast<int>(reason_group::module) : 1};
+    if (printable(model) != model)
+        return {"", "the model that the modem tells is no text: " + printable(model.substr(0, 60)),
+                1};
     const string begin = beginning_of(model);
     if (const string fault = model_fault(begin); !fault.empty() && !has_flow(model))
         return {"", "no file can bring the module " + printable(model) + ": " + fault, 1};

@@ -213,6 +213,7 @@ TEST(DraftProfile, IsCleanWhateverTheModemAnswers)
          0,
          "MODULE                  => EC25\n"},
         {"M35", {ok, {}}, 1, ""},
+        {"EC25\x1b[2J => AT", {ok, {}}, 1, ""},
         {"NOKIA1", {ok, {}}, 1, ""},
         {"", {refused, {}}, 1, ""},
         {"", {silent, {}}, 11, ""},
