@@ -196,8 +196,10 @@ set(CPACK_DEBIAN_PACKAGE_SOURCE kelo)
 find_program(KELO_SHLIBDEPS dpkg-shlibdeps)
 find_program(KELO_FILE file)
 mark_as_advanced(KELO_SHLIBDEPS KELO_FILE)
-if(CMAKE_CROSSCOMPILING) # it would look among this machine's libraries; ours needs that one alone
-  set(CPACK_DEBIAN_RUNTIME_PACKAGE_DEPENDS libc6)
+set(kelo_host_needs "libkelo1 (>= ${PROJECT_VERSION}), init-system-helpers (>= 1.52)")
+if(CMAKE_CROSSCOMPILING) # it would look among this machine's libraries: Debian 12's, by their names
+  set(CPACK_DEBIAN_RUNTIME_PACKAGE_DEPENDS "libc6 (>= 2.36)")
+  string(APPEND kelo_host_needs ", libc6 (>= 2.36), libevent-core-2.1-7, libevent-extra-2.1-7")
 elseif(KELO_SHLIBDEPS AND KELO_FILE)
   set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
   set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${CMAKE_BINARY_DIR})
@@ -229,7 +231,7 @@ A service for devices with nobody near: it keeps the modem online, says why it
 is not, sends and receives messages, and shows a page and metrics. kelo-ctl
 asks the one that runs. Alerts and a dashboard come along.")
 set(CPACK_DEBIAN_HOST_PACKAGE_SECTION net)
-set(CPACK_DEBIAN_HOST_PACKAGE_DEPENDS "libkelo1 (>= ${PROJECT_VERSION}), init-system-helpers (>= 1.52)")
+set(CPACK_DEBIAN_HOST_PACKAGE_DEPENDS "${kelo_host_needs}")
 # A modem has one owner: see kelo-host.service.
 set(CPACK_DEBIAN_HOST_PACKAGE_CONFLICTS "modemmanager")
 set(CPACK_DEBIAN_HOST_PACKAGE_SUGGESTS "kelo-emulator, bash-completion")
