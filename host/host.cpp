@@ -346,9 +346,10 @@ void host::pass(clock::time_point now)
         display_.say(printable(fault));
     show_status(read(now));
     history_.add(status_, now);
-    if (kelo_get_reason() == KELO_REASON_PIN_REFUSED)
+    const kelo_reason reason = kelo_get_reason();
+    if (reason == KELO_REASON_PIN_REFUSED)
         refused_pin_.note();
-    manager_.pass(now, line_of(kelo_get_reason()));
+    manager_.pass(now, line_of(reason));
     metrics_file_.pass(now, [this] { return metrics(metrics_format::text); });
     reached_ = goal_ != nullptr && goal_->holds();
 }

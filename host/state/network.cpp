@@ -267,12 +267,18 @@ void ask_for_figures(std::string_view model, int seconds, bool name)
     }
 }
 
+bool is_registered(const gsm_mobile& mobile)
+{
+    return mobile.reg_status == KELO_REGISTRATION_HOME ||
+           mobile.reg_status == KELO_REGISTRATION_ROAMING;
+}
+
 void add_network(json_value& status, const gsm_mobile& mobile)
 {
-    const bool registered = mobile.reg_status == 1 || mobile.reg_status == 5;
+    const bool registered = is_registered(mobile);
     const generation cell_is = generation_of(mobile.qeng_net_stem);
     const bool served = cell_is > generation::other; // else its figures are of a cell before
-    const bool measured = served && mobile.rsrp != -120;
+    const bool measured = served && mobile.rsrp != KELO_RSRP_UNKNOWN;
     const bool detailed = measured && !std::string_view(mobile.model).starts_with("LE910");
     constexpr int unmeasured = -32768; // as the modem has it
     const auto figure = [](bool known, int value) {

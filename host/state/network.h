@@ -16,6 +16,9 @@ namespace kelo_host
 // every so many seconds; `name`: for the operator's name, too.
 void ask_for_figures(std::string_view model, int seconds, bool name);
 
+// In the home network, or roaming.
+bool is_registered(const gsm_mobile& mobile);
+
 // Adds the fields from "operator" to "signal_dbm"; null for what is not known.
 void add_network(json_value& status, const gsm_mobile& mobile);
 

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "host/state/reasons.h"
 
+#include "host/state/network.h"
 #include "host/state/status.h"
 
 #include <kelo/kelo.h>
@@ -62,8 +63,7 @@ constexpr goal goals[] = {
     {"registered",
      [] {
          gsm_mobile mobile{};
-         return kelo_copy_mobile(&mobile) != 0 &&
-                (mobile.reg_status == 1 || mobile.reg_status == 5);
+         return kelo_copy_mobile(&mobile) != 0 && is_registered(mobile);
      }},
 };
 
