@@ -149,7 +149,7 @@ inline std::vector<std::string> lines;
 inline event* note_line(gsm_mobile* rec, char* line)
 {
     lines.push_back(line);
-    lock_scope guard(record_lock);
+    lock_scope<record_lock> guard;
     if (std::strcmp(line, "OK") == 0)
         rec->at_done = 1;
     return text_begins(line, "event ") ? raise_event(std::atoi(line + 6)) : nullptr;
@@ -161,7 +161,7 @@ inline at_info* add_node(at_list& list, int id, int seq, const char* cmd, int ti
 {
     at_info* const at = at_info_create(id, nullptr, cmd, timeout, 0, 0, note_line, seq, pre_treat,
                                        retries, nullptr);
-    lock_scope guard(flow_lock);
+    lock_scope<flow_lock> guard;
     at_list_append(&list, at);
     return at;
 }

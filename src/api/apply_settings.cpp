@@ -51,7 +51,7 @@ const net_mode_row& net_mode_find(int net_mode)
 // The one operator that still serves the 3G mode.
 bool operator_serves_3g()
 {
-    const lock_scope hold(record_lock);
+    const lock_scope<record_lock> hold;
     const gsm_mobile* const rec = modem_record();
     return rec != nullptr && std::strcmp(rec->oper, "CHN-UNICOM") == 0;
 }

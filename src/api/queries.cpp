@@ -32,7 +32,7 @@ const char* text_field(char (gsm_mobile::*field)[size], const char* none)
 
 int number_field(int gsm_mobile::*field, int none)
 {
-    const lock_scope hold(record_lock);
+    const lock_scope<record_lock> hold;
     const gsm_mobile* const rec = modem_record();
     return rec != nullptr ? rec->*field : none;
 }
@@ -45,8 +45,8 @@ struct report_source {
 
 report_source copy_report(cellular_status& report)
 {
-    static constexpr gsm_mobile nothing = {};
-    const lock_scope hold(record_lock);
+    static gsm_mobile nothing; // zeros that take no room in the library
+    const lock_scope<record_lock> hold;
     const gsm_mobile* rec = modem_record();
     if (rec == nullptr)
         rec = &nothing;
@@ -109,7 +109,7 @@ int kelo_get_cellular(struct cellular_status* record)
 
 int libgsm_check_version_code(char* buffer)
 {
-    const lock_scope hold(record_lock);
+    const lock_scope<record_lock> hold;
     gsm_mobile* const rec = modem_record();
     if (buffer == nullptr || rec == nullptr || rec->version_code_new == 0)
         return 0;
@@ -120,7 +120,7 @@ int libgsm_check_version_code(char* buffer)
 
 int libgsm_check_qmbncfg_code(void)
 {
-    lock_scope hold(record_lock);
+    lock_scope<record_lock> hold;
     gsm_mobile* const rec = modem_record();
     if (rec == nullptr || rec->qmbn_code_new == 0)
         return 0;
@@ -226,7 +226,7 @@ int kelo_get_unknown_model(char* buffer, size_t size)
 {
     if (buffer == nullptr || size == 0)
         return 0;
-    const lock_scope hold(record_lock);
+    const lock_scope<record_lock> hold;
     const gsm_mobile* const rec = modem_record();
     const bool known = rec == nullptr || *rec->model != '\0';
     return std::snprintf(buffer, size, "%s", known ? "" : module_unlisted()) > 0;

@@ -59,7 +59,7 @@ inline bool filled(const char* field)
 // An event as the result of a handler that does not hold record_lock.
 inline event* say_event(int code)
 {
-    lock_scope guard(record_lock);
+    lock_scope<record_lock> guard;
     return raise_event(code);
 }
 

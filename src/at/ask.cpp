@@ -40,7 +40,7 @@ struct asked_command {
     bool echoed = false, heard = false, cut = false;
     bool data = false;        // a prompt came, or data,
     bool leaves_data = false; // which is to be left at the next tick
-    int end = 0, error = -1;
+    int end = 0, error = 0;
     char last[sizeof kelo_answer::last] = "";
 };
 
@@ -128,12 +128,18 @@ int number_behind_colon(const char* line)
 
 // Commands that draw a prompt or data, or whose answer is a text of others, which could speak for
 // the modem; but for their test and read forms.
-constexpr string_view unfit[] = {
-    "+CGDATA",    "+CMGC",     "+CMGL",     "+CMGR",      "+CMGS",     "+CMGW",      "+CMUX",
-    "+CNMA",      "+QCMGR",    "+QCMGS",    "+QFDWL",     "+QFREAD",   "+QFTPGET",   "+QFTPPUT",
-    "+QFUPL",     "+QFWRITE",  "+QHTTPGET", "+QHTTPPOST", "+QHTTPPUT", "+QHTTPREAD", "+QHTTPURL",
-    "+QIOPEN",    "+QIRD",     "+QISEND",   "+QISWTMD",   "+QMTPUB",   "+QMTPUBEX",  "+QMTRECV",
-    "+QSMTPBODY", "+QSSLOPEN", "+QSSLRECV", "+QSSLSEND"};
+constexpr char unfit[] =
+    "+CGDATA +CMGC +CMGL +CMGR +CMGS +CMGW +CMUX +CNMA +QCMGR +QCMGS +QFDWL +QFREAD +QFTPGET "
+    "+QFTPPUT +QFUPL +QFWRITE +QHTTPGET +QHTTPPOST +QHTTPPUT +QHTTPREAD +QHTTPURL +QIOPEN +QIRD "
+    "+QISEND +QISWTMD +QMTPUB +QMTPUBEX +QMTRECV +QSMTPBODY +QSSLOPEN +QSSLRECV +QSSLSEND ";
+
+bool is_unfit(string_view name)
+{
+    for (const char* at = unfit; *at != '\0'; at += std::strcspn(at, " ") + 1)
+        if (name == string_view(at, std::strcspn(at, " ")))
+            return true;
+    return false;
+}
 
 // One command of a line, in capitals, without its "AT", blanks and quoted texts.
 bool is_fit(string_view command)
@@ -148,8 +154,7 @@ bool is_fit(string_view command)
     const std::size_t name_end = std::min(command.find_first_of("=?"), command.size());
     const string_view name(command.data(), name_end);
     const string_view rest(command.data() + name_end, command.size() - name_end);
-    return std::find(std::begin(unfit), std::end(unfit), name) == std::end(unfit) || rest == "?" ||
-           rest == "=?";
+    return !is_unfit(name) || rest == "?" || rest == "=?";
 }
 
 int fault_of(const char* command)
@@ -183,14 +188,14 @@ int fault_of(const char* command)
 
 void ask_task_begins()
 {
-    const lock_scope hold(ask_lock);
+    const lock_scope<ask_lock> hold;
     open = true;
     echoes = false;
 }
 
 void ask_task_ends()
 {
-    const lock_scope hold(ask_lock);
+    const lock_scope<ask_lock> hold;
     open = false;
     for (asked_command& one : places)
         if (one.state == asked_command::waiting || one.state == asked_command::running)
@@ -199,7 +204,7 @@ void ask_task_ends()
 
 void ask_look_at_clock(std::int64_t now_ms)
 {
-    const lock_scope hold(ask_lock);
+    const lock_scope<ask_lock> hold;
     for (asked_command& one : places)
         if (one.state == asked_command::waiting && now_ms - one.since_ms >= turn_within_ms)
             end_with(one, KELO_ASK_NOT_SENT);
@@ -207,13 +212,13 @@ void ask_look_at_clock(std::int64_t now_ms)
 
 void ask_over()
 {
-    const lock_scope hold(ask_lock);
+    const lock_scope<ask_lock> hold;
     end_running();
 }
 
 const char* ask_next(int& timeout_s)
 {
-    const lock_scope hold(ask_lock);
+    const lock_scope<ask_lock> hold;
     asked_command* const next = find(asked_command::waiting);
     if (next == nullptr)
         return nullptr;
@@ -224,7 +229,7 @@ const char* ask_next(int& timeout_s)
 
 bool ask_hear(const char* line)
 {
-    const lock_scope hold(ask_lock);
+    const lock_scope<ask_lock> hold;
     echoes |= text_begins(line, "AT+");
     asked_command* const one = find(asked_command::running);
     if (one == nullptr)
@@ -253,7 +258,7 @@ bool ask_hear(const char* line)
 
 void ask_line_is_lost()
 {
-    const lock_scope hold(ask_lock);
+    const lock_scope<ask_lock> hold;
     if (asked_command* const one = find(asked_command::running); one != nullptr)
         one->cut = true;
 }
@@ -263,7 +268,7 @@ void ask_watch_prompt(gsm_mobile* rec, const char* line)
     line += std::strspn(line, "\r");
     if (line[0] != '>' || (line[1] != '\0' && std::strcmp(line, "> ") != 0))
         return;
-    lock_scope hold(ask_lock);
+    lock_scope<ask_lock> hold;
     asked_command* const one = find(asked_command::running);
     if (one == nullptr)
         return;
@@ -274,7 +279,7 @@ void ask_watch_prompt(gsm_mobile* rec, const char* line)
 
 void ask_tick(gsm_mobile* rec)
 {
-    lock_scope hold(ask_lock);
+    lock_scope<ask_lock> hold;
     asked_command* const one = find(asked_command::running);
     if (one == nullptr || !std::exchange(one->leaves_data, false))
         return;
@@ -298,7 +303,7 @@ int kelo_ask(const char* command, unsigned int timeout_s)
     if (text == nullptr || lines == nullptr)
         return KELO_ASK_NO_MEMORY;
     const std::int64_t now_ms = monotonic_ms();
-    const lock_scope hold(ask_lock);
+    const lock_scope<ask_lock> hold;
     if (!open)
         return KELO_ASK_STOPPED;
     asked_command* const one = find(asked_command::unused);
@@ -310,7 +315,8 @@ int kelo_ask(const char* command, unsigned int timeout_s)
             .timeout_s = static_cast<int>(timeout_s == 0 ? KELO_ASK_TIME : timeout_s),
             .since_ms = now_ms,
             .command = text.release(),
-            .lines = lines.release()};
+            .lines = lines.release(),
+            .error = -1};
     return one->number;
 }
 
@@ -318,7 +324,7 @@ int kelo_take_answer(struct kelo_answer* answer, size_t size, char* text, size_t
 {
     if (answer == nullptr || text == nullptr)
         return 0;
-    const lock_scope hold(ask_lock);
+    const lock_scope<ask_lock> hold;
     asked_command* const one = find(asked_command::over);
     if (one == nullptr)
         return 0;

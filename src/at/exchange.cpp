@@ -40,8 +40,8 @@ label label_of(const at_info* at)
 
 label label_of_current(gsm_mobile* rec)
 {
-    lock_scope flow_guard(flow_lock);
-    lock_scope record_guard(record_lock);
+    lock_scope<flow_lock> flow_guard;
+    lock_scope<record_lock> record_guard;
     return label_of(rec->cur_at);
 }
 
@@ -53,7 +53,7 @@ constexpr long port_waits = -3;
 // slips in between.
 long write_once(gsm_mobile* rec, const char* bytes, std::size_t length, bool polite)
 {
-    lock_scope guard(port_lock);
+    lock_scope<port_lock> guard;
     if (rec->fd == -1)
         return port_closed;
     if (polite && word_get(body_due) != 0)
@@ -64,7 +64,7 @@ long write_once(gsm_mobile* rec, const char* bytes, std::size_t length, bool pol
 
 void set_at_done(gsm_mobile* rec)
 {
-    lock_scope guard(record_lock);
+    lock_scope<record_lock> guard;
     rec->at_done = 1;
 }
 
@@ -227,7 +227,7 @@ struct choice {
 
 choice choose_next(gsm_mobile* rec)
 {
-    lock_scope flow_guard(flow_lock);
+    lock_scope<flow_lock> flow_guard;
     choice next;
     next.at = at_list_next(cur_at_list);
     if (next.at == nullptr) {
@@ -236,7 +236,7 @@ choice choose_next(gsm_mobile* rec)
     }
     next.custom = next.at->custom_cmd != nullptr;
     next.custom_cmd = text_duplicate(next.at->custom_cmd);
-    lock_scope record_guard(record_lock);
+    lock_scope<record_lock> record_guard;
     rec->cur_at = next.at;
     return next;
 }
@@ -296,7 +296,7 @@ label label_for_read(const at_info* cur)
 {
     if (!diag_debug_on())
         return {};
-    lock_scope guard(flow_lock);
+    lock_scope<flow_lock> guard;
     return label_of(cur);
 }
 
@@ -408,7 +408,7 @@ read_outcome libgsm_check_event(gsm_mobile* rec, at_info* cur)
     else
         handle_lines(rec, cur, text, outcome);
     if (outcome.raised != nullptr) {
-        lock_scope guard(record_lock);
+        lock_scope<record_lock> guard;
         rec->last_event = outcome.raised->code;
     }
     return outcome;
@@ -421,7 +421,7 @@ void send_pending(gsm_mobile* rec)
 {
     text_pointer pending;
     {
-        lock_scope guard(record_lock);
+        lock_scope<record_lock> guard;
         pending.reset(std::exchange(rec->pending_at, nullptr));
     }
     if (pending != nullptr)
@@ -433,7 +433,7 @@ void send_again(gsm_mobile* rec, at_info* cur)
     bool custom = false;
     text_pointer custom_cmd;
     {
-        lock_scope guard(flow_lock);
+        lock_scope<flow_lock> guard;
         custom = cur->custom_cmd != nullptr;
         custom_cmd = text_duplicate(cur->custom_cmd);
         cur->countdown = cur->timeout;

@@ -91,7 +91,7 @@ void at_list_append(at_list* list, at_info* at)
 
 void at_list_free(at_list* list)
 {
-    lock_scope guard(flow_lock);
+    lock_scope<flow_lock> guard;
     while (!list_empty(list)) {
         // NOLINTNEXTLINE(clang-analyzer-unix.Malloc): list_del unlinked the one before
         at_info* const at = at_of(list->next);
@@ -124,7 +124,7 @@ at_info* at_list_next(at_list* list)
 
 void at_flow_skip_rest()
 {
-    lock_scope guard(flow_lock);
+    lock_scope<flow_lock> guard;
     if (cur_at_list == nullptr)
         return;
     list_head* node;
@@ -133,20 +133,20 @@ void at_flow_skip_rest()
 
 void at_set_flags(at_info* at, unsigned int flags)
 {
-    lock_scope guard(flow_lock);
+    lock_scope<flow_lock> guard;
     at->flags |= flags;
 }
 
 unsigned int at_get_flags(at_info* at)
 {
-    lock_scope guard(flow_lock);
+    lock_scope<flow_lock> guard;
     return at->flags;
 }
 
 void at_flag_current(gsm_mobile* rec, unsigned int flags)
 {
-    lock_scope flow_guard(flow_lock);
-    lock_scope record_guard(record_lock);
+    lock_scope<flow_lock> flow_guard;
+    lock_scope<record_lock> record_guard;
     if (rec->cur_at != nullptr)
         rec->cur_at->flags |= flags;
 }

@@ -43,7 +43,7 @@ char named_port[32] = "";
 
 bool find_named_port(char (&path)[32])
 {
-    const lock_scope hold(settings_lock);
+    const lock_scope<settings_lock> hold;
     text_set(path, named_port);
     return path[0] != '\0';
 }
@@ -97,7 +97,7 @@ void libgsm_search_usb_port(gsm_mobile* rec)
         diag_debug("[%s:%d] %s found!!!!\n", __func__, __LINE__, path);
     else
         diag_plain("[%s:%d] No ttyUSB device found!!!!\n", __func__, __LINE__);
-    lock_scope guard(record_lock);
+    lock_scope<record_lock> guard;
     rec->baud = 115200;
     rec->flow_ctrl = 0;
     rec->data_bits = 8;
@@ -154,7 +154,7 @@ int libgsm_mobile_open_usb(gsm_mobile* rec)
 {
     char path[32];
     {
-        lock_scope guard(record_lock);
+        lock_scope<record_lock> guard;
         text_set(path, rec->at_dev);
     }
     if (path[0] == '\0' || !path_exists(path)) {
@@ -166,7 +166,7 @@ int libgsm_mobile_open_usb(gsm_mobile* rec)
     libgsm_mobile_close_usb(rec);
     const int fd = open_noted(path);
     {
-        lock_scope guard(port_lock);
+        lock_scope<port_lock> guard;
         rec->fd = fd;
         text_set(open_path, path);
         if (fd >= 0)
@@ -194,7 +194,7 @@ struct line_settings {
 
 line_settings settings_of(gsm_mobile* rec)
 {
-    lock_scope guard(record_lock);
+    lock_scope<record_lock> guard;
     return {rec->baud, rec->flow_ctrl, rec->data_bits, rec->stop_bits, rec->parity};
 }
 
@@ -332,7 +332,7 @@ void libgsm_mobile_close_usb(gsm_mobile* rec)
 {
     int fd = -1;
     {
-        lock_scope guard(port_lock);
+        lock_scope<port_lock> guard;
         fd = std::exchange(rec->fd, -1);
         if (fd >= 0)
             port_trace(KELO_PORT_CLOSED, open_path);
@@ -347,13 +347,13 @@ void libgsm_mobile_close_usb(gsm_mobile* rec)
 
 void port_hung_up()
 {
-    const lock_scope guard(port_lock);
+    const lock_scope<port_lock> guard;
     port_trace(KELO_PORT_HUNG_UP, open_path);
 }
 
 int port_descriptor(gsm_mobile* rec)
 {
-    lock_scope guard(port_lock);
+    lock_scope<port_lock> guard;
     return rec->fd;
 }
 
@@ -363,12 +363,12 @@ bool port_lost(gsm_mobile* rec)
 {
     char path[32];
     {
-        const lock_scope guard(record_lock);
+        const lock_scope<record_lock> guard;
         text_set(path, rec->at_dev);
     }
     struct stat named = {};
     struct stat opened = {};
-    const lock_scope guard(port_lock);
+    const lock_scope<port_lock> guard;
     return rec->fd < 0 || stat(path, &named) != 0 || fstat(rec->fd, &opened) != 0 ||
            named.st_rdev != opened.st_rdev;
 }
@@ -396,7 +396,7 @@ int kelo_set_port(const char* path)
                 sizeof named_port - 1);
         return -1;
     }
-    const lock_scope hold(settings_lock);
+    const lock_scope<settings_lock> hold;
     text_set(named_port, wanted);
     return 0;
 }

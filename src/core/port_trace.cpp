@@ -101,7 +101,7 @@ waiting_event* unlink_first()
 
 waiting_event* take_first(receiver& to)
 {
-    const lock_scope hold(trace_lock);
+    const lock_scope<trace_lock> hold;
     to = current;
     return unlink_first();
 }
@@ -121,7 +121,7 @@ ssize_t port_put(int fd, const char* bytes, std::size_t length)
 {
     if (!traced())
         return write_whole_call(fd, bytes, length);
-    const lock_scope hold(trace_lock);
+    const lock_scope<trace_lock> hold;
     const ssize_t written = write_whole_call(fd, bytes, length);
     if (written > 0)
         append(KELO_PORT_WRITTEN, bytes, static_cast<std::size_t>(written));
@@ -132,7 +132,7 @@ ssize_t port_take(int fd, char* bytes, std::size_t size)
 {
     if (!traced())
         return read(fd, bytes, size);
-    const lock_scope hold(trace_lock);
+    const lock_scope<trace_lock> hold;
     const ssize_t count = read(fd, bytes, size);
     if (count > 0)
         append(KELO_PORT_READ, bytes, static_cast<std::size_t>(count));
@@ -143,7 +143,7 @@ void port_trace(kelo_port_happening what, const char* path)
 {
     if (!traced())
         return;
-    const lock_scope hold(trace_lock);
+    const lock_scope<trace_lock> hold;
     append(what, path, std::strlen(path));
 }
 
@@ -175,7 +175,7 @@ void port_trace_pause(bool pause)
 void kelo_set_port_trace(kelo_port_trace callback, void* argument)
 {
     using namespace kelo;
-    const lock_scope hold(trace_lock);
+    const lock_scope<trace_lock> hold;
     current = {callback, argument};
     lost = 0;
     word_set(tracing, callback != nullptr ? 1 : 0);

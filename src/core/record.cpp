@@ -6,27 +6,26 @@
 
 #include <pthread.h>
 
-namespace
-{
-
-constexpr gsm_mobile fresh_record()
-{
-    gsm_mobile record{};
-    record.fd = -1;
-    return record;
-}
-
-} // namespace
-
 // Written on the mobile task by the handlers, by the setters on host threads, and by flow changes.
 // Guarded by record_lock, but for its fd, which port_lock guards.
-constinit gsm_mobile g_mobile = fresh_record();
+gsm_mobile g_mobile;
 
 // Written on the mobile task, read by host threads.
 struct gsm_event gsm_event = {};
 
 namespace kelo
 {
+
+namespace
+{
+
+// At load, so that the record is zeros that take no room in the library.
+[[gnu::constructor]] void close_record()
+{
+    g_mobile.fd = -1;
+}
+
+} // namespace
 
 // Written by libgsm_init and libgsm_mobile_free, read by every accessor.
 gsm_mobile* mobile = &g_mobile;
@@ -41,7 +40,7 @@ event* raise_event(int code)
 
 void libgsm_reset_cell_info(gsm_mobile* rec)
 {
-    lock_scope guard(record_lock);
+    lock_scope<record_lock> guard;
     text_clear(rec->imsi);
     text_clear(rec->iccid);
     text_clear(rec->number);
@@ -101,8 +100,8 @@ int kelo_copy_mobile(gsm_mobile* out)
     if (rec == nullptr || out == nullptr)
         return 0;
     {
-        lock_scope record_guard(record_lock);
-        lock_scope port_guard(port_lock);
+        lock_scope<record_lock> record_guard;
+        lock_scope<port_lock> port_guard;
         *out = *rec;
     }
     out->cur_at = nullptr;

@@ -21,7 +21,7 @@ namespace
 
 int set_number(int gsm_mobile::*field, int value)
 {
-    const lock_scope hold(record_lock);
+    const lock_scope<record_lock> hold;
     gsm_mobile* const rec = modem_record();
     if (rec == nullptr)
         return -1;
@@ -41,7 +41,7 @@ const char* or_empty(const char* text)
 int libgsm_set_apn(const char* apn, const char* user, const char* password, int auth)
 {
     using namespace kelo;
-    const lock_scope hold(record_lock);
+    const lock_scope<record_lock> hold;
     gsm_mobile* const rec = modem_record();
     // The three belong together: with one of them refused, all stay.
     if (rec == nullptr || !accepts_text("apn", apn) || !accepts_text("user", user) ||
@@ -61,7 +61,7 @@ int libgsm_set_apn(const char* apn, const char* user, const char* password, int 
 int libgsm_set_pincode(const char* text)
 {
     using namespace kelo;
-    const lock_scope hold(record_lock);
+    const lock_scope<record_lock> hold;
     gsm_mobile* const rec = modem_record();
     if (rec == nullptr || !accepts_text("pin", text))
         return -1;
@@ -73,7 +73,7 @@ int libgsm_set_pincode(const char* text)
 int libgsm_set_smscenter(const char* text)
 {
     using namespace kelo;
-    const lock_scope hold(record_lock);
+    const lock_scope<record_lock> hold;
     gsm_mobile* const rec = modem_record();
     if (rec == nullptr || !accepts_text("smscenter", text))
         return -1;

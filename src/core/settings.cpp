@@ -100,7 +100,7 @@ void sim_slot_fill(const cellular_setting& wanted, int scan_code)
 
 void sim_slot_fill_texts(const cellular_setting& wanted)
 {
-    const lock_scope hold(settings_lock);
+    const lock_scope<settings_lock> hold;
     fill_texts(wanted);
     slots[0].apn = or_null(g_Apn);
     slots[0].user = or_null(g_Usr);
@@ -111,7 +111,7 @@ void sim_slot_fill_texts(const cellular_setting& wanted)
 
 void sim_slot_set_scan_code(int scan_code)
 {
-    const lock_scope hold(settings_lock);
+    const lock_scope<settings_lock> hold;
     slots[0].scan_code = scan_code;
 }
 
@@ -128,20 +128,20 @@ cellular_setting settings_cleaned(const cellular_setting& from)
 
 cellular_setting start_settings_copy()
 {
-    const lock_scope hold(settings_lock);
+    const lock_scope<settings_lock> hold;
     return g_startCellSet;
 }
 
 void settings_store(const cellular_setting& wanted)
 {
-    const lock_scope hold(settings_lock);
+    const lock_scope<settings_lock> hold;
     g_cellSet = wanted;
     g_startCellSet = wanted;
 }
 
 void start_settings_store(const cellular_setting& wanted)
 {
-    const lock_scope hold(settings_lock);
+    const lock_scope<settings_lock> hold;
     g_startCellSet = wanted;
 }
 
@@ -150,7 +150,7 @@ int select_scanmode(int sim)
     const cell_sim_cfg* const slot = cell_sim_config(sim);
     if (slot == nullptr)
         return -1;
-    lock_scope hold(settings_lock);
+    lock_scope<settings_lock> hold;
     const int scan_code = slot->scan_code;
     hold.release();
     libgsm_set_scanmode(scanmode_of(scan_code));
@@ -159,12 +159,12 @@ int select_scanmode(int sim)
 
 const char* cellular_get_pincode()
 {
-    const lock_scope hold(settings_lock);
+    const lock_scope<settings_lock> hold;
     return active_text(&cell_sim_cfg::pin);
 }
 const char* cellular_get_smscenter()
 {
-    const lock_scope hold(settings_lock);
+    const lock_scope<settings_lock> hold;
     return active_text(&cell_sim_cfg::smsc);
 }
 
@@ -172,7 +172,7 @@ const char* cellular_get_smscenter()
 // SIM 1.
 void pin_of_slot(int sim, char (&pin)[64])
 {
-    const lock_scope hold(settings_lock);
+    const lock_scope<settings_lock> hold;
     const cell_sim_cfg* const slot = cell_sim_config(sim);
     const char* const own = slot != nullptr ? slot->pin : nullptr;
     text_set(pin, own != nullptr ? own : sim == 1 ? g_startCellSet.pin : "");
@@ -181,7 +181,7 @@ void pin_of_slot(int sim, char (&pin)[64])
 // Held over both: a change of the settings rewrites the very texts that the slot points at.
 void copy_sim_settings()
 {
-    const lock_scope hold(settings_lock);
+    const lock_scope<settings_lock> hold;
     libgsm_set_pincode(active_text(&cell_sim_cfg::pin));
     libgsm_set_smscenter(active_text(&cell_sim_cfg::smsc));
 }

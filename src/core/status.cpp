@@ -102,7 +102,7 @@ const char* libgsm_get_network_info()
     gsm_mobile* const rec = modem_record();
     if (rec == nullptr)
         return nullptr;
-    lock_scope guard(record_lock);
+    lock_scope<record_lock> guard;
     switch (rec->reg_status) {
     case KELO_REGISTRATION_NONE:
         return "Not registered";

@@ -11,7 +11,7 @@ namespace kelo
 event* apn_handler(gsm_mobile* rec, char* line)
 {
     {
-        lock_scope guard(record_lock);
+        lock_scope<record_lock> guard;
         const bool cleared = answer_seen(rec);
         if (!finish_on_final(rec, line, cleared) || cleared)
             return nullptr;

@@ -13,6 +13,7 @@
 #include <kelo/status.h>
 
 #include <cstdio>
+#include <utility>
 
 namespace kelo
 {
@@ -32,7 +33,7 @@ bool caller_waits = false; // for the host; guarded by record_lock
 event* on_clip(gsm_mobile*, char* line)
 {
     constexpr std::size_t longest_number = 64;
-    lock_scope guard(record_lock);
+    lock_scope<record_lock> guard;
     const char* const quote = text_find(text_find(line, "+CLIP:"), "\"");
     if (quote != nullptr) {
         text_copy(gsm_event.callingnum, longest_number + 1, quote + 1, "\"");
@@ -45,7 +46,7 @@ event* on_clip(gsm_mobile*, char* line)
 // `head` goes as far as the two figures.
 event* read_signal(gsm_mobile* rec, const char* report, const char* head)
 {
-    lock_scope guard(record_lock);
+    lock_scope<record_lock> guard;
     scan(report, head, dec(rec->rssi), ",", dec(rec->ber));
     const bool signal = rec->rssi >= 0 && rec->rssi <= 31;
     return signal ? nullptr : raise_event(GSM_EVENT_NO_SIGNAL);
@@ -77,7 +78,7 @@ event* on_context_lost(gsm_mobile*, char*)
 // A cell of standalone 5G is proof of registration, beside the registration reports.
 event* on_qeng(gsm_mobile* rec, char* line)
 {
-    lock_scope guard(record_lock);
+    lock_scope<record_lock> guard;
     rec->qeng_net_stem = classify_net_stem(line);
     parse_qeng_info(rec, line);
     if (!text_has(line, "NR5G-SA"))
@@ -191,7 +192,7 @@ constexpr general_test general_tests[] = {
 
 event* general_handler(gsm_mobile* rec, char* line)
 {
-    lock_scope guard(record_lock);
+    lock_scope<record_lock> guard;
     // The tests go on with the same line: "+CMS ERROR" both ends the command and is an event.
     finish_on_final(rec, line);
     guard.release();
@@ -205,7 +206,7 @@ event* report_handler(gsm_mobile* rec, char* line)
     });
     if (test != nullptr)
         return test->read != nullptr ? test->read(rec, line) : say_event(test->code);
-    lock_scope cell_guard(record_lock);
+    lock_scope<record_lock> cell_guard;
     take_cell_line(rec, line);
     return nullptr;
 }
@@ -215,7 +216,7 @@ event* report_handler(gsm_mobile* rec, char* line)
 int kelo_take_caller(char* buffer, std::size_t size)
 {
     using namespace kelo;
-    const lock_scope guard(record_lock);
+    const lock_scope<record_lock> guard;
     if (buffer == nullptr || size == 0 || !std::exchange(caller_waits, false))
         return 0;
     text_copy(buffer, size, ::gsm_event.callingnum, "");

@@ -10,7 +10,7 @@ namespace kelo
 
 event* cgmi_handler(gsm_mobile* rec, char* line)
 {
-    lock_scope guard(record_lock);
+    lock_scope<record_lock> guard;
     if (finish_on_final(rec, line, filled(rec->mfrs)))
         return nullptr;
     text_set(rec->mfrs, line, "\n");
@@ -39,7 +39,7 @@ template <std::size_t size> bool take_digits(gsm_mobile* rec, const char* line, 
 
 event* cgsn_handler(gsm_mobile* rec, char* line)
 {
-    lock_scope guard(record_lock);
+    lock_scope<record_lock> guard;
     if (take_digits(rec, line, rec->sn))
         diag_at(debug, __func__, "sn='%s'\n", rec->sn);
     return nullptr;
@@ -47,7 +47,7 @@ event* cgsn_handler(gsm_mobile* rec, char* line)
 
 event* cimi_handler(gsm_mobile* rec, char* line)
 {
-    lock_scope guard(record_lock);
+    lock_scope<record_lock> guard;
     if (take_digits(rec, line, rec->imsi))
         diag_at(plain, __func__, "imsi='%s'\n", rec->imsi);
     return nullptr;
@@ -69,7 +69,7 @@ constexpr iccid_prefix iccid_prefixes[] = {
 
 event* qccid_handler(gsm_mobile* rec, char* line)
 {
-    lock_scope guard(record_lock);
+    lock_scope<record_lock> guard;
     // Ahead of the final lines: this one leaves the command to its time-out.
     if (text_has(line, "+CME ERROR: SIM failure"))
         return raise_event(GSM_EVENT_SIM_FAILED);
@@ -88,7 +88,7 @@ event* qccid_handler(gsm_mobile* rec, char* line)
 
 event* cnum_handler(gsm_mobile* rec, char* line)
 {
-    lock_scope guard(record_lock);
+    lock_scope<record_lock> guard;
     const char* const match = text_find(line, "+CNUM");
     if (match == nullptr) {
         finish_on_error(rec, line);
@@ -104,7 +104,7 @@ event* cnum_handler(gsm_mobile* rec, char* line)
 
 event* csca_handler(gsm_mobile* rec, char* line)
 {
-    lock_scope guard(record_lock);
+    lock_scope<record_lock> guard;
     if (finish_on_final(rec, line, answer_seen(rec)))
         return nullptr;
     const char* const match = text_find(line, "+CSCA");

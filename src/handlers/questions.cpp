@@ -36,7 +36,7 @@ struct {
 
 void note_answer()
 {
-    const lock_scope hold(questions_lock);
+    const lock_scope<questions_lock> hold;
     if (questions.asked != nullptr)
         questions.asked->unanswered = 0;
     questions.asked = nullptr;
@@ -46,7 +46,7 @@ void note_answer()
 
 void take_signal(gsm_mobile* rec, char* line)
 {
-    lock_scope guard(record_lock);
+    lock_scope<record_lock> guard;
     scan(line, "+CSQ: ", dec(rec->rssi), ",", dec(rec->ber));
 }
 
@@ -57,14 +57,14 @@ void take_technology(gsm_mobile* rec, char* line)
 
 void take_serving_cell(gsm_mobile* rec, char* line)
 {
-    lock_scope guard(record_lock);
+    lock_scope<record_lock> guard;
     rec->qeng_net_stem = classify_net_stem(line);
     parse_qeng_info(rec, line);
 }
 
 void take_rfsts(gsm_mobile* rec, char* line)
 {
-    lock_scope guard(record_lock);
+    lock_scope<record_lock> guard;
     parse_rfsts_info(rec, line);
 }
 
@@ -74,7 +74,7 @@ void take_operator(gsm_mobile* rec, char* line)
     if (!oper || oper->kind != network_operator::named)
         return;
     const std::size_t digits = std::strspn(oper->name, "0123456789");
-    lock_scope guard(record_lock);
+    lock_scope<record_lock> guard;
     if ((digits == 5 || digits == 6) && oper->name[digits] == '\0')
         text_set(rec->plmn, oper->name);
     else
@@ -108,7 +108,7 @@ const char* question_next(std::int64_t now_ms)
 {
     constexpr int rarest = 64;
     static char command[KELO_QUESTION_SIZE]; // the mobile task's own
-    const lock_scope hold(questions_lock);
+    const lock_scope<questions_lock> hold;
     question* const end = questions.all + questions.count;
     // The one that has waited longest, or a slow modem would never come to the last.
     question* const due =
@@ -128,7 +128,7 @@ const char* question_next(std::int64_t now_ms)
 
 void questions_forget()
 {
-    const lock_scope hold(questions_lock);
+    const lock_scope<questions_lock> hold;
     for (question& one : questions.all)
         one.due_ms = one.unanswered = 0;
     questions.asked = nullptr;
@@ -160,7 +160,7 @@ int kelo_set_questions(const char* const* commands, int count, int seconds)
         diag_at(plain, __func__, "refused %d questions, every %d s\n", count, seconds);
         return -1;
     }
-    const lock_scope hold(questions_lock);
+    const lock_scope<questions_lock> hold;
     questions.asked = nullptr;
     questions.count = count;
     questions.pause_ms = std::int64_t{1000} * seconds;

@@ -12,7 +12,7 @@ namespace kelo
 
 event* scanmode_handler(gsm_mobile* rec, char* line)
 {
-    lock_scope guard(record_lock);
+    lock_scope<record_lock> guard;
     if (finish_on_final(rec, line, answer_seen(rec)))
         return nullptr;
     std::optional<int> mode;
@@ -41,7 +41,7 @@ const char* read_mask(char (&field)[size], const char* text, const char* ends)
 
 event* band_handler(gsm_mobile* rec, char* line)
 {
-    lock_scope guard(record_lock);
+    lock_scope<record_lock> guard;
     if (finish_on_final(rec, line, answer_seen(rec)))
         return nullptr;
     const char* masks = nullptr;
@@ -62,14 +62,14 @@ event* netseq_handler(gsm_mobile* rec, char* line)
 {
     // Once per process, whatever the answer was.
     at_flag_current(rec, AT_FLAG_ONCE_DONE);
-    lock_scope guard(record_lock);
+    lock_scope<record_lock> guard;
     finish_on_final(rec, line);
     return nullptr;
 }
 
 event* mbn_list_handler(gsm_mobile* rec, char* line)
 {
-    lock_scope guard(record_lock);
+    lock_scope<record_lock> guard;
     if (finish_on_ok(rec, line, answer_seen(rec)))
         return nullptr;
     if (text_has(line, "+QMBNCFG:"))
@@ -96,7 +96,7 @@ int update_code(char (gsm_mobile::*field)[size], int gsm_mobile::*is_new, const 
     gsm_mobile* const record = modem_record();
     if (record == nullptr || text == nullptr)
         return -1;
-    lock_scope guard(record_lock);
+    lock_scope<record_lock> guard;
     record->*is_new = 1;
     text_set(record->*field, text);
     return 0;
@@ -122,7 +122,7 @@ event* qmbncfg_list_handler(gsm_mobile* rec, char* line)
     char name[sizeof rec->qmbn_code];
     text_set(name, text_skip(match, 7), "\",\n"); // behind the opening quote
     libgsm_update_qmbncfg_code(name);
-    lock_scope guard(record_lock);
+    lock_scope<record_lock> guard;
     finish_command(rec);
     return nullptr;
 }
@@ -133,7 +133,7 @@ event* ati_handler(gsm_mobile* rec, char* line)
     if (match == nullptr)
         return nullptr;
     libgsm_update_version_code(match + 4);
-    lock_scope guard(record_lock);
+    lock_scope<record_lock> guard;
     finish_command(rec);
     return nullptr;
 }

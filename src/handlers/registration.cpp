@@ -78,7 +78,7 @@ bool is_short_plmn(const char* name)
 
 event* creg_handler(gsm_mobile* rec, char* line)
 {
-    lock_scope guard(record_lock);
+    lock_scope<record_lock> guard;
     if (finish_on_final(rec, line, answer_seen(rec)))
         return nullptr;
     const std::optional<registration> reg = read_registration(line);
@@ -90,7 +90,7 @@ event* creg_handler(gsm_mobile* rec, char* line)
 
 event* csq_handler(gsm_mobile* rec, char* line)
 {
-    lock_scope guard(record_lock);
+    lock_scope<record_lock> guard;
     if (finish_on_final(rec, line, answer_seen(rec)))
         return nullptr;
     if (const char* const match = text_find(line, "+CSQ:")) {
@@ -108,7 +108,7 @@ struct gsm_event* cops_handler(struct gsm_mobile* rec, char* line)
 {
     if (rec == nullptr || line == nullptr)
         return nullptr;
-    lock_scope guard(record_lock);
+    lock_scope<record_lock> guard;
     if (finish_on_final(rec, line, answer_seen(rec)))
         return nullptr;
     const std::optional<network_operator> oper = read_operator(line);
@@ -132,7 +132,7 @@ struct gsm_event* nwinfo_handler(struct gsm_mobile* rec, char* line)
 {
     if (rec == nullptr || line == nullptr)
         return nullptr;
-    lock_scope guard(record_lock);
+    lock_scope<record_lock> guard;
     if (finish_on_final(rec, line, answer_seen(rec)))
         return nullptr;
     const std::optional<technology> tech = read_technology(line);
@@ -152,6 +152,6 @@ long long libgsm_get_cid64(void)
 {
     if (modem_record() == nullptr)
         return -1;
-    lock_scope guard(record_lock);
+    lock_scope<record_lock> guard;
     return static_cast<long long>(full_cell_id);
 }

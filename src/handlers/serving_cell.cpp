@@ -87,7 +87,7 @@ event* expect_cell_lines(gsm_mobile*, char* line)
 
 event* servingcell_handler(gsm_mobile* rec, char* line)
 {
-    lock_scope guard(record_lock);
+    lock_scope<record_lock> guard;
     if (finish_on_ok(rec, line, answer_seen(rec)))
         return nullptr;
     if (text_has(line, "+QENG:")) {

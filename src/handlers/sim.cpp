@@ -42,7 +42,7 @@ event* cpin_handler(gsm_mobile* rec, char* line)
     if (word_get(keeper_on) != 0 && sim_guard_answer(rec, line))
         return nullptr;
     {
-        lock_scope guard(record_lock);
+        lock_scope<record_lock> guard;
         if (finish_on_ok(rec, line, answer_seen(rec)))
             return nullptr;
         if (text_has(line, "+CPIN"))
@@ -67,7 +67,7 @@ event* cpin_handler(gsm_mobile* rec, char* line)
 event* cfun_full_handler(gsm_mobile* rec, char* line)
 {
     if (text_has(line, "+CPIN: READY") || text_has(line, "+QUSIM:")) {
-        lock_scope guard(record_lock);
+        lock_scope<record_lock> guard;
         finish_command(rec);
     }
     return nullptr;
@@ -81,7 +81,7 @@ event* cfun_mini_handler(gsm_mobile*, char*)
 
 event* selslot_handler(gsm_mobile* rec, char* line)
 {
-    lock_scope guard(record_lock);
+    lock_scope<record_lock> guard;
     if (!finish_on_ok(rec, line, answer_seen(rec) || slot_ends_on_ok()) && text_has(line, "+QUSIM"))
         rec->reg_seen = 1;
     return nullptr;
@@ -89,7 +89,7 @@ event* selslot_handler(gsm_mobile* rec, char* line)
 
 event* ok_handler(gsm_mobile* rec, char* line)
 {
-    lock_scope guard(record_lock);
+    lock_scope<record_lock> guard;
     finish_on_ok(rec, line);
     return nullptr;
 }

@@ -214,7 +214,7 @@ sim_view sim_guard_look()
 {
     char pin[64];
     pin_of_slot(word_get(selected_card), pin);
-    const lock_scope hold(record_lock);
+    const lock_scope<record_lock> hold;
     sim_view view = guard.sim;
     view.refused = view.refused && is_barred(pin);
     view.may_send =
@@ -224,7 +224,7 @@ sim_view sim_guard_look()
 
 void sim_guard_rule(int tries_least)
 {
-    const lock_scope hold(record_lock);
+    const lock_scope<record_lock> hold;
     guard.tries_least = tries_least;
     guard.sim.refused = guard.barred = false;
 }
@@ -237,7 +237,7 @@ void sim_guard_hear(const char* line)
     const std::optional<sim_state> state = state_in(line);
     if (!state)
         return;
-    const lock_scope hold(record_lock);
+    const lock_scope<record_lock> hold;
     if (*state == sim_state::missing)
         forget_card();
     guard.sim.state = *state;
@@ -250,7 +250,7 @@ pin_step sim_guard_next(char (&text)[64])
     char pin[64];
     const int slot = word_get(selected_card);
     pin_of_slot(slot, pin);
-    const lock_scope hold(record_lock);
+    const lock_scope<record_lock> hold;
     if (guard.slot != slot)
         forget_card();
     guard.slot = slot;
@@ -283,7 +283,7 @@ pin_step sim_guard_next(char (&text)[64])
 
 bool sim_guard_answer(gsm_mobile* rec, const char* line)
 {
-    const lock_scope hold(record_lock);
+    const lock_scope<record_lock> hold;
     if (guard.dialogue == pin_guard::quiet)
         return false;
     if (guard.dialogue == pin_guard::asking)

@@ -43,7 +43,7 @@ bool look_at_life(keeper_sight& sight)
 
 void look_at_record(keeper_sight& sight)
 {
-    const lock_scope hold(record_lock);
+    const lock_scope<record_lock> hold;
     const gsm_mobile* const rec = modem_record();
     if (rec == nullptr)
         return;
@@ -164,7 +164,7 @@ void wait_for_devices(int fd, int ms)
 // False ends the thread.
 bool take_rules()
 {
-    const lock_scope hold(keeper_lock);
+    const lock_scope<keeper_lock> hold;
     state.rules = shared.rules;
     shared.alive = shared.wanted;
     return shared.wanted;
@@ -179,7 +179,7 @@ void publish()
     figures.radio_resets = static_cast<unsigned int>(word_get(radio_reset_count));
     figures.dials = static_cast<unsigned int>(word_get(dial_count));
     figures.link_losses = static_cast<unsigned int>(word_get(link_loss_count));
-    const lock_scope hold(keeper_lock);
+    const lock_scope<keeper_lock> hold;
     const kelo_reason reason = shared.wanted ? state.reason : KELO_REASON_STOPPED;
     const bool news = reason != shared.reason || figures.action != shared.figures.action;
     shared.figures = figures;
@@ -319,7 +319,7 @@ int kelo_keep(const struct kelo_keeper* given)
     if (refused_in_fork(__func__) || !read_rules(given, rules))
         return -1;
     {
-        const lock_scope hold(keeper_lock);
+        const lock_scope<keeper_lock> hold;
         shared.rules = rules;
         shared.wanted = true;
         if (!shared.alive && !thread_start_detached(keeper_thread, nullptr)) {
@@ -337,7 +337,7 @@ int kelo_keep(const struct kelo_keeper* given)
 
 int kelo_keep_stop(void)
 {
-    const lock_scope hold(keeper_lock);
+    const lock_scope<keeper_lock> hold;
     shared.wanted = false;
     if (std::exchange(shared.reason, KELO_REASON_STOPPED) != KELO_REASON_STOPPED)
         wake_host();
@@ -347,7 +347,7 @@ int kelo_keep_stop(void)
 
 enum kelo_reason kelo_get_reason(void)
 {
-    const lock_scope hold(keeper_lock);
+    const lock_scope<keeper_lock> hold;
     return shared.reason;
 }
 
@@ -361,7 +361,7 @@ int kelo_get_figures(struct kelo_figures* figures, size_t size)
 {
     if (figures == nullptr)
         return -1;
-    const lock_scope hold(keeper_lock);
+    const lock_scope<keeper_lock> hold;
     kelo_figures now = shared.figures;
     if (now.size == 0)
         now.pin_tries = -1; // nobody has looked yet

@@ -40,7 +40,7 @@ link_waits waits_now;
 
 link_waits waits()
 {
-    const lock_scope hold(waits_lock);
+    const lock_scope<waits_lock> hold;
     return waits_now;
 }
 
@@ -302,7 +302,7 @@ void stand_by(kept_link_state& state, std::int64_t now_ms, bool anew)
 
 void link_waits_set(const link_waits& wanted)
 {
-    const lock_scope hold(waits_lock);
+    const lock_scope<waits_lock> hold;
     waits_now = wanted;
 }
 

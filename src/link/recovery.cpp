@@ -36,7 +36,7 @@ int libgsm_update_apn(void)
     if (rec == nullptr)
         return -1;
     char command[64];
-    lock_scope hold(record_lock);
+    lock_scope<record_lock> hold;
     if (*rec->apn != '\0')
         at_command_write(command, sizeof command, "AT+QICSGP=1,3,\"%s\",\"%s\",\"%s\",%d", rec->apn,
                          rec->user, rec->password, rec->auth);

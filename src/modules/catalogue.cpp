@@ -25,35 +25,35 @@ namespace
 
 using namespace command;
 
-// The record serves heap nodes too, so its texts are not const; nobody writes those of a row.
-constexpr char* fixed(const char* text)
-{
-    return const_cast<char*>(text);
-}
-
 // A row of the general catalogue: the text to send is built in.
-constexpr at_info built_in(int id, const char* cmd, int timeout, int code,
-                           at_handler handler = general_handler, at_pre_treat pre_treat = nullptr,
-                           int retries = 0, unsigned int flags = 0)
+constexpr command_row built_in(int id, const char* cmd, int timeout, int code,
+                               at_handler handler = general_handler,
+                               at_pre_treat pre_treat = nullptr, int retries = 0,
+                               unsigned int flags = 0)
 {
-    return {id,        nullptr, fixed(cmd), timeout, code,    flags,   handler, 0,
-            pre_treat, retries, 0,          0,       nullptr, nullptr, 0,       {}};
+    return {cmd,
+            handler,
+            pre_treat,
+            static_cast<short>(id),
+            static_cast<short>(timeout),
+            static_cast<short>(code),
+            static_cast<unsigned char>(flags),
+            static_cast<unsigned char>(retries)};
 }
 
 // A row of the private catalogue: the text comes from the module's profile file, by key.
-constexpr at_info of_profile(int id, const char* key, int timeout, int code,
-                             at_handler handler = general_handler,
-                             at_pre_treat pre_treat = general_pre_treat, unsigned int flags = 0)
+constexpr command_row of_profile(int id, const char* key, int timeout, int code,
+                                 at_handler handler = general_handler,
+                                 at_pre_treat pre_treat = general_pre_treat, unsigned int flags = 0)
 {
-    return {id,        fixed(key), nullptr, timeout, code,    flags,   handler, 0,
-            pre_treat, 0,          0,       0,       nullptr, nullptr, 0,       {}};
+    return built_in(id, key, timeout, code, handler, pre_treat, 0, flags);
 }
 
 } // namespace
 
 // Searched by number, first match. Not const: a module family may change a timeout for good.
 // clang-format off
-at_info at_general_table[] = {
+command_row at_general_table[] = {
     //       number               command                                     seconds code, then handler, pre-treatment, tries, flags
     built_in(attention,           "AT",                                                      30,   0),
     built_in(atz,                 "ATZ",                                                      3,   1),
@@ -109,7 +109,7 @@ at_info at_general_table[] = {
     built_in(cereg,               "AT+CEREG?",                                               30,  77, creg_handler, nullptr, 3),
 };
 
-at_info at_private_table[] = {
+const command_row at_private_table[] = {
     //         number                 key                 seconds code, then handler, pre-treatment, flags
     of_profile(enable_gps,            "AT_ENABLE_GPS",           1,   4),
     of_profile(gps_loc,               "AT_GPS_LOC",              3,  16, gps_handler),
@@ -164,9 +164,9 @@ const std::size_t at_private_rows = std::size(at_private_table);
 namespace
 {
 
-template <std::size_t size> at_info* row_of(at_info (&table)[size], int id)
+template <class Row, std::size_t size> Row* row_of(Row (&table)[size], int id)
 {
-    return find_row(table, [id](const at_info& row) { return row.id == id; });
+    return find_row(table, [id](const command_row& row) { return row.id == id; });
 }
 
 bool is_empty(const char* text)
@@ -178,7 +178,7 @@ bool is_empty(const char* text)
 struct slow_row {
     bool (*slow)();
     int id;
-    int seconds;
+    short seconds;
 };
 constexpr slow_row slow_rows[] = {
     {slowest_to_start, attention, 60},
@@ -186,14 +186,14 @@ constexpr slow_row slow_rows[] = {
     {slow_to_start, cpin, 30},
 };
 
-void apply_family_timeout(at_info* row)
+void apply_family_timeout(command_row* row)
 {
     for (const slow_row& entry : slow_rows)
         if (entry.id == row->id && entry.slow())
             row->timeout = entry.seconds;
 }
 
-int append_node(at_list* list, const at_info* row, const char* cmd, int seq,
+int append_node(at_list* list, const command_row* row, const char* cmd, int seq,
                 const char* cmd_template)
 {
     at_info* const at =
@@ -201,7 +201,7 @@ int append_node(at_list* list, const at_info* row, const char* cmd, int seq,
                        seq, row->pre_treat, row->retries, cmd_template);
     if (at == nullptr)
         return at_no_memory;
-    lock_scope guard(flow_lock);
+    lock_scope<flow_lock> guard;
     at_list_append(list, at);
     return at_added;
 }
@@ -222,15 +222,15 @@ const char* find_value(const cfg_file* cfg, const char* key)
 
 int at_list_add_general(at_list* list, int id, int seq)
 {
-    at_info* const row = row_of(at_general_table, id);
+    command_row* const row = row_of(at_general_table, id);
     if (row == nullptr)
         return at_no_row; // no message: the caller looks in the private catalogue next
-    if (is_empty(row->cmd) || row->handler == nullptr) {
+    if (is_empty(row->text) || row->handler == nullptr) {
         diag_at(plain, __func__, "unexpected error!\n");
         return at_no_row;
     }
     apply_family_timeout(row);
-    return append_node(list, row, row->cmd, seq, nullptr);
+    return append_node(list, row, row->text, seq, nullptr);
 }
 
 int at_list_add_private(at_list* list, int id, int seq, const cfg_file* cfg)
@@ -239,12 +239,12 @@ int at_list_add_private(at_list* list, int id, int seq, const cfg_file* cfg)
         diag_at(plain, __func__, "unknown model!\n");
         return at_no_row;
     }
-    const at_info* const row = row_of(at_private_table, id);
+    const command_row* const row = row_of(at_private_table, id);
     if (row == nullptr) {
         diag_at(plain, __func__, "the at(id=%d) do not exist in private array!\n", id);
         return at_no_row;
     }
-    if (is_empty(row->name)) {
+    if (is_empty(row->text)) {
         diag_at(plain, __func__, "[id=%d] invalid name!\n", id);
         return at_no_row;
     }
@@ -252,9 +252,9 @@ int at_list_add_private(at_list* list, int id, int seq, const cfg_file* cfg)
         diag_at(plain, __func__, "unexpected error!\n");
         return at_no_row;
     }
-    const char* const value = find_value(cfg, row->name);
+    const char* const value = find_value(cfg, row->text);
     if (value == nullptr) {
-        diag_at(plain, __func__, "the at(%s) do not exist in cfg file!\n", row->name);
+        diag_at(plain, __func__, "the at(%s) do not exist in cfg file!\n", row->text);
         return at_no_row;
     }
     return append_node(list, row, nullptr, seq, value);

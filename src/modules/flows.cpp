@@ -63,9 +63,9 @@ void at_compose_flows(gsm_mobile* rec, const char* model, const char* revision)
     add_remaining_ats_by_model(model, revision, FLOW_SMS_PDU, &sms_pdu_list);
     // One step: a change of flow by another thread sees the lists without custom items and leaves
     // them to this, or whole and with all of theirs.
-    lock_scope flow_guard(flow_lock);
+    lock_scope<flow_lock> flow_guard;
     {
-        lock_scope record_guard(record_lock);
+        lock_scope<record_lock> record_guard;
         rec->custom_cfg = 1;
     }
     libgsm_apply_custom_config();
@@ -100,7 +100,7 @@ namespace
 
 int custom_cfg_of(gsm_mobile* rec)
 {
-    lock_scope guard(record_lock);
+    lock_scope<record_lock> guard;
     return rec->custom_cfg;
 }
 
@@ -153,7 +153,7 @@ void at_select_flow(gsm_mobile* rec, int flow, int sim)
     if (identified)
         libgsm_apply_custom_config();
     at_seq_cursor = 0;
-    lock_scope record_guard(record_lock);
+    lock_scope<record_lock> record_guard;
     rec->flow = flow == flow_sms_added ? FLOW_SMS_PDU : flow;
     rec->at_done = 1;
     rec->is5g = KELO_5G_NONE;
@@ -163,7 +163,7 @@ void libgsm_change_flow(gsm_mobile* rec, int flow, int sim)
 {
     if (rec == nullptr)
         return;
-    lock_scope guard(flow_lock);
+    lock_scope<flow_lock> guard;
     at_select_flow(rec, flow, sim);
 }
 
@@ -176,6 +176,6 @@ const char* libgsm_get_modem_network_type()
     gsm_mobile* const rec = modem_record();
     if (rec == nullptr)
         return "LTE";
-    lock_scope guard(record_lock);
+    lock_scope<record_lock> guard;
     return module_network(rec->model);
 }

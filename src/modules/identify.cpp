@@ -66,7 +66,7 @@ bool is_of_file(char (&name)[64], const char* line)
     return is_bare_answer(without_frame(name, line), name) && module_file(name) != nullptr;
 }
 
-void compose(gsm_mobile* rec, lock_scope& guard)
+void compose(gsm_mobile* rec, lock_scope<record_lock>& guard)
 {
     char model[sizeof rec->model];
     char revision[sizeof rec->revision];
@@ -77,7 +77,7 @@ void compose(gsm_mobile* rec, lock_scope& guard)
 }
 
 // With the whole answer alone: a flow of the library's own may go by the next line of it.
-void compose_of_file(gsm_mobile* rec, lock_scope& guard)
+void compose_of_file(gsm_mobile* rec, lock_scope<record_lock>& guard)
 {
     if (filled(rec->revision) && module_brought(rec->model, rec->revision) != nullptr)
         compose(rec, guard);
@@ -92,7 +92,7 @@ const char* module_unlisted()
 
 event* cgmm_handler(gsm_mobile* rec, char* line)
 {
-    lock_scope guard(record_lock);
+    lock_scope<record_lock> guard;
     if (finish_on_final(rec, line, filled(rec->model)))
         return nullptr;
     char brought[64];
@@ -111,7 +111,7 @@ event* cgmm_handler(gsm_mobile* rec, char* line)
 
 event* cgmr_handler(gsm_mobile* rec, char* line)
 {
-    lock_scope guard(record_lock);
+    lock_scope<record_lock> guard;
     if (finish_on_final(rec, line, filled(rec->revision))) {
         compose_of_file(rec, guard);
         return nullptr;
@@ -135,7 +135,7 @@ event* cgmr_handler(gsm_mobile* rec, char* line)
 
 void at_compose_flows_of_file(gsm_mobile* rec)
 {
-    lock_scope guard(record_lock);
+    lock_scope<record_lock> guard;
     compose_of_file(rec, guard);
 }
 

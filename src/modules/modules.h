@@ -31,17 +31,27 @@ int at_list_add_private(at_list* list, int id, int seq, const cfg_file* cfg);
 // The rows that run before the module is known.
 void at_list_add_first_rows(at_list* list, bool low_power);
 
+// A command as the catalogues have it. In the private one its text is a key of the module's profile
+// file.
+struct command_row {
+    const char* text;
+    at_handler handler;
+    at_pre_treat pre_treat;
+    short id, timeout, code; // the timeout in seconds
+    unsigned char flags, retries;
+};
+
 // For tests and tools: the catalogues themselves.
-extern at_info at_general_table[];
-extern at_info at_private_table[];
+extern command_row at_general_table[];
+extern const command_row at_private_table[];
 extern const std::size_t at_general_rows;
 extern const std::size_t at_private_rows;
 
 // ---- The table of modules (module_table.cpp)
 
 struct flow_step {
-    int seq;
-    int id;
+    short seq;
+    short id;
 };
 // Of the flow for a module; empty for none. The revision tells variants apart that share a model
 // text; where it names no key, the model text stands for the first key that begins with it. A

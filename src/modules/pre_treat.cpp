@@ -66,7 +66,7 @@ void install(at_info* at, text_pointer text)
     std::size_t length = std::strlen(text.get());
     while (length > 0 && text.get()[length - 1] == '\r')
         text.get()[--length] = '\0';
-    const lock_scope hold(flow_lock);
+    const lock_scope<flow_lock> hold;
     text_replace(at->cmd, std::move(text));
 }
 
@@ -77,24 +77,28 @@ void fill(at_info* at, const char* placeholder, const char* value)
     install(at, at_substitute(text, text == nullptr ? 0 : std::strlen(text), placeholder, value));
 }
 
-// The whole of a treatment: fills with what `make` makes of the record's fields, and passes the
-// command over where `make` says that it is not wanted.
-template <std::size_t size = 512> int treat(at_info* at, const char* placeholder, const auto& make)
+constexpr std::size_t value_size = 512;
+using value_field = char[value_size];
+
+// The whole of a treatment: fills with what `make` makes of the record's fields, cut to `size`, and
+// passes the command over where `make` says that it is not wanted.
+int treat(gsm_mobile* rec, at_info* at, const char* placeholder,
+          bool (*make)(const gsm_mobile* of, value_field& value), std::size_t size = value_size)
 {
-    char value[size] = {};
-    lock_scope hold(record_lock);
-    const bool wanted = make(value);
+    value_field value = {};
+    lock_scope<record_lock> hold;
+    const bool wanted = make(rec, value);
     hold.release(); // ahead of the node's lock
+    value[size - 1] = '\0';
     fill(at, placeholder, value);
     return wanted ? 0 : skip(at);
 }
 
-template <std::size_t size>
-[[gnu::format(printf, 2, 3)]] void format_value(char (&value)[size], const char* format, ...)
+[[gnu::format(printf, 2, 3)]] void format_value(value_field& value, const char* format, ...)
 {
     va_list values;
     va_start(values, format);
-    std::vsnprintf(value, size, format, values); // what does not fit is cut
+    std::vsnprintf(value, sizeof value, format, values); // what does not fit is cut
     va_end(values);
 }
 
@@ -109,8 +113,8 @@ int general_pre_treat(gsm_mobile*, at_info* at)
 
 int cband_pre_treat(gsm_mobile* rec, at_info* at)
 {
-    char reported[128];
-    lock_scope hold(record_lock);
+    value_field reported;
+    lock_scope<record_lock> hold;
     const char* const mask = module_band_mask(rec->model, rec->revision);
     const bool by_file = module_brought(rec->model, rec->revision) != nullptr;
     format_value(reported, ",%s,%s,%s", rec->band_gsm, rec->band_lte, rec->band_tds);
@@ -133,10 +137,12 @@ int cband_pre_treat(gsm_mobile* rec, at_info* at)
 int netseq_pre_treat(gsm_mobile* rec, at_info* at)
 {
     const bool done = (at_get_flags(at) & AT_FLAG_ONCE_DONE) != 0;
-    return treat(at, "$NET_SEQUENCE", [&](auto& value) {
-        text_set(value, module_net_sequence(module_alike(rec->model, rec->revision)));
-        return !done;
-    });
+    const int result =
+        treat(rec, at, "$NET_SEQUENCE", [](const gsm_mobile* of, value_field& value) {
+            text_set(value, module_net_sequence(module_alike(of->model, of->revision)));
+            return true;
+        });
+    return done ? skip(at) : result;
 }
 
 namespace
@@ -158,36 +164,36 @@ const char* mode_text(const mode_values& modes, int scanmode)
 
 int netmode_pre_treat(gsm_mobile* rec, at_info* at)
 {
-    return treat(at, "$MODE", [&](auto& value) {
-        const mode_values* const modes = module_modes(module_alike(rec->model, rec->revision));
+    return treat(rec, at, "$MODE", [](const gsm_mobile* of, value_field& value) {
+        const mode_values* const modes = module_modes(module_alike(of->model, of->revision));
         if (modes != nullptr)
-            text_set(value, mode_text(*modes, rec->scanmode));
+            text_set(value, mode_text(*modes, of->scanmode));
         else
-            format_value(value, "%d", rec->scanmode);
+            format_value(value, "%d", of->scanmode);
         const bool mapped = modes != nullptr && modes->mapped && *value != '\0';
         int number = -1;
         if (mapped)
             scan(value, dec(number));
-        return rec->currscanmode != rec->scanmode && rec->currscanmode != number;
+        return of->currscanmode != of->scanmode && of->currscanmode != number;
     });
 }
 
 int apn_pre_treat(gsm_mobile* rec, at_info* at)
 {
-    return treat(at, "$PARAM", [&](auto& value) {
+    return treat(rec, at, "$PARAM", [](const gsm_mobile* of, value_field& value) {
         static constexpr const char* protocols[] = {"IP", "IPV6", "IPV4V6"};
         const int protocol = word_get(cell_net_proto);
-        switch (module_apn_form(module_alike(rec->model, rec->revision))) {
+        switch (module_apn_form(module_alike(of->model, of->revision))) {
         case apn_form::name:
-            format_value(value, "\"%s\"", rec->apn);
+            format_value(value, "\"%s\"", of->apn);
             break;
         case apn_form::name_with_protocol:
             if (protocol >= KELO_NET_PROTO_IP && protocol <= KELO_NET_PROTO_IPV4V6)
-                format_value(value, "\"%s\",\"%s\"", protocols[protocol], rec->apn);
+                format_value(value, "\"%s\",\"%s\"", protocols[protocol], of->apn);
             break;
         case apn_form::context:
             format_value(value, "%d,3,\"%s\",\"%s\",\"%s\",%d", word_get(verizon_flag) != 0 ? 3 : 1,
-                         rec->apn, rec->user, rec->password, rec->auth);
+                         of->apn, of->user, of->password, of->auth);
         }
         return true;
     });
@@ -195,16 +201,16 @@ int apn_pre_treat(gsm_mobile* rec, at_info* at)
 
 int userpwd_pre_treat(gsm_mobile* rec, at_info* at)
 {
-    return treat(at, "$PARAM", [&](auto& value) {
-        format_value(value, "%d,\"%s\",\"%s\"", rec->auth, rec->password, rec->user);
-        return *rec->user != '\0';
+    return treat(rec, at, "$PARAM", [](const gsm_mobile* of, value_field& value) {
+        format_value(value, "%d,\"%s\",\"%s\"", of->auth, of->password, of->user);
+        return *of->user != '\0';
     });
 }
 
 int cont3_pre_treat(gsm_mobile* rec, at_info* at)
 {
-    return treat(at, "$APN", [&](auto& value) {
-        text_set(value, *rec->apn != '\0' ? rec->apn : "vzwinternet");
+    return treat(rec, at, "$APN", [](const gsm_mobile* of, value_field& value) {
+        text_set(value, *of->apn != '\0' ? of->apn : "vzwinternet");
         return true;
     });
 }
@@ -225,7 +231,7 @@ int guarded_pin(at_info* at)
         fill(at, "$PIN_NUMBER", text);
     else
         install(at, text_duplicate(text));
-    const lock_scope hold(flow_lock);
+    const lock_scope<flow_lock> hold;
     if (step == pin_step::ask)
         at->flags &= ~AT_FLAG_SENT; // its own turn comes next
     at->timeout = step == pin_step::ask ? tries_s : verdict_s;
@@ -240,10 +246,10 @@ int cpin_pre_treat(gsm_mobile* rec, at_info* at)
         return guarded_pin(at);
     // Only straight after the modem has asked: a wrong PIN that goes out again and again locks the
     // SIM.
-    return treat(at, "$PIN_NUMBER", [&](auto& value) {
-        diag_plain("[Cellular]---> {cpin_pre_treat} pin = %s \n", rec->pincode);
-        if (rec->last_event == GSM_EVENT_PIN_REQUIRED)
-            text_set(value, rec->pincode);
+    return treat(rec, at, "$PIN_NUMBER", [](const gsm_mobile* of, value_field& value) {
+        diag_plain("[Cellular]---> {cpin_pre_treat} pin = %s \n", of->pincode);
+        if (of->last_event == GSM_EVENT_PIN_REQUIRED)
+            text_set(value, of->pincode);
         return *value != '\0';
     });
 }
@@ -254,7 +260,7 @@ namespace
 // Of the message before: without memory for its own, a message must not go to that one's number.
 void forget_text(at_info* at)
 {
-    const lock_scope hold(flow_lock);
+    const lock_scope<flow_lock> hold;
     text_replace(at->cmd, nullptr);
 }
 
@@ -263,8 +269,8 @@ void forget_text(at_info* at)
 int sms_des_pre_treat(gsm_mobile* rec, at_info* at)
 {
     forget_text(at);
-    return treat(at, "$SMS_DES", [&](auto& value) {
-        text_set(value, rec->sms_dest);
+    return treat(rec, at, "$SMS_DES", [](const gsm_mobile* of, value_field& value) {
+        text_set(value, of->sms_dest);
         return true;
     });
 }
@@ -272,31 +278,37 @@ int sms_des_pre_treat(gsm_mobile* rec, at_info* at)
 int sms_len_pre_treat(gsm_mobile* rec, at_info* at)
 {
     forget_text(at);
-    return treat<8>(at, "$SMS_LEN", [&](auto& value) {
-        format_value(value, "%d", rec->sms_len);
-        return true;
-    });
+    return treat(
+        rec, at, "$SMS_LEN",
+        [](const gsm_mobile* of, value_field& value) {
+            format_value(value, "%d", of->sms_len);
+            return true;
+        },
+        8);
 }
 
 int volte_pre_treat(gsm_mobile* rec, at_info* at)
 {
-    return treat<4>(at, "$CONF", [&](auto& value) {
-        format_value(value, "%d", rec->volte);
-        return true;
-    });
+    return treat(
+        rec, at, "$CONF",
+        [](const gsm_mobile* of, value_field& value) {
+            format_value(value, "%d", of->volte);
+            return true;
+        },
+        4);
 }
 
 int smsc_pre_treat(gsm_mobile* rec, at_info* at)
 {
-    return treat(at, "$SCA", [&](auto& value) {
-        text_set(value, rec->smscenter);
+    return treat(rec, at, "$SCA", [](const gsm_mobile* of, value_field& value) {
+        text_set(value, of->smscenter);
         return *value != '\0';
     });
 }
 
 int ucs2_pre_treat(gsm_mobile* rec, at_info* at)
 {
-    lock_scope hold(record_lock);
+    lock_scope<record_lock> hold;
     const bool left_alone = rec->smsmode != 0;
     hold.release();
     if (!left_alone)
@@ -306,7 +318,7 @@ int ucs2_pre_treat(gsm_mobile* rec, at_info* at)
 
 int selslot_pre_treat(gsm_mobile* rec, at_info* at)
 {
-    lock_scope hold(record_lock);
+    lock_scope<record_lock> hold;
     const int slot = rec->simslot;
     if (slot != 1 && slot != 2) {
         hold.release();
@@ -325,11 +337,10 @@ namespace
 {
 
 // The four identities are asked for once each.
-template <std::size_t size>
-int ask_once(at_info* at, const char (&field)[size], const char* name, const char* what)
+int ask_once(at_info* at, const char* field, const char* name, const char* what)
 {
-    char text[size];
-    lock_scope hold(record_lock);
+    value_field text;
+    lock_scope<record_lock> hold;
     text_set(text, field);
     hold.release();
     if (std::strcmp(what, "sn") == 0)

@@ -33,7 +33,7 @@ int libgsm_set_gps_on()
 
 int libgsm_start_gps_location()
 {
-    const lock_scope hold(record_lock);
+    const lock_scope<record_lock> hold;
     gsm_mobile* const rec = modem_record();
     if (rec == nullptr)
         return -1;
@@ -43,7 +43,7 @@ int libgsm_start_gps_location()
 
 int libgsm_stop_gps_location()
 {
-    lock_scope hold(record_lock);
+    lock_scope<record_lock> hold;
     gsm_mobile* const rec = modem_record();
     if (rec == nullptr)
         return -1;
@@ -55,7 +55,7 @@ int libgsm_stop_gps_location()
 
 int libgsm_get_gps_location(char* buffer)
 {
-    const lock_scope hold(record_lock);
+    const lock_scope<record_lock> hold;
     gsm_mobile* const rec = modem_record();
     if (buffer == nullptr || rec == nullptr || rec->gps_ready == 0)
         return 0;
@@ -68,7 +68,7 @@ int libgsm_get_gps_location(char* buffer)
 
 int libgsm_send_gps_location()
 {
-    lock_scope hold(record_lock);
+    lock_scope<record_lock> hold;
     gsm_mobile* const rec = modem_record();
     if (rec == nullptr)
         return -1;
@@ -86,7 +86,7 @@ int libgsm_send_gps_location()
 
 int libgsm_check_gps_location(const char* line)
 {
-    const lock_scope hold(record_lock);
+    const lock_scope<record_lock> hold;
     gsm_mobile* const rec = modem_record();
     if (rec == nullptr)
         return -1;
@@ -104,7 +104,7 @@ int libgsm_check_gps_location(const char* line)
 
 event* gps_handler(gsm_mobile* rec, char* line)
 {
-    lock_scope guard(record_lock);
+    lock_scope<record_lock> guard;
     if (finish_on_final(rec, line, filled(rec->gps_loc)))
         return nullptr;
     const char* const match = text_find(line, "+QGPSLOC");

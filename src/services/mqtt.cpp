@@ -221,14 +221,14 @@ int libgsm_set_mqtt_info(const mqtt_config* wanted)
         if (!accepts(*wanted, field))
             return -1;
     const mqtt_config clean = cleaned(*wanted);
-    const lock_scope hold(config_lock);
+    const lock_scope<config_lock> hold;
     settings = clean;
     return 0;
 }
 
 int libgsm_check_mqtt_update()
 {
-    const lock_scope hold(config_lock);
+    const lock_scope<config_lock> hold;
     return settings.update_pending;
 }
 
@@ -366,14 +366,14 @@ bool ready_for_attempt()
 // Whether the next attempt has settings that none failed with yet.
 bool other_settings()
 {
-    const lock_scope hold(config_lock);
+    const lock_scope<config_lock> hold;
     return !same_subscription(attempted, settings);
 }
 
 // What the attempt is made with, as it stands at this moment.
 mqtt_config begin_attempt()
 {
-    const lock_scope hold(config_lock);
+    const lock_scope<config_lock> hold;
     attempted = settings;
     sign = {.reopening = true, .echoes = false, .answers = false};
     return attempted;
@@ -406,7 +406,7 @@ int libgsm_set_cellular_wake()
 int libgsm_stop_mqtt_update()
 {
     const attempt_scope whole;
-    const lock_scope hold(config_lock);
+    const lock_scope<config_lock> hold;
     diag_plain("[Cell]---> Stop mqtt = %d \n", settings.update_pending);
     settings.update_pending = 0;
     return 0;
@@ -431,7 +431,7 @@ void look_for_open(const char* line)
 // about an attempt that was made with others or was given up since.
 bool chain_settings(const char* line, mqtt_config& with)
 {
-    const lock_scope hold(config_lock);
+    const lock_scope<config_lock> hold;
     if (sign.reopening)
         look_for_open(line);
     if (!text_has(line, "QMT"))
@@ -446,7 +446,7 @@ bool chain_settings(const char* line, mqtt_config& with)
 // False when a stop or other settings came first.
 bool end_update(const mqtt_config& with, mqtt_done_handler& done)
 {
-    const lock_scope hold(config_lock);
+    const lock_scope<config_lock> hold;
     if (settings.update_pending == 0 || !same_subscription(with, settings))
         return false;
     settings.update_pending = 0;
@@ -535,7 +535,7 @@ event* qmtconn_handler(gsm_mobile* rec, char* line)
     if (connected)
         word_set(mqtt_conn_lost, 0);
     if (connecting || connected) {
-        lock_scope guard(record_lock);
+        lock_scope<record_lock> guard;
         finish_command(rec);
     }
     if (text_has(line, "OK") && word_get(mqtt_conn_lost) != 0)

@@ -132,7 +132,7 @@ int sms_job_parts(const sms_job* job)
 
 bool sms_job_part_ends(sms_job* job, int part, part_fate fate, sms_error error)
 {
-    const lock_scope hold(outbox_lock);
+    const lock_scope<outbox_lock> hold;
     kelo_sms_result& result = job->result;
     job->fates[static_cast<int>(fate)]++;
     if (fate == part_fate::confirmed) {
@@ -167,7 +167,7 @@ void sms_report_came(const status_report& report)
     told.discharged_zone = report.discharged.zone;
     told.status = report.status;
     told.state = sms_delivery(report.status);
-    const lock_scope hold(outbox_lock);
+    const lock_scope<outbox_lock> hold;
     if (confirmed_part* const slot = part_of(report)) {
         told.number = slot->number;
         text_set(told.tag, slot->tag);
@@ -187,13 +187,13 @@ int kelo_take_sms_result(struct kelo_sms_result* result, size_t size)
 {
     if (refused_in_fork(__func__))
         return 0;
-    const lock_scope hold(outbox_lock);
+    const lock_scope<outbox_lock> hold;
     return results.take(result, size);
 }
 
 int kelo_sms_results_lost(void)
 {
-    const lock_scope hold(outbox_lock);
+    const lock_scope<outbox_lock> hold;
     return results.lost;
 }
 
@@ -201,13 +201,13 @@ int kelo_take_sms_report(struct kelo_sms_report* report, size_t size)
 {
     if (refused_in_fork(__func__))
         return 0;
-    const lock_scope hold(outbox_lock);
+    const lock_scope<outbox_lock> hold;
     return reports.take(report, size);
 }
 
 int kelo_sms_reports_lost(void)
 {
-    const lock_scope hold(outbox_lock);
+    const lock_scope<outbox_lock> hold;
     return reports.lost;
 }
 

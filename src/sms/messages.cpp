@@ -99,7 +99,7 @@ void confirm_taken()
 {
     message_list kept;
     {
-        const lock_scope hold(messages_lock);
+        const lock_scope<messages_lock> hold;
         asked = true;
         kept = std::exchange(taken, {});
     }
@@ -116,7 +116,7 @@ void confirm_taken()
 bool sms_messages_wanted()
 {
     {
-        const lock_scope hold(messages_lock);
+        const lock_scope<messages_lock> hold;
         if (asked)
             return true;
     }
@@ -126,7 +126,7 @@ bool sms_messages_wanted()
 bool sms_messages_have_room()
 {
     const bool more = sms_storage_has_more();
-    const lock_scope hold(messages_lock);
+    const lock_scope<messages_lock> hold;
     give_late(more);
     return joiner.has_room() && ring.count < KELO_MESSAGES;
 }
@@ -137,7 +137,7 @@ void sms_message_part(const message_part& part, sms_place place, bool first_look
     if (!sms_messages_wanted())
         return;
     const bool more = sms_storage_has_more();
-    const lock_scope hold(messages_lock);
+    const lock_scope<messages_lock> hold;
     message_list given;
     if (!joiner.add(part, place, first_look, now_ms, given) && place.index < 0)
         count_lost();
@@ -157,7 +157,7 @@ int kelo_take_message(struct kelo_message* message, size_t size, char* text, siz
     if (message == nullptr || text == nullptr)
         return 0;
     const bool more = sms_storage_has_more();
-    const lock_scope hold(messages_lock);
+    const lock_scope<messages_lock> hold;
     give_late(more);
     if (ring.first == nullptr)
         return 0;
@@ -176,7 +176,7 @@ int kelo_get_message_parts(unsigned long long* digests, int most)
 {
     if (refused_in_fork(__func__))
         return 0;
-    const lock_scope hold(messages_lock);
+    const lock_scope<messages_lock> hold;
     const whole_message* last = taken.first;
     while (last != nullptr && last->next != nullptr)
         last = last->next;
@@ -190,7 +190,7 @@ int kelo_get_message_parts(unsigned long long* digests, int most)
 
 int kelo_messages_lost(void)
 {
-    const lock_scope hold(messages_lock);
+    const lock_scope<messages_lock> hold;
     return lost;
 }
 
@@ -198,7 +198,7 @@ int kelo_set_sms_patience(int seconds)
 {
     if (seconds < 1 || seconds > 86400)
         return -1;
-    const lock_scope hold(messages_lock);
+    const lock_scope<messages_lock> hold;
     patience_ms = std::int64_t(1000) * seconds;
     return 0;
 }

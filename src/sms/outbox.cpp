@@ -95,7 +95,7 @@ bool sms_part_ends(sms_part* part, part_fate fate, sms_error error)
 
 bool sms_outbox_append(list_head& parts, int most)
 {
-    const lock_scope hold(outbox_lock);
+    const lock_scope<outbox_lock> hold;
     int count = 0;
     list_head* node;
     list_for_each(node, &parts) count++;
@@ -112,20 +112,20 @@ bool sms_outbox_append(list_head& parts, int most)
 
 void sms_outbox_return(sms_part* part)
 {
-    const lock_scope hold(outbox_lock);
+    const lock_scope<outbox_lock> hold;
     list_add_tail(&part->node, sms_outbox.next); // ahead of the first
     waiting++;
 }
 
 sms_part* sms_outbox_take(bool answered)
 {
-    const lock_scope hold(outbox_lock);
+    const lock_scope<outbox_lock> hold;
     return answered || !next_is_numbered() ? take_head() : nullptr;
 }
 
 bool sms_outbox_next_is_numbered()
 {
-    const lock_scope hold(outbox_lock);
+    const lock_scope<outbox_lock> hold;
     return next_is_numbered();
 }
 
@@ -162,7 +162,7 @@ void sms_outbox_drop(const sms_job* job)
 {
     list_head taken = LIST_HEAD_INIT(taken);
     {
-        const lock_scope hold(outbox_lock);
+        const lock_scope<outbox_lock> hold;
         take_parts(job, taken);
     }
     sms_parts_take_back(taken);
@@ -185,7 +185,7 @@ bool sms_outbox_cancel(int number)
 {
     list_head taken = LIST_HEAD_INIT(taken);
     {
-        const lock_scope hold(outbox_lock);
+        const lock_scope<outbox_lock> hold;
         const sms_job* job = nullptr;
         int parts = 0;
         list_head* node;
@@ -214,7 +214,7 @@ int sms_outbox_enq(int mode, const char* tag, const char* number, int length, co
 
 struct sms_outbox_item* sms_outbox_deq(void)
 {
-    const lock_scope hold(outbox_lock);
+    const lock_scope<outbox_lock> hold;
     return take_head();
 }
 

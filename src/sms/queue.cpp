@@ -19,7 +19,7 @@ ring<kelo_sms, KELO_SMS_QUEUE> received;
 
 void sms_queue_add(const kelo_sms& message)
 {
-    const lock_scope hold(queue_lock);
+    const lock_scope<queue_lock> hold;
     received.add(message);
     wake_host();
 }
@@ -30,12 +30,12 @@ using namespace kelo;
 
 int kelo_take_sms(struct kelo_sms* out)
 {
-    const lock_scope hold(queue_lock);
+    const lock_scope<queue_lock> hold;
     return received.take(out, sizeof *out);
 }
 
 int kelo_sms_lost(void)
 {
-    const lock_scope hold(queue_lock);
+    const lock_scope<queue_lock> hold;
     return received.lost;
 }

@@ -17,7 +17,8 @@ namespace
 {
 
 // Of the port; the mobile task's own.
-constinit report_lines lines(sms_report_is_whole, sms_own_piece);
+char reports[report_lines::room];
+constinit report_lines lines(reports, sms_report_is_whole, sms_own_piece);
 
 // A line of the modem's own that its reads have cut.
 made<char, 2048> begun;
@@ -32,7 +33,7 @@ void hear_line(std::string_view line)
         return;
     sms_watch_answer(text);
     if (ask_hear(text)) {
-        const lock_scope guard(record_lock);
+        const lock_scope<record_lock> guard;
         finish_command(&g_mobile);
     }
     sms_storage_line(&g_mobile, text);

@@ -218,7 +218,7 @@ event* sms_report_event(gsm_mobile* rec, const char* report)
     if (rec == nullptr || report == nullptr)
         return nullptr;
     {
-        const lock_scope hold(record_lock);
+        const lock_scope<record_lock> hold;
         raise_event(GSM_EVENT_SMS_RECEIVED);
     }
     sms_report_parse(rec, &::gsm_event, report);
@@ -233,7 +233,8 @@ struct gsm_event* libgsm_check_sms(struct gsm_mobile* rec, const char* report)
 {
     event* const raised = sms_report_event(rec, report);
     if (raised != nullptr) {
-        report_lines lines(sms_report_is_whole);
+        char bytes[report_lines::room];
+        report_lines lines(bytes, sms_report_is_whole);
         lines.take(report);
         lines.end();
     }

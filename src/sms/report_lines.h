@@ -47,8 +47,13 @@ class report_lines
   public:
     using report_taker = void (*)(const whole_report&);
     using piece_taker = void (*)(std::string_view);
-    explicit constexpr report_lines(report_taker is_whole, piece_taker is_own = nullptr)
-        : whole(is_whole), own(is_own)
+
+    // A report and its text are at most this; 160 characters take 1024 bytes at most.
+    static constexpr std::size_t room = 2048;
+
+    // It keeps what it reads in bytes of its user's.
+    constexpr report_lines(char (&there)[room], report_taker is_whole, piece_taker is_own = nullptr)
+        : bytes(there), whole(is_whole), own(is_own)
     {
     }
 
@@ -63,9 +68,7 @@ class report_lines
   private:
     enum class part { none, header, pdu, text };
 
-    // A report and its text are at most this; 160 characters take 1024 bytes at most.
-    static constexpr std::size_t room = 2048;
-
+    char (&bytes)[room];
     report_taker whole;
     piece_taker own;
     part now = part::none;
@@ -78,7 +81,6 @@ class report_lines
     int quiet_seconds = 0;
     std::optional<std::size_t> announced; // the length of the text
     std::size_t length = 0, body_at = 0, line_at = 0;
-    char bytes[room] = {};
 
     std::string_view from(std::size_t at) const { return {bytes + at, length - at}; }
     bool take_piece(std::string_view piece);

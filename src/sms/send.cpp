@@ -152,7 +152,7 @@ void body_is_out()
     part_end too_many;
     sms_part* done = nullptr;
     {
-        const lock_scope hold(record_lock);
+        const lock_scope<record_lock> hold;
         if (out.in_hand == nullptr)
             return;
         if (out.count == most_unanswered)
@@ -192,7 +192,7 @@ void write_body(gsm_mobile* rec)
     char body[sizeof out.body];
     sms_part* part = nullptr;
     {
-        const lock_scope hold(record_lock);
+        const lock_scope<record_lock> hold;
         text_set(body, out.body);
         part = out.in_hand;
     }
@@ -206,7 +206,7 @@ void write_body(gsm_mobile* rec)
     } else {
         // Without its Ctrl-Z the modem sends nothing of it.
         port_write(rec, give_up, 1, write_attempts, __func__, "<ESC>");
-        lock_scope hold(record_lock);
+        lock_scope<record_lock> hold;
         const part_end end = take_in_hand();
         hold.release();
         put_back(end, true);
@@ -216,7 +216,7 @@ void write_body(gsm_mobile* rec)
 
 void answer_prompt(gsm_mobile* rec, const char* line, bool own_step)
 {
-    lock_scope hold(record_lock);
+    lock_scope<record_lock> hold;
     const answer what = answer_to(line, own_step);
     if (what == answer::body)
         out.echoed_prompts = prompts_in(out.body);
@@ -235,20 +235,20 @@ sms_part* sms_send_next(std::int64_t now_ms)
     sms_look_at_clock(now_ms);
     if (word_get(body_due) != 0)
         return nullptr;
-    lock_scope hold(record_lock);
+    lock_scope<record_lock> hold;
     const part_end passed = take_in_hand();
     const bool answered = out.count == 0;
     hold.release();
     if (finish(passed, part_fate::refused))
         diag_plain("a message is refused: this module's flow has no commands for it\n");
     sms_part* const part = sms_outbox_take(answered);
-    const lock_scope take(record_lock);
+    const lock_scope<record_lock> take;
     return out.in_hand = part;
 }
 
 void sms_send_begins(gsm_mobile* rec)
 {
-    const lock_scope hold(record_lock);
+    const lock_scope<record_lock> hold;
     out.begun_ms = monotonic_ms();
     out.echoed_prompts = 0;
     out.last_command = true;
@@ -260,7 +260,7 @@ void sms_send_interrupted()
 {
     if (word_get(body_due) != 0)
         return; // the flow waits for its prompt
-    lock_scope hold(record_lock);
+    lock_scope<record_lock> hold;
     const part_end end = take_in_hand();
     hold.release();
     put_back(end, false);
@@ -270,7 +270,7 @@ void sms_port_lost()
 {
     part_end ends[most_unanswered];
     unsigned count = 0;
-    lock_scope hold(record_lock);
+    lock_scope<record_lock> hold;
     while (out.count > 0)
         ends[count++] = take_unanswered();
     const part_end in_hand = take_in_hand();
@@ -286,7 +286,7 @@ void sms_port_lost()
 void sms_port_fresh(gsm_mobile* rec)
 {
     sms_port_lost();
-    lock_scope hold(record_lock);
+    lock_scope<record_lock> hold;
     expect_late_prompt();
     hold.release();
     // Not every modem shows its prompt again. One that waits for none passes this over.
@@ -297,7 +297,7 @@ void sms_port_fresh(gsm_mobile* rec)
 void sms_look_at_clock(std::int64_t now_ms)
 {
     for (;;) {
-        lock_scope hold(record_lock);
+        lock_scope<record_lock> hold;
         part_end end;
         if (word_get(body_due) != 0 && now_ms - out.begun_ms >= prompt_limit_ms) {
             end = take_in_hand();
@@ -317,13 +317,13 @@ void sms_look_at_clock(std::int64_t now_ms)
 
 bool sms_sending()
 {
-    const lock_scope hold(record_lock);
+    const lock_scope<record_lock> hold;
     return out.in_hand != nullptr || out.count > 0;
 }
 
 const char* sms_mode_to_restore()
 {
-    const lock_scope hold(record_lock);
+    const lock_scope<record_lock> hold;
     if (out.in_hand != nullptr || out.count > 0 || !out.text_mode)
         return nullptr;
     out.text_mode = false;
@@ -365,7 +365,7 @@ std::optional<read_answer> read_answer_of(const char* line, bool alone)
 void sms_command_goes_out()
 {
     sms_errand_interrupted();
-    const lock_scope hold(record_lock);
+    const lock_scope<record_lock> hold;
     out.last_command = false;
 }
 
@@ -373,7 +373,7 @@ void sms_watch_answer(const char* line)
 {
     if (!read_answer_of(line, true))
         return; // nearly every line: no lock is taken for it
-    lock_scope hold(record_lock);
+    lock_scope<record_lock> hold;
     const auto read = read_answer_of(line, out.last_command);
     if (!read)
         return;
@@ -394,7 +394,7 @@ void sms_watch_prompt(gsm_mobile* rec, const char* line)
 
 event* sms_send_handler(gsm_mobile* rec, char* line)
 {
-    lock_scope hold(record_lock);
+    lock_scope<record_lock> hold;
     // An "OK" ahead of the prompt belongs to something else and does not end the step.
     if (finish_on_ok(rec, line, answer_seen(rec)))
         return nullptr;

@@ -215,7 +215,7 @@ void take_selection(const final_result& result)
     // It can't be had: in this epoch nothing of it is wanted any more.
     one->look = memory::rest;
     one->probe = -1;
-    std::memset(one->places, 0, sizeof one->places);
+    std::ranges::fill(places_of(*one), octet{});
     for (known_message& message : known)
         message.stuck |= memory_of(message.number) == one;
 }
@@ -240,7 +240,7 @@ void take_list(string_view text)
 void read_pdu(string_view pdu, known_message& record, delivery& out)
 {
     if ((out.part = sms_read_deliver(pdu))) {
-        const bool was_announced = (place_at(record.number) & announced) != 0;
+        const bool was_announced = (places[record.number] & announced) != 0;
         out.first_look = !store.current->looked_through && !was_announced;
         out.place = record.given = {record.number, store.epoch};
     } else if ((out.report = sms_read_status_report(pdu))) {
@@ -262,7 +262,7 @@ void take_pdu(string_view pdu, delivery& out)
     known_message* const before = known_before(digest);
     known_message* const record = before != nullptr ? before : add_known(digest);
     if (record == nullptr) {
-        place_at(store.number) |= left_alone;
+        places[store.number] |= left_alone;
         return;
     }
     record->number = store.number;
@@ -290,14 +290,14 @@ void take_no_message(const final_result& result)
         store.doubted = store.number;
         return;
     }
-    place_at(store.number) = 0;
+    places[store.number] = 0;
     if (known_message* const here = known_at(store.number))
         here->epoch = 0;
 }
 
 void take_stored(const final_result& result, delivery& out)
 {
-    octet& place = place_at(store.number);
+    octet& place = places[store.number];
     const string_view pdu = result.ok ? stored_pdu() : string_view();
     if (store.head == modem_storage::draft) {
         place = left_alone;
@@ -448,20 +448,20 @@ using namespace storage;
 void sms_errand_interrupted()
 {
     const std::int64_t now_ms = monotonic_ms();
-    const lock_scope hold(storage_lock);
+    const lock_scope<storage_lock> hold;
     end_without_answer(now_ms);
 }
 
 bool sms_reports_due()
 {
-    const lock_scope hold(storage_lock);
+    const lock_scope<storage_lock> hold;
     return !store.told && word_get(sms_reports_wanted) != 0 && !rests();
 }
 
 const char* sms_errand_next(std::int64_t now_ms)
 {
     const bool room = sms_storage_mode() != 0 && sms_messages_have_room();
-    const lock_scope hold(storage_lock);
+    const lock_scope<storage_lock> hold;
     end_without_answer(now_ms);
     if (word_get(flow_walked) == 0 || rests())
         return nullptr;
@@ -481,7 +481,7 @@ void sms_storage_line(gsm_mobile* rec, string_view line)
 {
     delivery out;
     {
-        const lock_scope hold(storage_lock);
+        const lock_scope<storage_lock> hold;
         if (!is_listening())
             return;
         hear(line);
@@ -489,7 +489,7 @@ void sms_storage_line(gsm_mobile* rec, string_view line)
             return;
     }
     hand_out(out);
-    const lock_scope hold(record_lock);
+    const lock_scope<record_lock> hold;
     finish_command(rec);
 }
 

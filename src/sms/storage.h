@@ -7,6 +7,7 @@
 #include "sms/report_lines.h"
 
 #include <optional>
+#include <span>
 
 namespace kelo::storage
 {
@@ -36,7 +37,6 @@ struct memory {
     bool looked_through = false;           // once by this process
     bool full = false;                     // and said so
     bool told_full = false;                // by a report
-    octet places[most_places] = {};
 };
 
 // A message of the storage, for longer than its place is known.
@@ -98,6 +98,7 @@ struct modem_storage {
 extern lock storage_lock;
 extern modem_storage store;
 extern memory memories[most_memories];
+extern octet places[most_memories * most_places]; // by number
 extern known_message known[most_known];
 extern made<char, 2048> answer; // to the command that runs
 
@@ -112,9 +113,9 @@ inline memory* memory_of(int number) // null for -1
 {
     return number < 0 ? nullptr : &memories[number / most_places];
 }
-inline octet& place_at(int number)
+inline std::span<octet, most_places> places_of(const memory& one)
 {
-    return memory_of(number)->places[number % most_places];
+    return std::span<octet, most_places>(places + number_for(one, 0), most_places);
 }
 
 known_message* known_at(int number);

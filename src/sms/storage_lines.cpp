@@ -86,7 +86,7 @@ void take_arrival(string_view line)
         one->look = memory::due;
     else {
         doubt_place(number_for(*one, place));
-        one->places[place] = wanted | announced;
+        places[number_for(*one, place)] = wanted | announced;
     }
     // It works again, whatever failed before.
     store.not_before_ms = std::min(store.not_before_ms, store.now_ms + notice_wait_ms);
@@ -149,7 +149,7 @@ using namespace storage;
 
 void sms_storage_hear(string_view line)
 {
-    const lock_scope hold(storage_lock);
+    const lock_scope<storage_lock> hold;
     if (store.mode != 0 || word_get(sms_reports_wanted) != 0)
         take_notice(trimmed(line));
 }
@@ -172,7 +172,7 @@ const char* sms_command_instead(const char* command)
     static char text[512]; // the mobile task's
     const string_view all = command == nullptr ? "" : command;
     const std::size_t at = all.find("+CNMI=");
-    const lock_scope hold(storage_lock);
+    const lock_scope<storage_lock> hold;
     if (store.mode == 0)
         return nullptr;
     if (has(all, "+CMGF=1"))

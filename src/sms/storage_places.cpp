@@ -10,6 +10,7 @@ namespace kelo::storage
 lock storage_lock;
 modem_storage store;
 memory memories[most_memories];
+octet places[most_memories * most_places];
 known_message known[most_known];
 
 namespace
@@ -51,7 +52,7 @@ void doubt_place(int number)
 {
     if (known_message* const here = known_at(number))
         here->number = -1;
-    place_at(number) |= wanted;
+    places[number] |= wanted;
 }
 
 known_message* add_known(std::uint64_t digest)
@@ -88,7 +89,7 @@ namespace
 int places_known(const memory& one)
 {
     int count = 0;
-    for (const octet place : one.places)
+    for (const octet place : places_of(one))
         count += (place & left_alone) != 0 ? 1 : 0;
     for (const known_message& message : known)
         if (message.epoch == store.epoch && memory_of(message.number) == &one)
@@ -112,8 +113,8 @@ void forget_places()
     for (memory& one : memories) {
         one.look = one.name[0] != '\0' ? memory::due : memory::rest;
         one.probe = -1;
-        std::memset(one.places, 0, sizeof one.places);
     }
+    std::memset(places, 0, sizeof places);
     for (known_message& one : known)
         one.stuck = false;
 }
@@ -143,14 +144,14 @@ const known_message* to_remove(const memory& one)
 int first_wanted(const memory& one)
 {
     for (int place = 0; place < most_places; place++)
-        if ((one.places[place] & wanted) != 0)
+        if ((places[number_for(one, place)] & wanted) != 0)
             return place;
     return -1;
 }
 
 bool want_unless_known(memory& one, int place)
 {
-    octet& there = one.places[place];
+    octet& there = places[number_for(one, place)];
     if ((there & left_alone) != 0 || known_at(number_for(one, place)) != nullptr)
         return false;
     there |= wanted;
@@ -197,20 +198,20 @@ using namespace storage;
 
 int sms_storage_mode()
 {
-    const lock_scope hold(storage_lock);
+    const lock_scope<storage_lock> hold;
     return store.mode;
 }
 
 bool sms_storage_has_more()
 {
-    const lock_scope hold(storage_lock);
+    const lock_scope<storage_lock> hold;
     return store.mode != 0 &&
            (store.home == nullptr || std::any_of(memories, std::end(memories), is_unread));
 }
 
 void sms_storage_forget()
 {
-    const lock_scope hold(storage_lock);
+    const lock_scope<storage_lock> hold;
     store.told = store.flow_says = false;
     store.tellings = 0;
     store.asked = step::none;
@@ -219,14 +220,14 @@ void sms_storage_forget()
 
 void sms_storage_reported(string_view pdu)
 {
-    const lock_scope hold(storage_lock);
+    const lock_scope<storage_lock> hold;
     if (store.mode != 0)
         reported[reports++ % most_reported] = digest_of(trimmed(pdu));
 }
 
 void sms_storage_kept(sms_place place)
 {
-    const lock_scope hold(storage_lock);
+    const lock_scope<storage_lock> hold;
     for (known_message& one : known)
         if (one.epoch != 0 && place.index >= 0 && one.given.index == place.index &&
             one.given.epoch == place.epoch)
@@ -241,7 +242,7 @@ int kelo_set_sms_storage(int mode)
 {
     if (mode < 0 || mode > 2 || refused_in_fork(__func__))
         return -1;
-    const lock_scope hold(storage_lock);
+    const lock_scope<storage_lock> hold;
     if (store.mode == 0 && mode != 0) {
         store.told = false;
         forget_places();
@@ -254,7 +255,7 @@ int kelo_get_sms_storage(int* used, int* total)
 {
     if (refused_in_fork(__func__))
         return 0;
-    const lock_scope hold(storage_lock);
+    const lock_scope<storage_lock> hold;
     if (store.home == nullptr || store.home->used < 0)
         return 0;
     if (used != nullptr)

@@ -42,7 +42,7 @@ octet sms_next_reference()
 void sms_centre_of(gsm_mobile* rec, char (&digits)[65])
 {
     {
-        const lock_scope hold(record_lock);
+        const lock_scope<record_lock> hold;
         text_set(digits, rec->smscenter[0] == '+' ? rec->smscenter + 1 : rec->smscenter);
     }
     if (digits[0] == '+' || !sms_number_valid(text_of(digits)))

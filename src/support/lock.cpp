@@ -39,20 +39,19 @@ bool refused_in_fork(const char* name)
     return abandoned;
 }
 
-lock_scope::lock_scope(lock& which) : held(abandoned ? nullptr : &which)
+void lock_take(lock& which)
 {
-    if (held == nullptr)
+    if (abandoned)
         return;
     diag_hold();
     pthread_mutex_lock(&which.mutex);
 }
 
-void lock_scope::release()
+void lock_let_go(lock& which)
 {
-    if (held == nullptr)
+    if (abandoned)
         return;
-    pthread_mutex_unlock(&held->mutex);
-    held = nullptr;
+    pthread_mutex_unlock(&which.mutex);
     diag_let_go();
 }
 

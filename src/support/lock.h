@@ -48,19 +48,38 @@ bool locks_abandoned();
 // True, and said so, for a call that would act from such a child.
 bool refused_in_fork(const char* name);
 
+// Nothing in a child that was forked off.
+void lock_take(lock& which);
+void lock_let_go(lock& which);
+
+// Out of line, a function for each lock: a scope is a call at its head and one at its end.
+template <lock& which> [[gnu::noinline]] void lock_take()
+{
+    lock_take(which);
+}
+template <lock& which> [[gnu::noinline]] void lock_let_go()
+{
+    lock_let_go(which);
+}
+
 // Holds a lock for a scope, or until released by hand.
-class lock_scope
+template <lock& which> class lock_scope
 {
   public:
-    explicit lock_scope(lock& which);
-    ~lock_scope() { release(); }
-    void release();
+    [[gnu::always_inline]] lock_scope() { lock_take<which>(); }
+    [[gnu::always_inline]] ~lock_scope() { release(); }
+    [[gnu::always_inline]] void release()
+    {
+        if (held)
+            lock_let_go<which>();
+        held = false;
+    }
 
     lock_scope(const lock_scope&) = delete;
     lock_scope& operator=(const lock_scope&) = delete;
 
   private:
-    lock* held;
+    bool held = true;
 };
 
 } // namespace kelo

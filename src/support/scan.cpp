@@ -3,7 +3,7 @@
 
 #include "support/text.h"
 
-#include <charconv>
+#include <algorithm>
 #include <climits>
 
 namespace kelo
@@ -24,20 +24,17 @@ const char* skip_space(const char* text)
     return text;
 }
 
-// The nearest int.
-int decimal(bool negative, const char* digits, const char* end)
+// Decimal the nearest int, else the low 64 bits.
+std::uint64_t value_of(const char* digits, const char* end, int base, bool negative)
 {
-    int number = 0;
-    if (std::from_chars(digits, end, number).ec == std::errc::result_out_of_range)
-        return negative ? INT_MIN : INT_MAX;
-    return negative ? -number : number;
-}
-
-// The low 64 bits: no digit ahead of the last sixteen has a say.
-std::uint64_t hexadecimal(bool negative, const char* digits, const char* end)
-{
+    const std::uint64_t most = base == 16 ? UINT64_MAX
+                               : negative ? -std::int64_t{INT_MIN}
+                                          : INT_MAX;
     std::uint64_t number = 0;
-    std::from_chars(end - digits > 16 ? end - 16 : digits, end, number, 16);
+    for (; digits < end && number <= most; digits++)
+        number = number * static_cast<unsigned>(base) +
+                 static_cast<unsigned>(*digits <= '9' ? *digits - '0' : (*digits | 32) - 'a' + 10);
+    number = std::min(number, most);
     return negative ? 0 - number : number;
 }
 
@@ -54,8 +51,7 @@ bool take_number(const char*& text, int base, std::uint64_t& bits)
         std::strspn(digits + 2, set) > 0)
         digits += 2;
     text = digits + std::strspn(digits, set);
-    bits = base == 10 ? static_cast<std::uint64_t>(decimal(negative, digits, text))
-                      : hexadecimal(negative, digits, text);
+    bits = value_of(digits, text, base, negative);
     return digits != text;
 }
 

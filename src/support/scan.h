@@ -18,7 +18,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <optional>
-#include <utility>
 
 namespace kelo
 {
@@ -73,7 +72,7 @@ template <class T> void put_bits(std::optional<T>& to, std::uint64_t bits)
     put_bits(to.emplace(), bits);
 }
 
-template <class T> bool take_part(const char*& text, const number_part<T>& part)
+template <class T> bool take_part(const char*& text, number_part<T> part)
 {
     std::uint64_t bits = 0;
     const bool there = take_number(text, part.base, bits);
@@ -83,9 +82,9 @@ template <class T> bool take_part(const char*& text, const number_part<T>& part)
 }
 
 // True when all parts were there.
-template <class... Parts> bool scan(const char* text, Parts&&... parts)
+template <class... Parts> bool scan(const char* text, const Parts&... parts)
 {
-    return (take_part(text, std::forward<Parts>(parts)) && ...);
+    return (take_part(text, parts) && ...);
 }
 
 } // namespace kelo

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "support/text.h"
 
+#include <algorithm>
+
 namespace kelo
 {
 
@@ -10,6 +12,13 @@ void text_copy(char* field, std::size_t size, const char* source, const char* en
     while (length + 1 < size && source[length] != '\0' &&
            std::strchr(ends, source[length]) == nullptr)
         length++;
+    std::memmove(field, source, length);
+    std::memset(field + length, 0, size - length);
+}
+
+void text_copy(char* field, std::size_t size, const char* source)
+{
+    const std::size_t length = strnlen(source, size - std::min<std::size_t>(size, 1));
     std::memmove(field, source, length);
     std::memset(field + length, 0, size - length);
 }

@@ -10,10 +10,16 @@ namespace kelo
 
 // Fills a field with `source`, up to its end, the first character of `ends` or the field's size,
 // and zeroes the rest.
-void text_copy(char* field, std::size_t size, const char* source, const char* ends = "");
+void text_copy(char* field, std::size_t size, const char* source, const char* ends);
+void text_copy(char* field, std::size_t size, const char* source);
+
+template <std::size_t size> inline void text_set(char (&field)[size], const char* source)
+{
+    text_copy(field, size, source);
+}
 
 template <std::size_t size>
-inline void text_set(char (&field)[size], const char* source, const char* ends = "")
+inline void text_set(char (&field)[size], const char* source, const char* ends)
 {
     text_copy(field, size, source, ends);
 }

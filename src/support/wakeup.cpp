@@ -82,7 +82,7 @@ int kelo_event_fd(void)
         errno = ECHILD;
         return -1;
     }
-    const lock_scope hold(wakeup_lock);
+    const lock_scope<wakeup_lock> hold;
     if (host_fd < 0)
         make_descriptors();
     return host_fd;

@@ -10,12 +10,12 @@
 namespace kelo
 {
 
-template <typename Word> inline Word word_get(Word& word)
+template <typename Word> [[gnu::always_inline]] inline Word word_get(Word& word)
 {
     return std::atomic_ref<Word>(word).load();
 }
 
-template <typename Word> inline void word_set(Word& word, Word value)
+template <typename Word> [[gnu::always_inline]] inline void word_set(Word& word, Word value)
 {
     std::atomic_ref<Word>(word).store(value);
 }

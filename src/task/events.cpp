@@ -55,7 +55,7 @@ void sim_failed(gsm_mobile* rec)
     const int count = word_add(sim_cpin_count, 1);
     shell_run("echo \"\" > /tmp/network5Gmess.txt");
     {
-        lock_scope guard(record_lock);
+        lock_scope<record_lock> guard;
         text_clear(rec->iccid);
         text_clear(rec->oper);
     }

@@ -115,7 +115,7 @@ int libgsm_start(gsm_mobile* rec, int sim)
     if (libgsm_mobile_open_usb(rec) != 0)
         return -1;
     sms_port_fresh(rec);
-    lock_scope guard(record_lock);
+    lock_scope<record_lock> guard;
     rec->at_done = 1;
     return 0;
 }
@@ -125,7 +125,7 @@ void libgsm_stop(gsm_mobile* rec)
     if (rec == nullptr)
         return;
     {
-        lock_scope guard(record_lock);
+        lock_scope<record_lock> guard;
         rec->at_done = 0;
     }
     libgsm_mobile_close_usb(rec);

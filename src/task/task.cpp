@@ -44,25 +44,25 @@ bool may_send(gsm_mobile* rec, const task_state& state)
         return false; // it would become part of the message
     if (state.running == nullptr)
         return true;
-    lock_scope guard(record_lock);
+    lock_scope<record_lock> guard;
     return rec->at_done != 0;
 }
 
 void arm_command(gsm_mobile* rec, at_info* at)
 {
     {
-        lock_scope guard(flow_lock);
+        lock_scope<flow_lock> guard;
         at->countdown = at->timeout;
     }
     at->retries_left = at->retries;
-    lock_scope guard(record_lock);
+    lock_scope<record_lock> guard;
     rec->reg_seen = 0;
     rec->at_done = 0;
 }
 
 bool may_send_messages(gsm_mobile* rec)
 {
-    lock_scope guard(record_lock);
+    lock_scope<record_lock> guard;
     return is_registered(rec->reg_status);
 }
 
@@ -73,7 +73,7 @@ bool take_message(gsm_mobile* rec)
 {
     if (sms_outbox_next_is_numbered())
         at_compose_added_flow();
-    lock_scope flow_guard(flow_lock);
+    lock_scope<flow_lock> flow_guard;
     if (word_get(flow_walked) == 0)
         return false;
     const sms_part* const part = sms_send_next(monotonic_ms());
@@ -84,7 +84,7 @@ bool take_message(gsm_mobile* rec)
                        -1);
     else if (part->sms_mode == KELO_SMS_MODE_TEXT)
         at_select_flow(rec, FLOW_SMS_TEXT, -1);
-    const lock_scope record_guard(record_lock);
+    const lock_scope<record_lock> record_guard;
     text_set(rec->sms_tag, part->sms_tag);
     rec->sms_len = part->sms_length;
     text_set(rec->sms_dest, part->sms_number);

@@ -40,7 +40,7 @@ extern lifecycle life;
 // Looks at the record, or changes it, in one step.
 template <class Step> auto in_life(const Step& step)
 {
-    const lock_scope hold(life_lock);
+    const lock_scope<life_lock> hold;
     return step(life);
 }
 

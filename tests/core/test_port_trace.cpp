@@ -57,7 +57,7 @@ TEST(PortTrace, WaitsForTheLockAndDropsWhatIsTooMuch)
     tracer host;
     host.answers = true;
     {
-        const lock_scope hold(settings_lock);
+        const lock_scope<settings_lock> hold;
         libgsm_send_at("AT+ONE");
         EXPECT_TRUE(host.seen.empty());
     }

@@ -13,8 +13,8 @@ using std::string;
 
 using names = std::set<string>;
 
-static const std::span<const at_info> general_rows{at_general_table, at_general_rows};
-static const std::span<const at_info> private_rows{at_private_table, at_private_rows};
+static const std::span<const command_row> general_rows{at_general_table, at_general_rows};
+static const std::span<const command_row> private_rows{at_private_table, at_private_rows};
 
 // The keys that the flows of this module, or one of them, take from its profile file.
 static names reached(const string& module, const string& revision, int first = FLOW_START,
@@ -23,15 +23,15 @@ static names reached(const string& module, const string& revision, int first = F
     names keys;
     for (int flow = first; flow <= last; flow++)
         for (const flow_step& step : module_steps(module.c_str(), revision.c_str(), flow)) {
-            const auto has_id = [&](const at_info& row) { return row.id == step.id; };
+            const auto has_id = [&](const command_row& row) { return row.id == step.id; };
             if (std::ranges::none_of(general_rows, has_id))
-                keys.insert(std::ranges::find_if(private_rows, has_id)->name);
+                keys.insert(std::ranges::find_if(private_rows, has_id)->text);
         }
     return keys;
 }
 
 // Whether the key's command fills this placeholder on a modem that has told all.
-static bool fills(const at_info& row, const string& placeholder, const string& module)
+static bool fills(const command_row& row, const string& placeholder, const string& module)
 {
     gsm_mobile& rec = g_mobile;
     rec.last_event = GSM_EVENT_PIN_REQUIRED;
@@ -61,8 +61,8 @@ static std::vector<string> split(const string& text, const char* separators)
 static names catalogue_keys()
 {
     names keys;
-    for (const at_info& row : private_rows)
-        keys.insert(row.name);
+    for (const command_row& row : private_rows)
+        keys.insert(row.text);
     return keys;
 }
 
@@ -74,11 +74,11 @@ TEST(ProfileKeys, TheCheckKnowsThoseOfTheCatalogueAndTheirPlaceholders)
     for (const string& key : known)
         placeholders.insert(facts_of("", key).placeholder);
     placeholders.erase("");
-    for (const at_info& row : private_rows)
+    for (const command_row& row : private_rows)
         for (const string& placeholder : placeholders)
             EXPECT_EQ(fills(row, placeholder, "U9300C"),
-                      facts_of("", row.name).placeholder == placeholder)
-                << row.name << " " << placeholder;
+                      facts_of("", row.text).placeholder == placeholder)
+                << row.text << " " << placeholder;
 }
 
 // The check knows modules by four characters, as the library finds their files.
@@ -88,16 +88,16 @@ TEST(ProfileKeys, TheCheckKnowsWhatTheFlowsReachAndWhatNothingFills)
     for (std::size_t i = 0; const char* key = module_key(i); i++)
         variants[string(key).substr(0, 4)].insert(key);
     for (const auto& [start, modules] : variants)
-        for (const at_info& row : private_rows) {
-            const kelo_host::key_facts facts = facts_of(start, row.name);
+        for (const command_row& row : private_rows) {
+            const kelo_host::key_facts facts = facts_of(start, row.text);
             bool is_reached = false, is_filled = false;
             for (const string& module : modules) {
-                is_reached |= reached(module, module).contains(row.name);
+                is_reached |= reached(module, module).contains(row.text);
                 is_filled |= fills(row, facts.placeholder, module);
             }
-            EXPECT_EQ(facts.reached, is_reached) << start << " " << row.name;
+            EXPECT_EQ(facts.reached, is_reached) << start << " " << row.text;
             EXPECT_EQ(facts.unfilled, is_reached && !facts.placeholder.empty() && !is_filled)
-                << start << " " << row.name;
+                << start << " " << row.text;
         }
 }
 
@@ -135,10 +135,10 @@ TEST(ProfileKeys, TheCheckKnowsWhichNamesHaveAFlow)
                                           {"EC21KL", "-"}})
         EXPECT_EQ(kelo_host::has_flow(model), has_steps(model, revision)) << model;
     for (const char* like : {"EC25", "EC25V", "RM500Q", "UC20", "MH5000"})
-        for (const at_info& row : private_rows)
-            EXPECT_EQ(kelo_host::facts_of_like(like, row.name).reached,
-                      reached(like, like).contains(row.name))
-                << like << " " << row.name;
+        for (const command_row& row : private_rows)
+            EXPECT_EQ(kelo_host::facts_of_like(like, row.text).reached,
+                      reached(like, like).contains(row.text))
+                << like << " " << row.text;
 }
 
 // Its table has a column for modules that walk alike, and in it a letter for each flow with the

@@ -14,7 +14,8 @@ static void note_report(const whole_report& report)
 // Hears a stream in reads that end at these places; gives what the handlers are left with.
 static std::string hear_cut(const std::string& stream, std::vector<std::size_t> cuts)
 {
-    report_lines lines(note_report);
+    char room[report_lines::room];
+    report_lines lines(room, note_report);
     std::string left;
     std::string kept;
     std::size_t at = 0;

@@ -46,7 +46,7 @@ TEST(Diag, AHandlerGetsEachLineInPlaceOfTheStreams)
     heard host;
     kelo_set_log(hear, &host);
     {
-        const lock_scope flow(flow_lock);
+        const lock_scope<flow_lock> flow;
         diag_error("a\r\n\nb\n\n");
         EXPECT_EQ(host.lines, "");
     }
@@ -62,10 +62,10 @@ TEST(Diag, WhatIsSaidUnderALockComesAfterTheLastOneInOrder)
 {
     captured out;
     {
-        lock_scope flow(flow_lock);
+        lock_scope<flow_lock> flow;
         diag_plain("first");
         {
-            lock_scope record(record_lock);
+            lock_scope<record_lock> record;
             diag_plain("%s", std::string(2000, 'x').c_str());
         }
         diag_plain("third");
@@ -76,7 +76,7 @@ TEST(Diag, WhatIsSaidUnderALockComesAfterTheLastOneInOrder)
         EXPECT_EQ(out.text(), "another thread\nfirst\n" + std::string(2000, 'x') + "\nthird\n");
         diag_plain("unlocked");
     }
-    lock_scope again(flow_lock); // it was let go
+    lock_scope<flow_lock> again; // it was let go
     EXPECT_TRUE(out.text().ends_with("third\nunlocked\n"));
 }
 

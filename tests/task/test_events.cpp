@@ -3,7 +3,7 @@
 
 static void handle(int code)
 {
-    lock_scope guard(record_lock);
+    lock_scope<record_lock> guard;
     event* const raised = raise_event(code);
     guard.release();
     mobile_handle_event(&g_mobile, raised);

@@ -68,7 +68,9 @@ TEST(Lifecycle, AForkActsOnNothingAndWaitsForNobody)
     ASSERT_EQ(cellular_start(0), 0);
     std::atomic<int> stage = 0; // another thread holds the locks while this one forks
     std::thread holder([&] {
-        const lock_scope settings(settings_lock), flow(flow_lock), record(record_lock);
+        const lock_scope<settings_lock> settings;
+        const lock_scope<flow_lock> flow;
+        const lock_scope<record_lock> record;
         stage = 1;
         wait_until([&] { return stage == 2; });
     });
