@@ -27,8 +27,20 @@ class text_block
     [[gnu::format(printf, 2, 3)]] void add(const char* format, ...);
     void print();
 
+    // Pieces without a format, quicker, for lines that are known to have room behind those that are
+    // there; what has none is cut.
+    struct hex {
+        unsigned int number; // with "0x" but for 0
+    };
+    template <class... Pieces> void put(const Pieces&... pieces) { (put_piece(pieces), ...); }
+
   private:
-    char text[2048]; // its first `length` are in use
+    void put_piece(std::string_view piece);
+    void put_piece(int number);
+    void put_piece(hex number);
+
+    static constexpr std::size_t most = 2047;
+    char text[most + 1]; // its first `length` are in use
     std::size_t length = 0;
 };
 

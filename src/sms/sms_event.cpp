@@ -31,19 +31,21 @@ int width_of(string_view text)
 
 void show_fields(const pdu_fields& f, text_block& block)
 {
+    using hex = text_block::hex;
     if ((f.first_octet & has_header_bit) != 0)
-        block.add("User Data Header Indicator = 1\n");
-    block.add("SMSC Length = %d\n", f.smsc_length);
+        block.put("User Data Header Indicator = 1\n");
+    block.put("SMSC Length = ", f.smsc_length);
     if (f.smsc_length != 0)
-        block.add("SMSC Type-of-address = %#x\nSMSC Number = %s\n", f.smsc_type, f.smsc_number);
-    block.add("PDU First Octet = %#x\nSender number length = %d\n", f.first_octet, f.sender_length);
+        block.put("\nSMSC Type-of-address = ", hex{f.smsc_type},
+                  "\nSMSC Number = ", text_of(f.smsc_number));
+    block.put("\nPDU First Octet = ", hex{f.first_octet},
+              "\nSender number length = ", f.sender_length);
     if (f.sender_length != 0)
-        block.add("Sender Type-of-address = %#x\nSender Number = %s\n", f.sender_type,
-                  f.sender_number);
-    block.add("TP-PID = %#x\nTP-DCS = %#x\nTimestamp = %s\nUser data length = %d\n", f.tp_pid,
-              f.tp_dcs, f.timestamp, f.ud_length);
-    const string_view data = text_of(f.user_data);
-    block.add("User data = %.*s\n", width_of(data), data.data());
+        block.put("\nSender Type-of-address = ", hex{f.sender_type},
+                  "\nSender Number = ", text_of(f.sender_number));
+    block.put("\nTP-PID = ", hex{f.tp_pid}, "\nTP-DCS = ", hex{f.tp_dcs},
+              "\nTimestamp = ", text_of(f.timestamp), "\nUser data length = ", f.ud_length,
+              "\nUser data = ", text_of(f.user_data), "\n");
 }
 
 void show_element(const udh_element& e, text_block& block)
@@ -96,7 +98,7 @@ int sms_handle_header(event& what, const pdu_fields& fields, text_block& block)
             block.add("The User Data Header (%.*s) ends early\n", width_of(walk->rest),
                       walk->rest.data());
     }
-    const lock_scope hold(record_lock);
+    const lock_scope<record_lock> hold;
     long_sms_release(what);
     what.long_sms = &what == &::gsm_event ? &event_numbers
                                           : static_cast<long_sms_info*>(memory_for(sizeof numbers));
@@ -106,29 +108,29 @@ int sms_handle_header(event& what, const pdu_fields& fields, text_block& block)
 }
 
 // The text and what goes with it.
-void decode_text(event& what, const pdu_fields& fields, text_block& block)
+struct decoded_text {
+    int coding;
+    int length;
+    char text[sizeof event::text];
+    sms_time time;
+};
+
+void decode_text(const pdu_fields& fields, decoded_text& out, text_block& block)
 {
     const event_text read = sms_event_text(fields);
-    const sms_time time = gsm_format_sms_time(fields);
-    char text[sizeof what.text] = {};
-    int length = read.length;
+    out = {read.coding, read.length, {}, gsm_format_sms_time(fields)};
     if (read.coding == KELO_SMS_CODING_LATIN1) {
         block.add("User data 8bit = %.*s\n", static_cast<int>(read.bytes.count),
                   reinterpret_cast<const char*>(read.bytes.items));
-        std::memcpy(text, read.bytes.items,
-                    std::min(read.bytes.count, static_cast<std::size_t>(length)));
+        std::memcpy(out.text, read.bytes.items,
+                    std::min(read.bytes.count, static_cast<std::size_t>(read.length)));
     } else {
-        block.add("User data 8bit = \n");
-        const int made =
-            fields.ud_length == 0 ? 0 : sms_get_str(read.bytes.items, length, text, sizeof text);
-        length = made > 0 ? made : length;
+        block.put("User data 8bit = \n");
+        const int made = fields.ud_length == 0 ? 0
+                                               : sms_get_str(read.bytes.items, read.length,
+                                                             out.text, sizeof out.text);
+        out.length = made > 0 ? made : read.length;
     }
-    const lock_scope hold(record_lock);
-    what.coding = read.coding;
-    what.length = length;
-    std::memcpy(what.text, text, sizeof what.text);
-    text_set(what.sms_time, time.time);
-    text_set(what.time_zone, time.zone);
 }
 
 // Cuts the line end off that the modem puts behind a text.
@@ -186,7 +188,7 @@ void parse_text_report(event& what, string_view report, std::size_t comma)
 int sms_report_parse(gsm_mobile* rec, event* what, const char* report)
 {
     char pdu[sizeof what->pdu];
-    lock_scope hold(record_lock);
+    lock_scope<record_lock> hold;
     const char* const comma = std::strchr(report, ',');
     if (comma == nullptr)
         return what->mode = KELO_SMS_MODE_UNKNOWN;
@@ -214,7 +216,7 @@ int sms_log_received(event* what)
     std::tm local = {};
     if (localtime_r(&seconds, &local) != nullptr)
         std::strftime(now, sizeof now, "%F %T", &local);
-    const lock_scope hold(record_lock);
+    const lock_scope<record_lock> hold;
     diag_plain("-START-\nTime    : %s\nMode    : %s\nSender  : %s\nSMSC    : %s\nLength  : %d\n"
                "SMS Time: %s\nText    : %s\nPDU     : %s\n-END-\n\n",
                now, what->mode == KELO_SMS_MODE_PDU ? "PDU" : "TEXT", what->sender, what->smsc,
@@ -246,7 +248,7 @@ int corvel_mobile_sms_gsm7bit_to_8bit(struct gsm_event* what, unsigned char* oct
     const septet_text text =
         gsm7_read(gsm7_behind(septets.all(), static_cast<std::size_t>(std::max(u, 0))));
     std::memcpy(text.ucs2 ? static_cast<void*>(octets) : out, text.bytes.items, text.bytes.count);
-    const lock_scope hold(record_lock);
+    const lock_scope<record_lock> hold;
     what->coding = text.ucs2 ? KELO_SMS_CODING_GSM7 : KELO_SMS_CODING_LATIN1;
     if (text.ucs2)
         what->length = static_cast<int>(text.bytes.count);
@@ -270,18 +272,24 @@ int libgsm_pdu_decode(struct gsm_mobile*, struct gsm_event* what, const char* pd
     show_fields(fields, block);
     const std::size_t header = header_octets(fields);
     const bool stopped = header > fields.ud_length; // the fields behind keep what they hold
-    {
-        const lock_scope hold(record_lock);
-        text_set(what->smsc, fields.smsc_number);
-        text_set(what->sender, fields.sender_number);
-        what->length = fields.ud_length;
-        if (header == 0)
-            long_sms_release(*what);
-    }
+    decoded_text text;
     if (header != 0 && !stopped)
         sms_handle_header(*what, fields, block);
     if (!stopped)
-        decode_text(*what, fields, block);
+        decode_text(fields, text, block);
+    lock_scope<record_lock> hold;
+    text_set(what->smsc, fields.smsc_number);
+    text_set(what->sender, fields.sender_number);
+    what->length = stopped ? fields.ud_length : text.length;
+    if (header == 0)
+        long_sms_release(*what);
+    if (!stopped) {
+        what->coding = text.coding;
+        std::memcpy(what->text, text.text, sizeof what->text);
+        text_set(what->sms_time, text.time.time);
+        text_set(what->time_zone, text.time.zone);
+    }
+    hold.release();
     block.print();
     return 0;
 }

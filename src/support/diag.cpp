@@ -12,6 +12,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <poll.h>
 #include <pthread.h>
 
@@ -46,15 +47,17 @@ bool key_made = false;
 
 void make_key()
 {
-    key_made = pthread_key_create(&key, std::free) == 0;
+    word_set(key_made, pthread_key_create(&key, std::free) == 0);
 }
 
 // Null without memory: then lines are written at once.
 thread_state* this_thread()
 {
-    pthread_once(&key_once, make_key);
-    if (!key_made)
-        return nullptr;
+    if (!word_get(key_made)) {
+        pthread_once(&key_once, make_key);
+        if (!word_get(key_made))
+            return nullptr;
+    }
     auto* state = static_cast<thread_state*>(pthread_getspecific(key));
     if (state != nullptr)
         return state;
@@ -82,6 +85,8 @@ int dropped_of_errors = 0;
 // itself.
 bool lock_stream(std::FILE* stream, int wait_ms)
 {
+    if (ftrylockfile(stream) == 0)
+        return true;
     const std::int64_t deadline = monotonic_ms() + wait_ms;
     while (ftrylockfile(stream) != 0) {
         if (monotonic_ms() >= deadline)
@@ -91,15 +96,47 @@ bool lock_stream(std::FILE* stream, int wait_ms)
     return true;
 }
 
-// Whether all of it was written. A pipe that is ready takes as much as this without a wait.
+// Of the last tick: it costs a tenth of the exact time.
+std::int64_t coarse_ms()
+{
+    timespec now = {};
+    clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
+    return static_cast<std::int64_t>(now.tv_sec) * 1000 + now.tv_nsec / 1000000;
+}
+
+// What a stream takes without a wait: a pipe that is ready has room for a whole piece. Lines that
+// follow each other closely share one question. Guarded by the stream's own lock.
+struct stream_room {
+    std::int64_t until_ms;
+    std::size_t bytes;
+};
+stream_room room_of_output = {};
+stream_room room_of_errors = {};
+
+bool has_room(std::FILE* stream, std::size_t bytes, int wait_ms)
+{
+    constexpr int stays_ms = 5;
+    stream_room& room = stream == stderr ? room_of_errors : room_of_output;
+    const std::int64_t now = coarse_ms();
+    if (bytes > room.bytes || now >= room.until_ms) {
+        pollfd out = {fileno(stream), POLLOUT, 0};
+        if (poll(&out, 1, 0) == 0 && poll(&out, 1, wait_ms) == 0)
+            return false;
+        room = {now + stays_ms, PIPE_BUF};
+    }
+    room.bytes -= bytes;
+    return true;
+}
+
+// Whether all of it was written.
 bool write_pieces(std::FILE* stream, const char* text, std::size_t length, int wait_ms)
 {
     constexpr std::size_t piece = PIPE_BUF;
     for (std::size_t at = 0; at < length; at += piece) {
-        pollfd out = {fileno(stream), POLLOUT, 0};
-        if (poll(&out, 1, wait_ms) == 0)
+        const std::size_t count = std::min(piece, length - at);
+        if (!has_room(stream, count, wait_ms))
             return false;
-        std::fwrite(text + at, 1, std::min(piece, length - at), stream);
+        std::fwrite(text + at, 1, count, stream);
         std::fflush(stream);
     }
     return true;
@@ -221,6 +258,13 @@ void say_line(kelo_log_level level, char* text, std::size_t length)
         deliver_held(state);
 }
 
+void say_text(kelo_log_level level, char* text, std::size_t length)
+{
+    if (length == 0 || text[length - 1] != '\n')
+        text[length++] = '\n';
+    say_line(level, text, length);
+}
+
 void say(kelo_log_level level, const char* format, va_list values)
 {
     char room[512];
@@ -244,9 +288,7 @@ void say(kelo_log_level level, const char* format, va_list values)
         }
     }
     va_end(again);
-    if (length == 0 || text[length - 1] != '\n')
-        text[length++] = '\n';
-    say_line(level, text, length);
+    say_text(level, text, length);
     if (text != room)
         std::free(text);
 }
@@ -259,6 +301,11 @@ void diag_plain(const char* format, ...)
     va_start(values, format);
     say(KELO_LOG_NOTICE, format, values);
     va_end(values);
+}
+
+void diag_text(char* text, std::size_t length)
+{
+    say_text(KELO_LOG_NOTICE, text, length);
 }
 
 void diag_debug(const char* format, ...)
@@ -310,7 +357,7 @@ bool diag_holds_back()
 void kelo_set_log(kelo_log_handler handler, void* argument)
 {
     using namespace kelo;
-    const lock_scope hold(log_lock);
+    const lock_scope<log_lock> hold;
     const unsigned int next = word_get(listener_number) + 1;
     word_set(listeners[next % 2].handler, handler);
     word_set(listeners[next % 2].argument, argument);

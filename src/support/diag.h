@@ -17,6 +17,9 @@ extern int debug_5g;
 [[gnu::format(printf, 1, 2)]] void diag_plain(const char* format, ...); // standard output
 [[gnu::format(printf, 1, 2)]] void diag_debug(const char* format,
                                               ...); // the same, while debug is on
+// Lines of the plain class that are formatted already; behind them is room for a line end.
+void diag_text(char* text, std::size_t length);
+
 [[gnu::format(printf, 1, 2)]] void diag_error(const char* format, ...); // standard error
 
 // A line of one of the classes that opens with a name and the number of the line that says it:

@@ -151,12 +151,23 @@ sms_time gsm_format_sms_time(const pdu_fields& fields)
 {
     sms_time read;
     const char* const stamp = fields.timestamp;
-    std::snprintf(read.time, sizeof read.time, "20%.2s-%.2s-%.2s %.2s:%.2s:%.2s", stamp, stamp + 2,
-                  stamp + 4, stamp + 6, stamp + 8, stamp + 10);
+    char* to = std::copy_n("20", 2, read.time);
+    for (int i = 0; i < 12; i += 2) {
+        if (i > 0)
+            *to++ = "--- ::"[i / 2];
+        if (stamp[i] == '\0')
+            continue;
+        *to++ = stamp[i];
+        if (stamp[i + 1] != '\0')
+            *to++ = stamp[i + 1];
+    }
     const octet zone = hex_octet({stamp, timestamp_width}, 6);
     const int quarters = (zone >> 4 & 7) * 10 + (zone & 15);
-    std::snprintf(read.zone, sizeof read.zone, (zone & 0x80) != 0 ? "GMT-%d" : "GMT+%d",
-                  quarters / 4);
+    const int hours = quarters / 4; // two digits at most
+    to = std::copy_n((zone & 0x80) != 0 ? "GMT-" : "GMT+", 4, read.zone);
+    if (hours >= 10)
+        *to++ = static_cast<char>('0' + hours / 10);
+    *to = static_cast<char>('0' + hours % 10);
     return read;
 }
 

@@ -50,6 +50,25 @@ std::uint32_t four_byte_character(std::string_view text)
 
 } // namespace
 
+utf8_made ucs2_to_utf8(std::span<const octet> data, std::span<char> out)
+{
+    char* to = out.data();
+    std::size_t room = out.size(), at = 0;
+    for (; at + 1 < data.size(); at += 2) {
+        const std::uint32_t c = unit_at(&data[at]);
+        const std::size_t count = c < 0x80 ? 1 : c < 0x800 ? 2 : 3;
+        if ((c & 0xF800) == 0xD800 || count > room)
+            break;
+        if (count == 3)
+            *to++ = static_cast<char>(0xE0 | c >> 12);
+        if (count >= 2)
+            *to++ = static_cast<char>(count == 2 ? 0xC0 | c >> 6 : 0x80 | (c >> 6 & 0x3F));
+        *to++ = static_cast<char>(count == 1 ? c : 0x80 | (c & 0x3F));
+        room -= count;
+    }
+    return {out.size() - room, at == data.size()};
+}
+
 int utf16_to_utf8(std::span<const octet> data, std::span<char> out)
 {
     std::size_t length = 0;
