@@ -30,8 +30,8 @@ FIGURES = (
     sms("encode-7bit-full", "the same, 160 characters of the 7-bit alphabet", "encode/{}/7bit/160"),
     sms("join-7bit", "three PDUs to one text of 400 characters of the 7-bit alphabet", "join/{}/7bit/400"),
     sms("join-ucs2", "three PDUs to one text of 180 characters of UCS-2", "join/{}/ucs2/180"),
-    Figure("Messages", "allocations-message", "calls of malloc and its like for a received message, from the port to `kelo_take_sms`",
-           "calls", "lower", Call("benchmark", "bench_lines line/CMT", "allocations")),
+    Figure("Messages", "allocations-message", "allocations of a received message, from the port to `kelo_take_sms`",
+           "", "lower", Call("benchmark", "bench_lines line/CMT", "allocations")),
 
     line("OK", "`OK`"),
     line("CSQ", "`+CSQ`, signal"),
@@ -44,13 +44,15 @@ FIGURES = (
     line("QGPSLOC", "`+QGPSLOC`, a position, to the host"),
     line("unknown", "a line that nobody knows"),
 
-    Figure("Latency", "latency-median", "bytes of `+CMTI` in the kernel to the host awake by `kelo_event_fd`, the modem quiet before; median",
-           "us", "lower", Call("latency", "600 800", "median")),
-    Figure("Latency", "latency-99", "the same, 99th percentile of a run", "us", "lower", Call("latency", "600 800", "p99")),
-    Figure("Latency", "latency-worst", "the same, worst of all runs", "us", "lower", Call("latency", "600 800", "worst"), (), "max"),
-    Figure("Latency", "latency-busy-median", "the same at any moment up to a second behind another line: the pace, half a second, counts; median",
-           "ms", "lower", Call("latency", "0 1000", "median_ms")),
-    Figure("Latency", "latency-busy-99", "the same, 99th percentile of a run", "ms", "lower", Call("latency", "0 1000", "p99_ms")),
+    Figure("Latency", "latency-median", "bytes of `+CMTI` in the kernel to the host awake by `kelo_event_fd`, the library at rest; median",
+           "us", "lower", Call("latency", "bench_latency", "rest_median")),
+    Figure("Latency", "latency-99", "the same, 99th percentile of a run", "us", "lower", Call("latency", "bench_latency", "rest_99")),
+    Figure("Latency", "latency-worst", "the same, worst of all runs", "us", "lower",
+           Call("latency", "bench_latency", "rest_worst"), (), "max"),
+    Figure("Latency", "latency-any-median", "the same at any moment up to a second behind another line; median", "ms", "lower",
+           Call("latency", "bench_latency", "any_median_ms")),
+    Figure("Latency", "latency-any-99", "the same, 99th percentile of a run", "ms", "lower",
+           Call("latency", "bench_latency", "any_99_ms")),
 
     Figure("Start", "first-command", "start of the process to its first byte on the port", "ms", "lower",
            Call("first_byte", "kelo-host", "ms"), peers("first_byte", "ms", "gammu", *DAEMONS)),
@@ -68,25 +70,25 @@ FIGURES = (
     Figure("Start", "online-again", "with the keeper: the module restarts, its port is gone for a second, to the link verified again", "s", "lower",
            Call("life", "bench_host keep", "again")),
 
-    *(Figure("Memory", f"memory-{key}", what, "KiB", "lower", Call("life", "kelo-host", key),
-             peers("life", key, *DAEMONS, "dbus-daemon"))
+    *(Figure("Memory", f"memory-{key}", what, "KiB", "lower", Call("rest", "kelo-host", key),
+             (*peers("rest", key, *DAEMONS), ("dbus-daemon", Call("rest", "ModemManager", f"bus_{key}"))))
       for key, what in (("rss", "kelo-host, online: resident memory"), ("pss", "the same, its share of what is shared (PSS)"),
                         ("dirty", "the same, private and written to"))),
-    *(Figure("Memory", f"memory-minimal-{key}", what, "KiB", "lower", Call("life", "minimal", key))
+    *(Figure("Memory", f"memory-minimal-{key}", what, "KiB", "lower", Call("rest", "minimal", key))
       for key, what in (("rss", "examples/minimal.c, online: resident memory"), ("pss", "the same, PSS"),
                         ("dirty", "the same, private and written to"), ("library", "of that, of the library itself"))),
 
     Figure("Idle", "idle-wakeups", "wake-ups an hour, the library without the keeper, online", "1/h", "lower",
-           Call("idle", "bench_host", "wakeups")),
+           Call("rest", "bench_host", "wakeups")),
     Figure("Idle", "idle-cpu", "the same, CPU time an hour, with that of the programs that it runs", "s/h", "lower",
-           Call("idle", "bench_host", "cpu")),
+           Call("rest", "bench_host", "cpu")),
     Figure("Idle", "idle-keeper-wakeups", "wake-ups an hour, the library with the keeper, online", "1/h", "lower",
-           Call("idle", "bench_host keep", "wakeups")),
-    Figure("Idle", "idle-keeper-cpu", "the same, CPU time an hour", "s/h", "lower", Call("idle", "bench_host keep", "cpu")),
+           Call("rest", "bench_host keep", "wakeups")),
+    Figure("Idle", "idle-keeper-cpu", "the same, CPU time an hour", "s/h", "lower", Call("rest", "bench_host keep", "cpu")),
     Figure("Idle", "idle-host-wakeups", "wake-ups an hour, kelo-host, online", "1/h", "lower",
-           Call("idle", "kelo-host", "wakeups"), peers("idle", "wakeups", *DAEMONS)),
+           Call("rest", "kelo-host", "wakeups"), peers("rest", "wakeups", *DAEMONS)),
     Figure("Idle", "idle-host-cpu", "the same, CPU time an hour", "s/h", "lower",
-           Call("idle", "kelo-host", "cpu"), peers("idle", "cpu", *DAEMONS)),
+           Call("rest", "kelo-host", "cpu"), peers("rest", "cpu", *DAEMONS)),
 
     Figure("Size", "size-library", "the library, stripped", "KiB", "lower",
            Call("size", "libkelo", "own"), peers("size", "own", "libmm-glib")),

@@ -1,11 +1,11 @@
 # SPDX-License-Identifier: MIT
-"""What measures: each function is one run of one program, and gives what it found by name. A list is several runs at once.
-All of it happens inside scripts/device-root."""
+"""What measures: each function is one run of one program, and gives what it found by name. All of it happens inside scripts/device-root."""
 import contextlib, glob, json, os, pty, re, select, socket, statistics, subprocess, tempfile, time, tty
 
 ALONE, PARALLEL, ONCE = "alone", "parallel", "once"  # how a measure stands the company of others; ONCE: nothing in it varies
 PORT, TARGET = "/dev/ttyUSB2", "10.64.0.1"
 MEASURES = {}
+REST_S = 15
 
 
 class Failed(Exception):
@@ -79,11 +79,6 @@ class Program:
             now = time.monotonic()
             self.lines += [(now, text.decode(errors="replace")) for text in lines]
 
-    def drain(self):
-        """So that nobody waits for room."""
-        while select.select([self.process.stdout], [], [], 0)[0] and os.read(self.process.stdout.fileno(), 65536):
-            pass
-
 
 @contextlib.contextmanager
 def emulator(bench, *options):
@@ -114,19 +109,24 @@ def benchmark(bench, subject):
         found = json.load(open(out.name))["benchmarks"]
     if len(found) != 1 or found[0].get("error_occurred"):
         raise Failed(f"{case}: {found[0].get('error_message') if found else 'there is no such case'}")
-    return {"cpu": found[0]["cpu_time"], "per_second": 1e9 / found[0]["real_time"], "allocations": found[0].get("allocations")}
+    return {"cpu": found[0]["cpu_time"], "per_second": 1e9 / found[0]["real_time"], "allocations": found[0].get("allocations", 0)}
 
 
 # ---- From the port to the host
 
 @measure(ALONE)
-def latency(bench, gaps):
-    hosts, lines = (20, 10) if bench.quick else (80, 25)
-    values = sorted(float(row) for row in run([bench.program("bench_latency"), str(hosts), str(lines), *gaps.split()], 200).split())
-    if len(values) != hosts * lines:
-        raise Failed(f"{len(values)} of {hosts * lines} lines came through")
-    median, p99 = statistics.median(values), values[int(len(values) * 0.99)]
-    return {"median": median, "p99": p99, "worst": values[-1], "median_ms": median / 1000, "p99_ms": p99 / 1000}
+def latency(bench, subject):
+    hosts, lines = (40, 5) if bench.quick else (100, 20)
+    found, kinds = {}, {"rest": [], "any": []}
+    for row in run([bench.program(subject), str(hosts), str(lines)], 200).splitlines():
+        kinds[row.split()[0]].append(float(row.split()[1]))
+    for kind, values in kinds.items():
+        if len(values) != hosts * lines:
+            raise Failed(f"{len(values)} of {hosts * lines} lines came through")
+        values.sort()
+        found |= {f"{kind}_median": statistics.median(values), f"{kind}_99": values[int(len(values) * 0.99)],
+                  f"{kind}_worst": values[-1]}
+    return {**found, "any_median_ms": found["any_median"] / 1000, "any_99_ms": found["any_99"] / 1000}
 
 
 # ---- The hosts, ours and others
@@ -181,8 +181,11 @@ class ModemManager:
 
     def take(self, bus):
         path = "/org/freedesktop/ModemManager1"
-        bus.call(self.bus_name, path, "org.freedesktop.ModemManager1.Test.SetProfile", "string:bench", "string:quectel",
+        bus.call(self.bus_name, path, "org.freedesktop.ModemManager1.Test.SetProfile", "string:bench", "string:generic",
                  "array:string:abstract:bench")
+
+    def use(self, bus):
+        """It stays as it is once it knows the module: to enable it wants a daemon that has it allowed."""
 
     def told(self, bus):
         return bus.call(self.bus_name, "/org/freedesktop/ModemManager1", "org.freedesktop.DBus.ObjectManager.GetManagedObjects")
@@ -204,11 +207,14 @@ class oFono:
     def take(self, bus):
         bus.call(self.bus_name, "/phonesim", "org.ofono.Modem.SetProperty", "string:Powered", "variant:boolean:true")
 
+    def use(self, bus):
+        bus.call(self.bus_name, "/phonesim", "org.ofono.Modem.SetProperty", "string:Online", "variant:boolean:true")
+
     def told(self, bus):
         return bus.call(self.bus_name, "/", "org.ofono.Manager.GetModems")
 
 
-PEERS = {"ModemManager": ModemManager, "oFono": oFono, "dbus-daemon": ModemManager}
+PEERS = {"ModemManager": ModemManager, "oFono": oFono}
 
 
 @contextlib.contextmanager
@@ -250,10 +256,12 @@ def peer_at_work(bench, name):
     with emulator(bench), peer_started(bench, name) as (peer, program, bus):
         handle = peer.listener.fileno()
         with Program("python3", "-c", BRIDGE, str(handle), PORT, quiet=True, keep=[handle]):
-            time.sleep(5 if bench.quick else 8)
+            time.sleep(3)
+            peer.use(bus)
+            time.sleep(3)
             if "EC25" not in peer.told(bus):
                 raise Failed(f"{name} does not know the module")
-            yield bus.daemon if name == "dbus-daemon" else program
+            yield program, bus
 
 
 def host_command(bench, subject):
@@ -276,9 +284,9 @@ def need_link():
 @contextlib.contextmanager
 def host_online(bench, subject):
     need_link()
-    with emulator(bench) as modem, Program(*host_command(bench, subject)) as host:
+    with emulator(bench), Program(*host_command(bench, subject)) as host:
         host.wait(ONLINE[subject.split()[0]], 90)
-        yield host
+        yield host, None
     leave_link()
 
 
@@ -352,7 +360,36 @@ def load(bench, subject):
     return {"us": statistics.median(float(run([bench.program("bench_load"), path], env=env)) for _ in range(11))}
 
 
-# ---- A life: it comes up, is looked at, and comes back
+# ---- A life: it comes up, and comes back
+
+@measure(PARALLEL)
+def life(bench, subject):
+    need_link()
+    with emulator(bench, "--boot") as modem, Program(*host_command(bench, subject)) as host:
+        when = lambda what: float(host.wait(f"^[0-9.]+ {what}$", 90)[1].split()[0])
+        found = {"ready": when("ready") - host.began, "online": when("online") - host.began}
+        if "keep" in subject:  # else it is for the host to bring it back
+            time.sleep(3)
+            modem.order("reset 1000")
+            reset = time.monotonic()
+            when("not online")
+            found["again"] = when("online") - reset
+    leave_link()
+    return found
+
+
+# ---- At rest
+
+def spent(pid):
+    """Times that each thread has gone to sleep, and CPU seconds, those of the programs that it has run with them."""
+    sleeps = {}
+    for status in glob.glob(f"/proc/{pid}/task/*/status"):
+        with contextlib.suppress(FileNotFoundError, ProcessLookupError):  # a thread that has just ended
+            sleeps[status] = int(re.search(r"^voluntary_ctxt_switches:\s*(\d+)", open(status).read(), re.M).group(1))
+    fields = open(f"/proc/{pid}/stat").read().rpartition(")")[2].split()
+    children = (int(fields[13]) + int(fields[14])) / os.sysconf("SC_CLK_TCK")
+    return sleeps, children + time.clock_gettime(~pid << 3 | 2)  # the clock of a process, as Linux numbers it
+
 
 def memory(pid):
     fields = dict(re.findall(r"^(\w+): +(\d+) kB", open(f"/proc/{pid}/smaps_rollup").read(), re.M))
@@ -368,54 +405,16 @@ def memory(pid):
 
 
 @measure(PARALLEL)
-def life(bench, subject):
-    if not subject.startswith("bench_host"):
-        with at_work(bench, subject) as program:
-            time.sleep(2)
-            return memory(program.pid)
-    need_link()
-    with emulator(bench, "--boot") as modem, Program(*host_command(bench, subject)) as host:
-        when = lambda what: float(host.wait(f"^[0-9.]+ {what}$", 90)[1].split()[0])
-        found = {"ready": when("ready") - host.began, "online": when("online") - host.began}
-        if "keep" in subject:  # else it is for the host to bring it back
-            time.sleep(3)
-            modem.order("reset 1000")
-            reset = time.monotonic()
-            when("not online")
-            found["again"] = when("online") - reset
-    leave_link()
-    return found
-
-
-# ---- Doing nothing
-
-def spent(pid):
-    """Times that its threads have gone to sleep, CPU seconds of its own, and of the programs that it has run."""
-    wakeups = 0
-    for status in glob.glob(f"/proc/{pid}/task/*/status"):
-        with contextlib.suppress(FileNotFoundError, ProcessLookupError):  # a thread that has just ended
-            wakeups += int(re.search(r"^voluntary_ctxt_switches:\s*(\d+)", open(status).read(), re.M).group(1))
-    fields = open(f"/proc/{pid}/stat").read().rpartition(")")[2].split()
-    children = (int(fields[13]) + int(fields[14])) / os.sysconf("SC_CLK_TCK")
-    return wakeups, time.clock_gettime(~pid << 3 | 2), children  # the clock of a process, as Linux numbers it
-
-
-@measure(PARALLEL)
-def idle(bench, subject):
-    """Windows one behind the other, of one process; an hour is so many times as long."""
-    window = 8 if bench.quick else 24
-    found = {"wakeups": [], "cpu": []}
-    with at_work(bench, subject) as program:
-        time.sleep(5)
-        for _ in range(bench.runs):
-            before, began = spent(program.pid), time.monotonic()
-            time.sleep(window)
-            after, hours = spent(program.pid), (time.monotonic() - began) / 3600
-            found["wakeups"].append((after[0] - before[0]) / hours)
-            found["cpu"].append((after[1] - before[1] + after[2] - before[2]) / hours)
-            if not program.quiet:
-                program.drain()
-    return found
+def rest(bench, subject):
+    """What it has of memory once it is at rest, and what it does in a quarter of a minute; an hour is so many times as long."""
+    with at_work(bench, subject) as (program, bus):
+        time.sleep(3)
+        found = memory(program.pid) | ({f"bus_{name}": value for name, value in memory(bus.daemon.pid).items()} if bus else {})
+        before, began = spent(program.pid), time.monotonic()
+        time.sleep(REST_S)
+        after, hours = spent(program.pid), (time.monotonic() - began) / 3600
+    wakeups = sum(count - before[0].get(thread, 0) for thread, count in after[0].items())
+    return {**found, "wakeups": wakeups / hours, "cpu": (after[1] - before[1]) / hours}
 
 
 # ---- What it weighs

@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: MIT
 """The page and its figures as JSON, from the same records; and what has changed since an earlier run."""
-import os, platform, re, statistics, subprocess, time
+import os, platform, re, shutil, statistics, subprocess, time
 
 
 def summary(values, of="median"):
@@ -20,7 +20,7 @@ def spread(side):
 
 
 def shown(side, unit):
-    return f"{number(side['value'])} {unit}"
+    return f"{number(side['value'])} {unit}".strip()
 
 
 def one_line(record):
@@ -32,11 +32,12 @@ def one_line(record):
 
 def about(options, tree):
     """Machine, compiler, and how."""
-    run = lambda *command: subprocess.run(command, capture_output=True, text=True, cwd=tree).stdout.strip()
+    def run(*command):
+        return subprocess.run(command, capture_output=True, text=True, cwd=tree).stdout.strip() if shutil.which(command[0]) else ""
     cpu = re.search(r"model name\s*: (.*)", open("/proc/cpuinfo").read())
     cache = os.path.join(options.programs, "CMakeCache.txt")
     cached = lambda name: (re.search(rf"^{name}:\w+=(.*)$", open(cache).read(), re.M) or [None, ""])[1] if os.path.exists(cache) else ""
-    release = re.search(r'PRETTY_NAME="(.*)"', open("/etc/os-release").read())
+    release = re.search(r'PRETTY_NAME="(.*)"', open("/usr/lib/os-release").read()) if os.path.exists("/usr/lib/os-release") else None
     changed = " with changes" if run("git", "status", "--porcelain", "--untracked-files=no") else ""
     return {"date": time.strftime("%Y-%m-%d %H:%M UTC", time.gmtime()),
             "commit": run("git", "rev-parse", "--short=12", "HEAD") + changed,
@@ -53,9 +54,9 @@ def about(options, tree):
 HOW = """# What it costs
 
 Written by `bench/run`, from the records that build/bench has as performance.json. A figure is the median of
-{runs} runs and stands beside its smallest and largest; one of a size has no spread. A peer is Debian's own package, and was
-measured in the same minutes: kelo, peer, kelo, peer. `bench/run --only NAME` makes a row again, `bench/run --compare FILE`
-tells what differs from an earlier performance.json by more than its spread.
+{runs} runs and stands beside its smallest and largest; a size has no spread. A peer is Debian's own package, and was measured
+in the same run: in turn with kelo what is timed, side by side what mostly waits (memory and idle). `bench/run --only NAME`
+makes a row again, `bench/run --compare FILE` tells what differs from an earlier performance.json by more than its spread.
 
 | | |
 |---|---|
@@ -77,15 +78,18 @@ NOTES = {
     "Start": "On the emulated EC25, with a stand-in for the dialer; a real module adds its own time. ModemManager comes by its test "
              "interface, oFono by its driver for a simulated phone, both over a socket and with a message bus of their own: until they "
              "are told of the module, they wait for nobody. kelo sends its commands in pairs, two in half a second.",
-    "Memory": "kelo-host and the peers on the emulated EC25, each with all that it asks at its start behind it. The peers want a "
+    "Memory": "On the emulated EC25, each with all that it asks at its start behind it, and a process of its own for each run; several "
+              "of them stand side by side, which tells in PSS. The peers want a "
               "message bus beside them, which has a row of its own; kelo does not.",
-    "Idle": "An hour scaled from {runs} windows of {window} s. Wake-ups are the voluntary context switches of all threads, without "
-            "those of programs that are run (ping, ifconfig), whose CPU time counts. The peers watch no link and ping nobody.",
+    "Idle": "An hour scaled from {runs} times 15 s, each of a process of its own. Wake-ups are the voluntary context switches of all "
+            "threads, without those of programs that are run (ping, ifconfig), whose CPU time counts. The peers do less meanwhile: "
+            "they watch no link and ping nobody, and ModemManager has closed the port, since to enable the module it wants a "
+            "daemon that has it allowed.",
     "Size": "Files on disk, without debug information.",
 }
 
 
-def rows(record):
+def rows(record, with_peers):
     """One for kelo by itself, or one for each peer."""
     kelo = record["kelo"]
     own = f"not here: {kelo['missing']}" if "missing" in kelo else shown(kelo, record["unit"])
@@ -96,7 +100,7 @@ def rows(record):
         elif peer:
             other, its_spread = f"{peer['name']} {shown(peer, record['unit'])}", spread(peer)
             ratio = number(kelo["value"] / peer["value"]) if "value" in kelo and peer["value"] else ""
-        yield [record["what"], own, spread(kelo) if "value" in kelo else "", *([other, its_spread, ratio] if record["peers"] else []),
+        yield [record["what"], own, spread(kelo) if "value" in kelo else "", *([other, its_spread, ratio] if with_peers else []),
                f"`{record['command']}`"]
 
 
@@ -112,12 +116,10 @@ def page(whole):
     text = HOW.format(peer_list=listed, **facts)
     for group in dict.fromkeys(record["group"] for record in whole["figures"]):
         mine = [record for record in whole["figures"] if record["group"] == group]
-        text += f"\n## {group}\n\n" + NOTES[group].format(window=8 if facts["quick"] else 24, **facts) + "\n"
-        for records, heads in (([r for r in mine if r["peers"]],
-                                ["What", "kelo", "from, to", "peer", "from, to", "kelo / peer", "again"]),
-                               ([r for r in mine if not r["peers"]], ["What", "kelo", "from, to", "again"])):
-            if records:
-                text += "\n" + table(heads, [row for record in records for row in rows(record)])
+        text += f"\n## {group}\n\n" + NOTES[group].format(**facts) + "\n"
+        with_peers = any(record["peers"] for record in mine)
+        heads = ["What", "kelo", "from, to", *(["peer", "from, to", "kelo / peer"] if with_peers else []), "again"]
+        text += "\n" + table(heads, [row for record in mine for row in rows(record, with_peers)])
     return text
 
 
