@@ -13,7 +13,8 @@ FILES = {"ModemManager": "usr/sbin/ModemManager", "oFono": "usr/sbin/ofonod", "l
          "dbus-monitor": "usr/bin/dbus-monitor"}
 OWNERS = {"ModemManager": "modemmanager", "oFono": "ofono", "libmm-glib": "libmm-glib0", "gammu": "gammu",
           "dbus-daemon": "dbus-daemon", "libgammu": "libgammu-dev"}
-NEEDS = {"ModemManager": ("dbus-daemon", "dbus-send", "dbus-monitor"), "oFono": ("dbus-daemon", "dbus-send", "dbus-monitor")}
+BUS = ("dbus-daemon", "dbus-send", "dbus-monitor")
+NEEDS = {"ModemManager": BUS, "oFono": BUS, "dbus-daemon": ("ModemManager", *BUS)}  # the bus is that of ModemManager
 
 
 def installed(package):
