@@ -2,6 +2,7 @@
 // The SMS codec beside Gammu's: hexadecimal PDU to UTF-8 text, and UTF-8 text to hexadecimal PDU.
 // Both sides do the whole way, and every case is checked once before it is timed.
 #include "sms/sms.h"
+#include "support/sleeps.h"
 #include "support/text.h"
 
 #include <benchmark/benchmark.h>
@@ -10,11 +11,15 @@
 #include <gammu-misc.h>
 #include <gammu-unicode.h>
 
+#include <cstdlib>
+#include <cstring>
 #include <fcntl.h>
 #include <iostream>
 #include <iterator>
+#include <kelo/messages.h>
 #include <string>
 #include <unistd.h>
+#include <vector>
 
 using namespace kelo;
 
@@ -158,16 +163,17 @@ struct gammu_decoder {
 
 // ---- Timing
 
-// The SMS-DELIVER of a text, made of the SMS-SUBMIT to a number of 13 digits.
+// The SMS-DELIVER that the network makes of an SMS-SUBMIT to a number of 13 digits.
+std::string delivered(const std::string& submit, bool is_part)
+{
+    return std::string("0791947101670000") + (is_part ? "44" : "04") + submit.substr(6, 18) +
+           submit.substr(24, 4) + "42507190032180" + submit.substr(30);
+}
+
 std::string delivered(const sample& s)
 {
     kelo_encoder encoder(s);
-    if (!encoder.encode(s))
-        return "";
-    const std::string pdu = encoder.pdu;
-    return "0791947101670000"
-           "04" +
-           pdu.substr(6, 18) + pdu.substr(24, 4) + "42507190032180" + pdu.substr(30);
+    return encoder.encode(s) ? delivered(encoder.pdu, false) : "";
 }
 
 template <class encoder_type> void encode(benchmark::State& state, const sample& s)
@@ -188,6 +194,75 @@ template <class decoder_type> void decode(benchmark::State& state, const sample&
         return state.SkipWithError("another text came out");
     for (auto _ : state)
         benchmark::DoNotOptimize(decoder.decode(pdu));
+}
+
+// A message of three parts, as a host gets it: PDUs to one text in UTF-8.
+struct kelo_joiner {
+    char text[1024] = {};
+
+    bool join(const std::vector<std::string>& pdus)
+    {
+        for (const std::string& pdu : pdus)
+            if (const auto part = sms_read_deliver(pdu))
+                sms_message_part(*part, {}, false, monotonic_ms());
+        kelo_message message = {};
+        return kelo_take_message(&message, sizeof message, text, sizeof text) == 1 &&
+               message.missing == 0;
+    }
+};
+
+struct gammu_joiner {
+    std::vector<GSM_MultiSMSMessage> parts = std::vector<GSM_MultiSMSMessage>(3);
+    char text[1024] = {};
+
+    bool join(const std::vector<std::string>& pdus)
+    {
+        GSM_MultiSMSMessage* in[4] = {};
+        GSM_MultiSMSMessage* out[4] = {};
+        octet octets[256];
+        for (std::size_t i = 0; i < pdus.size(); i++) {
+            std::size_t end = 0;
+            parts[i].Number = 1;
+            GSM_SetDefaultReceivedSMSData(&parts[i].SMS[0]);
+            if (DecodeHexBin(octets, reinterpret_cast<const octet*>(pdus[i].data()),
+                             pdus[i].size()) != TRUE ||
+                GSM_DecodePDUFrame(GSM_GetGlobalDebug(), &parts[i].SMS[0], octets,
+                                   pdus[i].size() / 2, &end, TRUE) != ERR_NONE)
+                return false;
+            in[i] = &parts[i];
+        }
+        if (GSM_LinkSMS(GSM_GetGlobalDebug(), in, out, FALSE) != ERR_NONE || out[0] == nullptr)
+            return false;
+        std::size_t length = 0;
+        for (int i = 0; i < out[0]->Number; i++) {
+            EncodeUTF8(text + length, out[0]->SMS[i].Text);
+            length += std::strlen(text + length);
+        }
+        for (GSM_MultiSMSMessage* one : out)
+            std::free(one);
+        return true;
+    }
+};
+
+const sample long_samples[] = {{"7bit/400", repeat("The door is open", 25), false},
+                               {"ucs2/180", repeat("告白", 90), true}};
+
+template <class joiner_type> void join(benchmark::State& state, const sample& s)
+{
+    std::vector<std::string> pdus;
+    libgsm_send_sms_from_buffer("t", number, 0, s.text.data(), static_cast<int>(s.text.size()));
+    while (sms_outbox_item* const item = sms_outbox_deq()) {
+        pdus.push_back(delivered(item->sms_body, true));
+        sms_outbox_free(item);
+    }
+    joiner_type joiner;
+    if (pdus.size() != 3)
+        return state.SkipWithError("not three parts");
+    joiner.join(pdus); // the library puts parts together from the first call on
+    if (!joiner.join(pdus) || joiner.text != s.text)
+        return state.SkipWithError("another text came out");
+    for (auto _ : state)
+        benchmark::DoNotOptimize(joiner.join(pdus));
 }
 
 // From the host's call to the outbox and out of it again, with all that is printed on the way.
@@ -218,6 +293,12 @@ int main(int argc, char** argv)
         add("encode/kelo", encode<kelo_encoder>);
         add("encode/gammu", encode<gammu_encoder>);
         add("send/kelo", send);
+    }
+    for (const sample& s : long_samples) {
+        benchmark::RegisterBenchmark((std::string("join/kelo/") + s.name).c_str(),
+                                     join<kelo_joiner>, s);
+        benchmark::RegisterBenchmark((std::string("join/gammu/") + s.name).c_str(),
+                                     join<gammu_joiner>, s);
     }
     const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
     if (nowhere < 0 || dup2(nowhere, STDOUT_FILENO) < 0)
