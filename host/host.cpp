@@ -59,6 +59,7 @@ void keep(const host_options& options)
     std::snprintf(keeper.second_ping_target, sizeof keeper.second_ping_target, "%s",
                   options.second_ping_target.c_str());
     keeper.pin_tries_least = options.pin_tries;
+    keeper.dial_spread_s = options.dial_spread_s;
     if (!options.on_stuck.empty()) {
         keeper.stuck = run_when_stuck;
         keeper.context = const_cast<std::string*>(&options.on_stuck);

@@ -57,6 +57,11 @@ void add_settings(CLI::App& app, host_options& options)
                 "Host that is pinged to verify the link (default 8.8.8.8)");
     app.add_option("--second-ping-target", options.second_ping_target,
                    "Another one: the link is up when either answers");
+    app.add_option(
+           "--dial-spread", options.dial_spread_s,
+           "The first dial behind a start, a lost link or a new registration waits up to so "
+           "many seconds, by chance, so that many devices do not dial at once (default 0)")
+        ->check(CLI::Range(0, 3600));
     app.add_flag_callback(
         "--no-ping", [&options] { options.settings.ping_enable = 0; },
         "Take the link for up without a ping");

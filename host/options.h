@@ -39,6 +39,7 @@ struct host_options {
     bool gps = false;
     std::string port; // empty: the first
     std::string second_ping_target;
+    unsigned int dial_spread_s = 0;
     std::string on_stuck; // a shell command
     std::string record;   // file of what goes over the port; empty: none
     int record_mib = 4;   // of it, and of the one before

@@ -91,6 +91,11 @@ struct kelo_keeper {
      * its end; never while a start is under way. */
     void (*stuck)(int number, void* context);
     void* context; /* given to it */
+
+    /* The first dial behind a start, a lost link or a new registration waits up to so long, by
+     * chance, 0 to 3600: a cell or a gateway that comes back does not meet all its devices at
+     * once. 0: at once */
+    unsigned int dial_spread_s;
 };
 
 /* Fills the first `size` bytes, which the host has set, with the figures above. 0; -1 for NULL or a

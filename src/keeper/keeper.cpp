@@ -232,6 +232,7 @@ constexpr range_row range_rows[] = {
     {"first_restart_s",  &kelo_keeper::first_restart_s,  1, day_s,  120},
     {"second_restart_s", &kelo_keeper::second_restart_s, 1, day_s,  600},
     {"power_s",          &kelo_keeper::power_s,          1, day_s,  900},
+    {"dial_spread_s",    &kelo_keeper::dial_spread_s,    0,  3600,    0},
 };
 // clang-format on
 
@@ -285,6 +286,7 @@ link_waits waits_of(const kelo_keeper& rules)
     waits.redial_s = static_cast<int>(rules.redial_s);
     waits.redial_most_s = static_cast<int>(rules.redial_most_s);
     waits.spread_percent = static_cast<int>(rules.spread_percent);
+    waits.dial_spread_s = static_cast<int>(rules.dial_spread_s);
     text_set(waits.second_target, rules.second_ping_target);
     return waits;
 }

@@ -34,6 +34,7 @@ constexpr std::int64_t steady_ms = 10000;     // a link that was up so long has 
 constexpr std::int64_t missing_ms = 10000;    // between two looks for what is missing
 constexpr int term_ms = 5000;                 // that a dialer gets to end in
 constexpr int failures_to_reset = 4;
+constexpr std::int64_t never_planned = 0; // of a dial
 
 lock waits_lock; // a leaf
 link_waits waits_now;
@@ -110,6 +111,16 @@ void set_due(kept_link_state& state, std::int64_t due_ms)
     word_set(link_due_s, static_cast<int>(due_ms / 1000));
 }
 
+// For a dial that nothing has failed ahead of. What has brought it about may have come to every
+// device of a cell in the same second. One that is planned already is not put off: a registration
+// that comes and goes would do so for ever.
+void set_first_due(kept_link_state& state, std::int64_t now_ms)
+{
+    const std::int64_t due_ms = now_ms + random_up_to(waits().dial_spread_s * 1000);
+    const bool planned = state.due_ms > state.dialed_ms;
+    set_due(state, planned ? std::min(state.due_ms, due_ms) : due_ms);
+}
+
 void fail(kept_link_state& state, std::int64_t now_ms, const char* why)
 {
     const link_waits rules = waits();
@@ -159,7 +170,7 @@ void await_interface(kept_link_state& state, std::int64_t now_ms)
         dialer_failed(state);
         state.attempt = false;
         state.failures = 0;
-        set_due(state, now_ms);
+        set_first_due(state, now_ms);
     }
     const bool ended = dialer_failed(state);
     if (state.attempt && ended)
@@ -173,6 +184,8 @@ void await_interface(kept_link_state& state, std::int64_t now_ms)
         return tell(link_state::no_dialer);
     }
     tell(link_state::dialing);
+    if (state.due_ms == never_planned)
+        set_first_due(state, now_ms);
     if (now_ms >= state.due_ms)
         dial(state, now_ms);
 }
@@ -246,7 +259,7 @@ void lose(kept_link_state& state, std::int64_t now_ms, const char* why)
     diag_plain("keeper: %s: dialing again\n", why);
     state.failures = short_lived ? 1 : 0;
     hang_up(state);
-    set_due(state, now_ms);
+    set_first_due(state, now_ms);
 }
 
 bool supervised(const kept_link_state& state)
@@ -295,7 +308,7 @@ void stand_by(kept_link_state& state, std::int64_t now_ms, bool anew)
     dialer_failed(state);
     state.attempt = false;
     state.failures = 0;
-    set_due(state, 0);
+    set_due(state, never_planned);
 }
 
 } // namespace

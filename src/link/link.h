@@ -49,6 +49,7 @@ struct link_waits {
     int redial_s = 10;
     int redial_most_s = 900;
     int spread_percent = 20;
+    int dial_spread_s = 0;
     char second_target[64] = "";
 };
 void link_waits_set(const link_waits& waits);
@@ -78,7 +79,7 @@ struct kept_link_state {
     bool attempt = false;           // a dial is on its way
     int failures = 0;               // in a row
     std::int64_t dialed_ms = 0;     // of the attempt
-    std::int64_t due_ms = 0;        // of the next
+    std::int64_t due_ms = 0;        // of the next, 0: not planned yet
     std::int64_t interface_ms = -1; // when the interface came up, -1 while it is down
     std::int64_t up_ms = 0;         // when the link was last verified up
     std::int64_t supervise_ms = 0;  // of the next supervision

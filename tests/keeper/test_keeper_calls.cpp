@@ -25,6 +25,7 @@ TEST(KeeperCalls, RefuseWhatIsOutOfRange)
     EXPECT_TRUE(refused([](kelo_keeper& k) { k.search_s = 0; }));
     EXPECT_TRUE(refused([](kelo_keeper& k) { k.spread_percent = 51; }));
     EXPECT_TRUE(refused([](kelo_keeper& k) { k.pin_tries_least = 4; }));
+    EXPECT_TRUE(refused([](kelo_keeper& k) { k.dial_spread_s = 3601; }));
     EXPECT_TRUE(refused([](kelo_keeper& k) { std::memset(k.second_ping_target, 'a', 64); }));
     EXPECT_TRUE(refused([](kelo_keeper& k) { k.second_ping_target[0] = '-'; }));
     EXPECT_STREQ(kelo_reason_name(static_cast<kelo_reason>(31)), "unknown");

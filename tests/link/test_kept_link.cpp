@@ -115,6 +115,46 @@ TEST_F(KeptLink, PatienceAndBackOff)
     EXPECT_LE(*waits.rbegin(), 12000);
 }
 
+// With a spread what a whole cell does in one second is done within that time: the dial behind a
+// start, a lost link and a new registration. A registration that comes and goes does not put it
+// off.
+TEST_F(KeptLink, SpreadsFirstDials)
+{
+    link_waits waits;
+    waits.dial_spread_s = 30;
+    link_waits_set(waits);
+    const std::pair<const char*, void (*)()> causes[] = {
+        {"start", [] {}},
+        {"loss",
+         [] {
+             outside.up = false;
+             now_ms += 20000;
+         }},
+        {"registration", [] { word_set(redial_wanted, 1); }}};
+    for (const auto& [name, happens] : causes) {
+        std::set<std::int64_t> seen;
+        for (int i = 0; i < 40; i++) {
+            outside = {};
+            state = {.tools = &noted};
+            word_set(cell_network_up, 0);
+            if (*name == 'l') { // it was up
+                outside.up = true;
+                outside.answers = "first";
+                until(static_cast<int>(now_ms / 1000) + 1);
+            }
+            happens();
+            const std::int64_t from_ms = now_ms;
+            for (acts.clear(); acts.empty() && now_ms < from_ms + 40000; now_ms += 200) {
+                word_set(redial_wanted, *name == 'r' ? 1 : 0);
+                kept_link_pass(state, now_ms);
+            }
+            seen.insert((now_ms - from_ms) / 1000);
+        }
+        EXPECT_GT(seen.size(), 3U) << name;
+        EXPECT_LE(*seen.rbegin(), 30) << name;
+    }
+}
+
 // A dialer that ends is a failure at once, one that is deaf is killed, a stranger's is not doubled.
 TEST_F(KeptLink, EndsWhatItStarted)
 {

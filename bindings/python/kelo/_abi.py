@@ -518,6 +518,7 @@ class kelo_keeper(Structure):
     second_ping_target: bytes
     stuck: Any
     context: Any
+    dial_spread_s: int
 
 
 class kelo_figures(Structure):
@@ -872,6 +873,7 @@ kelo_keeper._fields_ = [
     ("second_ping_target", c_char * 64),
     ("stuck", CFUNCTYPE(None, c_int, c_void_p)),
     ("context", c_void_p),
+    ("dial_spread_s", c_uint),
 ]
 kelo_figures._fields_ = [
     ("size", c_size_t),
