@@ -21,6 +21,7 @@ using namespace std::chrono_literals;
 
 constexpr auto between_updates = 5s;
 constexpr auto between_gps_tries = 1s;
+constexpr auto between_gps_ons = 30s;
 constexpr auto position_within = 300s; // a cold start takes minutes
 constexpr size_t most_reports = 32;
 
@@ -118,13 +119,19 @@ void gps_engine::pass(clock::time_point now)
     if (state_ == state::wanted) {
         if (mobile_is_ready() && kelo_set_gps_on() == 0 && kelo_start_gps_location() == 0) {
             state_ = state::running;
+            next_on_ = now + between_gps_ons;
             say_("GPS: the engine is on, waiting for a position");
         }
         return;
     }
     char position[KELO_GPS_LOCATION_SIZE] = "";
-    if (!kelo_get_gps_location(position))
+    if (!kelo_get_gps_location(position)) {
+        // A modem that has restarted, or did not hear, is asked in vain; one that has it on says
+        // so.
+        if (now >= next_on_ && mobile_is_ready() && kelo_set_gps_on() == 0)
+            next_on_ = now + between_gps_ons;
         return;
+    }
     position_ = printable(position);
     say_("GPS: " + position_);
     feed_.tell("position", position_of(position));

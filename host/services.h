@@ -68,7 +68,7 @@ class gps_engine
     speaker say_;
     const feed& feed_;
     state state_ = state::off;
-    clock::time_point next_{}, begun_{};
+    clock::time_point next_{}, next_on_{}, begun_{};
     int not_found_ = 0;
     std::string position_;
 };

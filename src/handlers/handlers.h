@@ -25,6 +25,8 @@ event* report_handler(gsm_mobile* rec, char* line); // the same, and ends no com
 // registration.cpp; cops_handler and nwinfo_handler are exported, see kelo/gsm.h
 event* creg_handler(gsm_mobile* rec, char* line);
 event* csq_handler(gsm_mobile* rec, char* line);
+// The answer to AT+COPS? among those of another command: into the record, and no more.
+void note_operator(gsm_mobile* rec, const char* line);
 
 // serving_cell.cpp
 // The caller of these four holds record_lock.

@@ -8,6 +8,7 @@
 #include "support/diag.h"
 #include "support/owned.h"
 #include "support/scan.h"
+#include "support/text.h"
 
 namespace kelo
 {
@@ -74,6 +75,18 @@ bool is_short_plmn(const char* name)
     return std::strlen(name) == 5 && name[0] >= '0' && name[0] <= '9';
 }
 
+// Whether there is one: that is to be registered.
+bool store_operator(gsm_mobile* rec, const network_operator& oper)
+{
+    const bool named = oper.kind == network_operator::named;
+    if (named && is_short_plmn(oper.name))
+        text_set(rec->plmn, oper.name);
+    else if (named)
+        text_set(rec->oper, oper.name);
+    rec->reg_status = named ? KELO_REGISTRATION_HOME : KELO_REGISTRATION_NONE;
+    return named;
+}
+
 } // namespace
 
 event* creg_handler(gsm_mobile* rec, char* line)
@@ -100,6 +113,16 @@ event* csq_handler(gsm_mobile* rec, char* line)
     return nullptr;
 }
 
+void note_operator(gsm_mobile* rec, const char* line)
+{
+    if (!text_begins(line, "+COPS:"))
+        return;
+    const lock_scope guard(record_lock);
+    const std::optional<network_operator> oper = read_operator(line);
+    if (oper && oper->kind != network_operator::unreadable)
+        store_operator(rec, *oper);
+}
+
 } // namespace kelo
 
 using namespace kelo;
@@ -119,13 +142,7 @@ struct gsm_event* cops_handler(struct gsm_mobile* rec, char* line)
         diag_at(plain, __func__, "unexpected error(%s)!\n", line);
         return nullptr;
     }
-    const bool named = oper->kind == network_operator::named;
-    if (named && is_short_plmn(oper->name))
-        text_set(rec->plmn, oper->name);
-    else if (named)
-        text_set(rec->oper, oper->name);
-    rec->reg_status = named ? KELO_REGISTRATION_HOME : KELO_REGISTRATION_NONE;
-    return raise_event(named ? GSM_EVENT_SIM_UP : GSM_EVENT_SIM_DOWN);
+    return raise_event(store_operator(rec, *oper) ? GSM_EVENT_SIM_UP : GSM_EVENT_SIM_DOWN);
 }
 
 struct gsm_event* nwinfo_handler(struct gsm_mobile* rec, char* line)

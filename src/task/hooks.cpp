@@ -42,8 +42,11 @@ void each_line(gsm_mobile* rec, const at_info* running, char* line)
     libgsm_check_gps_location(line);
     libgsm_check_mqtt_sub(line);
     ask_watch_prompt(rec, line);
-    if (running == nullptr || !sends_message(running))
+    const bool of_message = running != nullptr && sends_message(running);
+    if (!of_message)
         sms_watch_prompt(rec, line);
+    else // its step reads its own answers alone, and the keeper asks beside it
+        note_operator(rec, line);
 }
 
 // A command that sends a message draws a prompt, which may come at once.

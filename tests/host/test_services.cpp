@@ -143,6 +143,7 @@ TEST_F(Services, GpsFetchesOnePosition)
     gps.start(at_ms(5500));
     walk(gps_pass, {{5500, nullptr, engine}});
     gps.start(at_ms(8000));
+    cellular_clear_status(CELL_STATUS_READY);
     walk(gps_pass, {{305499, nullptr, "GPS: a position is asked for already;"}});
     EXPECT_TRUE(gps.busy());
     walk(gps_pass, {{306499, nullptr, "GPS: no position in 300 s;stop;"}});
@@ -150,4 +151,15 @@ TEST_F(Services, GpsFetchesOnePosition)
     gps.start(at_ms(400000));
     walk(gps_pass, {{699999, nullptr, ""}, {700999, nullptr, "GPS: no position in 300 s;"}}); // no engine to stop
     EXPECT_EQ(std::pair(gps.busy(), gps.not_found()), std::pair(false, 2));
+}
+
+// Catches: an engine that a restart of the modem has switched off, or that never heard, asked in vain until the position
+// is given up; one that is switched on ahead of the flow of that restart, at each question, or behind its position.
+TEST_F(Services, GpsEngineIsSwitchedOnAgain)
+{
+    gps.start(at_ms(0));
+    walk(gps_pass, {{0, registered, engine}, {29000, nullptr, ""}, {30000, nullptr, "on;"}, {59000, nullptr, ""}});
+    cellular_clear_status(CELL_STATUS_READY);
+    walk(gps_pass, {{60000, nullptr, ""}, {70000, registered, "on;"}, {99000, nullptr, ""}, {100000, nullptr, "on;"},
+                    {101000, located, "GPS: 1,?[2J;stop;"}, {140000, nullptr, ""}});
 }

@@ -135,3 +135,26 @@ TEST(Events, EachLineIsReadForPositionAndSubscription)
         EXPECT_EQ(in_words(kelo_get_gps_location(found), found, kelo_check_mqtt_update()), "11,20");
     }
 }
+
+// Catches: the answer to the keeper's question for the network that comes among those of a message
+// and is lost, so that what was dialed meanwhile is waited for; one that ends the message's step,
+// or takes the place of its event.
+TEST(Events, OperatorBesideAMessageIsHeard)
+{
+    at_info message{}, other{};
+    message.handler = sms_send_handler;
+    const std::tuple<const at_info*, const char*, int> rows[] = {
+        {&message, "+COPS: 0", KELO_REGISTRATION_NONE},
+        {&message, "+COPS: 0,0,\"Net\",7", KELO_REGISTRATION_HOME},
+        {&message, "Re: +COPS: 0", KELO_REGISTRATION_ROAMING}, // the echo of a text
+        {&other, "+COPS: 0", KELO_REGISTRATION_ROAMING}};      // its own handler reads it
+    for (const auto& [running, text, registration] : rows) {
+        g_mobile.reg_status = KELO_REGISTRATION_ROAMING;
+        g_mobile.reg_seen = 0;
+        gsm_event.code = GSM_EVENT_SMS_SEND_FAILED;
+        std::string line = text;
+        task_hooks.each_line(&g_mobile, running, line.data());
+        EXPECT_EQ(g_mobile.reg_status, registration) << text;
+        EXPECT_EQ(in_words(g_mobile.reg_seen, gsm_event.code == GSM_EVENT_SMS_SEND_FAILED), "01");
+    }
+}
