@@ -188,3 +188,16 @@ TEST(Queue, ReportInTwoReads)
     sms_quiet_second();
     EXPECT_EQ(taken(), queue{read_text("a@")});
 }
+
+// Catches: a status report of a modem in text mode that lacks its status, taken for one.
+TEST(Receive, StatusReportsInTextMode)
+{
+    const std::string whole =
+        "+CDS: 6,42,\"+7\",145,\"26/04/17,12:00:01+12\",\"26/04/17,12:00:05+12\"";
+    kelo_sms_report report{};
+    check(whole + "\r\n");
+    EXPECT_EQ(kelo_take_sms_report(&report, sizeof report), 0);
+    check(whole + ",48\r\n");
+    EXPECT_EQ(kelo_take_sms_report(&report, sizeof report), 1);
+    EXPECT_EQ(joined(report.reference, report.status), "42|48");
+}

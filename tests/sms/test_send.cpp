@@ -40,7 +40,11 @@ TEST(SmsSend, PromptDrawsTheBodyOnce)
         {"07 B", "+COPS: 0,0,\"a> b\"", false, ""},
         {nullptr, "> ", false, "07 B\x1a\r\n"}, // late
         {"07 C", "OK", true, ""},
-        {"07 D", "> ", false, "07 D\x1a\r\n"} // a newer send
+        {"07 D", "> ", false, "07 D\x1a\r\n"}, // a newer send
+        {anew, "OK", true, ""},
+        {"e\nf", "> ", false, "e\nf\x1a\r\n"},
+        {nullptr, "> ", false, ""},     // for the line end in it,
+        {nullptr, "> ", false, "\x1b"}, // and one of before
     };
     modem_port port;
     for (const auto& [body, line, own_step, written] : rows) {
@@ -195,6 +199,7 @@ TEST(SmsSend, AnswersBesideReportsAndOverReads)
         EXPECT_EQ(kelo_take_sms_result(&result, sizeof result), 1) << reads[0];
         EXPECT_EQ(result.references[0], 77);
     }
+    EXPECT_EQ(kelo_is_sms_received(), 1);
 }
 
 // From the command that draws the prompt to the body, though a report stands between them and in
