@@ -58,3 +58,15 @@ TEST(Ask, Answers)
     ask_next(timeout_s);
     EXPECT_TRUE(ask_hear("OK")) << "it has not repeated the one before";
 }
+
+TEST(Ask, FaultsHaveTheirWords)
+{
+    ask_task_begins();
+    EXPECT_EQ(kelo_ask(nullptr, 1), KELO_ASK_NO_COMMAND);
+    EXPECT_EQ(kelo_ask("AT", KELO_ASK_MOST_TIME + 1), KELO_ASK_NO_COMMAND);
+    EXPECT_EQ(kelo_ask("AT", KELO_ASK_MOST_TIME), 1);
+    for (const int fault :
+         {KELO_ASK_NO_COMMAND, KELO_ASK_UNFIT, KELO_ASK_FULL, KELO_ASK_STOPPED, KELO_ASK_NO_MEMORY})
+        EXPECT_GT(std::string(kelo_ask_fault_text(fault)).size(), 1u) << fault;
+    EXPECT_STREQ(kelo_ask_fault_text(1), "?");
+}
