@@ -398,7 +398,7 @@ void http_server::answer(evhttp_request* request)
         return refuse(request, 421, "ask by the address of this host");
     if (is_of_other_site(request))
         return refuse(request, 403, "not for pages of other sites");
-    const auto method = evhttp_request_get_command(request);
+    const int method = evhttp_request_get_command(request); // not of the type: unknown is 32768
     if (method != EVHTTP_REQ_GET && method != EVHTTP_REQ_HEAD) {
         add_header(request, "Allow", "GET, HEAD");
         return refuse(request, 405, "there is nothing to change here");

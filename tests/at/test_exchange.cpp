@@ -43,7 +43,10 @@ TEST(Receive, ReportsThatAreSeenUnderEveryHandler)
         {0, "+QMTRECV: 0,1,\"a\",\"+CPIN: READY +CMT: +QIND: SMS DONE\"\r\n", "MQTT", "", 0},
         {0, "+CUSD: 0,\"+CPIN: READY +CMTI: \"SM\",3\"\r\n", "USSD", "", 0},
         {0, "+QMTRECV: 0,1,\"a\",\"+CMT: \"\r\n+CMTI: \"SM\",3\r\n", "SMS", "", 0},
+        {0, "+X: 1\r\n+QMTRECV: 0,1,\"a\",\"+QIND: SMS DONE\"\r\n", "MQTT", "", 1},
         {0, "+COPS: 0,0,\"+CMT: ,1\"\r\n", "", "", 1},
+        {0, "OK\r\n\r\n+CM", "", "", 1}, // goes on in the next read
+        {0, "TI: \"SM\",3\r\n", "SMS", "", 0},
         {0, "+QIND: SMS DONE\r\n", "init", "", 1},
         {0, "+QIND: PB DONE\r\n", "init", "", 1},
         {0, "+QIND: x\r\n", "", "", 1},
@@ -96,6 +99,54 @@ TEST(Timer, TriesAndTheirEnd)
     for (int i = 0; i < 2; i++)
         libgsm_schedule_run(&g_mobile, nullptr);
     EXPECT_EQ(port.heard(), "AT+ONCE\r\n");
+}
+
+// Catches: what is done at idle ticks alone, done while a command runs.
+TEST(Timer, ATickSaysWhetherACommandRuns)
+{
+    static std::string ticks;
+    exchange_hooks own = task_hooks;
+    own.tick = [](bool idle) { ticks += idle ? "idle " : "busy "; };
+    exchange_use(own);
+    at_info at = a_command();
+    libgsm_schedule_run(&g_mobile, &at);
+    libgsm_schedule_run(&g_mobile, nullptr);
+    EXPECT_EQ(ticks, "busy idle ");
+    exchange_use(task_hooks);
+}
+
+TEST(Send, WithoutAPortNothingIsSent)
+{
+    EXPECT_EQ(exec_at_command(&g_mobile, "AT"), -1);
+    const modem_port port;
+    EXPECT_EQ(exec_at_command(nullptr, "AT"), -1);
+    EXPECT_EQ(exec_at_command(&g_mobile, nullptr), -1);
+    EXPECT_EQ(libgsm_send_at("AT"), 0);
+    mobile = nullptr;
+    EXPECT_EQ(libgsm_send_at("AT"), -1);
+}
+
+// Catches: a command in the middle of a message. A thread waits for the message's end; what the
+// mobile task writes, which has to read the prompt, is put off, in order, as far as there is room.
+TEST(Send, BehindABodyThatIsDue)
+{
+    modem_port port;
+    word_set(body_due, 1);
+    std::thread host([] { EXPECT_EQ(exec_at_command(&g_mobile, "AT+HOST"), 0); });
+    EXPECT_EQ(port.heard(200), "");
+    mobile_task_begins();
+    for (int i = 1; i <= 9; i++)
+        EXPECT_EQ(exec_at_command(&g_mobile, ("AT+" + std::to_string(i)).c_str()), i < 9 ? 0 : -1);
+    EXPECT_EQ(port.heard(), "");
+    word_set(body_due, 0);
+    host.join();
+    EXPECT_EQ(port.heard(), "AT+HOST\r\n");
+    for (const char* const wire :
+         {"AT+1\r\nAT+2\r\nAT+3\r\nAT+4\r\nAT+5\r\nAT+6\r\nAT+7\r\nAT+8\r\n", ""}) {
+        exchange_write_deferred(&g_mobile);
+        EXPECT_EQ(port.heard(), wire);
+    }
+    mobile_task_ends();
 }
 
 TEST(Send, ThreeAttempts)

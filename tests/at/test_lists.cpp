@@ -38,3 +38,28 @@ TEST(AtListNext, LowestUnsentSeqAtOrAboveTheCursor)
         at_list_free(&list);
     }
 }
+
+// Catches: the flow of one SIM that walks the list of the other's, a rest of no flow.
+TEST(Lists, EachFlowHasItsOwn)
+{
+    const std::tuple<int, int, at_list*> rows[] = {{FLOW_START, 1, &start_sim1_list},
+                                                   {FLOW_START, 2, &start_sim2_list},
+                                                   {FLOW_RELOAD, 1, &reload_sim1_list},
+                                                   {FLOW_RELOAD, 2, &reload_sim2_list},
+                                                   {FLOW_START, 3, nullptr},
+                                                   {FLOW_RELOAD, 0, nullptr},
+                                                   {FLOW_SMS_PDU, 1, nullptr},
+                                                   {FLOW_SMS_TEXT, 2, nullptr}};
+    for (const auto& [flow, sim, list] : rows)
+        EXPECT_EQ(at_list_of(flow, sim), list) << flow << " " << sim;
+    cur_at_list = nullptr;
+    at_flow_skip_rest();
+    at_list list = LIST_HEAD_INIT(list);
+    add(list, {{1, 1, 0}, {2, 2, 0}});
+    cur_at_list = &list;
+    at_flow_skip_rest();
+    EXPECT_EQ(walk(&list), "");
+    cur_at_list = nullptr;
+    at_list_free(&list);
+    at_info_free(nullptr);
+}

@@ -98,6 +98,9 @@ TEST_F(Profiles, FolderGivesRegularFilesOnce)
             read.push_back(item);
     EXPECT_EQ(read, (items{{"AT_MODE", "A"}}));
     EXPECT_TRUE(out.has("failed to open file '/tmp/profiles/pipe.conf'"));
+    for (const char* const none : {"/tmp/profiles/readme.txt", "/tmp/profiles/none", ""})
+        EXPECT_EQ(search_cfg_file(none), -1) << none;
+    EXPECT_EQ(search_cfg_file(nullptr), -1);
 }
 
 // Catches: an owner's file that comes behind the installed one, and a word about a folder that most

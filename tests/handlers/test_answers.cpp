@@ -8,14 +8,15 @@
 static void clear_identity()
 {
     gsm_mobile& r = g_mobile;
-    set_texts("", {r.model, r.sn, r.iccid, r.number, r.smscenter, r.revision});
+    set_texts("", {r.model, r.sn, r.imsi, r.iccid, r.number, r.smscenter, r.revision});
 }
 
 // Each story fills one field at most, so that all of them in a row tell it.
 static std::string identity()
 {
     const gsm_mobile& r = g_mobile;
-    return in_words(r.model, r.sn, r.iccid, r.number, r.smscenter, r.revision, module_unlisted());
+    return in_words(r.model, r.sn, r.imsi, r.iccid, r.number, r.smscenter, r.revision,
+                    module_unlisted());
 }
 
 TEST(Identity, Answers)
@@ -25,6 +26,8 @@ TEST(Identity, Answers)
         {"", cgmm_handler, "EC25 E9720", 0, 0, "E9720"}, // the order of the tokens, not of the line
         {"", qccid_handler, "+CCID: 01234567890123456789012345678901234", 0, 0, "0123456789012345678901234567890"},
         {"LE910-EUG 17.00.523", qccid_handler, "#CCID: 8949|+CME ERROR: SIM failure|+CME ERROR: SIM busy", GSM_EVENT_SIM_FAILED, 1, "8949"},
+        {"SIM7600", qccid_handler, "+ICCID: 8949|^SCID: 8986|OK", 0, 1, "8986"},
+        {"", cimi_handler, "AT+CIMI|262011234567890|+CREG: 1|:|OK", 0, 1, "262011234567890"},
         {"", cnum_handler, "AT+CNUM|+CNUM: \"Voice\",\"4915112345678\",129", 0, 1, "4915112345678"},
         {"EC25 EC25EFAR06A08M4G", csca_handler, "AT+CSCA?\r|+CSCA: \"+491710760000\",145|OK", 0, 1, "+491710760000"},
         {"", cgmr_handler, "EC25EFAR06A08M4G beta|OK", 0, 1, "EC25EFAR06A08M4G"},
@@ -51,6 +54,8 @@ TEST(Readback, ScanModeBandsAndProfiles)
         {"EG25-G EG25GGBR07A08M2G", band_handler, "OK|+QCFG: \"band\",0xbff,0x1e00b0e18df,0x0", 0, 0, "77 bff/1e00b0e18df/0 5 x x"},
         {"", band_handler, "+QCFG: \"band\",0x0000000000000000000F,5,0000000000000000000F", 0, 0, "77 000000000000000/5/000000000000000 5 x x"},
         {"EG25-G EG25GGBR07A08M2G", qmbncfg_list_handler, "+QMBNCFG: \"List\",0,0,0,\"ROW_Generic_3GPP\",0x0501081F", 0, 1, "77 x/x/x 5 ROW_Generic_3GPP! x"},
+        {"EC25 EC25EFAR06A08M4G", mbn_list_handler, "+QMBNCFG: \"List\",2,1,1,\"hVoLTE-Verizon\",0x05010141|+QMBNCFG: \"List\",3,0,0,\"Sprint\"|OK", 0, 1, "77 x/x/x 1 x x"},
+        {"", mbn_list_handler, "+QMBNCFG: \"List\",2,1,0,\"hVoLTE-Verizon\"|OK", 0, 1, "77 x/x/x 0 x x"},
         {"", ati_handler, "Quectel|EC25|OK", 0, 0, "77 x/x/x 5 x x"},
         {"EG95 EG95EXGAR08A02M1G", ati_handler, "EG95|Revision: EG95EXGAR08A02M1G", 0, 1, "77 x/x/x 5 x EXGAR08A02M1G!"},
     };
@@ -107,6 +112,7 @@ TEST(Sim, AnswersAndWhatEndsTheCommandAndTheFlow)
         {"", cpin_handler, "+CME ERROR: 10", GSM_EVENT_SIM_NOT_INSERTED, 0, "0 0"},
         {"", cpin_handler, "+CME ERROR: 13", GSM_EVENT_PIN_ERROR, 0, "0 0"},
         {"", cpin_handler, "+CME ERROR: 16", GSM_EVENT_PIN_ERROR, 0, "0 0"},
+        {"", cpin_handler, "+CPIN: READY|OK", 0, 1, "1 0"},
         {"", cpin_handler, "+CPIN: SIM PUK|OK", GSM_EVENT_PUK_REQUIRED, 1, "0 0"},
         {"", cfun_full_handler, "OK|+CPIN: SIM PIN", 0, 0, "0 0"},
         {"RM500Q-GL RM500QGLABR11A06M4G", selslot_handler, "+QUSIM: 1|OK", 0, 1, "0 0", 18},
@@ -125,4 +131,22 @@ TEST(Sim, AnswersAndWhatEndsTheCommandAndTheFlow)
         [] {
             return in_words(is_pin_ready, " ", running.flags & (waiting.flags | AT_FLAG_ONCE_DONE));
         });
+}
+
+// Catches: an APN that stays in the context of another operator, a second clearing, a command that
+// ends ahead of it.
+TEST(Readback, TheOtherContextOfAnApnIsClearedOnce)
+{
+    modem_port port;
+    for (const auto& [verizon, wire] : {std::pair(0, "AT+QICSGP=3,3,\"\",\"\",\"\",0\r\n"),
+                                        {1, "AT+QICSGP=1,3,\"\",\"\",\"\",0\r\n"}}) {
+        verizon_flag = verizon;
+        g_mobile.at_done = g_mobile.reg_seen = 0;
+        feed(apn_handler, "AT+QICSGP=1,3,\"a\"|OK");
+        EXPECT_EQ(g_mobile.at_done, 0);
+        EXPECT_EQ(port.heard(), wire);
+        feed(apn_handler, "OK");
+        EXPECT_EQ(g_mobile.at_done, 1);
+        EXPECT_EQ(port.heard(), "");
+    }
 }

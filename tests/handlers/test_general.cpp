@@ -10,6 +10,8 @@ TEST(General, Reports)
         {"", general_handler, "+CLIP: \"" + digits, GSM_EVENT_RING, 0, digits.substr(0, 64) + " 9/9 0000"},
         {"", general_handler, "+CMS ERROR: 304", GSM_EVENT_SMS_SEND_FAILED, 1, "x 9/9 0000"},
         {"", general_handler, "+QIND: \"csq\",32,3|+CSQ:", GSM_EVENT_NO_SIGNAL, 0, "x 32/3 0000"},
+        {"", general_handler, "+CSQ: 31,99", 0, 0, "x 31/99 0000"},
+        {"", general_handler, "+CSQ: 0,7", 0, 0, "x 0/7 0000"},
         {"", general_handler, "+CPIN: READY", GSM_EVENT_SIM_INSERTED, 0, "x 9/9 0000"},
         {"", general_handler, "+CEREG: 2,1", GSM_EVENT_SIM_UP, 0, "x 9/9 0000", 8},
         // dropped ahead of a cell line that is to come, and taken for it
@@ -43,6 +45,21 @@ TEST(General, Reports)
     EXPECT_EQ(cell_pdpdeact, 0) << "nothing to redial without a SIM";
     word_set(flow_walked, 1);
     EXPECT_EQ(feed(general_handler, "+CPIN: NOT READY"), GSM_EVENT_SIM_FAILED);
+}
+
+TEST(General, ACallerIsTakenOnceAndCutToItsPlace)
+{
+    char text[8] = "x";
+    EXPECT_EQ(kelo_take_caller(text, sizeof text), 0);
+    feed(general_handler, "+CLIP: \"123456789\",129");
+    EXPECT_EQ(kelo_take_caller(nullptr, sizeof text), 0);
+    EXPECT_EQ(kelo_take_caller(text, 0), 0);
+    EXPECT_STREQ(text, "x");
+    EXPECT_EQ(kelo_take_caller(text, sizeof text), 1);
+    EXPECT_STREQ(text, "1234567");
+    feed(general_handler, "+CLIP: \"123\",129");
+    EXPECT_EQ(kelo_take_caller(text, 1), 1);
+    EXPECT_EQ(kelo_take_caller(text, sizeof text), 0);
 }
 
 TEST(General, Ipv6AddressGoesToTheShellOnlyAsAnAddress)

@@ -34,6 +34,8 @@ TEST(Registration, LinesOfEveryLayout)
         {"UC20 UC20GQBR03A14E1G", creg_handler, "+CGREG: 2,1,\"01F4\",\"0057E3A2\",6,\"2B\"|OK", up, 1, "n2 stat1 01F4/57E3A2 tech6 rac2B =1"},
         {"", creg_handler, "+CREG: 2,1,\"\",\"7C4B10D\",7", up, 0, "n2 stat1 old/0 tech9 rac9 =1"},
         {"EC25 EC25EFAR06A08M4G", creg_handler, "+CREG: 5|OK", up, 1, "n9 stat5 old/7 tech9 rac9 =5"},
+        {"", creg_handler, "+CGREG: 1,\"01F4\",\"57E3A2\",6", up, 0, "n9 stat1 01F4/57E3A2 tech6 rac9 =1"},
+        {"", creg_handler, "+CGREG: 1", up, 0, "n9 stat1 old/7 tech9 rac9 =1"},
         // an unknown layout or stat: the event follows the old status
         {"", creg_handler, "+CEREG: 3,3,,,,0,15", up, 0, "n9 stat9 old/7 tech9 rac9 =5"},
         {"", creg_handler, "+CGREG: 2,1,\"0123456789ABCDEF0123\",\"A\",7", up, 0, "n2 stat1 0123456789ABCDE/A tech7 rac9 =1"},
@@ -90,6 +92,16 @@ TEST(Registration, OperatorTechnologySignal)
     // clang-format off
     const story stories[] = { // act/plmn/band oper, channel, rssi, status
         {"EG25-G EG25GGBR07A08M2G", cops_handler, "+COPS: 0,0,\"Telefonica, O2\",7", 0, 0, "x/x/x x 9 9 5"},
+        {"", cops_handler, "+COPS: 0,2,\"00101\",7|OK", up, 1, "x/00101/x x 9 9 1"},
+        {"", cops_handler, "+COPS: 0,2,\"99901\",7", up, 0, "x/99901/x x 9 9 1"},
+        {"", cops_handler, "+COPS: 0,0,\"Telia\",7", up, 0, "x/x/x Telia 9 9 1"},
+        {"", cops_handler, "+COPS: 0", GSM_EVENT_SIM_DOWN, 0, "x/x/x x 9 9 0"},
+        // of early firmware, without quotes; and cut
+        {"EC20", nwinfo_handler, "+QNWINFO: \"FDD LTE\",46001,\"LTE BAND 3\",1650|OK", 0, 1, "FDD LTE//LTE BAND 3 x 1650 9 5"},
+        {"EC20", nwinfo_handler, "+QNWINFO: \"FDD LTE\",46001,\"LTE BAND 3\"", 0, 0, "FDD LTE//LTE BAND 3 x 9 9 5"},
+        {"EC20", nwinfo_handler, "+QNWINFO: \"FDD LTE\",46001", 0, 0, "FDD LTE// x 9 9 5"},
+        {"MH5000-31", nwinfo_handler, "^HCSQ: \"LTE\",46,41,111,22", 0, 0, "LTE/x/x x 9 9 5"},
+        {"MH5000-31", nwinfo_handler, "^HCSQ: \"NOSERVICE\"|OK", 0, 1, "/x/x x 9 9 5"},
         {"ZTE", nwinfo_handler, "+ZPAS: \"EDGE\",\"CS_PS\"|OK", 0, 1, "EDGE// x 9 9 5"},
         {"", question_line, "AT+QNWINFO|+COPS: 0,2,\"310260\",7|+COPS: 0,0,\"a b\",7|+COPS: 0|+CSQ: 99,99|OK", 0, 1, "x/310260/x a b 9 99 5"},
     };
@@ -195,6 +207,7 @@ TEST(ServingCell, FinalLinesAndTheSwallowedSimUp)
          "3"},
         {"LE910", question_line, "#RFSTS: \"262 02\",3012,118,-6.5,-87,-80,1F4A|ERROR", 0, 1,
          untouched + "1"},
+        {"LE910", question_line, "#RFSTS: \"262 02\",3012,-87,-6,0,1F4A|OK", 0, 1, untouched + "1"},
         {"", question_line, "+QENG: \"servingcell\",\"SEARCH\",\"NR5G-SA\"", 0, 0,
          "5G NR 5g2 7/7 cid 7=7:7 pci 7 lac x ch 7 bw 0/7 rsrp 7 rsrq 7 sinr 7 cqi 0 stem 9"},
     };
@@ -204,4 +217,42 @@ TEST(ServingCell, FinalLinesAndTheSwallowedSimUp)
     EXPECT_EQ(feed(servingcell_handler, standalone), up);
     EXPECT_EQ(feed(general_handler, standalone), 0);
     EXPECT_EQ(feed(general_handler, standalone), up);
+}
+
+// Catches: figures that are taken beyond their ranges, a question that costs more and more though
+// it is answered, one that does not and costs as much as ever.
+TEST(Questions, RangesAndPace)
+{
+    const std::string longest = "AT+" + std::string(KELO_QUESTION_SIZE - 4, 'A');
+    const std::string longer = longest + "A";
+    const std::tuple<const char*, int, int, int> rows[] = {{"AT", 1, 1, 0},
+                                                           {"AT", 1, 86400, 0},
+                                                           {"AT", 1, 0, -1},
+                                                           {"AT", 1, 86401, -1},
+                                                           {"AT", -1, 5, -1},
+                                                           {"AT", 0, -5, 0},
+                                                           {nullptr, 1, 5, -1},
+                                                           {"A\x01T", 1, 5, -1},
+                                                           {"AT\x01", 1, 5, -1},
+                                                           {"XAT", 1, 5, -1},
+                                                           {longer.c_str(), 1, 5, -1},
+                                                           {"AT", KELO_QUESTIONS + 1, 5, -1},
+                                                           {longest.c_str(), 1, 10, 0}};
+    for (const auto& [text, count, seconds, result] : rows) {
+        const std::vector<const char*> all(KELO_QUESTIONS + 1, text);
+        EXPECT_EQ(kelo_set_questions(all.data(), count, seconds), result)
+            << count << " " << seconds;
+    }
+    EXPECT_EQ(kelo_set_questions(nullptr, 1, 5), -1);
+    std::string pauses;
+    for (int s = 0, last = 0; s <= 300; s += 10) { // its answer comes behind the next wait
+        const char* const asked = question_next(s * 1000);
+        if (asked == nullptr)
+            continue;
+        EXPECT_EQ(asked, longest);
+        feed(question_line, s == 70 ? "OK" : "ERROR");
+        pauses += std::to_string(s - last) + " ";
+        last = s;
+    }
+    EXPECT_EQ(pauses, "0 10 20 40 80 10 20 40 80 ");
 }

@@ -141,3 +141,22 @@ TEST(SimGuard, SlotsAndSilence)
     EXPECT_EQ(turn("+CME ERROR: 14"), "1111");
     EXPECT_TRUE(sim_guard_look().may_send) << "it was busy";
 }
+
+// Catches: an answer of the guard's dialogue that goes by, one of no dialogue that it takes, a
+// report ahead of the OK that is taken for a refusal.
+TEST(SimGuard, AKeepersAnswersComeThroughTheHandler)
+{
+    set_pin("1111");
+    EXPECT_EQ(feed(cpin_handler, "+CPIN: SIM PIN"), GSM_EVENT_PIN_REQUIRED);
+    word_set(keeper_on, 1);
+    EXPECT_EQ(feed(cpin_handler, "+CPIN: SIM PIN"), GSM_EVENT_PIN_REQUIRED);
+    sim_guard_hear("+CPIN: SIM PIN");
+    char text[64] = "";
+    EXPECT_EQ(sim_guard_next(text), pin_step::ask);
+    EXPECT_EQ(feed(cpin_handler, "+QPINC: \"SC\",3,10|OK"), 0);
+    EXPECT_EQ(sim_guard_look().tries, 3);
+    EXPECT_EQ(sim_guard_next(text), pin_step::send);
+    EXPECT_EQ(feed(cpin_handler, "AT+CPIN=\"1111\"|+CPIN: READY|+QUSIM: 1|OK"), 0);
+    EXPECT_FALSE(sim_guard_look().refused);
+    EXPECT_EQ(sim_guard_look().state, sim_state::ready);
+}

@@ -144,12 +144,21 @@ TEST(Submit, Results)
     EXPECT_EQ(libgsm_send_sms_from_buffer("t", "+1", 0, "a", -3), -1);
     const captured quiet;
     const scratch message("/tmp/message");
+    const scratch longer("/tmp/longer");
     std::ofstream("/tmp/message") << std::string(160, 'a');
-    for (const char* path : {"/tmp/message", "/nowhere/message", "/tmp"})
+    std::ofstream("/tmp/longer") << std::string(1 << 20, 'a');
+    for (const char* path : {"/tmp/message", "/tmp/longer", "/nowhere/message", "/tmp"})
         corvel_mobile_send_pdu_from_file(&g_mobile, "+1", path, "t", "UTF-8");
     const std::vector<std::string> pdus = sent_pdus();
     EXPECT_EQ(pdus.size(), 1u) << "neither from no file, nor from a folder";
     EXPECT_EQ(pdus.at(0).substr(18, 2), "A0");
+    EXPECT_EQ(gsm_send_pdu(&g_mobile, "+1", nullptr, nullptr, "t"), -1);
+    EXPECT_EQ(gsm_send_pdu(nullptr, "+1", pdus[0].c_str(), nullptr, "t"), -1);
+    EXPECT_EQ(gsm_send_pdu(&g_mobile, "+1", pdus[0].c_str(), nullptr, "t"), 0);
+    EXPECT_EQ(sent_pdus(), pdus);
+    EXPECT_EQ(send(repeat("a", 161)), 0);
+    for (const int number : {1, 2})
+        EXPECT_EQ(sms_send_next(monotonic_ms())->number, number);
 }
 
 // Parts of one message stay together and share a reference that the next message does not have,

@@ -46,6 +46,9 @@ TEST(Joiner, PutsPartsTogether)
     EXPECT_EQ(kelo_take_message(&message, sizeof message, text, sizeof text), 1);
     EXPECT_EQ(kelo_get_message_parts(digests, 1), 2);
     EXPECT_EQ(digests[0], part_of(7, 2, 2, "second").digest);
+    EXPECT_EQ(digests[1], 0u) << "more than there is room for";
+    EXPECT_EQ(kelo_get_message_parts(digests, 2), 2);
+    EXPECT_EQ(digests[1], part_of(7, 1, 2, "first").digest);
     ASSERT_EQ(taken(), "");
     EXPECT_EQ(kelo_get_message_parts(digests, 2), 0);
     constexpr std::pair<const char*, const char*> rows[] = {

@@ -13,6 +13,8 @@ static void check(const std::string& report)
     EXPECT_EQ(gsm_event.code, GSM_EVENT_SMS_RECEIVED);
 }
 
+static std::string last_centre;
+
 // The queue, emptied.
 static std::vector<std::string> taken()
 {
@@ -20,6 +22,7 @@ static std::vector<std::string> taken()
     kelo_sms m;
     while (kelo_take_sms(&m) == 1) {
         EXPECT_EQ(m.length, static_cast<int>(std::strlen(m.text)));
+        last_centre = m.smsc;
         all.push_back(
             joined(m.sender, m.time, m.zone, m.text, m.reference, m.number, m.total, m.pdu));
     }
@@ -59,7 +62,21 @@ TEST(Receive, TextReports)
         EXPECT_EQ(joined(e.mode, e.sender, e.sms_time, e.time_zone, e.smsc, e.text), seen);
         EXPECT_EQ(e.length, static_cast<int>(std::strlen(e.text)));
         EXPECT_EQ(taken(), queue{queued});
+        EXPECT_EQ(last_centre, report.find("4917") != std::string::npos ? "+491710760000" : "");
     }
+    check(door);
+    taken();
+    EXPECT_EQ(last_centre, "+491710760000");
+}
+
+// Catches: a text that ends at a line in it which another module has for a full memory.
+TEST(Receive, ATextMayHoldWhatAFullMemoryIsReportedBy)
+{
+    const std::string text =
+        "a\r\n#SMOV: 1\r\n^SMMEMFULL: x\r\n+SMS FULL\r\n+CIEV: \"SMSFULL\",1\r\n"
+        "+QIND: \"smsfull\",\"ME\"";
+    check(header + "\r\n" + text + "\r\n" + part);
+    EXPECT_EQ(taken(), (queue{read_text(text), read_part}));
 }
 
 // Every report of a read is queued with nothing of the next one. The text of a PDU ends where that
@@ -170,4 +187,17 @@ TEST(Queue, ReportInTwoReads)
     EXPECT_EQ(taken(), queue{});
     sms_quiet_second();
     EXPECT_EQ(taken(), queue{read_text("a@")});
+}
+
+// Catches: a status report of a modem in text mode that lacks its status, taken for one.
+TEST(Receive, StatusReportsInTextMode)
+{
+    const std::string whole =
+        "+CDS: 6,42,\"+7\",145,\"26/04/17,12:00:01+12\",\"26/04/17,12:00:05+12\"";
+    kelo_sms_report report{};
+    check(whole + "\r\n");
+    EXPECT_EQ(kelo_take_sms_report(&report, sizeof report), 0);
+    check(whole + ",48\r\n");
+    EXPECT_EQ(kelo_take_sms_report(&report, sizeof report), 1);
+    EXPECT_EQ(joined(report.reference, report.status), "42|48");
 }

@@ -35,10 +35,16 @@ TEST(SmsSend, PromptDrawsTheBodyOnce)
         {"a > b\r> c", "> ", true, "a > b\r> c\x1a\r\n"},
         {nullptr, "a > b", true, ""}, // its echo
         {nullptr, "> ", true, ""},    // for the line end in it
+        {"c\nd", "> ", true, "c\nd\x1a\r\n"},
+        {nullptr, "> ", true, ""}, // for that one
         {"07 B", "+COPS: 0,0,\"a> b\"", false, ""},
         {nullptr, "> ", false, "07 B\x1a\r\n"}, // late
         {"07 C", "OK", true, ""},
-        {"07 D", "> ", false, "07 D\x1a\r\n"} // a newer send
+        {"07 D", "> ", false, "07 D\x1a\r\n"}, // a newer send
+        {anew, "OK", true, ""},
+        {"e\nf", "> ", false, "e\nf\x1a\r\n"},
+        {nullptr, "> ", false, ""},     // for the line end in it,
+        {nullptr, "> ", false, "\x1b"}, // and one of before
     };
     modem_port port;
     for (const auto& [body, line, own_step, written] : rows) {
@@ -193,6 +199,7 @@ TEST(SmsSend, AnswersBesideReportsAndOverReads)
         EXPECT_EQ(kelo_take_sms_result(&result, sizeof result), 1) << reads[0];
         EXPECT_EQ(result.references[0], 77);
     }
+    EXPECT_EQ(kelo_is_sms_received(), 1);
 }
 
 // From the command that draws the prompt to the body, though a report stands between them and in
@@ -278,4 +285,74 @@ TEST(SmsSend, BodyWithoutRoomIsTakenBack)
         EXPECT_EQ(all, taken);
     }
     g_mobile.fd = -1;
+}
+
+namespace
+{
+
+// What becomes of a message with these options: its PDUs, each with its length and number.
+std::string wished(const char* number, const std::string& text, const kelo_sms_options& options)
+{
+    std::string all = kelo_send_sms(number, text.c_str(), &options) > 0 ? "" : "refused";
+    while (sms_outbox_item* const item = sms_outbox_deq()) {
+        std::string body = item->sms_body;
+        EXPECT_EQ(body.size(), 2u * (static_cast<std::size_t>(item->sms_length) + 1));
+        if (body.size() > 36)
+            body.replace(28, 2, ".."); // the reference is anybody's guess
+        all += in_words(item->sms_tag, ' ', item->sms_number, ' ', item->sms_length, ' ',
+                        body.substr(0, 36), "; ");
+        sms_outbox_free(item);
+    }
+    return all;
+}
+
+kelo_sms_options options_with(unsigned validity = 0, int report = 0, int flash = 0)
+{
+    kelo_sms_options options{};
+    options.size = sizeof options;
+    options.validity = validity;
+    options.report = report;
+    options.flash = flash;
+    return options;
+}
+
+} // namespace
+
+// Catches: a wish that does not reach the PDU, a figure out of its range that does, a part that is
+// lost on its way to the outbox.
+TEST(SmsSend, WishesOfATextReachItsPdus)
+{
+    const captured quiet;
+    const std::string digits(21, '1');
+    const std::tuple<const char*, std::string, kelo_sms_options, std::string> rows[] = {
+        {"+123", "Hi", options_with(), "kelo +123 12 001100039121F30000FF02C834; "},
+        {"+123", "Hi", options_with(5, 1, 1), "kelo +123 12 003100039121F300100002C834; "},
+        {"123", "Hi", options_with(635040), "kelo 123 12 001100038121F30000FF02C834; "},
+        {"+123", std::string(161, 'a'), options_with(6),
+         "kelo +123 150 005100039121F3000001A0050003..0201C2; kelo +123 24 "
+         "005100039121F30000010F050003..0202C2; "},
+        {"+123", "Hi", options_with(4), "refused"},
+        {"+123", "Hi", options_with(635041), "refused"},
+        {"+123", "Hi", options_with(0, 2), "refused"},
+        {"+123", "Hi", options_with(0, -1), "refused"},
+        {"+123", "Hi", options_with(0, 0, 2), "refused"},
+        {"+123", "Hi", options_with(0, 0, -1), "refused"},
+        {"+", "Hi", options_with(), "refused"},
+        {"", "Hi", options_with(), "refused"},
+        {digits.c_str(), "Hi", options_with(), "refused"},
+        {"+123", "", options_with(), "refused"},
+        {"+123", "\xff", options_with(), "refused"},
+        {"+123", std::string(65537, 'a'), options_with(), "refused"}};
+    for (const auto& [number, text, options, told] : rows)
+        EXPECT_EQ(wished(number, text, options), told) << text.substr(0, 9);
+    kelo_sms_options small = options_with();
+    small.size = sizeof small.size - 1;
+    EXPECT_EQ(kelo_send_sms("1", "Hi", &small), 0);
+    EXPECT_EQ(kelo_send_sms(nullptr, "Hi", nullptr), 0);
+    EXPECT_EQ(kelo_send_sms("1", nullptr, nullptr), 0);
+    const std::string ten(153 * 10, 'a');
+    for (int i = 0; i < KELO_SMS_OUTBOX / 10; i++)
+        EXPECT_GT(kelo_send_sms("+1", ten.c_str(), nullptr), 0);
+    EXPECT_EQ(kelo_send_sms("+1", ten.c_str(), nullptr), 0) << "no place for all of it";
+    EXPECT_EQ(sent_pdus().size(), KELO_SMS_OUTBOX / 10u * 10);
 }

@@ -169,6 +169,42 @@ TEST_F(Storage, LooksThroughTheMemory)
     EXPECT_EQ(std::pair(used, total), std::pair(1, 5));
 }
 
+// Catches: a place that is left for good since the SIM was not ready, one that is tried for ever,
+// an empty one that is.
+TEST_F(Storage, ErrorsOfAPlace)
+{
+    // How often it is read in six quarters of an hour.
+    constexpr std::pair<const char*, int> rows[] = {
+        {"+CME ERROR: 10", 6},  {"+CME ERROR: 15", 6},  {"+CMS ERROR: 310", 6},
+        {"+CMS ERROR: 318", 6}, {"+CMS ERROR: 512", 6}, {"+CME ERROR: 9", 3},
+        {"+CME ERROR: 16", 3},  {"+CMS ERROR: 309", 3}, {"+CMS ERROR: 319", 3},
+        {"+CMS ERROR: 511", 3}, {"+CMS ERROR: 320", 3}, {"+CME ERROR: 20", 3},
+        {"+CME ERROR: 22", 3},  {"+CME ERROR: 21", 1},  {"+CMS ERROR: 321", 1}};
+    const captured quiet;
+    for (const auto& [error, times] : rows) {
+        answers = {{"+CPMS?", in_use(1)}, {"+CMGD=?", "+CMGD: (4)\r\nOK"}, {"+CMGR=4", error}};
+        sms_storage_forget();
+        std::string commands;
+        for (int quarter = 0; quarter < 6; quarter++, now += 900000)
+            commands += run();
+        EXPECT_EQ(count_of(commands, "+CMGR=4"), times) << error;
+    }
+}
+
+// Catches: a message that comes without its place, or into a full memory, and is not looked for.
+TEST_F(Storage, NoticesWithoutAPlace)
+{
+    answers = {{"+CPMS?", in_use(1)}, {"+CMGD=?", "+CMGD: (4)\r\nOK"}, {"+CMGR=4", stored('A')}};
+    run();
+    taken();
+    for (const char* const notice :
+         {"+CMTI: \"ME\",-1", "+CMTI: \"ME\",99999", "+CMTI: \"ME\"", "^SMMEMFULL: \"ME\""}) {
+        sms_storage_hear(notice);
+        now += 5000;
+        EXPECT_NE(run().find("?"), std::string::npos) << notice;
+    }
+}
+
 // What was handed out is deleted once it is kept, and never by a number that may be another's.
 TEST_F(Storage, NothingTwiceAndNothingOfAnotherDeleted)
 {
