@@ -137,7 +137,7 @@ void walk(at_list* list)
             at->pre_treat(&g_mobile, at);
         require(at->cmd == nullptr || sendable(at->cmd));
     }
-    const lock_scope hold(flow_lock);
+    const lock_scope<flow_lock> hold;
     at_seq_cursor = 0;
     while (at_list_next(list) != nullptr)
         require(++picked <= nodes);
@@ -170,7 +170,7 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* bytes, std::size_t si
             at_list_add_private(list, at_private_table[row].id, static_cast<int>(row) + 30, cfg);
     }
     {
-        const lock_scope hold(flow_lock);
+        const lock_scope<flow_lock> hold;
         libgsm_apply_custom_config();
         libgsm_set_at_timeout(&start_sim1_list);
         libgsm_apply_custom_config(); // as the next change of flow does

@@ -219,7 +219,7 @@ void set_speed(termios& line, int baud)
 
 bool set_size(termios& line, int data_bits)
 {
-    constexpr tcflag_t sizes[] = {CS5, CS6, CS7, CS8};
+    static constexpr tcflag_t sizes[] = {CS5, CS6, CS7, CS8};
     line.c_cflag &= ~static_cast<tcflag_t>(CSIZE);
     if (data_bits < 5 || data_bits > 8)
         return false;

@@ -52,7 +52,7 @@ int scanmode_of(int scan_code)
 
 const char* auth_text(int auth)
 {
-    constexpr const char* texts[] = {"none", "pap", "chap", "ms-chap", "ms-chapv2"};
+    static constexpr const char* texts[] = {"none", "pap", "chap", "ms-chap", "ms-chapv2"};
     return auth >= 1 && auth < static_cast<int>(std::size(texts)) ? texts[auth] : texts[0];
 }
 

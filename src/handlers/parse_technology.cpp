@@ -41,7 +41,7 @@ void read_qnwinfo(technology& tech, const char* line, const char* match)
     // Early EC20 firmware prints the operator without quotes: what is readable is read.
     const char* columns[4];
     const std::size_t count = text_columns(line, columns, std::size(columns));
-    constexpr char ends[] = "\",";
+    static constexpr char ends[] = "\",";
     if (count > 0)
         scan(columns[0], "+QNWINFO: \"", until(tech.act, ends));
     if (count > 1)

@@ -117,7 +117,7 @@ void note_operator(gsm_mobile* rec, const char* line)
 {
     if (!text_begins(line, "+COPS:"))
         return;
-    const lock_scope guard(record_lock);
+    const lock_scope<record_lock> guard;
     const std::optional<network_operator> oper = read_operator(line);
     if (oper && oper->kind != network_operator::unreadable)
         store_operator(rec, *oper);

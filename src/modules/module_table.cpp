@@ -173,7 +173,7 @@ struct module_row {
     const char* key;
 
     // The key is looked for in the answer to AT+CGMM, at this place in the order, from 1.
-    int place = 0;
+    signed char place = 0;
 
     // Of a revision that begins with the key, or a model that the key begins with. For one flow,
     // rows without steps of it are passed over, and the order of all the others counts.
@@ -189,7 +189,7 @@ struct module_row {
     apn_form apn = apn_form::context;
     const char* net_sequence = nullptr;
 
-    const char* network = "LTE"; // of the model that is the key
+    char network[5] = "LTE"; // of the model that is the key
 };
 
 constexpr module_row module_table[] = {

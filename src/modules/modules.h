@@ -71,7 +71,7 @@ const char* module_network(const char* model);
 const char* module_net_sequence(const char* model);
 const char* module_band_mask(const char* model, const char* revision); // or null
 
-enum class apn_form {
+enum class apn_form : char {
     context, // the whole definition of a context
     name,
     name_with_protocol,

@@ -487,7 +487,7 @@ bool is_failure(const char* line)
 
 int libgsm_check_mqtt_sub(const char* line)
 {
-    constexpr char connected[] = "+QMTCONN: 0,0";
+    static constexpr char connected[] = "+QMTCONN: 0,0";
     mqtt_config with;
     // An incoming message and the echo of a command may hold any text, a report's too.
     if (line == nullptr || text_has(line, "+QMTRECV") || !chain_settings(line, with) ||

@@ -45,7 +45,7 @@ unsigned confirmed_count = 0;
 // The worst that befell a part decides.
 int state_of(const sms_job& job)
 {
-    constexpr std::pair<part_fate, int> order[] = {{part_fate::failed, KELO_SMS_FAILED},
+    static constexpr std::pair<part_fate, int> order[] = {{part_fate::failed, KELO_SMS_FAILED},
                                                    {part_fate::refused, KELO_SMS_REFUSED},
                                                    {part_fate::not_written, KELO_SMS_NOT_WRITTEN},
                                                    {part_fate::unknown, KELO_SMS_UNKNOWN},
@@ -213,6 +213,6 @@ int kelo_sms_reports_lost(void)
 
 const char* kelo_sms_state_name(int state)
 {
-    constexpr const char* names[] = {"sent", "failed", "unknown", "not written", "refused"};
+    static constexpr const char* names[] = {"sent", "failed", "unknown", "not written", "refused"};
     return state >= KELO_SMS_SENT && state <= KELO_SMS_REFUSED ? names[state - KELO_SMS_SENT] : "?";
 }

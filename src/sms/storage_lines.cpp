@@ -103,7 +103,7 @@ void take_full(string_view line)
 
 void take_notice(string_view line)
 {
-    constexpr string_view arrivals[] = {"+CMTI:", "+CDSI:"};
+    static constexpr string_view arrivals[] = {"+CMTI:", "+CDSI:"};
     for (const string_view begin : arrivals)
         if (line.starts_with(begin))
             return take_arrival(behind(line, begin.size()));
@@ -114,7 +114,7 @@ void take_notice(string_view line)
 
 void hear(string_view line)
 {
-    constexpr string_view other_card[] = {
+    static constexpr string_view other_card[] = {
         "RDY",           "+CPIN: NOT READY", "+CPIN: NOT INSERTED",
         "+SIM: Removed", "+SIM DROP",        "^SIMST: 255"};
     const bool is_other_card =
@@ -157,7 +157,7 @@ void sms_storage_hear(string_view line)
 bool sms_errand_owns(const char* line)
 {
     const string_view text = trimmed(line);
-    constexpr string_view begins[] = {"AT+", "+CPMS:", "+CMGD:", "+CMGR:"};
+    static constexpr string_view begins[] = {"AT+", "+CPMS:", "+CMGD:", "+CMGR:"};
     for (const string_view begin : begins)
         if (text.starts_with(begin))
             return true;
@@ -168,7 +168,7 @@ bool sms_errand_owns(const char* line)
 const char* sms_command_instead(const char* command)
 {
     constexpr string_view direct = "+CNMI=2,2", direct_with_more = "+CNMI=2,2,";
-    constexpr char stored[] = "+CNMI=2,1,0,1,0";
+    static constexpr char stored[] = "+CNMI=2,1,0,1,0";
     static char text[512]; // the mobile task's
     const string_view all = command == nullptr ? "" : command;
     const std::size_t at = all.find("+CNMI=");

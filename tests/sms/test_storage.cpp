@@ -180,7 +180,7 @@ TEST_F(Storage, ErrorsOfAPlace)
         {"+CME ERROR: 16", 3},  {"+CMS ERROR: 309", 3}, {"+CMS ERROR: 319", 3},
         {"+CMS ERROR: 511", 3}, {"+CMS ERROR: 320", 3}, {"+CME ERROR: 20", 3},
         {"+CME ERROR: 22", 3},  {"+CME ERROR: 21", 1},  {"+CMS ERROR: 321", 1}};
-    const captured quiet;
+    const captured unheard;
     for (const auto& [error, times] : rows) {
         answers = {{"+CPMS?", in_use(1)}, {"+CMGD=?", "+CMGD: (4)\r\nOK"}, {"+CMGR=4", error}};
         sms_storage_forget();

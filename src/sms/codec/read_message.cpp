@@ -22,7 +22,7 @@ enum class message_type { deliver, submit, status_report };
 message_type type_of(octet first_octet)
 {
     // The fourth is reserved, and to be read as the first.
-    constexpr message_type types[] = {message_type::deliver, message_type::submit,
+    static constexpr message_type types[] = {message_type::deliver, message_type::submit,
                                       message_type::status_report, message_type::deliver};
     return types[first_octet & 3];
 }
@@ -128,8 +128,8 @@ template <std::size_t size> void read_number(char (&out)[size], pdu_octets& in)
 // TS 23.040 9.2.3.11. Empty for what no calendar has.
 part_time read_time(pdu_octets& in)
 {
-    constexpr int least[] = {0, 1, 1, 0, 0, 0};
-    constexpr int most[] = {99, 12, 31, 23, 59, 60};
+    static constexpr int least[] = {0, 1, 1, 0, 0, 0};
+    static constexpr int most[] = {99, 12, 31, 23, 59, 60};
     const auto octets = in.take(7);
     if (in.ended)
         return {};
@@ -162,7 +162,7 @@ struct coding_scheme {
 coding_scheme scheme_of(octet dcs)
 {
     constexpr octet compressed = 0x20, has_class = 0x10, class_bits = 0x03;
-    constexpr alphabet kinds[] = {alphabet::gsm7, alphabet::data, alphabet::utf16, alphabet::gsm7};
+    static constexpr alphabet kinds[] = {alphabet::gsm7, alphabet::data, alphabet::utf16, alphabet::gsm7};
     const int group = dcs >> 4;
     if (group < 0x8)
         return {(dcs & compressed) != 0 ? alphabet::data : kinds[dcs >> 2 & 3],

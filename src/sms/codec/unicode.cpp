@@ -26,7 +26,7 @@ bool is_low_surrogate(std::uint32_t unit)
 
 int put_utf8(char (&out)[4], std::uint32_t c)
 {
-    constexpr octet leads[] = {0, 0xC0, 0xE0, 0xF0};
+    static constexpr octet leads[] = {0, 0xC0, 0xE0, 0xF0};
     const int tails = c < 0x80 ? 0 : c < 0x800 ? 1 : c < 0x10000 ? 2 : 3;
     out[0] = static_cast<char>(leads[tails] | c >> (6 * tails));
     for (int i = 1; i <= tails; i++)
@@ -94,7 +94,7 @@ int utf16_to_utf8(std::span<const octet> data, std::span<char> out)
 
 utf8_character utf8_read(std::string_view text)
 {
-    constexpr char32_t least[] = {0, 0, 0x80, 0x800, 0x10000}; // by bytes: what is less is longer
+    static constexpr char32_t least[] = {0, 0, 0x80, 0x800, 0x10000}; // by bytes: what is less is longer
                                                                // than it need be
     const octet lead = octet(text[0]);
     if (lead < 0x80)
