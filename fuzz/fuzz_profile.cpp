@@ -45,8 +45,6 @@ void forget_profiles()
         while (!list_empty(&cfg->items)) {
             auto* const item = list_entry(cfg->items.next, cfg_item, node);
             list_del(&item->node);
-            std::free(item->name);
-            std::free(item->value);
             std::free(item);
         }
         list_del(&cfg->node);

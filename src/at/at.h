@@ -191,7 +191,7 @@ inline constexpr char module_key_name[] = "MODULE";
 inline constexpr char model_key_name[] = "MODEL";
 inline constexpr char like_key_name[] = "LIKE";
 
-struct cfg_item {
+struct cfg_item { // its texts stand behind it
     char* name;
     char* value;
     list_head node;

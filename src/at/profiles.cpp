@@ -77,11 +77,15 @@ void add_item(cfg_file* cfg, text_pointer name, text_pointer value)
 {
     if (name == nullptr || value == nullptr)
         return;
-    auto* const item = static_cast<cfg_item*>(memory_for(sizeof(cfg_item)));
+    // In one piece: a device keeps some hundreds of them.
+    const std::size_t name_size = std::strlen(name.get()) + 1,
+                      value_size = std::strlen(value.get()) + 1;
+    auto* const item =
+        static_cast<cfg_item*>(memory_for(sizeof(cfg_item) + name_size + value_size));
     if (item == nullptr)
         return;
-    item->name = name.release();
-    item->value = value.release();
+    item->name = static_cast<char*>(std::memcpy(item + 1, name.get(), name_size));
+    item->value = static_cast<char*>(std::memcpy(item->name + name_size, value.get(), value_size));
     list_add_tail(&item->node, &cfg->items);
 }
 

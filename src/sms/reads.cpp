@@ -17,8 +17,8 @@ namespace
 {
 
 // Of the port; the mobile task's own.
-char reports[report_lines::room];
-constinit report_lines lines(reports, sms_report_is_whole, sms_own_piece);
+char room_of_reports[report_lines::room];
+constinit report_lines lines(room_of_reports, sms_report_is_whole, sms_own_piece);
 
 // A line of the modem's own that its reads have cut.
 made<char, 2048> begun;

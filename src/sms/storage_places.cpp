@@ -116,7 +116,8 @@ void forget_places()
     }
     std::memset(places, 0, sizeof places);
     for (known_message& one : known)
-        one.stuck = false;
+        if (one.stuck) // a record that was never used stays out of memory
+            one.stuck = false;
 }
 
 void take_size(memory& one, int used, int total)
