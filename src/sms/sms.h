@@ -32,9 +32,16 @@ class text_block
     struct hex {
         unsigned int number; // with "0x" but for 0
     };
-    template <class... Pieces> void put(const Pieces&... pieces) { (put_piece(pieces), ...); }
+    template <class... Pieces> [[gnu::always_inline]] void put(const Pieces&... pieces)
+    {
+        (put_piece(pieces), ...);
+    }
 
   private:
+    template <std::size_t size> [[gnu::always_inline]] void put_piece(const char (&literal)[size])
+    {
+        put_piece(std::string_view(literal, size - 1));
+    }
     void put_piece(std::string_view piece);
     void put_piece(int number);
     void put_piece(hex number);

@@ -115,10 +115,10 @@ struct decoded_text {
     sms_time time;
 };
 
-void decode_text(const pdu_fields& fields, decoded_text& out, text_block& block)
+decoded_text decode_text(const pdu_fields& fields, text_block& block)
 {
     const event_text read = sms_event_text(fields);
-    out = {read.coding, read.length, {}, gsm_format_sms_time(fields)};
+    decoded_text out = {read.coding, read.length, {}, gsm_format_sms_time(fields)};
     if (read.coding == KELO_SMS_CODING_LATIN1) {
         block.add("User data 8bit = %.*s\n", static_cast<int>(read.bytes.count),
                   reinterpret_cast<const char*>(read.bytes.items));
@@ -131,6 +131,7 @@ void decode_text(const pdu_fields& fields, decoded_text& out, text_block& block)
                                                              out.text, sizeof out.text);
         out.length = made > 0 ? made : read.length;
     }
+    return out;
 }
 
 // Cuts the line end off that the modem puts behind a text.
@@ -272,11 +273,9 @@ int libgsm_pdu_decode(struct gsm_mobile*, struct gsm_event* what, const char* pd
     show_fields(fields, block);
     const std::size_t header = header_octets(fields);
     const bool stopped = header > fields.ud_length; // the fields behind keep what they hold
-    decoded_text text;
     if (header != 0 && !stopped)
         sms_handle_header(*what, fields, block);
-    if (!stopped)
-        decode_text(fields, text, block);
+    const decoded_text text = stopped ? decoded_text() : decode_text(fields, block);
     lock_scope<record_lock> hold;
     text_set(what->smsc, fields.smsc_number);
     text_set(what->sender, fields.sender_number);

@@ -136,8 +136,8 @@ bool write_pieces(std::FILE* stream, const char* text, std::size_t length, int w
         const std::size_t count = std::min(piece, length - at);
         if (!has_room(stream, count, wait_ms))
             return false;
-        std::fwrite(text + at, 1, count, stream);
-        std::fflush(stream);
+        fwrite_unlocked(text + at, 1, count, stream); // by who holds its lock
+        fflush_unlocked(stream);
     }
     return true;
 }

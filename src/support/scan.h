@@ -82,7 +82,7 @@ template <class T> bool take_part(const char*& text, number_part<T> part)
 }
 
 // True when all parts were there.
-template <class... Parts> bool scan(const char* text, const Parts&... parts)
+template <class... Parts> [[gnu::always_inline]] inline bool scan(const char* text, Parts... parts)
 {
     return (take_part(text, parts) && ...);
 }

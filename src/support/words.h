@@ -12,12 +12,12 @@ namespace kelo
 
 template <typename Word> [[gnu::always_inline]] inline Word word_get(Word& word)
 {
-    return std::atomic_ref<Word>(word).load();
+    return __atomic_load_n(&word, __ATOMIC_SEQ_CST);
 }
 
 template <typename Word> [[gnu::always_inline]] inline void word_set(Word& word, Word value)
 {
-    std::atomic_ref<Word>(word).store(value);
+    __atomic_store_n(&word, value, __ATOMIC_SEQ_CST);
 }
 
 // Takes a lock word: true for the one caller that found it 0.
