@@ -118,17 +118,23 @@ struct decoded_text {
 decoded_text decode_text(const pdu_fields& fields, text_block& block)
 {
     const event_text read = sms_event_text(fields);
-    decoded_text out = {read.coding, read.length, {}, gsm_format_sms_time(fields)};
+    decoded_text out;
+    out.coding = read.coding;
+    out.length = read.length;
+    out.time = gsm_format_sms_time(fields);
     if (read.coding == KELO_SMS_CODING_LATIN1) {
         block.add("User data 8bit = %.*s\n", static_cast<int>(read.bytes.count),
                   reinterpret_cast<const char*>(read.bytes.items));
+        text_clear(out.text);
         std::memcpy(out.text, read.bytes.items,
                     std::min(read.bytes.count, static_cast<std::size_t>(read.length)));
     } else {
         block.put("User data 8bit = \n");
-        const int made = fields.ud_length == 0 ? 0
-                                               : sms_get_str(read.bytes.items, read.length,
-                                                             out.text, sizeof out.text);
+        int made = 0;
+        if (fields.ud_length == 0)
+            text_clear(out.text);
+        else
+            made = sms_get_str(read.bytes.items, read.length, out.text, sizeof out.text);
         out.length = made > 0 ? made : read.length;
     }
     return out;

@@ -45,8 +45,8 @@ void each_line(gsm_mobile* rec, const at_info* running, char* line)
     const bool of_message = running != nullptr && sends_message(running);
     if (!of_message)
         sms_watch_prompt(rec, line);
-    else // its step reads its own answers alone, and the keeper asks beside it
-        note_operator(rec, line);
+    else if (word_get(keeper_on) != 0)
+        note_operator(rec, line); // its step reads its own answers alone; the keeper asks beside it
 }
 
 // A command that sends a message draws a prompt, which may come at once.

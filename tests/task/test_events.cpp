@@ -148,13 +148,17 @@ TEST(Events, OperatorBesideAMessageIsHeard)
         {&message, "+COPS: 0,0,\"Net\",7", KELO_REGISTRATION_HOME},
         {&message, "Re: +COPS: 0", KELO_REGISTRATION_ROAMING}, // the echo of a text
         {&other, "+COPS: 0", KELO_REGISTRATION_ROAMING}};      // its own handler reads it
-    for (const auto& [running, text, registration] : rows) {
+    const auto hear = [&](const at_info* running, std::string line) {
         g_mobile.reg_status = KELO_REGISTRATION_ROAMING;
         g_mobile.reg_seen = 0;
         gsm_event.code = GSM_EVENT_SMS_SEND_FAILED;
-        std::string line = text;
         task_hooks.each_line(&g_mobile, running, line.data());
-        EXPECT_EQ(g_mobile.reg_status, registration) << text;
+        return g_mobile.reg_status;
+    };
+    EXPECT_EQ(hear(&message, "+COPS: 0"), KELO_REGISTRATION_ROAMING); // nobody asks beside it
+    word_set(keeper_on, 1);
+    for (const auto& [running, text, registration] : rows) {
+        EXPECT_EQ(hear(running, text), registration) << text;
         EXPECT_EQ(in_words(g_mobile.reg_seen, gsm_event.code == GSM_EVENT_SMS_SEND_FAILED), "01");
     }
 }

@@ -116,7 +116,11 @@ octet hex_octet(std::string_view text, std::size_t index)
 
 void gsm_hex_to_octets(std::span<octet> out, std::string_view text)
 {
-    for (std::size_t i = 0; i < out.size(); i++)
+    const std::size_t there = std::min(out.size(), text.size() / 2);
+    const char* from = text.data();
+    for (std::size_t i = 0; i < there; i++, from += 2)
+        out[i] = static_cast<octet>(table.digit[octet(from[0])] << 4 | table.digit[octet(from[1])]);
+    for (std::size_t i = there; i < out.size(); i++)
         out[i] = hex_octet(text, i);
 }
 
