@@ -202,7 +202,7 @@ void take_all()
         REQUIRE(used >= 0 && total >= 0);
     kelo_figures figures{};
     kelo_get_figures(&figures, sizeof figures);
-    REQUIRE(*kelo_reason_name(kelo_get_reason()) != 'u'); // "unknown"
+    REQUIRE(std::strcmp(kelo_reason_name(kelo_get_reason()), "unknown") != 0);
     char unknown[64];
     kelo_get_unknown_model(unknown, sizeof unknown);
     char version[64];

@@ -367,6 +367,6 @@ const char* kelo_ask_fault_text(int fault)
 const char* kelo_ask_end_name(int end)
 {
     static constexpr const char* names[] = {"ok",   "error",     "CME error", "CMS error",
-                                     "data", "timed out", "not sent",  "port lost"};
+                                            "data", "timed out", "not sent",  "port lost"};
     return end >= KELO_ASK_OK && end <= KELO_ASK_PORT_LOST ? names[end - KELO_ASK_OK] : "?";
 }

@@ -45,11 +45,12 @@ unsigned confirmed_count = 0;
 // The worst that befell a part decides.
 int state_of(const sms_job& job)
 {
-    static constexpr std::pair<part_fate, int> order[] = {{part_fate::failed, KELO_SMS_FAILED},
-                                                   {part_fate::refused, KELO_SMS_REFUSED},
-                                                   {part_fate::not_written, KELO_SMS_NOT_WRITTEN},
-                                                   {part_fate::unknown, KELO_SMS_UNKNOWN},
-                                                   {part_fate::confirmed, KELO_SMS_SENT}};
+    static constexpr std::pair<part_fate, int> order[] = {
+        {part_fate::failed, KELO_SMS_FAILED},
+        {part_fate::refused, KELO_SMS_REFUSED},
+        {part_fate::not_written, KELO_SMS_NOT_WRITTEN},
+        {part_fate::unknown, KELO_SMS_UNKNOWN},
+        {part_fate::confirmed, KELO_SMS_SENT}};
     for (const auto& [fate, state] : order)
         if (job.fates[static_cast<int>(fate)] > 0)
             return state;
