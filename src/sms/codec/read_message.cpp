@@ -23,7 +23,7 @@ message_type type_of(octet first_octet)
 {
     // The fourth is reserved, and to be read as the first.
     static constexpr message_type types[] = {message_type::deliver, message_type::submit,
-                                      message_type::status_report, message_type::deliver};
+                                             message_type::status_report, message_type::deliver};
     return types[first_octet & 3];
 }
 
@@ -162,7 +162,8 @@ struct coding_scheme {
 coding_scheme scheme_of(octet dcs)
 {
     constexpr octet compressed = 0x20, has_class = 0x10, class_bits = 0x03;
-    static constexpr alphabet kinds[] = {alphabet::gsm7, alphabet::data, alphabet::utf16, alphabet::gsm7};
+    static constexpr alphabet kinds[] = {alphabet::gsm7, alphabet::data, alphabet::utf16,
+                                         alphabet::gsm7};
     const int group = dcs >> 4;
     if (group < 0x8)
         return {(dcs & compressed) != 0 ? alphabet::data : kinds[dcs >> 2 & 3],

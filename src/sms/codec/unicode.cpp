@@ -94,8 +94,8 @@ int utf16_to_utf8(std::span<const octet> data, std::span<char> out)
 
 utf8_character utf8_read(std::string_view text)
 {
-    static constexpr char32_t least[] = {0, 0, 0x80, 0x800, 0x10000}; // by bytes: what is less is longer
-                                                               // than it need be
+    static constexpr char32_t least[] = {0, 0, 0x80, 0x800, 0x10000}; // by bytes: what is less is
+                                                                      // longer than it need be
     const octet lead = octet(text[0]);
     if (lead < 0x80)
         return {lead, 1};
