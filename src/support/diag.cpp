@@ -105,7 +105,7 @@ std::int64_t coarse_ms()
 }
 
 // What a stream takes without a wait: a pipe that is ready has room for a whole piece. Lines that
-// follow each other closely share one question. Guarded by the stream's own lock.
+// follow each other closely share one question. Written by who holds the stream's own lock.
 struct stream_room {
     std::int64_t until_ms;
     std::size_t bytes;
@@ -118,13 +118,15 @@ bool has_room(std::FILE* stream, std::size_t bytes, int wait_ms)
     constexpr int stays_ms = 5;
     stream_room& room = stream == stderr ? room_of_errors : room_of_output;
     const std::int64_t now = coarse_ms();
-    if (bytes > room.bytes || now >= room.until_ms) {
+    std::size_t left = word_get(room.bytes);
+    if (bytes > left || now >= word_get(room.until_ms)) {
         pollfd out = {fileno(stream), POLLOUT, 0};
         if (poll(&out, 1, 0) == 0 && poll(&out, 1, wait_ms) == 0)
             return false;
-        room = {now + stays_ms, PIPE_BUF};
+        word_set(room.until_ms, now + stays_ms);
+        left = PIPE_BUF;
     }
-    room.bytes -= bytes;
+    word_set(room.bytes, left - bytes);
     return true;
 }
 
