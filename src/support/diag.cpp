@@ -96,18 +96,19 @@ bool lock_stream(std::FILE* stream, int wait_ms)
     return true;
 }
 
-// Of the last tick: it costs a tenth of the exact time.
-std::int64_t coarse_ms()
+// Of the last tick, which costs a tenth of the exact time, and wraps.
+unsigned int coarse_ms()
 {
     timespec now = {};
     clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
-    return static_cast<std::int64_t>(now.tv_sec) * 1000 + now.tv_nsec / 1000000;
+    return static_cast<unsigned int>(now.tv_sec) * 1000 +
+           static_cast<unsigned int>(now.tv_nsec / 1000000);
 }
 
 // What a stream takes without a wait: a pipe that is ready has room for a whole piece. Lines that
 // follow each other closely share one question. Written by who holds the stream's own lock.
 struct stream_room {
-    std::int64_t until_ms;
+    unsigned int asked_ms;
     std::size_t bytes;
 };
 stream_room room_of_output = {};
@@ -115,15 +116,15 @@ stream_room room_of_errors = {};
 
 bool has_room(std::FILE* stream, std::size_t bytes, int wait_ms)
 {
-    constexpr int stays_ms = 5;
+    constexpr unsigned int stays_ms = 5;
     stream_room& room = stream == stderr ? room_of_errors : room_of_output;
-    const std::int64_t now = coarse_ms();
+    const unsigned int now = coarse_ms();
     std::size_t left = word_get(room.bytes);
-    if (bytes > left || now >= word_get(room.until_ms)) {
+    if (bytes > left || now - word_get(room.asked_ms) >= stays_ms) {
         pollfd out = {fileno(stream), POLLOUT, 0};
         if (poll(&out, 1, 0) == 0 && poll(&out, 1, wait_ms) == 0)
             return false;
-        word_set(room.until_ms, now + stays_ms);
+        word_set(room.asked_ms, now);
         left = PIPE_BUF;
     }
     word_set(room.bytes, left - bytes);
