@@ -1,25 +1,10 @@
 // SPDX-License-Identifier: MIT
 // A modem that never falls silent.
-#include "tests/e2e/story.h"
+#include "tests/e2e/noise.h"
 
 #include <cstdlib>
-#include <numeric>
 
 using namespace kelo_story;
-
-namespace
-{
-
-std::string every_byte()
-{
-    std::string bytes(256, '\0');
-    std::iota(bytes.begin(), bytes.end(), '\0');
-    return bytes;
-}
-
-using Hostile = Story;
-
-} // namespace
 
 // Catches: memory that an endless stream takes, and commands that wait for a silence that never
 // comes.

@@ -1,24 +1,8 @@
 // SPDX-License-Identifier: MIT
 // A modem that says anything.
-#include "tests/e2e/story.h"
-
-#include <numeric>
+#include "tests/e2e/noise.h"
 
 using namespace kelo_story;
-
-namespace
-{
-
-std::string every_byte()
-{
-    std::string bytes(256, '\0');
-    std::iota(bytes.begin(), bytes.end(), '\0');
-    return bytes;
-}
-
-using Hostile = Story;
-
-} // namespace
 
 // Catches: bytes that break the cutting into lines, or the lines behind them; control characters
 // that stop our own commands or throw lines away on a port as a fresh serial device is set.
