@@ -42,12 +42,8 @@ void forget_profiles()
 {
     while (!list_empty(&cfg_file_list)) {
         auto* const cfg = list_entry(cfg_file_list.next, cfg_file, node);
-        while (!list_empty(&cfg->items)) {
-            auto* const item = list_entry(cfg->items.next, cfg_item, node);
-            list_del(&item->node);
-            std::free(item);
-        }
         list_del(&cfg->node);
+        std::free(cfg->items);
         std::free(cfg->path);
         std::free(cfg->module);
         std::free(cfg);
@@ -63,13 +59,13 @@ cfg_file* read_profile(const std::string& text)
     require(cfg_file_add("/proc/self/fd", std::to_string(file).c_str()) == 0);
     auto* const cfg = list_entry(cfg_file_list.next, cfg_file, node);
     require(parse_cfg_file(cfg) == 0);
-    list_head* node = nullptr;
-    list_for_each(node, &cfg->items)
-    {
-        const auto* const item = list_entry(node, cfg_item, node);
-        require(std::strlen(item->name) < line_limit && std::strlen(item->value) < line_limit);
-        require(std::strchr(item->name, '\n') == nullptr);
+    cfg_item item;
+    std::size_t at = 0;
+    while (cfg_next_item(cfg, at, item)) {
+        require(std::strlen(item.name) < line_limit && std::strlen(item.value) < line_limit);
+        require(std::strchr(item.name, '\n') == nullptr);
     }
+    require(at == cfg->items_size);
     if (cfg->module != nullptr)
         require(cfg_file_find(cfg->module) == cfg);
     modules_of_files();

@@ -191,16 +191,16 @@ inline constexpr char module_key_name[] = "MODULE";
 inline constexpr char model_key_name[] = "MODEL";
 inline constexpr char like_key_name[] = "LIKE";
 
-struct cfg_item { // its texts stand behind it
-    char* name;
-    char* value;
-    list_head node;
+struct cfg_item {
+    const char* name;
+    const char* value;
 };
 
 struct cfg_file {
     char* path;
     char* module; // null without a MODULE line
-    list_head items;
+    char* items; // name and value of one behind the other, each terminated: a device keeps hundreds
+    std::size_t items_size;
     list_head node;
 
     // Of a module that the file brings by itself: values of its items, null for none
@@ -215,6 +215,9 @@ int search_cfg_file(const char* folder);
 int search_cfg_folders(); // the operator's own, where there is one, ahead of the one that is told
 int cfg_file_add(const char* folder, const char* name);
 int parse_cfg_file(cfg_file* cfg);
+bool cfg_next_item(const cfg_file* cfg, std::size_t& at,
+                   cfg_item& item);                          // from 0; whether one is there
+const char* cfg_value(const cfg_file* cfg, const char* key); // of the first such item; or null
 cfg_file* cfg_file_find(const char* model);
 void trim_tail(char* text, std::size_t length);
 void trim_copy(char* destination, const char* source);

@@ -39,8 +39,8 @@ bool is_blank(char c)
     return c == ' ' || c == '\t';
 }
 
-// A profile saved with CR LF line ends leaves a CR behind each value. It stays there, and does no
-// harm: a command is built without it.
+// A profile saved with CR LF line ends leaves a CR behind each value. In that of a command it stays
+// and does no harm: it is sent without.
 void cut_carriage_return(char* text)
 {
     const std::size_t length = std::strlen(text);
@@ -48,11 +48,9 @@ void cut_carriage_return(char* text)
         text[length - 1] = '\0';
 }
 
-text_pointer trimmed(const char* text)
+bool is_about_the_file(const char* name)
 {
-    char room[line_size];
-    trim_copy(room, text);
-    return text_duplicate(room);
+    return std::strcmp(name, model_key_name) == 0 || std::strcmp(name, like_key_name) == 0;
 }
 
 bool is_sendable(const char* value)
@@ -73,20 +71,19 @@ void set_module(cfg_file* cfg, text_pointer name)
     cfg->module = name.release();
 }
 
-void add_item(cfg_file* cfg, text_pointer name, text_pointer value)
+void add_item(cfg_file* cfg, const char* name, const char* value)
 {
-    if (name == nullptr || value == nullptr)
+    const std::size_t name_size = std::strlen(name) + 1, value_size = std::strlen(value) + 1;
+    const std::size_t size = cfg->items_size + name_size + value_size;
+    auto* const items = static_cast<char*>(std::realloc(cfg->items, size));
+    if (items == nullptr) {
+        memory_refused(size);
         return;
-    // In one piece: a device keeps some hundreds of them.
-    const std::size_t name_size = std::strlen(name.get()) + 1,
-                      value_size = std::strlen(value.get()) + 1;
-    auto* const item =
-        static_cast<cfg_item*>(memory_for(sizeof(cfg_item) + name_size + value_size));
-    if (item == nullptr)
-        return;
-    item->name = static_cast<char*>(std::memcpy(item + 1, name.get(), name_size));
-    item->value = static_cast<char*>(std::memcpy(item->name + name_size, value.get(), value_size));
-    list_add_tail(&item->node, &cfg->items);
+    }
+    std::memcpy(items + cfg->items_size, name, name_size);
+    std::memcpy(items + cfg->items_size + name_size, value, value_size);
+    cfg->items = items;
+    cfg->items_size = size;
 }
 
 // One line of the file, terminated and not longer than a line may be. `number` counts from 1.
@@ -104,19 +101,23 @@ void parse_line(cfg_file* cfg, char* line, std::size_t length, int number)
         diag_plain("%s:%d the line has no name and is passed over\n", cfg->path, number);
         return;
     }
-    const char* const value = split + std::strlen(arrow);
+    char* const value = split + std::strlen(arrow);
     if (!is_sendable(value)) {
         diag_plain("%s:%d the value holds a control character, the line is passed over\n",
                    cfg->path, number);
         return;
     }
     split[-1] = '\0';
+    trim_copy(value, value);
     if (text_begins(line, module_key_name)) {
-        set_module(cfg, trimmed(value));
+        set_module(cfg, text_duplicate(value));
         return;
     }
     trim_tail(line, std::strlen(line));
-    add_item(cfg, trimmed(line), trimmed(value));
+    trim_copy(line, line);
+    if (is_about_the_file(line))
+        cut_carriage_return(value);
+    add_item(cfg, line, value);
 }
 
 // The next line with its line feed, or as much of it as fits; 0 at the end. Unlike fgets it tells
@@ -208,7 +209,6 @@ int cfg_file_add(const char* folder, const char* name)
     if (cfg == nullptr)
         return -1;
     cfg->path = path.release();
-    list_init(&cfg->items);
     list_add_tail(&cfg->node, &cfg_file_list);
     return 0;
 }
@@ -234,6 +234,26 @@ int parse_cfg_file(cfg_file* cfg)
     return 0;
 }
 
+bool cfg_next_item(const cfg_file* cfg, std::size_t& at, cfg_item& item)
+{
+    if (at >= cfg->items_size)
+        return false;
+    item.name = cfg->items + at;
+    at += std::strlen(item.name) + 1;
+    item.value = cfg->items + at;
+    at += std::strlen(item.value) + 1;
+    return true;
+}
+
+const char* cfg_value(const cfg_file* cfg, const char* key)
+{
+    cfg_item item;
+    for (std::size_t at = 0; cfg_next_item(cfg, at, item);)
+        if (std::strcmp(item.name, key) == 0)
+            return item.value;
+    return nullptr;
+}
+
 int search_cfg_file(const char* folder)
 {
     struct stat about = {};
@@ -241,7 +261,7 @@ int search_cfg_file(const char* folder)
         diag_at(plain, __func__, "no such file or directory!\n");
         return -1;
     }
-    const folder_pointer entries(opendir(folder));
+    folder_pointer entries(opendir(folder));
     if (entries == nullptr) {
         diag_at(plain, __func__, "failed to open directory(%s)!\n", folder);
         return -1;
@@ -257,11 +277,12 @@ int search_cfg_file(const char* folder)
         }
         cfg_file_add(folder, name);
     }
+    entries.reset(); // its room is used again by what is read
     list_head* node = nullptr;
     list_for_each(node, &cfg_file_list)
     {
         auto* const cfg = list_entry(node, cfg_file, node);
-        const bool read_already = cfg->module != nullptr || !list_empty(&cfg->items);
+        const bool read_already = cfg->module != nullptr || cfg->items != nullptr;
         if (!read_already && parse_cfg_file(cfg) != 0)
             diag_at(plain, __func__, "failed to open file '%s'\n", cfg->path);
     }

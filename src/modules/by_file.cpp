@@ -18,21 +18,6 @@ namespace
 constexpr std::size_t shortest_model = 4;
 constexpr std::size_t longest_model = sizeof(gsm_mobile::model) - 1;
 
-// A value of the file, without the CR of a file that was saved with CR LF line ends; null for none.
-char* own_value(const cfg_file* cfg, const char* key)
-{
-    list_head* node = nullptr;
-    list_for_each(node, &cfg->items)
-    {
-        cfg_item* const item = list_entry(node, cfg_item, node);
-        if (std::strcmp(item->name, key) != 0)
-            continue;
-        item->value[std::strcspn(item->value, "\r")] = '\0';
-        return item->value;
-    }
-    return nullptr;
-}
-
 const cfg_file* file_with(const char* model)
 {
     list_head* node = nullptr;
@@ -81,8 +66,8 @@ pair_fault fault_of(const char* model, const char* like)
 
 void look_at(cfg_file* cfg)
 {
-    const char* const model = own_value(cfg, model_key_name);
-    const char* const like = own_value(cfg, like_key_name);
+    const char* const model = cfg_value(cfg, model_key_name);
+    const char* const like = cfg_value(cfg, like_key_name);
     if (model == nullptr && like == nullptr)
         return;
     if (model == nullptr || like == nullptr) {

@@ -206,18 +206,6 @@ int append_node(at_list* list, const command_row* row, const char* cmd, int seq,
     return at_added;
 }
 
-const char* find_value(const cfg_file* cfg, const char* key)
-{
-    const list_head* node;
-    list_for_each(node, &cfg->items)
-    {
-        const cfg_item* const item = list_entry(const_cast<list_head*>(node), cfg_item, node);
-        if (item->name != nullptr && std::strcmp(item->name, key) == 0)
-            return item->value;
-    }
-    return nullptr;
-}
-
 } // namespace
 
 int at_list_add_general(at_list* list, int id, int seq)
@@ -252,7 +240,7 @@ int at_list_add_private(at_list* list, int id, int seq, const cfg_file* cfg)
         diag_at(plain, __func__, "unexpected error!\n");
         return at_no_row;
     }
-    const char* const value = find_value(cfg, row->text);
+    const char* const value = cfg_value(cfg, row->text);
     if (value == nullptr) {
         diag_at(plain, __func__, "the at(%s) do not exist in cfg file!\n", row->text);
         return at_no_row;

@@ -25,10 +25,9 @@ struct Profiles : testing::Test {
     static items items_of(const cfg_file* cfg)
     {
         items all;
-        for (list_head* node = cfg->items.next; node != &cfg->items; node = node->next) {
-            const auto* const item = list_entry(node, cfg_item, node);
-            all.emplace_back(item->name, item->value);
-        }
+        cfg_item item;
+        for (std::size_t at = 0; cfg_next_item(cfg, at, item);)
+            all.emplace_back(item.name, item.value);
         return all;
     }
     const scratch folder{"/tmp/profiles"};

@@ -71,7 +71,7 @@ TEST_F(ByFile, PairsThatAreNotRightAreSaidAndCostNothingElse)
         for (const auto& one : kelo_host::check_profiles({folder.path}))
             refused |= one.text.find("the file brings no module of its own") != one.text.npos;
         EXPECT_EQ(refused, *fault != '\0') << text;
-        EXPECT_STREQ(list_entry(file(0)->items.prev, cfg_item, node)->value, "AT+A");
+        EXPECT_STREQ(cfg_value(file(0), "AT_GSM"), "AT+A");
     }
 }
 

@@ -5,14 +5,10 @@
 // Private rows take the first item of their exact key. Every refusal says why.
 TEST(Catalogue, PrivateRowsTakeTheFirstItemOfTheirExactKey)
 {
-    char texts[][16] = {"AT_SET_APN2", "AT+A", "AT_SET_APN", "AT+B=\"$APN\"", "AT_SET_APN", "AT+C"};
-    cfg_item items[3] = {};
+    char items[] = "AT_SET_APN2\0AT+A\0AT_SET_APN\0AT+B=\"$APN\"\0AT_SET_APN\0AT+C";
     cfg_file profile = {};
-    list_init(&profile.items);
-    for (int i = 0; i < 3; i++) {
-        items[i] = {texts[2 * i], texts[2 * i + 1], {}};
-        list_add_tail(&items[i].node, &profile.items);
-    }
+    profile.items = items;
+    profile.items_size = sizeof items;
     at_list list = LIST_HEAD_INIT(list);
     captured out;
     EXPECT_EQ(at_list_add_private(&list, command::set_apn, 1, nullptr), at_no_row);
