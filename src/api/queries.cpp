@@ -6,6 +6,7 @@
 #include "at/at.h"
 #include "modules/modules.h"
 #include "support/diag.h"
+#include "support/seldom.h"
 #include "support/shell.h"
 #include "support/sleeps.h"
 #include "support/text.h"
@@ -45,7 +46,7 @@ struct report_source {
 
 report_source copy_report(cellular_status& report)
 {
-    static gsm_mobile nothing; // zeros that take no room in the library
+    KELO_SELDOM static gsm_mobile nothing; // zeros that take no room in the library
     const lock_scope<record_lock> hold;
     const gsm_mobile* rec = modem_record();
     if (rec == nullptr)

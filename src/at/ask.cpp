@@ -8,6 +8,7 @@
 #include "at/at.h"
 #include "support/diag.h"
 #include "support/scan.h"
+#include "support/seldom.h"
 #include "support/sleeps.h"
 #include "support/text.h"
 #include "support/wakeup.h"
@@ -46,7 +47,7 @@ struct asked_command {
 
 // A leaf: nothing is taken under it. It guards all that follows, but for `echoes`.
 lock ask_lock;
-asked_command places[KELO_ASKS];
+KELO_SELDOM asked_command places[KELO_ASKS];
 int last_number = 0;
 bool open = false; // a task runs that will send them
 

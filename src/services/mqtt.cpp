@@ -18,6 +18,7 @@
 #include "at/at.h"
 #include "support/diag.h"
 #include "support/scan.h"
+#include "support/seldom.h"
 #include "support/sleeps.h"
 #include "support/text.h"
 #include "support/waits.h"
@@ -46,10 +47,10 @@ pthread_mutex_t attempt_mutex = PTHREAD_MUTEX_INITIALIZER;
 lock config_lock;
 
 // What the host handed in last. update_pending: the update has not ended.
-mqtt_config settings = {};
+KELO_SELDOM mqtt_config settings = {};
 
 // What the last attempt was made with. update_pending: its reports may still come.
-mqtt_config attempted = {};
+KELO_SELDOM mqtt_config attempted = {};
 
 // From the start of an attempt until its open is seen to have reached the modem, by its echo: what
 // is read ahead of that is of an earlier connection, and no longer stands. A modem that echoes

@@ -6,6 +6,7 @@
 
 #include "support/diag.h"
 #include "support/owned.h"
+#include "support/seldom.h"
 #include "support/text.h"
 #include "support/wakeup.h"
 
@@ -27,8 +28,8 @@ namespace
 {
 
 // Guarded by outbox_lock.
-ring<kelo_sms_result, KELO_SMS_RESULTS> results;
-ring<kelo_sms_report, KELO_SMS_REPORTS> reports;
+KELO_SELDOM ring<kelo_sms_result, KELO_SMS_RESULTS> results;
+KELO_SELDOM ring<kelo_sms_report, KELO_SMS_REPORTS> reports;
 
 // Parts that the network has confirmed, for the reports that may follow: the newest of them.
 struct confirmed_part {
@@ -39,7 +40,7 @@ struct confirmed_part {
     int reference = 0; // -1: reported
 };
 constexpr unsigned most_confirmed = 256;
-confirmed_part confirmed[most_confirmed];
+KELO_SELDOM confirmed_part confirmed[most_confirmed];
 unsigned confirmed_count = 0;
 
 // The worst that befell a part decides.

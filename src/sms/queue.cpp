@@ -2,6 +2,7 @@
 // Received messages that wait for the host.
 #include "sms/ring.h"
 #include "sms/sms.h"
+#include "support/seldom.h"
 #include "support/wakeup.h"
 
 namespace kelo
@@ -13,7 +14,7 @@ namespace
 // A leaf: nothing is taken under it.
 lock queue_lock;
 
-ring<kelo_sms, KELO_SMS_QUEUE> received;
+KELO_SELDOM ring<kelo_sms, KELO_SMS_QUEUE> received;
 
 } // namespace
 

@@ -20,15 +20,17 @@ namespace
 char room_of_reports[report_lines::room];
 constinit report_lines lines(room_of_reports, sms_report_is_whole, sms_own_piece);
 
-// A line of the modem's own that its reads have cut.
-made<char, 2048> begun;
+constexpr std::size_t longest_line = 2048;
+
+// A line of the modem's own that its reads have cut, and its end.
+made<char, longest_line + 1> begun;
 bool too_long = false;
 
-void hear_line(std::string_view line)
+void hear_begun()
 {
-    line = storage::trimmed(line);
-    char text[sizeof begun.items + 1];
-    *std::copy_n(line.data(), std::min(line.size(), sizeof text - 1), text) = '\0';
+    const std::string_view line = storage::trimmed({begun.items, begun.count - 1});
+    char* const text = begun.items + (line.data() - begun.items);
+    text[line.size()] = '\0';
     if (line.empty() || is_foreign(text))
         return;
     sms_watch_answer(text);
@@ -49,10 +51,10 @@ void sms_own_piece(std::string_view rest)
         too_long |= !begun.add({piece.data(), piece.size()});
         if (end == std::string_view::npos)
             return;
-        if (std::exchange(too_long, false))
+        if (std::exchange(too_long, false) || !begun.add('\0'))
             ask_line_is_lost();
         else
-            hear_line({begun.items, begun.count});
+            hear_begun();
         begun.count = 0;
         rest = behind(rest, end + 1);
     }

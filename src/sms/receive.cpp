@@ -225,6 +225,20 @@ event* sms_report_event(gsm_mobile* rec, const char* report)
     return &::gsm_event;
 }
 
+namespace
+{
+
+// A function of its own: its room is asked of the stack for a report alone.
+[[gnu::noinline]] void read_again(std::string_view report)
+{
+    char bytes[report_lines::room];
+    report_lines lines(bytes, sms_report_is_whole);
+    lines.take(report);
+    lines.end();
+}
+
+} // namespace
+
 } // namespace kelo
 
 using namespace kelo;
@@ -232,11 +246,7 @@ using namespace kelo;
 struct gsm_event* libgsm_check_sms(struct gsm_mobile* rec, const char* report)
 {
     event* const raised = sms_report_event(rec, report);
-    if (raised != nullptr) {
-        char bytes[report_lines::room];
-        report_lines lines(bytes, sms_report_is_whole);
-        lines.take(report);
-        lines.end();
-    }
+    if (raised != nullptr)
+        read_again(report);
     return raised;
 }

@@ -14,6 +14,7 @@
 #include "at/at.h"
 #include "support/diag.h"
 #include "support/scan.h"
+#include "support/seldom.h"
 #include "support/sleeps.h"
 #include "support/text.h"
 
@@ -44,18 +45,18 @@ struct unanswered_part {
 struct way_out {
     sms_part* in_hand = nullptr;
     std::int64_t begun_ms = 0;
-    char body[sizeof(gsm_mobile::sms_text)] = {}; // of what is due, or went out last
     int echoed_prompts = 0;    // prompts still to come that its lines draw, or its echo shows
     bool text_mode = false;    // the modem was left in it
     bool last_command = false; // of the task's was one that sends a message
 
-    unanswered_part unanswered[most_unanswered] = {};
-    unsigned first = 0, count = 0;
+    unsigned first = 0, count = 0; // of unanswered
 
     int late_prompts = 0; // of our commands, may still come though their bodies are not due
     std::int64_t late_until_ms = 0;
 };
 way_out out;
+KELO_SELDOM char due_body[sizeof(gsm_mobile::sms_text)]; // or went out last
+KELO_SELDOM unanswered_part unanswered[most_unanswered];
 
 enum class answer { none, body, escape };
 
@@ -114,7 +115,7 @@ bool finish(const part_end& end, part_fate fate, sms_error error = {})
 // Caller holds record_lock.
 part_end take_unanswered()
 {
-    const unanswered_part first = out.unanswered[out.first];
+    const unanswered_part first = unanswered[out.first];
     out.first = (out.first + 1) % most_unanswered;
     out.count--;
     return {nullptr, first.job, first.part};
@@ -159,8 +160,8 @@ void body_is_out()
             too_many = take_unanswered();
         done = take_in_hand().part;
         out.text_mode = done->sms_mode == 1;
-        out.unanswered[(out.first + out.count++) % most_unanswered] = {done->job, done->number,
-                                                                       monotonic_ms()};
+        unanswered[(out.first + out.count++) % most_unanswered] = {done->job, done->number,
+                                                                   monotonic_ms()};
     }
     done->job = nullptr; // goes on without it
     sms_part_ends(done, part_fate::unknown);
@@ -170,9 +171,9 @@ void body_is_out()
 // False when not all of it went out.
 bool write_whole(gsm_mobile* rec, const char* text)
 {
-    char bytes[sizeof out.body + sizeof body_end];
+    char bytes[sizeof due_body + sizeof body_end];
     const std::size_t length = std::strlen(text);
-    if (length >= sizeof out.body)
+    if (length >= sizeof due_body)
         return false;
     std::memcpy(bytes, text, length);
     std::memcpy(bytes + length, body_end, sizeof body_end);
@@ -189,11 +190,11 @@ bool write_whole(gsm_mobile* rec, const char* text)
 
 void write_body(gsm_mobile* rec)
 {
-    char body[sizeof out.body];
+    char body[sizeof due_body];
     sms_part* part = nullptr;
     {
         const lock_scope<record_lock> hold;
-        text_set(body, out.body);
+        text_set(body, due_body);
         part = out.in_hand;
     }
     if (part != nullptr) {
@@ -219,7 +220,7 @@ void answer_prompt(gsm_mobile* rec, const char* line, bool own_step)
     lock_scope<record_lock> hold;
     const answer what = answer_to(line, own_step);
     if (what == answer::body)
-        out.echoed_prompts = prompts_in(out.body);
+        out.echoed_prompts = prompts_in(due_body);
     hold.release();
     if (what == answer::body)
         write_body(rec);
@@ -252,7 +253,7 @@ void sms_send_begins(gsm_mobile* rec)
     out.begun_ms = monotonic_ms();
     out.echoed_prompts = 0;
     out.last_command = true;
-    text_set(out.body, rec->sms_text);
+    text_set(due_body, rec->sms_text);
     word_set(body_due, 1);
 }
 
@@ -304,8 +305,7 @@ void sms_look_at_clock(std::int64_t now_ms)
             expect_late_prompt();
             hold.release();
             put_back(end, true);
-        } else if (out.count > 0 &&
-                   now_ms - out.unanswered[out.first].since_ms >= answer_limit_ms) {
+        } else if (out.count > 0 && now_ms - unanswered[out.first].since_ms >= answer_limit_ms) {
             end = take_unanswered();
             hold.release();
             finish(end, part_fate::unknown);
@@ -414,7 +414,7 @@ event* sms_send_handler(gsm_mobile* rec, char* line)
 
 int write_sms_msg(gsm_mobile* rec, const char* text)
 {
-    if (rec == nullptr || text == nullptr || std::strlen(text) >= sizeof out.body)
+    if (rec == nullptr || text == nullptr || std::strlen(text) >= sizeof due_body)
         return -1;
     return write_whole(rec, text) || port_descriptor(rec) != -1 ? 0 : -1;
 }

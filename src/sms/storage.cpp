@@ -11,6 +11,7 @@
 
 #include "at/answers.h"
 #include "support/diag.h"
+#include "support/seldom.h"
 #include "support/sleeps.h"
 #include "support/waits.h"
 
@@ -21,7 +22,7 @@
 namespace kelo::storage
 {
 
-made<char, 2048> answer;
+KELO_SELDOM made<char, 2048> answer;
 
 namespace
 {
@@ -436,6 +437,26 @@ void hand_out(const delivery& out)
         sms_report_came(*out.report);
 }
 
+// Its room is asked of the stack only while somebody listens.
+[[gnu::noinline]] bool hear_and_hand_out(string_view line)
+{
+    delivery out;
+    {
+        const lock_scope<storage_lock> hold;
+        hear(line);
+        if (!take_answer(line, out))
+            return false;
+    }
+    hand_out(out);
+    return true;
+}
+
+bool listens()
+{
+    const lock_scope<storage_lock> hold;
+    return is_listening();
+}
+
 } // namespace
 
 } // namespace kelo::storage
@@ -479,16 +500,8 @@ const char* sms_errand_next(std::int64_t now_ms)
 
 void sms_storage_line(gsm_mobile* rec, string_view line)
 {
-    delivery out;
-    {
-        const lock_scope<storage_lock> hold;
-        if (!is_listening())
-            return;
-        hear(line);
-        if (!take_answer(line, out))
-            return;
-    }
-    hand_out(out);
+    if (!listens() || !hear_and_hand_out(line))
+        return;
     const lock_scope<record_lock> hold;
     finish_command(rec);
 }

@@ -4,6 +4,7 @@
 #include "sms/storage.h"
 
 #include "sms/codec/digest.h"
+#include "support/seldom.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -169,7 +170,7 @@ const char* sms_command_instead(const char* command)
 {
     constexpr string_view direct = "+CNMI=2,2", direct_with_more = "+CNMI=2,2,";
     static constexpr char stored[] = "+CNMI=2,1,0,1,0";
-    static char text[512]; // the mobile task's
+    KELO_SELDOM static char text[512]; // the mobile task's
     const string_view all = command == nullptr ? "" : command;
     const std::size_t at = all.find("+CNMI=");
     const lock_scope<storage_lock> hold;

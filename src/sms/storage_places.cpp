@@ -3,6 +3,7 @@
 #include "sms/storage.h"
 
 #include "support/diag.h"
+#include "support/seldom.h"
 
 namespace kelo::storage
 {
@@ -10,13 +11,13 @@ namespace kelo::storage
 lock storage_lock;
 modem_storage store;
 memory memories[most_memories];
-octet places[most_memories * most_places];
-known_message known[most_known];
+KELO_SELDOM octet places[most_memories * most_places];
+KELO_SELDOM known_message known[most_known];
 
 namespace
 {
 
-std::uint64_t reported[most_reported];
+KELO_SELDOM std::uint64_t reported[most_reported];
 std::size_t reports = 0;
 
 // Whether such a message came by a report; once for each report.
@@ -114,9 +115,12 @@ void forget_places()
         one.look = one.name[0] != '\0' ? memory::due : memory::rest;
         one.probe = -1;
     }
-    std::memset(places, 0, sizeof places);
+    // Nothing is written to what was never used: it stays out of memory.
+    for (octet& one : places)
+        if (one != 0)
+            one = 0;
     for (known_message& one : known)
-        if (one.stuck) // a record that was never used stays out of memory
+        if (one.stuck)
             one.stuck = false;
 }
 
