@@ -5,6 +5,7 @@
 
 #include <kelo/kelo.h>
 
+#include <malloc.h>
 #include <signal.h>
 #include <stdio.h>
 #include <string.h>
@@ -59,7 +60,11 @@ int main(int argc, char** argv)
     struct sigaction action = {.sa_handler = on_signal};
     sigaction(SIGINT, &action, NULL);
     sigaction(SIGTERM, &action, NULL);
-    setvbuf(stdout, NULL, _IOLBF, 0);
+    static char line[512]; /* room for one: stdio would take a page */
+    setvbuf(stdout, line, _IOLBF, sizeof line);
+#ifdef M_ARENA_MAX
+    mallopt(M_ARENA_MAX, 1); /* an arena for each thread would take more memory than it saves time */
+#endif
 
     is_quectel = KELO_FAMILY_PLAIN; /* suits most modules, see docs/integration.md */
     if (argc > 1 && strlen(argv[1]) < sizeof settings.apn) {
