@@ -51,7 +51,8 @@ link_tools real_link_tools = {&real_dialer_tools, &real_kept_tools};
 constexpr char debug_file[] = "/config/5Gdebug";
 
 // A thread of the library, and whether it still runs: what an init after a stop waits for. It
-// counts as running from before its creation.
+// counts as running from before its creation. The body may give the record of a mobile task that is
+// to run next.
 struct worker {
     void* (*body)(void*);
     bool lifecycle::*alive;
@@ -64,9 +65,9 @@ constexpr worker dialer_worker = {[](void*) { return dialer_thread(&real_link_to
 void* worker_run(void* argument)
 {
     const auto* const self = static_cast<const worker*>(argument);
-    self->body(nullptr);
+    void* const task_of = self->body(nullptr);
     life_set(self->alive, false);
-    return nullptr;
+    return task_of != nullptr ? corvel_mobile_dchannel(task_of) : nullptr;
 }
 
 bool worker_create(const worker& self)

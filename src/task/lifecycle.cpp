@@ -58,17 +58,16 @@ constexpr const char* stale_programs[] = {
     "killall -q -15 quectel_log", "killall -q -15 lsqxdm",       "ifconfig wwan0 down",
 };
 
-// The new task counts as running from here on, so that a stop right behind waits for it.
-bool create_mobile_task(gsm_mobile* rec)
+void create_mobile_task(gsm_mobile* rec)
 {
-    life_set(&lifecycle::mobile_task_stopped, false);
-    const bool created = thread_start_detached(corvel_mobile_dchannel, rec);
-    if (!created)
-        life_set(&lifecycle::mobile_task_stopped, true);
-    return created;
+    if (thread_start_detached(corvel_mobile_dchannel, rec))
+        return;
+    life_set(&lifecycle::mobile_task_stopped, true);
+    diag_at(error, "gsm", "%s: failed to create thread!!!\n", "cellular_start");
 }
 
-void start_locked()
+// Gives whose task is to run to a caller that runs it, else it has a thread of its own.
+void start_locked(gsm_mobile** task_of)
 {
     life_set(&lifecycle::mobile_task_run, true);
     // With nothing to start, the lines below would stop programs of others for nothing.
@@ -86,9 +85,31 @@ void start_locked()
     gsm_mobile* const rec = modem_record();
     if (libgsm_start(rec, word_get(selected_card)) != 0)
         return;
-    if (!create_mobile_task(rec))
-        diag_at(error, "gsm", "%s: failed to create thread!!!\n", "cellular_start");
+    // The task counts as running from here on, so that a stop right behind waits for it.
+    life_set(&lifecycle::mobile_task_stopped, false);
+    if (task_of != nullptr)
+        *task_of = rec;
+    else
+        create_mobile_task(rec);
     life_set(&lifecycle::at_ready, true);
+}
+
+int start_modem(int low_power, gsm_mobile** task_of)
+{
+    diag_plain("--------------------> cellular_start = %d \n", low_power);
+    if (!life_take(&lifecycle::cell_start_lock)) {
+        diag_at(plain, "gsm", "%s: cellular start thread has been locked!\n", "cellular_start");
+        return -1;
+    }
+    // A second task would read the same port and lose half of every answer.
+    const bool running = !life_get(&lifecycle::mobile_task_stopped);
+    if (running)
+        diag_at(plain, "gsm", "%s: the mobile task runs already!\n", "cellular_start");
+    else
+        start_locked(task_of);
+    life_set(&lifecycle::cell_start_lock, false);
+    wake_host();
+    return running ? -1 : 0;
 }
 
 } // namespace
@@ -136,11 +157,14 @@ void cellular_gsm_free()
     libgsm_stop(modem_record());
 }
 
+// Gives the record that the mobile task is to run on, here: the C library keeps the stack of a
+// thread that is over, and this one's is as good as any.
 void* cellular_start_thread(void*)
 {
     pthread_setname_np(pthread_self(), "CellularStart");
-    cellular_start(word_get(isLowPower));
-    return nullptr;
+    gsm_mobile* task_of = nullptr;
+    start_modem(word_get(isLowPower), &task_of);
+    return task_of;
 }
 
 } // namespace kelo
@@ -155,20 +179,7 @@ int cellular_gsm_init(unsigned char low_power)
 
 int cellular_start(int low_power)
 {
-    diag_plain("--------------------> cellular_start = %d \n", low_power);
-    if (!life_take(&lifecycle::cell_start_lock)) {
-        diag_at(plain, "gsm", "%s: cellular start thread has been locked!\n", __func__);
-        return -1;
-    }
-    // A second task would read the same port and lose half of every answer.
-    const bool running = !life_get(&lifecycle::mobile_task_stopped);
-    if (running)
-        diag_at(plain, "gsm", "%s: the mobile task runs already!\n", __func__);
-    else
-        start_locked();
-    life_set(&lifecycle::cell_start_lock, false);
-    wake_host();
-    return running ? -1 : 0;
+    return start_modem(low_power, nullptr);
 }
 
 int cellular_stop()
