@@ -28,23 +28,38 @@ class text_block
     void print();
 
     // Pieces without a format, quicker, for lines that are known to have room behind those that are
-    // there; what has none is cut.
+    // there; else none of them is put.
     struct hex {
-        unsigned int number; // with "0x" but for 0
+        octet number; // with "0x" but for 0
     };
     template <class... Pieces> [[gnu::always_inline]] void put(const Pieces&... pieces)
     {
-        (put_piece(pieces), ...);
+        if ((room_for(pieces) + ...) > most - length)
+            return;
+        char* to = text + length;
+        ((to = put_piece(to, pieces)), ...);
+        length = static_cast<std::size_t>(to - text);
     }
+    void put_cut(std::string_view line); // what has no room is cut
 
   private:
-    template <std::size_t size> [[gnu::always_inline]] void put_piece(const char (&literal)[size])
+    template <std::size_t size> static constexpr std::size_t room_for(const char (&)[size])
     {
-        put_piece(std::string_view(literal, size - 1));
+        return size - 1;
     }
-    void put_piece(std::string_view piece);
-    void put_piece(int number);
-    void put_piece(hex number);
+    static std::size_t room_for(std::string_view piece) { return piece.size(); }
+    static constexpr std::size_t room_for(octet) { return 3; }
+    static constexpr std::size_t room_for(hex) { return 4; }
+
+    template <std::size_t size>
+    [[gnu::always_inline]] static char* put_piece(char* to, const char (&literal)[size])
+    {
+        std::memcpy(to, literal, size - 1);
+        return to + size - 1;
+    }
+    static char* put_piece(char* to, std::string_view piece);
+    static char* put_piece(char* to, octet number);
+    static char* put_piece(char* to, hex one);
 
     static constexpr std::size_t most = 2047;
     char text[most + 1]; // its first `length` are in use

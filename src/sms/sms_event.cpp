@@ -107,37 +107,31 @@ int sms_handle_header(event& what, const pdu_fields& fields, text_block& block)
     return walk ? 0 : -1;
 }
 
-// The text and what goes with it.
-struct decoded_text {
-    int coding;
-    int length;
-    char text[sizeof event::text];
-    sms_time time;
-};
-
-decoded_text decode_text(const pdu_fields& fields, text_block& block)
+void show_text(const event_text& text, text_block& block)
 {
-    const event_text read = sms_event_text(fields);
-    decoded_text out;
-    out.coding = read.coding;
-    out.length = read.length;
-    out.time = gsm_format_sms_time(fields);
-    if (read.coding == KELO_SMS_CODING_LATIN1) {
-        block.add("User data 8bit = %.*s\n", static_cast<int>(read.bytes.count),
-                  reinterpret_cast<const char*>(read.bytes.items));
-        text_clear(out.text);
-        std::memcpy(out.text, read.bytes.items,
-                    std::min(read.bytes.count, static_cast<std::size_t>(read.length)));
+    if (text.coding == KELO_SMS_CODING_LATIN1)
+        block.add("User data 8bit = %.*s\n", static_cast<int>(text.bytes.count),
+                  reinterpret_cast<const char*>(text.bytes.items));
+    else
+        block.put_cut("User data 8bit = \n");
+}
+
+// Caller holds record_lock.
+void set_text(event& what, const event_text& text, int ud_length)
+{
+    what.coding = text.coding;
+    what.length = text.length;
+    if (text.coding == KELO_SMS_CODING_LATIN1) {
+        text_clear(what.text);
+        std::memcpy(what.text, text.bytes.items,
+                    std::min(text.bytes.count, static_cast<std::size_t>(text.length)));
+    } else if (ud_length == 0) {
+        text_clear(what.text);
     } else {
-        block.put("User data 8bit = \n");
-        int made = 0;
-        if (fields.ud_length == 0)
-            text_clear(out.text);
-        else
-            made = sms_get_str(read.bytes.items, read.length, out.text, sizeof out.text);
-        out.length = made > 0 ? made : read.length;
+        const int made = sms_get_str(text.bytes.items, text.length, what.text, sizeof what.text);
+        if (made > 0)
+            what.length = made;
     }
-    return out;
 }
 
 // Cuts the line end off that the modem puts behind a text.
@@ -281,18 +275,20 @@ int libgsm_pdu_decode(struct gsm_mobile*, struct gsm_event* what, const char* pd
     const bool stopped = header > fields.ud_length; // the fields behind keep what they hold
     if (header != 0 && !stopped)
         sms_handle_header(*what, fields, block);
-    const decoded_text text = stopped ? decoded_text() : decode_text(fields, block);
+    const event_text text = stopped ? event_text() : sms_event_text(fields);
+    if (!stopped)
+        show_text(text, block);
     lock_scope<record_lock> hold;
-    text_set(what->smsc, fields.smsc_number);
-    text_set(what->sender, fields.sender_number);
-    what->length = stopped ? fields.ud_length : text.length;
+    text_widen(what->smsc, fields.smsc_number);
+    text_widen(what->sender, fields.sender_number);
+    what->length = fields.ud_length;
     if (header == 0)
         long_sms_release(*what);
     if (!stopped) {
-        what->coding = text.coding;
-        std::memcpy(what->text, text.text, sizeof what->text);
-        text_set(what->sms_time, text.time.time);
-        text_set(what->time_zone, text.time.zone);
+        set_text(*what, text, fields.ud_length);
+        const sms_time time = gsm_format_sms_time(fields);
+        text_widen(what->sms_time, time.time);
+        text_widen(what->time_zone, time.zone);
     }
     hold.release();
     block.print();

@@ -9,37 +9,6 @@
 namespace kelo
 {
 
-namespace
-{
-
-struct digits {
-    char text[12];
-    int first = sizeof text;
-
-    digits(unsigned int number, unsigned int base, int least)
-    {
-        for (; number != 0 || least > 0; number /= base, least--)
-            text[--first] = "0123456789abcdef"[number % base];
-    }
-    std::string_view all() const
-    {
-        return {text + first, sizeof text - static_cast<std::size_t>(first)};
-    }
-};
-
-struct decimal : digits {
-    explicit decimal(int number)
-        : digits(number < 0 ? 0 - static_cast<unsigned int>(number)
-                            : static_cast<unsigned int>(number),
-                 10, 1)
-    {
-        if (number < 0)
-            text[--first] = '-';
-    }
-};
-
-} // namespace
-
 void text_block::add(const char* format, ...)
 {
     va_list values;
@@ -57,26 +26,38 @@ void text_block::add(const char* format, ...)
     va_end(values);
 }
 
-void text_block::put_piece(std::string_view piece)
+void text_block::put_cut(std::string_view line)
 {
-    const std::size_t fits = std::min(piece.size(), most - length);
-    std::memcpy(text + length, piece.data(), fits);
-    length += fits;
+    length = static_cast<std::size_t>(put_piece(text + length, ahead(line, most - length)) - text);
 }
 
-void text_block::put_piece(int number)
+char* text_block::put_piece(char* to, std::string_view piece)
 {
-    put_piece(decimal(number).all());
+    std::memcpy(to, piece.data(), piece.size());
+    return to + piece.size();
 }
 
-void text_block::put_piece(hex one)
+char* text_block::put_piece(char* to, octet number)
 {
-    digits all(one.number, 16, 1);
+    if (number >= 100)
+        *to++ = static_cast<char>('0' + number / 100);
+    if (number >= 10)
+        *to++ = static_cast<char>('0' + number / 10 % 10);
+    *to++ = static_cast<char>('0' + number % 10);
+    return to;
+}
+
+char* text_block::put_piece(char* to, hex one)
+{
+    static constexpr char digits[] = "0123456789abcdef";
     if (one.number != 0) {
-        all.text[--all.first] = 'x';
-        all.text[--all.first] = '0';
+        *to++ = '0';
+        *to++ = 'x';
     }
-    put_piece(all.all());
+    if (one.number >= 16)
+        *to++ = digits[one.number >> 4];
+    *to++ = digits[one.number & 15];
+    return to;
 }
 
 void text_block::print()

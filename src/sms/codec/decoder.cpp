@@ -179,11 +179,11 @@ pdu_message sms_read_pdu(std::string_view pdu)
     const pdu_fields& fields = walk.fields;
     pdu_message read = {true, false, {}};
     kelo_sms& out = read.message;
-    text_set(out.smsc, fields.smsc_number);
-    text_set(out.sender, fields.sender_number);
+    text_widen(out.smsc, fields.smsc_number);
+    text_widen(out.sender, fields.sender_number);
     const sms_time time = gsm_format_sms_time(fields);
-    text_set(out.time, time.time);
-    text_set(out.zone, time.zone);
+    text_widen(out.time, time.time);
+    text_widen(out.zone, time.zone);
 
     const std::string_view data = text_of(fields.user_data);
     octet all[sizeof fields.user_data / 2];
