@@ -10,7 +10,9 @@ int sms_get_str(const unsigned char* data, int n, char* out, int size)
     constexpr int longest = 510; // octets
     if (data == nullptr || out == nullptr || size < 1 || n < 0 || n > longest)
         return -1;
-    octet text[2 + longest] = {0xFE, 0xFF};
+    octet text[2 + longest];
+    text[0] = 0xFE;
+    text[1] = 0xFF;
     std::memcpy(text + 2, data, static_cast<std::size_t>(n));
     const auto room = static_cast<std::size_t>(size);
     std::memset(out, 0, room);

@@ -133,8 +133,6 @@ inline made<octet, 4> utf16_of(char32_t c)
     return {{octet(high >> 8), octet(high), octet(low >> 8), octet(low)}, 4};
 }
 
-// UTF-16, big endian, into UTF-8 without a mark at its head, terminated; half a pair becomes
-// U+FFFD. Gives the bytes written.
 // UCS-2, big-endian, to UTF-8, as far as it is well formed and has room; `whole` says whether it
 // all was. No zero is put behind it.
 struct utf8_made {
@@ -143,6 +141,8 @@ struct utf8_made {
 };
 utf8_made ucs2_to_utf8(std::span<const octet> data, std::span<char> out);
 
+// UTF-16, big endian, into UTF-8 without a mark at its head, terminated; half a pair becomes
+// U+FFFD. Gives the bytes written.
 int utf16_to_utf8(std::span<const octet> data, std::span<char> out);
 
 // The character at the head of a text that is not empty; of 0 bytes when it is no UTF-8.

@@ -26,7 +26,7 @@ struct reader {
     std::string_view take(std::size_t width)
     {
         ended |= rest.size() < width;
-        const std::string_view taken = ahead(rest, ended ? 0 : width);
+        const std::string_view taken = ahead(rest, width);
         rest.remove_prefix(taken.size());
         return taken;
     }

@@ -23,15 +23,9 @@ bool is_low_surrogate(std::uint32_t unit)
 {
     return unit >= 0xDC00 && unit < 0xE000;
 }
-
-int put_utf8(char (&out)[4], std::uint32_t c)
+bool is_surrogate(std::uint32_t unit)
 {
-    static constexpr octet leads[] = {0, 0xC0, 0xE0, 0xF0};
-    const int tails = c < 0x80 ? 0 : c < 0x800 ? 1 : c < 0x10000 ? 2 : 3;
-    out[0] = static_cast<char>(leads[tails] | c >> (6 * tails));
-    for (int i = 1; i <= tails; i++)
-        out[i] = static_cast<char>(0x80 | (c >> (6 * (tails - i)) & 0x3F));
-    return tails + 1;
+    return unit >= 0xD800 && unit < 0xE000;
 }
 
 // The code point of a whole and well formed sequence of four bytes, else 0.
@@ -48,46 +42,49 @@ std::uint32_t four_byte_character(std::string_view text)
     return octet(text[0]) <= 0xF4 && c >= 0x10000 && c <= 0x10FFFF ? c : 0;
 }
 
-} // namespace
-
-utf8_made ucs2_to_utf8(std::span<const octet> data, std::span<char> out)
+// As far as there is room; without pairs, up to a surrogate.
+utf8_made to_utf8(std::span<const octet> data, std::span<char> out, bool pairs)
 {
     char* to = out.data();
     std::size_t room = out.size(), at = 0;
     for (; at + 1 < data.size(); at += 2) {
-        const std::uint32_t c = unit_at(&data[at]);
-        const std::size_t count = c < 0x80 ? 1 : c < 0x800 ? 2 : 3;
-        if ((c & 0xF800) == 0xD800 || count > room)
+        std::uint32_t c = unit_at(&data[at]);
+        if (is_surrogate(c)) {
+            if (!pairs)
+                break;
+            const std::uint32_t next = at + 3 < data.size() ? unit_at(&data[at + 2]) : 0;
+            const bool whole = is_high_surrogate(c) && is_low_surrogate(next);
+            c = whole ? 0x10000 + ((c - 0xD800) << 10) + (next - 0xDC00) : 0xFFFD;
+            at += whole ? 2 : 0;
+        }
+        const std::size_t count = c < 0x80 ? 1 : c < 0x800 ? 2 : c < 0x10000 ? 3 : 4;
+        if (count > room)
             break;
-        if (count == 3)
-            *to++ = static_cast<char>(0xE0 | c >> 12);
-        if (count >= 2)
-            *to++ = static_cast<char>(count == 2 ? 0xC0 | c >> 6 : 0x80 | (c >> 6 & 0x3F));
-        *to++ = static_cast<char>(count == 1 ? c : 0x80 | (c & 0x3F));
         room -= count;
+        if (count == 1) {
+            *to++ = static_cast<char>(c);
+            continue;
+        }
+        if (count == 4)
+            *to++ = static_cast<char>(0xF0 | c >> 18);
+        if (count >= 3)
+            *to++ = static_cast<char>(count == 3 ? 0xE0 | c >> 12 : 0x80 | (c >> 12 & 0x3F));
+        *to++ = static_cast<char>(count == 2 ? 0xC0 | c >> 6 : 0x80 | (c >> 6 & 0x3F));
+        *to++ = static_cast<char>(0x80 | (c & 0x3F));
     }
     return {out.size() - room, at == data.size()};
 }
 
+} // namespace
+
+utf8_made ucs2_to_utf8(std::span<const octet> data, std::span<char> out)
+{
+    return to_utf8(data, out, false);
+}
+
 int utf16_to_utf8(std::span<const octet> data, std::span<char> out)
 {
-    std::size_t length = 0;
-    for (std::size_t i = 0; i + 1 < data.size(); i += 2) {
-        std::uint32_t c = unit_at(&data[i]);
-        const std::uint32_t next = i + 3 < data.size() ? unit_at(&data[i + 2]) : 0;
-        if (is_high_surrogate(c) && is_low_surrogate(next)) {
-            c = 0x10000 + ((c - 0xD800) << 10) + (next - 0xDC00);
-            i += 2;
-        } else if (is_high_surrogate(c) || is_low_surrogate(c)) {
-            c = 0xFFFD;
-        }
-        char bytes[4];
-        const auto count = static_cast<std::size_t>(put_utf8(bytes, c));
-        if (length + count >= out.size())
-            break;
-        std::memcpy(&out[length], bytes, count);
-        length += count;
-    }
+    const std::size_t length = to_utf8(data, out.first(out.size() - 1), true).length;
     out[length] = '\0';
     return static_cast<int>(length);
 }
@@ -108,7 +105,7 @@ utf8_character utf8_read(std::string_view text)
             return {};
         c = c << 6 | (octet(text[i]) & 0x3Fu);
     }
-    if (c < least[bytes] || c > 0x10FFFF || is_high_surrogate(c) || is_low_surrogate(c))
+    if (c < least[bytes] || c > 0x10FFFF || is_surrogate(c))
         return {};
     return {c, bytes};
 }
