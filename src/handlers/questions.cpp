@@ -7,6 +7,7 @@
 #include "support/diag.h"
 #include "support/rows.h"
 #include "support/scan.h"
+#include "support/seldom.h"
 #include "support/text.h"
 #include "support/waits.h"
 
@@ -27,8 +28,8 @@ struct question {
 // A leaf: nothing is taken under it.
 lock questions_lock;
 
+KELO_SELDOM question all[KELO_QUESTIONS];
 struct {
-    question all[KELO_QUESTIONS];
     int count = 0;
     std::int64_t pause_ms = 0;
     question* asked = nullptr; // last, while it is unanswered
@@ -107,12 +108,12 @@ bool may_be_asked(const char* command)
 const char* question_next(std::int64_t now_ms)
 {
     constexpr int rarest = 64;
-    static char command[KELO_QUESTION_SIZE]; // the mobile task's own
+    KELO_SELDOM static char command[KELO_QUESTION_SIZE]; // the mobile task's own
     const lock_scope<questions_lock> hold;
-    question* const end = questions.all + questions.count;
+    question* const end = all + questions.count;
     // The one that has waited longest, or a slow modem would never come to the last.
     question* const due =
-        std::min_element(questions.all, end, [](const question& one, const question& other) {
+        std::min_element(all, end, [](const question& one, const question& other) {
             return one.due_ms < other.due_ms;
         });
     const bool none = due == end || due->due_ms > now_ms;
@@ -129,8 +130,7 @@ const char* question_next(std::int64_t now_ms)
 void questions_forget()
 {
     const lock_scope<questions_lock> hold;
-    for (question& one : questions.all)
-        one.due_ms = one.unanswered = 0;
+    std::for_each_n(all, questions.count, [](question& one) { one.due_ms = one.unanswered = 0; });
     questions.asked = nullptr;
 }
 
@@ -165,8 +165,8 @@ int kelo_set_questions(const char* const* commands, int count, int seconds)
     questions.count = count;
     questions.pause_ms = std::int64_t{1000} * seconds;
     for (int i = 0; i < count; i++) {
-        questions.all[i] = {};
-        text_set(questions.all[i].command, commands[i]);
+        all[i] = {};
+        text_set(all[i].command, commands[i]);
     }
     return 0;
 }
