@@ -97,6 +97,13 @@ bool on_mobile_task();
 // The working copy as it stands at one moment: old or new, never a mix. Its texts are terminated.
 cellular_setting start_settings_copy();
 
+// What of it says how the link is pinged.
+struct ping_settings {
+    int enable;
+    char target[sizeof cellular_setting::ping_target];
+};
+ping_settings start_ping_settings();
+
 // Both of the library's copies, or the working one alone, take the host's record.
 void settings_store(const cellular_setting& wanted);
 void start_settings_store(const cellular_setting& wanted);

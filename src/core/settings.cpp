@@ -132,6 +132,15 @@ cellular_setting start_settings_copy()
     return g_startCellSet;
 }
 
+ping_settings start_ping_settings()
+{
+    ping_settings now;
+    const lock_scope<settings_lock> hold;
+    now.enable = g_startCellSet.ping_enable;
+    text_set(now.target, g_startCellSet.ping_target);
+    return now;
+}
+
 void settings_store(const cellular_setting& wanted)
 {
     const lock_scope<settings_lock> hold;

@@ -45,7 +45,7 @@ bool count_above(int& counter, int limit)
 
 int ping(const dialer_state& state, int wait)
 {
-    return state.tools->link_ping(data_interface, start_settings_copy().ping_target, wait);
+    return state.tools->link_ping(data_interface, start_ping_settings().target, wait);
 }
 
 void redial(dialer_state& state)

@@ -191,25 +191,25 @@ void await_interface(kept_link_state& state, std::int64_t now_ms)
 }
 
 // Whether one of the targets answers.
-bool answered(const kept_link_state& state, const cellular_setting& settings, int wait_s)
+bool answered(const kept_link_state& state, const ping_settings& settings, int wait_s)
 {
-    const char* const first = settings.ping_target;
+    const char* const first = settings.target;
     const link_waits rules = waits();
     const auto ping = [&](const char* target) {
         return state.tools->link_ping(data_interface, target, wait_s) != 0;
     };
-    if (settings.ping_enable == 0)
+    if (settings.enable == 0)
         return true;
     return (*first != '\0' && ping(first)) ||
            (rules.second_target[0] != '\0' && ping(rules.second_target));
 }
 
 // What keeps any ping from being sent, or null. The link is not to blame for that.
-const char* ping_missing(const kept_link_state& state, const cellular_setting& settings)
+const char* ping_missing(const kept_link_state& state, const ping_settings& settings)
 {
-    if (settings.ping_enable == 0)
+    if (settings.enable == 0)
         return nullptr;
-    if (settings.ping_target[0] == '\0' && waits().second_target[0] == '\0')
+    if (settings.target[0] == '\0' && waits().second_target[0] == '\0')
         return "there is no ping target: the link can't be verified";
     if (!state.tools->program_there("ping"))
         return "there is no program ping: the link can't be verified";
@@ -231,7 +231,7 @@ void try_link(kept_link_state& state, std::int64_t now_ms)
 {
     if (state.interface_ms < 0)
         state.interface_ms = now_ms;
-    const cellular_setting settings = start_settings_copy();
+    const ping_settings settings = start_ping_settings();
     if (answered(state, settings, probe_wait_s))
         return link_is_up(state, now_ms);
     if (const char* const missing = ping_missing(state, settings)) {
@@ -264,7 +264,7 @@ void lose(kept_link_state& state, std::int64_t now_ms, const char* why)
 
 bool supervised(const kept_link_state& state)
 {
-    const cellular_setting settings = start_settings_copy();
+    const ping_settings settings = start_ping_settings();
     if (ping_missing(state, settings) != nullptr)
         return true;
     for (const int wait_s : supervise_waits_s)

@@ -15,6 +15,9 @@
 #include <memory>
 #include <net/if.h>
 #include <netinet/in.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
 namespace kelo
 {
@@ -90,7 +93,7 @@ int link_ping(const char* interface, const char* target, int wait)
 {
     if (interface == nullptr || target == nullptr)
         return 0;
-    if (start_settings_copy().ping_enable == 0)
+    if (start_ping_settings().enable == 0)
         return 1;
     char command[256];
     if (!names_interface(interface) ||
@@ -133,19 +136,6 @@ struct addresses_release {
     void operator()(ifaddrs* list) const { freeifaddrs(list); }
 };
 
-// Whether one of the interface's entries (one for each of its addresses) is like that.
-bool any_entry(const char* interface, bool (*is_like)(const ifaddrs&))
-{
-    ifaddrs* list = nullptr;
-    if (getifaddrs(&list) != 0)
-        return false;
-    const std::unique_ptr<ifaddrs, addresses_release> held(list);
-    for (const ifaddrs* entry = list; entry != nullptr; entry = entry->ifa_next)
-        if (std::strcmp(entry->ifa_name, interface) == 0 && is_like(*entry))
-            return true;
-    return false;
-}
-
 bool is_far_address(const ifaddrs& entry)
 {
     if (entry.ifa_addr == nullptr)
@@ -158,15 +148,29 @@ bool is_far_address(const ifaddrs& entry)
 
 } // namespace
 
+// Asked several times a second: the list of all addresses would be much to read for one flag.
 bool interface_up(const char* interface)
 {
-    return any_entry(interface,
-                     [](const ifaddrs& entry) { return (entry.ifa_flags & IFF_UP) != 0; });
+    ifreq request = {};
+    text_set(request.ifr_name, interface);
+    const int any = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    if (any < 0)
+        return false;
+    const bool there = ioctl(any, SIOCGIFFLAGS, &request) == 0;
+    close(any);
+    return there && (request.ifr_flags & IFF_UP) != 0;
 }
 
 bool interface_addressed(const char* interface)
 {
-    return any_entry(interface, is_far_address);
+    ifaddrs* list = nullptr;
+    if (getifaddrs(&list) != 0)
+        return false;
+    const std::unique_ptr<ifaddrs, addresses_release> held(list);
+    for (const ifaddrs* entry = list; entry != nullptr; entry = entry->ifa_next)
+        if (std::strcmp(entry->ifa_name, interface) == 0 && is_far_address(*entry))
+            return true;
+    return false;
 }
 
 } // namespace kelo
