@@ -11,6 +11,7 @@
 #include <cstring>
 #include <iterator>
 #include <optional>
+#include <utility>
 
 namespace kelo
 {
@@ -19,13 +20,15 @@ namespace
 {
 
 struct pin_guard {
-    enum { quiet, asking, sending } dialogue = quiet;
+    enum { quiet, asking, sending, accepted } dialogue = quiet;
     sim_view sim;
     int slot = 0;             // that all of this is known of
     std::size_t question = 0; // the next to ask
     bool barred = false;      // a PIN was refused, or held back for want of tries
     char barred_pin[64] = "";
     char sent_pin[64] = "";
+    bool in_doubt = false; // nobody answered it,
+    int tries_before = -1; // and so many were left ahead of it
     int tries_least = 3;
 };
 pin_guard guard;
@@ -95,7 +98,7 @@ std::optional<sim_state> state_in(const char* line)
 void forget_card()
 {
     guard.sim.tries = -1;
-    guard.sim.refused = guard.barred = false;
+    guard.sim.refused = guard.barred = guard.in_doubt = false;
     guard.question = 0;
     guard.dialogue = pin_guard::quiet;
 }
@@ -150,13 +153,23 @@ constexpr tries_question questions[] = {
 };
 // clang-format on
 
+// It was right, or it never got there.
+void lift_doubt()
+{
+    if (std::exchange(guard.in_doubt, false))
+        guard.sim.refused = guard.barred = false;
+}
+
 void take_tries(const char* line)
 {
     const tries_question& asked = questions[guard.question - 1];
     int tries = -1;
     if (text_begins(line, asked.answer) && asked.read(line + std::strlen(asked.answer), tries) &&
-        tries >= 0)
+        tries >= 0) {
         guard.sim.tries = tries;
+        if (guard.tries_before > 0 && tries >= guard.tries_before)
+            lift_doubt();
+    }
 }
 
 void pin_accepted()
@@ -180,6 +193,16 @@ void pin_refused()
         guard.sim.tries--;
     bar(guard.sent_pin, true);
     diag_plain("keeper: the SIM has refused the PIN, it is not sent again\n");
+}
+
+// The card has to say how many tries are left, or nothing goes.
+void pin_unanswered()
+{
+    guard.tries_before = std::exchange(guard.sim.tries, -1);
+    guard.question = 0;
+    guard.dialogue = pin_guard::quiet;
+    bar(guard.sent_pin, true);
+    guard.in_doubt = true;
 }
 
 void judge_pin(const char* line)
@@ -241,6 +264,15 @@ void sim_guard_hear(const char* line)
     if (*state == sim_state::missing)
         forget_card();
     guard.sim.state = *state;
+    if (*state == sim_state::ready) {
+        lift_doubt();
+        if (guard.dialogue == pin_guard::sending) {
+            pin_accepted();
+            guard.dialogue = pin_guard::accepted; // what ends the command is still to come
+        }
+    } else if (guard.dialogue == pin_guard::sending && text_begins(line, "+CPIN: SIM")) {
+        pin_unanswered(); // a question has been, and the OK behind this is its own
+    }
     if (*state == sim_state::ready && word_get(keeper_on) != 0)
         word_set(is_pin_ready, 1);
 }
@@ -254,12 +286,8 @@ pin_step sim_guard_next(char (&text)[64])
     if (guard.slot != slot)
         forget_card();
     guard.slot = slot;
-    if (guard.dialogue == pin_guard::sending) {
-        // Nobody knows what became of it: the card has to say how many are left, or nothing goes.
-        guard.sim.tries = -1;
-        guard.question = 0;
-        bar(guard.sent_pin, true);
-    }
+    if (guard.dialogue == pin_guard::sending)
+        pin_unanswered();
     guard.dialogue = pin_guard::quiet;
     if (guard.sim.state != sim_state::pin)
         return pin_step::pass;
@@ -277,6 +305,7 @@ pin_step sim_guard_next(char (&text)[64])
     }
     text_set(text, pin);
     text_set(guard.sent_pin, pin);
+    guard.in_doubt = false;
     guard.dialogue = pin_guard::sending;
     return pin_step::send;
 }

@@ -11,18 +11,23 @@ static void set_pin(const char* pin)
     settings_store(settings);
 }
 
-// What goes out next, and what the modem says to it, '|' between lines; to all but one command, if
-// it is named, an error.
+// What the modem says, '|' between lines.
+static void hear(const std::string& lines)
+{
+    std::istringstream all(lines);
+    for (std::string line; std::getline(all, line, '|');) {
+        sim_guard_hear(line.c_str());
+        sim_guard_answer(&g_mobile, line.c_str());
+    }
+}
+
+// What goes out next, and what is said to it; to all but one command, if it is named, an error.
 static std::string turn(const std::string& answer, const char* command = nullptr)
 {
     char text[64] = "";
     const pin_step step = sim_guard_next(text);
     const bool knows = command == nullptr || std::strcmp(text, command) == 0;
-    std::istringstream all(knows ? answer : "ERROR");
-    for (std::string line; std::getline(all, line, '|');) {
-        sim_guard_hear(line.c_str());
-        sim_guard_answer(&g_mobile, line.c_str());
-    }
+    hear(knows ? answer : "ERROR");
     return step == pin_step::pass ? "-" : text;
 }
 
@@ -124,6 +129,35 @@ TEST(SimGuard, FewTriesHoldItBack)
     EXPECT_EQ(turn(""), "-");
 }
 
+// What follows a PIN that nobody answered. Catches: the OK of a question that is taken for the
+// PIN's, and a PIN that is never sent again though it has not cost a try.
+TEST(SimGuard, APinThatNobodyAnswered)
+{
+    constexpr const char* asks = "+CPIN: SIM PIN|OK";
+    const std::tuple<const char*, const char*, const char*, bool> rows[] = {
+        {asks, "+QPINC: \"SC\",3,10|OK", "1111", false}, // it never got there
+        {asks, "+QPINC: \"SC\",2,10|OK", "-", true},     {asks, "ERROR", "AT+CPINR", true},
+        {"", "+QPINC: \"SC\",3,10|OK", "1111", false},   {"+CPIN: SIM PUK|OK", "OK", "-", true},
+    };
+    set_pin("1111");
+    for (const auto& [state, tries, next, refused] : rows) {
+        hear("+CPIN: NOT READY|+CPIN: SIM PIN");
+        EXPECT_EQ(turn("+QPINC: \"SC\",3,10|OK"), asked);
+        EXPECT_EQ(turn(""), "1111");
+        hear(state);
+        EXPECT_NE(sim_guard_look().state, sim_state::ready) << state;
+        turn(tries);
+        EXPECT_EQ(sim_guard_look().refused, refused) << state << tries;
+        EXPECT_EQ(turn(""), next) << state << tries;
+    }
+    // It was right, and is as good behind the modem's next start.
+    hear("+CPIN: NOT READY|+CPIN: SIM PIN");
+    for (int i = 0; i < 6; i++)
+        turn("");
+    hear("+CPIN: READY|+CPIN: SIM PIN");
+    EXPECT_EQ(turn("OK"), "1111");
+}
+
 // One slot's PIN never goes to the other's card; no outcome is as bad as a refusal.
 TEST(SimGuard, SlotsAndSilence)
 {
@@ -133,7 +167,7 @@ TEST(SimGuard, SlotsAndSilence)
     EXPECT_EQ(dialogue("+QPINC: \"SC\",3,10|OK", ""), asked);
     cell_sim_config(2)->pin = "2222";
     EXPECT_EQ(turn(""), "2222"); // and no word on it
-    EXPECT_EQ(dialogue("+QPINC: \"SC\",3,10|OK", ""), asked);
+    EXPECT_EQ(dialogue("+QPINC: \"SC\",2,10|OK", ""), asked);
     EXPECT_TRUE(sim_guard_look().refused);
     cell_sim_config(2)->pin = nullptr;
     word_set(selected_card, 1);
