@@ -169,6 +169,7 @@ void take_tries(const char* line)
         guard.sim.tries = tries;
         if (guard.tries_before > 0 && tries >= guard.tries_before)
             lift_doubt();
+        guard.in_doubt = false;
     }
 }
 
@@ -239,7 +240,9 @@ sim_view sim_guard_look()
     pin_of_slot(word_get(selected_card), pin);
     const lock_scope<record_lock> hold;
     sim_view view = guard.sim;
-    view.refused = view.refused && is_barred(pin);
+    const bool to_be_asked =
+        view.state == sim_state::pin && guard.in_doubt && guard.question < std::size(questions);
+    view.refused = view.refused && is_barred(pin) && !to_be_asked;
     view.may_send =
         view.state == sim_state::pin && *pin != '\0' && !view.refused && tries_suffice(pin);
     return view;

@@ -136,8 +136,10 @@ TEST(SimGuard, APinThatNobodyAnswered)
     constexpr const char* asks = "+CPIN: SIM PIN|OK";
     const std::tuple<const char*, const char*, const char*, bool> rows[] = {
         {asks, "+QPINC: \"SC\",3,10|OK", "1111", false}, // it never got there
-        {asks, "+QPINC: \"SC\",2,10|OK", "-", true},     {asks, "ERROR", "AT+CPINR", true},
-        {"", "+QPINC: \"SC\",3,10|OK", "1111", false},   {"+CPIN: SIM PUK|OK", "OK", "-", true},
+        {asks, "+QPINC: \"SC\",2,10|OK", "-", true},
+        {asks, "ERROR", "AT+CPINR", false}, // another question may tell
+        {"", "+QPINC: \"SC\",3,10|OK", "1111", false},
+        {"+CPIN: SIM PUK|OK", "OK", "-", true},
     };
     set_pin("1111");
     for (const auto& [state, tries, next, refused] : rows) {
@@ -150,6 +152,12 @@ TEST(SimGuard, APinThatNobodyAnswered)
         EXPECT_EQ(sim_guard_look().refused, refused) << state << tries;
         EXPECT_EQ(turn(""), next) << state << tries;
     }
+    hear("+CPIN: NOT READY|+CPIN: SIM PIN");
+    for (const char* answer :
+         {"+QPINC: \"SC\",3,10|OK", "", "ERROR", "ERROR", "ERROR", "ERROR", "ERROR"})
+        turn(answer);
+    EXPECT_TRUE(sim_guard_look().refused) << "no question is understood";
+    EXPECT_EQ(turn("OK"), "-");
     // It was right, and is as good behind the modem's next start.
     hear("+CPIN: NOT READY|+CPIN: SIM PIN");
     for (int i = 0; i < 6; i++)
