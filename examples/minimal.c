@@ -63,7 +63,7 @@ int main(int argc, char** argv)
     static char line[512]; /* room for one: stdio would take a page */
     setvbuf(stdout, line, _IOLBF, sizeof line);
 #ifdef M_ARENA_MAX
-    mallopt(M_ARENA_MAX, 1); /* an arena for each thread would take more memory than it saves time */
+    mallopt(M_ARENA_MAX, 1); /* one for each thread takes more memory than it saves time */
 #endif
 
     is_quectel = KELO_FAMILY_PLAIN; /* suits most modules, see docs/integration.md */
