@@ -80,6 +80,8 @@ FIGURES = (
 
     Figure("Idle", "idle-wakeups", "wake-ups an hour, the library without the keeper, online", "1/h", "lower",
            Call("rest", "bench_host", "wakeups")),
+    Figure("Idle", "idle-task-wakeups", "of those, the modem's own thread, with a timer of a second and an answer to read each 5 s", "1/h", "lower",
+           Call("rest", "bench_host", "task")),
     Figure("Idle", "idle-cpu", "the same, CPU time an hour, with that of the programs that it runs", "s/h", "lower",
            Call("rest", "bench_host", "cpu")),
     Figure("Idle", "idle-keeper-wakeups", "wake-ups an hour, the library with the keeper, online", "1/h", "lower",

@@ -385,7 +385,8 @@ def spent(pid):
     sleeps = {}
     for status in glob.glob(f"/proc/{pid}/task/*/status"):
         with contextlib.suppress(FileNotFoundError, ProcessLookupError):  # a thread that has just ended
-            sleeps[status] = int(re.search(r"^voluntary_ctxt_switches:\s*(\d+)", open(status).read(), re.M).group(1))
+            name, count = re.search(r"^Name:\s*(\S+).*^voluntary_ctxt_switches:\s*(\d+)", open(status).read(), re.M | re.S).groups()
+            sleeps[status, name] = int(count)
     fields = open(f"/proc/{pid}/stat").read().rpartition(")")[2].split()
     children = (int(fields[13]) + int(fields[14])) / os.sysconf("SC_CLK_TCK")
     return sleeps, children + time.clock_gettime(~pid << 3 | 2)  # the clock of a process, as Linux numbers it
@@ -413,8 +414,9 @@ def rest(bench, subject):
         before, began = spent(program.pid), time.monotonic()
         time.sleep(REST_S)
         after, hours = spent(program.pid), (time.monotonic() - began) / 3600
-    wakeups = sum(count - before[0].get(thread, 0) for thread, count in after[0].items())
-    return {**found, "wakeups": wakeups / hours, "cpu": (after[1] - before[1]) / hours}
+    woken = {thread: count - before[0].get(thread, 0) for thread, count in after[0].items()}
+    task = sum(count for (_, name), count in woken.items() if name == "MobileTask")
+    return {**found, "wakeups": sum(woken.values()) / hours, "task": task / hours, "cpu": (after[1] - before[1]) / hours}
 
 
 # ---- What it weighs
