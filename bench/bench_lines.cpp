@@ -3,6 +3,7 @@
 // handler. Each case is checked once before it is timed. Counted beside the time: calls of malloc
 // and its like.
 #include "handlers/handlers.h"
+#include "quietly.h"
 #include "sms/sms.h"
 #include "task/task.h"
 #include <kelo/gps.h>
@@ -13,8 +14,6 @@
 #include <chrono>
 #include <cstdlib>
 #include <cstring>
-#include <fcntl.h>
-#include <iostream>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -154,14 +153,5 @@ int main(int argc, char** argv)
     for (const line_case& line : cases)
         benchmark::RegisterBenchmark((std::string("line/") + line.name).c_str(), lines, line)
             ->UseManualTime();
-    // What the library prints while it works is timed, and thrown away.
-    const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
-    if (nowhere < 0 || dup2(nowhere, STDOUT_FILENO) < 0)
-        return 1;
-    benchmark::ConsoleReporter reporter(benchmark::ConsoleReporter::OO_Tabular);
-    reporter.SetOutputStream(&std::cerr);
-    reporter.SetErrorStream(&std::cerr);
-    benchmark::RunSpecifiedBenchmarks(&reporter);
-    benchmark::Shutdown();
-    return 0;
+    return run_quietly();
 }

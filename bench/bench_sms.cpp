@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // The SMS codec beside Gammu's: hexadecimal PDU to UTF-8 text, and UTF-8 text to hexadecimal PDU.
 // Both sides do the whole way, and every case is checked once before it is timed.
+#include "quietly.h"
 #include "sms/sms.h"
 #include "support/sleeps.h"
 #include "support/text.h"
@@ -13,12 +14,9 @@
 
 #include <cstdlib>
 #include <cstring>
-#include <fcntl.h>
-#include <iostream>
 #include <iterator>
 #include <kelo/messages.h>
 #include <string>
-#include <unistd.h>
 #include <vector>
 
 using namespace kelo;
@@ -300,13 +298,5 @@ int main(int argc, char** argv)
         benchmark::RegisterBenchmark((std::string("join/gammu/") + s.name).c_str(),
                                      join<gammu_joiner>, s);
     }
-    const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
-    if (nowhere < 0 || dup2(nowhere, STDOUT_FILENO) < 0)
-        return 1;
-    benchmark::ConsoleReporter reporter(benchmark::ConsoleReporter::OO_Tabular);
-    reporter.SetOutputStream(&std::cerr);
-    reporter.SetErrorStream(&std::cerr);
-    benchmark::RunSpecifiedBenchmarks(&reporter);
-    benchmark::Shutdown();
-    return 0;
+    return run_quietly();
 }
