@@ -215,10 +215,12 @@ int search_cfg_file(const char* folder);
 int search_cfg_folders(); // the operator's own, where there is one, ahead of the one that is told
 int cfg_file_add(const char* folder, const char* name);
 int parse_cfg_file(cfg_file* cfg);
-bool cfg_next_item(const cfg_file* cfg, std::size_t& at,
-                   cfg_item& item);                          // from 0; whether one is there
-const char* cfg_value(const cfg_file* cfg, const char* key); // of the first such item; or null
 cfg_file* cfg_file_find(const char* model);
+
+// The item at `at`, from 0 on, which moves behind it; false behind the last.
+bool cfg_next_item(const cfg_file* cfg, std::size_t& at, cfg_item& item);
+const char* cfg_value(const cfg_file* cfg, const char* key); // of the first such item; or null
+
 void trim_tail(char* text, std::size_t length);
 void trim_copy(char* destination, const char* source);
 

@@ -20,7 +20,7 @@ namespace
 {
 
 struct pin_guard {
-    enum { quiet, asking, sending, accepted } dialogue = quiet;
+    enum { quiet, asking, sending, accepted } dialogue = quiet; // accepted ahead of the OK
     sim_view sim;
     int slot = 0;             // that all of this is known of
     std::size_t question = 0; // the next to ask
