@@ -64,6 +64,7 @@ struct keeper_tools {
 enum wait_name {
     wait_start,  // a port that can't be opened
     wait_wish,   // starts that events ask for
+    wait_pin,    // for a SIM whose PIN has been sent
     wait_reload, // reloads that events ask for
     wait_ask,    // for registration
     wait_sim,    // for the SIM

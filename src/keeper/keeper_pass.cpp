@@ -32,6 +32,7 @@ constexpr wait_rule wait_rules[wait_count] = {
     //           first                    most                       s    s
     /* start  */ {nullptr,                nullptr,                   5,   60},
     /* wish   */ {nullptr,                nullptr,                  10,  900},
+    /* pin    */ {nullptr,                nullptr,                  10,  900},
     /* reload */ {nullptr,                nullptr,                   5, 1800},
     /* ask    */ {&kelo_keeper::ask_s,    &kelo_keeper::ask_s,       0,    0},
     /* sim    */ {nullptr,                nullptr,                  10,   10},
@@ -275,7 +276,7 @@ kelo_reason mind_lock(keeper_state& state, const keeper_sight& sight, const sim_
         return KELO_REASON_SEARCHING; // the flow is about to send it
     const bool refused = row.state == sim_state::pin && sight.sim.refused;
     state.tools->show_lock(refused ? CELL_STATUS_PIN_ERROR : row.status);
-    if (sight.walked && sight.sim.may_send && is_over(state, wait_wish, now_ms)) {
+    if (sight.walked && sight.sim.may_send && is_over(state, wait_pin, now_ms)) {
         state.tools->say("keeper: a PIN is there for the SIM, the modem task restarts\n", 0);
         restart(state);
     } else if (sight.walked && is_over(state, wait_ask, now_ms)) {
@@ -386,6 +387,9 @@ kelo_reason mind_modem(keeper_state& state, const keeper_sight& sight, std::int6
     if (locked)
         return mind_lock(state, sight, *trouble, now_ms);
     state.tools->show_lock(0);
+    // A PIN that was taken was worth its start: the next card, or the same one, does not wait.
+    if (sight.sim.state == sim_state::ready)
+        state.waits[wait_pin].times = 0;
     const bool was_well = std::exchange(state.was_well, false);
     if (trouble != nullptr)
         return mind_sim(state, sight, *trouble, now_ms);

@@ -182,6 +182,23 @@ TEST_F(Keeper, LeavesALockedSimAlone)
     EXPECT_TRUE(text_has(until(4001).c_str(), "4000 restart;"));
 }
 
+// Catches: a card that took its PIN each time and waits the longer for it, the more often it was
+// gone.
+TEST_F(Keeper, SendsAPinWithoutDelayWhereTheLastWasTaken)
+{
+    online();
+    for (int time = 25; time < 500; time += 25) {
+        until(time);
+        sight.sim = {.state = sim_state::pin, .may_send = true};
+        sight.start_wanted = time % 2 == 0;
+        EXPECT_EQ(count_of(until(time + 5), "restart;"), 1) << time;
+        sight.sim = {.state = sim_state::ready};
+        sight.start_wanted = false;
+    }
+    sight.sim = {.state = sim_state::pin, .may_send = true};
+    EXPECT_LT(count_of(until(500 + 3600), "restart;"), 10) << "it is not taken";
+}
+
 // A flow of half a minute must not hide it; a radio that is off for a moment must not show it.
 TEST_F(Keeper, SaysThatTheSimIsMissingWhileAFlowRuns)
 {
