@@ -46,7 +46,8 @@ void hear_begun()
 void sms_own_piece(std::string_view rest)
 {
     while (!rest.empty()) {
-        const std::size_t end = rest.find('\n');
+        // What the modem repeats of a command ends with a CR, and the next may stand behind it.
+        const std::size_t end = rest.find_first_of("\r\n");
         const std::string_view piece = ahead(rest, end);
         too_long |= !begun.add({piece.data(), piece.size()});
         if (end == std::string_view::npos)

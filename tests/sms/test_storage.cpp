@@ -278,6 +278,12 @@ TEST_F(Storage, GivesWay)
     EXPECT_EQ(run(), "+CMGR=3");
     EXPECT_EQ(taken(), "A ");
     EXPECT_EQ(run(), "+CMGD=3 +CPMS?");
+    // The repeats of others on the same line, which no line feed ends.
+    sms_storage_hear("+CMTI: \"ME\",4");
+    answers["+CMGR=4"] = "at+qeng\rAT+CMGR=4\rATH\r\r\n+CMGR: 0,,16\r\n" + pdu_of('C') + "\r\nOK";
+    EXPECT_EQ(run(), "+CMGR=4");
+    EXPECT_EQ(taken(), "C ");
+    EXPECT_EQ(run(), "+CMGD=4 +CPMS?");
     // Another memory, and a host that selects one itself.
     sms_storage_hear("+CMTI: \"SM\",8");
     answers["+CPMS=\"SM\""] = "+CPMS: 1,9,1,9,1,9\r\nOK";
