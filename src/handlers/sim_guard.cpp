@@ -19,6 +19,8 @@ namespace kelo
 namespace
 {
 
+constexpr int all_tries = 3; // of a card whose PIN was taken last
+
 struct pin_guard {
     enum { quiet, asking, sending, accepted } dialogue = quiet; // accepted ahead of the OK
     sim_view sim;
@@ -167,7 +169,7 @@ void take_tries(const char* line)
     if (text_begins(line, asked.answer) && asked.read(line + std::strlen(asked.answer), tries) &&
         tries >= 0) {
         guard.sim.tries = tries;
-        if (guard.tries_before > 0 && tries >= guard.tries_before)
+        if (tries >= (guard.tries_before > 0 ? guard.tries_before : all_tries))
             lift_doubt();
         guard.in_doubt = false;
     }
@@ -175,8 +177,7 @@ void take_tries(const char* line)
 
 void pin_accepted()
 {
-    constexpr int full = 3;
-    guard.sim = {.state = sim_state::ready, .tries = full};
+    guard.sim = {.state = sim_state::ready, .tries = all_tries};
     guard.barred = false;
     word_set(is_pin_ready, 1);
 }
@@ -196,7 +197,8 @@ void pin_refused()
     diag_plain("keeper: the SIM has refused the PIN, it is not sent again\n");
 }
 
-// The card has to say how many tries are left, or nothing goes.
+// The card has to say how many tries are left, or nothing goes. It is asked for as long as it
+// takes.
 void pin_unanswered()
 {
     guard.tries_before = std::exchange(guard.sim.tries, -1);
@@ -240,9 +242,7 @@ sim_view sim_guard_look()
     pin_of_slot(word_get(selected_card), pin);
     const lock_scope<record_lock> hold;
     sim_view view = guard.sim;
-    const bool to_be_asked =
-        view.state == sim_state::pin && guard.in_doubt && guard.question < std::size(questions);
-    view.refused = view.refused && is_barred(pin) && !to_be_asked;
+    view.refused = view.refused && is_barred(pin) && !guard.in_doubt;
     view.may_send =
         view.state == sim_state::pin && *pin != '\0' && !view.refused && tries_suffice(pin);
     return view;
@@ -276,6 +276,8 @@ void sim_guard_hear(const char* line)
     } else if (guard.dialogue == pin_guard::sending && text_begins(line, "+CPIN: SIM")) {
         pin_unanswered(); // a question has been, and the OK behind this is its own
     }
+    if (*state == sim_state::puk)
+        guard.in_doubt = false; // it was the last try
     if (*state == sim_state::ready && word_get(keeper_on) != 0)
         word_set(is_pin_ready, 1);
 }
@@ -298,6 +300,10 @@ pin_step sim_guard_next(char (&text)[64])
         text_set(text, questions[guard.question++].text);
         guard.dialogue = pin_guard::asking;
         return pin_step::ask;
+    }
+    if (guard.in_doubt && is_barred(pin)) { // nothing has told: the next walk asks again
+        guard.question = 0;
+        return pin_step::pass;
     }
     if (*pin == '\0' || (guard.sim.refused && is_barred(pin)))
         return pin_step::pass;
