@@ -273,13 +273,13 @@ void sim_guard_hear(const char* line)
             pin_accepted();
             guard.dialogue = pin_guard::accepted; // what ends the command is still to come
         }
+        if (word_get(keeper_on) != 0)
+            word_set(is_pin_ready, 1);
     } else if (guard.dialogue == pin_guard::sending && text_begins(line, "+CPIN: SIM")) {
         pin_unanswered(); // a question has been, and the OK behind this is its own
     }
     if (*state == sim_state::puk)
         guard.in_doubt = false; // it was the last try
-    if (*state == sim_state::ready && word_get(keeper_on) != 0)
-        word_set(is_pin_ready, 1);
 }
 
 pin_step sim_guard_next(char (&text)[64])

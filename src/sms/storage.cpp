@@ -437,24 +437,17 @@ void hand_out(const delivery& out)
         sms_report_came(*out.report);
 }
 
-// Its room is asked of the stack only while somebody listens.
-[[gnu::noinline]] bool hear_and_hand_out(string_view line)
+// A function of its own: its room is asked of the stack only while somebody listens. True, with the
+// lock let go, for the end of an answer.
+[[gnu::noinline]] bool hear_and_hand_out(lock_scope<storage_lock>& hold, string_view line)
 {
     delivery out;
-    {
-        const lock_scope<storage_lock> hold;
-        hear(line);
-        if (!take_answer(line, out))
-            return false;
-    }
+    hear(line);
+    if (!take_answer(line, out))
+        return false;
+    hold.release();
     hand_out(out);
     return true;
-}
-
-bool listens()
-{
-    const lock_scope<storage_lock> hold;
-    return is_listening();
 }
 
 } // namespace
@@ -500,9 +493,10 @@ const char* sms_errand_next(std::int64_t now_ms)
 
 void sms_storage_line(gsm_mobile* rec, string_view line)
 {
-    if (!listens() || !hear_and_hand_out(line))
+    lock_scope<storage_lock> hold;
+    if (!is_listening() || !hear_and_hand_out(hold, line))
         return;
-    const lock_scope<record_lock> hold;
+    const lock_scope<record_lock> record;
     finish_command(rec);
 }
 
