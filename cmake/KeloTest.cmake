@@ -32,6 +32,16 @@ function(kelo_test_launcher out need path)
   set(${out} ${launcher} -- PARENT_SCOPE)
 endfunction()
 
+# How long a test may take, as properties, into the variable `time`. The long ones begin first: whoever comes last is
+# waited for alone.
+function(kelo_test_time seconds)
+  if(seconds)
+    set(time TIMEOUT ${seconds} COST ${seconds} PARENT_SCOPE)
+  else()
+    set(time TIMEOUT 60 PARENT_SCOPE)
+  endif()
+endfunction()
+
 # kelo_add_test(target [TIMEOUT seconds] [LABELS label...] [NEED net] [PATH dir...])
 # Registers every case of the GoogleTest executable `target`. PATH names folders of stand-in programs that come ahead
 # of everything else in the PATH of the test.
@@ -40,15 +50,13 @@ function(kelo_add_test target)
   if(arg_UNPARSED_ARGUMENTS)
     message(FATAL_ERROR "kelo_add_test(${target}): what is ${arg_UNPARSED_ARGUMENTS}?")
   endif()
-  if(NOT arg_TIMEOUT)
-    set(arg_TIMEOUT 60)
-  endif()
+  kelo_test_time("${arg_TIMEOUT}")
   kelo_test_launcher(launcher "${arg_NEED}" "${arg_PATH}")
   set_target_properties(${target} PROPERTIES CROSSCOMPILING_EMULATOR "${launcher};${CMAKE_CROSSCOMPILING_EMULATOR}")
   gtest_discover_tests(${target}
     DISCOVERY_MODE PRE_TEST
     DISCOVERY_TIMEOUT 60
-    PROPERTIES TIMEOUT ${arg_TIMEOUT} ${KELO_TEST_PROPERTIES})
+    PROPERTIES ${time} ${KELO_TEST_PROPERTIES})
   if(arg_LABELS) # a list, which gtest_discover_tests would take apart: set once the cases are known
     set(file ${CMAKE_CURRENT_BINARY_DIR}/${target}_labels.cmake)
     file(WRITE ${file} "set_tests_properties(\${${target}_TESTS} PROPERTIES LABELS \"${arg_LABELS}\")\n")
@@ -63,12 +71,10 @@ function(kelo_add_script_test name)
   if(NOT arg_COMMAND)
     message(FATAL_ERROR "kelo_add_script_test(${name}): no COMMAND")
   endif()
-  if(NOT arg_TIMEOUT)
-    set(arg_TIMEOUT 60)
-  endif()
+  kelo_test_time("${arg_TIMEOUT}")
   kelo_test_launcher(launcher "${arg_NEED}" "${arg_PATH}")
   add_test(NAME ${name} COMMAND ${launcher} ${arg_COMMAND} WORKING_DIRECTORY ${CMAKE_CURRENT_BINARY_DIR})
-  set_tests_properties(${name} PROPERTIES TIMEOUT ${arg_TIMEOUT} ${KELO_TEST_PROPERTIES})
+  set_tests_properties(${name} PROPERTIES ${time} ${KELO_TEST_PROPERTIES})
   if(arg_LABELS)
     set_tests_properties(${name} PROPERTIES LABELS "${arg_LABELS}")
   endif()
