@@ -32,14 +32,15 @@ function(kelo_test_launcher out need path)
   set(${out} ${launcher} -- PARENT_SCOPE)
 endfunction()
 
-# How long a test may take, as properties, into the variable `time`. The long ones begin first: whoever comes last is
-# waited for alone.
-function(kelo_test_time seconds)
+# The properties of a test that may take so many seconds (empty: 60), as a list, into the variable `out`. Those that
+# say so begin first, the longest ahead: whoever comes last is waited for alone.
+function(kelo_test_properties out seconds)
   if(seconds)
-    set(time TIMEOUT ${seconds} COST ${seconds} PARENT_SCOPE)
+    set(time TIMEOUT ${seconds} COST ${seconds})
   else()
-    set(time TIMEOUT 60 PARENT_SCOPE)
+    set(time TIMEOUT 60)
   endif()
+  set(${out} ${time} ${KELO_TEST_PROPERTIES} PARENT_SCOPE)
 endfunction()
 
 # kelo_add_test(target [TIMEOUT seconds] [LABELS label...] [NEED net] [PATH dir...])
@@ -50,13 +51,13 @@ function(kelo_add_test target)
   if(arg_UNPARSED_ARGUMENTS)
     message(FATAL_ERROR "kelo_add_test(${target}): what is ${arg_UNPARSED_ARGUMENTS}?")
   endif()
-  kelo_test_time("${arg_TIMEOUT}")
+  kelo_test_properties(properties "${arg_TIMEOUT}")
   kelo_test_launcher(launcher "${arg_NEED}" "${arg_PATH}")
   set_target_properties(${target} PROPERTIES CROSSCOMPILING_EMULATOR "${launcher};${CMAKE_CROSSCOMPILING_EMULATOR}")
   gtest_discover_tests(${target}
     DISCOVERY_MODE PRE_TEST
     DISCOVERY_TIMEOUT 60
-    PROPERTIES ${time} ${KELO_TEST_PROPERTIES})
+    PROPERTIES ${properties})
   if(arg_LABELS) # a list, which gtest_discover_tests would take apart: set once the cases are known
     set(file ${CMAKE_CURRENT_BINARY_DIR}/${target}_labels.cmake)
     file(WRITE ${file} "set_tests_properties(\${${target}_TESTS} PROPERTIES LABELS \"${arg_LABELS}\")\n")
@@ -71,10 +72,10 @@ function(kelo_add_script_test name)
   if(NOT arg_COMMAND)
     message(FATAL_ERROR "kelo_add_script_test(${name}): no COMMAND")
   endif()
-  kelo_test_time("${arg_TIMEOUT}")
+  kelo_test_properties(properties "${arg_TIMEOUT}")
   kelo_test_launcher(launcher "${arg_NEED}" "${arg_PATH}")
   add_test(NAME ${name} COMMAND ${launcher} ${arg_COMMAND} WORKING_DIRECTORY ${CMAKE_CURRENT_BINARY_DIR})
-  set_tests_properties(${name} PROPERTIES ${time} ${KELO_TEST_PROPERTIES})
+  set_tests_properties(${name} PROPERTIES ${properties})
   if(arg_LABELS)
     set_tests_properties(${name} PROPERTIES LABELS "${arg_LABELS}")
   endif()
